@@ -1,0 +1,90 @@
+#include "core/FileStore.h"
+
+#include "core/AppConstants.h"
+#include "core/JSONCoding.h"
+#include "core/TarvelError.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <cerrno>
+
+namespace FileStore {
+namespace {
+
+constexpr QFileDevice::Permissions kPrivateFolder =
+    QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
+
+QString fileName(const QUuid &id, const QString &extension)
+{
+    return JSONCoding::encodeUuid(id) + extension;
+}
+
+void makeFolder(const QString &path, bool privateToUser)
+{
+    if (QFileInfo(path).isDir())
+        return;
+    errno = 0;
+    const bool made = privateToUser ? QDir().mkdir(path, kPrivateFolder) : QDir().mkpath(path);
+    if (!made && !QFileInfo(path).isDir()) {
+        const QString operation = QStringLiteral("create the folder \u201c%1\u201d").arg(QDir::toNativeSeparators(path));
+        throw SystemError(operation, errno != 0 ? errno : EACCES);
+    }
+}
+
+} // namespace
+
+QString baseDirectory()
+{
+    // The platform's per-user data folder (XDG data home, Application Support). Without
+    // one, Tarvel keeps its folder in the home folder.
+    const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    const bool explicitlySet = !qEnvironmentVariableIsEmpty("XDG_DATA_HOME");
+    if (!dataHome.isEmpty() && (explicitlySet || QFileInfo(dataHome).isDir()))
+        return QDir(dataHome).filePath(AppConstants::appName);
+    return QDir(QDir::homePath()).filePath(AppConstants::appName);
+}
+
+QString requestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("Requests")); }
+QString responsesDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("Responses")); }
+QString completedRequestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("CompletedRequests")); }
+QString malformedRequestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("MalformedRequests")); }
+
+QString requestURL(const QUuid &id) { return QDir(requestsDirectory()).filePath(fileName(id, QStringLiteral(".json"))); }
+QString responseURL(const QUuid &id) { return QDir(responsesDirectory()).filePath(fileName(id, QStringLiteral(".json"))); }
+
+QString completedRequestMarkerURL(const QUuid &id)
+{
+    return QDir(completedRequestsDirectory()).filePath(fileName(id, QStringLiteral(".done")));
+}
+
+QString malformedRequestURL(const QString &badFile)
+{
+    const QString stem = QFileInfo(badFile).completeBaseName();
+    return QDir(malformedRequestsDirectory())
+        .filePath(stem + QStringLiteral("-invalid-") + JSONCoding::encodeUuid(QUuid::createUuid()) +
+                  QStringLiteral(".json"));
+}
+
+void ensureDirectoriesExist()
+{
+    const QString base = baseDirectory();
+    makeFolder(QFileInfo(base).absolutePath(), false);
+    makeFolder(base, true);
+    for (const QString &folder :
+         {requestsDirectory(), responsesDirectory(), completedRequestsDirectory(), malformedRequestsDirectory()})
+        makeFolder(folder, true);
+}
+
+QString ensureSubdirectoryExists(const QString &name)
+{
+    const QString base = baseDirectory();
+    makeFolder(QFileInfo(base).absolutePath(), false);
+    makeFolder(base, true);
+    const QString folder = QDir(base).filePath(name);
+    makeFolder(folder, true);
+    return folder;
+}
+
+} // namespace FileStore

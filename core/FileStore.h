@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+#include <QUuid>
+
+// The folder tree shared with tarvel-edit. Every location is computed on each call, so
+// HOME and XDG_DATA_HOME can be redirected at run time.
+namespace FileStore {
+
+QString baseDirectory();
+QString requestsDirectory();
+QString responsesDirectory();
+QString completedRequestsDirectory();
+QString malformedRequestsDirectory();
+
+QString requestURL(const QUuid &id);
+QString responseURL(const QUuid &id);
+QString completedRequestMarkerURL(const QUuid &id);
+// A fresh quarantine destination for a bad request file: <stem>-invalid-<NEW UUID>.json.
+QString malformedRequestURL(const QString &badFile);
+
+// Creates the base folder and its four subfolders, private to the user. Throws SystemError.
+void ensureDirectoriesExist();
+// Creates one folder below the base folder (and the base folder), private to the user.
+QString ensureSubdirectoryExists(const QString &name);
+
+} // namespace FileStore

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "core/ComposerRequest.h"
+#include "core/ComposerResponse.h"
+
+#include <QList>
+#include <QString>
+#include <QUuid>
+
+#include <optional>
+
+struct PendingRequest {
+    QString url;
+    ComposerRequest request;
+};
+
+// Reads, writes, marks, removes and quarantines the exchange files. Stateless: all
+// state is in the file system. Failures throw SystemError or DecodingError unchanged.
+namespace RequestFileIO {
+
+void writeRequest(const ComposerRequest &request);
+void writeResponse(const ComposerResponse &response);
+
+// Request files, oldest first by creation date; ties keep the directory's order.
+QList<QString> pendingRequestURLs();
+ComposerRequest readRequest(const QString &url);
+QList<PendingRequest> loadPendingRequests();
+
+ComposerResponse readResponse(const QUuid &id);
+bool responseExists(const QUuid &id);
+void removeResponse(const QUuid &id);
+void removeRequest(const QUuid &id);
+
+void markRequestCompleted(const QUuid &id);
+bool completedRequestMarkerExists(const QUuid &id);
+// Removes the answered request file and then its marker; never touches the response.
+void retireCompletedRequestArtifacts(const QUuid &id);
+
+std::optional<QUuid> requestIdentifier(const QString &requestURL);
+// Moves a bad request file into MalformedRequests; returns where it went.
+QString quarantineMalformedRequest(const QString &url);
+
+} // namespace RequestFileIO

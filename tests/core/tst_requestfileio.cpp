@@ -1,0 +1,215 @@
+// The folder tree and the life of request, response and marker files.
+#include "core/DataFile.h"
+#include "core/FileStore.h"
+#include "core/JSONCoding.h"
+#include "core/RequestFileIO.h"
+#include "support/TestEnvironment.h"
+
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QtTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+ComposerRequest makeRequest(const QString &text)
+{
+    return ComposerRequest{QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, text, {}, {}, {}};
+}
+
+int permissions(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
+}
+
+void writeRaw(const QString &path, const QByteArray &data)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(data);
+}
+
+QStringList names(const QList<QString> &paths)
+{
+    QStringList result;
+    for (const QString &path : paths)
+        result.append(QFileInfo(path).fileName());
+    return result;
+}
+} // namespace
+
+class RequestFileIOTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void baseFolderFollowsTheDataHome()
+    {
+        TestEnvironment env;
+        QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral(".local/share/Tarvel")));
+        env.set("XDG_DATA_HOME", env.path(QStringLiteral("elsewhere")));
+        QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral("elsewhere/Tarvel")));
+        // No data home set and none on disk: the home folder holds Tarvel's folder.
+        env.unset("XDG_DATA_HOME");
+        QVERIFY(QDir(env.path(QStringLiteral(".local"))).removeRecursively());
+        QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral("Tarvel")));
+    }
+
+    void foldersAndFilesArePrivate()
+    {
+        TestEnvironment env;
+        FileStore::ensureDirectoriesExist();
+        FileStore::ensureDirectoriesExist(); // existing folders are fine
+        for (const QString &folder :
+             {FileStore::baseDirectory(), FileStore::requestsDirectory(), FileStore::responsesDirectory(),
+              FileStore::completedRequestsDirectory(), FileStore::malformedRequestsDirectory()})
+            QCOMPARE(permissions(folder), 0700);
+
+        const ComposerRequest request = makeRequest(QStringLiteral("hello"));
+        RequestFileIO::writeRequest(request);
+        QCOMPARE(permissions(FileStore::requestURL(request.id)), 0600);
+        RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
+                                      ComposerResponse::Disposition::submitted, QStringLiteral("bye")});
+        QCOMPARE(permissions(FileStore::responseURL(request.id)), 0600);
+        QCOMPARE(RequestFileIO::readResponse(request.id).updatedText, std::optional<QString>(QStringLiteral("bye")));
+
+        // Rewriting leaves no temporary files behind.
+        RequestFileIO::writeRequest(request);
+        QCOMPARE(QDir(FileStore::requestsDirectory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
+    }
+
+    void fileNames()
+    {
+        TestEnvironment env;
+        const QUuid id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
+        QCOMPARE(QFileInfo(FileStore::requestURL(id)).fileName(), QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.json"));
+        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(id)).fileName(),
+                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.done"));
+        QCOMPARE(RequestFileIO::requestIdentifier(QStringLiteral("/x/6f9619ff-8b86-d011-b42d-00c04fc964ff.json")), id);
+        QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/abc.json")));
+        QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/notes.txt")));
+    }
+
+    void pendingListKeepsOnlyVisibleJsonOldestFirst()
+    {
+        TestEnvironment env;
+        FileStore::ensureDirectoriesExist();
+        const QDir requests(FileStore::requestsDirectory());
+        const QStringList written = {QStringLiteral("c.json"), QStringLiteral("a.json"), QStringLiteral("b.json")};
+        for (const QString &name : written) {
+            writeRaw(requests.filePath(name), "{}");
+            QTest::qWait(15); // distinct birth times
+        }
+        writeRaw(requests.filePath(QStringLiteral("notes.JSON")), "{}");
+        writeRaw(requests.filePath(QStringLiteral(".hidden.json")), "{}");
+        writeRaw(requests.filePath(QStringLiteral("draft.json.tmp")), "{}");
+        QVERIFY(requests.mkdir(QStringLiteral("folder.json")));
+        QCOMPARE(names(RequestFileIO::pendingRequestURLs()), written);
+    }
+
+    void loadStopsAtTheFirstBadFile()
+    {
+        TestEnvironment env;
+        const ComposerRequest first = makeRequest(QStringLiteral("one"));
+        RequestFileIO::writeRequest(first);
+        QTest::qWait(15);
+        const ComposerRequest second = makeRequest(QStringLiteral("two"));
+        RequestFileIO::writeRequest(second);
+        const auto loaded = RequestFileIO::loadPendingRequests();
+        QCOMPARE(loaded.size(), 2);
+        QCOMPARE(loaded[0].request.initialText, QStringLiteral("one"));
+        QCOMPARE(loaded[1].request, RequestFileIO::readRequest(FileStore::requestURL(second.id)));
+
+        QTest::qWait(15);
+        writeRaw(QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("abc.json")), "{not json");
+        QVERIFY_THROWS_EXCEPTION(DecodingError, RequestFileIO::loadPendingRequests());
+    }
+
+    void completionAndRetirement()
+    {
+        TestEnvironment env;
+        const ComposerRequest request = makeRequest(QStringLiteral("x"));
+        // A missing CompletedRequests folder is made first.
+        RequestFileIO::writeRequest(request);
+        QVERIFY(QDir(FileStore::completedRequestsDirectory()).removeRecursively());
+        RequestFileIO::markRequestCompleted(request.id);
+        QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
+        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(request.id)).size(), 0);
+
+        RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
+                                      ComposerResponse::Disposition::cancelled, {}});
+        RequestFileIO::retireCompletedRequestArtifacts(request.id);
+        QVERIFY(!DataFile::exists(FileStore::requestURL(request.id)));
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(request.id));
+        QVERIFY(RequestFileIO::responseExists(request.id)); // left for the helper
+
+        // A leftover marker whose request is already gone is removed on its own.
+        RequestFileIO::markRequestCompleted(request.id);
+        RequestFileIO::retireCompletedRequestArtifacts(request.id);
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(request.id));
+
+        // Removing what is not there succeeds quietly.
+        const QUuid nobody = QUuid::createUuid();
+        RequestFileIO::removeRequest(nobody);
+        RequestFileIO::removeResponse(nobody);
+        RequestFileIO::retireCompletedRequestArtifacts(nobody);
+        QVERIFY(!RequestFileIO::responseExists(nobody));
+    }
+
+    void retirementKeepsTheMarkerWhileTheRequestStays()
+    {
+        TestEnvironment env;
+        if (::geteuid() == 0)
+            QSKIP("root may remove files from a read-only folder");
+        const ComposerRequest request = makeRequest(QStringLiteral("x"));
+        RequestFileIO::writeRequest(request);
+        RequestFileIO::markRequestCompleted(request.id);
+        QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::retireCompletedRequestArtifacts(request.id));
+        QFile::setPermissions(FileStore::requestsDirectory(),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
+    }
+
+    void quarantineNeverCollides()
+    {
+        TestEnvironment env;
+        FileStore::ensureDirectoriesExist();
+        const QString bad = QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("abc.json"));
+        writeRaw(bad, "first");
+        const QString firstDestination = RequestFileIO::quarantineMalformedRequest(bad);
+        writeRaw(bad, "second");
+        const QString secondDestination = RequestFileIO::quarantineMalformedRequest(bad);
+        QVERIFY(firstDestination != secondDestination);
+        QVERIFY(!DataFile::exists(bad));
+        const QRegularExpression pattern(QStringLiteral(
+            "^abc-invalid-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\.json$"));
+        for (const auto &[destination, content] :
+             {std::pair{firstDestination, QByteArray("first")}, std::pair{secondDestination, QByteArray("second")}}) {
+            QVERIFY2(pattern.match(QFileInfo(destination).fileName()).hasMatch(), qPrintable(destination));
+            QCOMPARE(QFileInfo(destination).absolutePath(), FileStore::malformedRequestsDirectory());
+            QCOMPARE(DataFile::read(destination), content);
+        }
+        // A source that vanished stays an error and nothing is created.
+        QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::quarantineMalformedRequest(bad));
+        QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 2);
+    }
+
+    void unwritableDataFolderIsASentence()
+    {
+        TestEnvironment env;
+        writeRaw(env.path(QStringLiteral(".local/share/Tarvel")), "a file where the folder belongs");
+        try {
+            RequestFileIO::writeRequest(makeRequest(QStringLiteral("x")));
+            QFAIL("wrote");
+        } catch (const SystemError &error) {
+            QVERIFY2(error.description().startsWith(QStringLiteral("Could not create the folder")),
+                     qPrintable(error.description()));
+        }
+    }
+};
+
+QTEST_GUILESS_MAIN(RequestFileIOTest)
+#include "tst_requestfileio.moc"
