@@ -1,0 +1,250 @@
+#include "app/RequestIntake.h"
+
+#include "core/Clock.h"
+#include "core/JSONCoding.h"
+#include "core/TarvelError.h"
+#include "errorlog/ErrorLogManager.h"
+
+#include <QFileInfo>
+
+namespace {
+const QString kExternalEditor = QStringLiteral("External Editor");
+const QString kRequestQueue = QStringLiteral("Request Queue");
+
+QString plural(int count, const QString &singular, const QString &pluralForm)
+{
+    return count == 1 ? singular : pluralForm;
+}
+} // namespace
+
+RequestIntake::RequestIntake(ErrorLogManager &errorLog, const Clock &clock, QObject *parent)
+    : QObject(parent)
+    , m_errorLog(errorLog)
+    , m_clock(clock)
+{
+}
+
+void RequestIntake::processPendingRequests()
+{
+    if (isBusy()) {
+        loadQueuedRequests();
+        return;
+    }
+    QList<PendingRequest> pending;
+    try {
+        pending = recoverablePendingRequests();
+    } catch (const TarvelError &error) {
+        presentErrorAlert(QStringLiteral("Failed to read pending requests."), error.description(),
+                          kRequestQueue);
+        return;
+    }
+    m_queuedRequests.clear();
+    if (pending.isEmpty()) {
+        Q_EMIT queueChanged();
+        return;
+    }
+    const ComposerRequest first = pending.takeFirst().request;
+    for (const PendingRequest &entry : std::as_const(pending))
+        m_queuedRequests.append(entry.request);
+    m_currentRequest = first;
+    if (first.cwd)
+        Q_EMIT workingDirectoryNoted(*first.cwd);
+    Q_EMIT queueChanged();
+    Q_EMIT composerRequested(first);
+}
+
+void RequestIntake::loadQueuedRequests()
+{
+    try {
+        QList<ComposerRequest> queued;
+        for (const PendingRequest &entry : recoverablePendingRequests())
+            queued.append(entry.request);
+        m_queuedRequests = queued;
+        Q_EMIT queueChanged();
+    } catch (const TarvelError &) {
+        // Keep the queue we had; the next notification scans again.
+    }
+}
+
+QList<PendingRequest> RequestIntake::recoverablePendingRequests()
+{
+    QList<PendingRequest> result;
+    for (const QString &url : RequestFileIO::pendingRequestURLs()) {
+        if (const auto id = RequestFileIO::requestIdentifier(url)) {
+            if (RequestFileIO::completedRequestMarkerExists(*id) || RequestFileIO::responseExists(*id)) {
+                retireAnswered(*id);
+                continue;
+            }
+        }
+        ComposerRequest request;
+        try {
+            request = RequestFileIO::readRequest(url);
+        } catch (const TarvelError &error) {
+            if (!QFileInfo::exists(url))
+                continue; // withdrawn by its helper between listing and reading
+            quarantineMalformedPendingRequest(url, error.description());
+            continue;
+        }
+        if (m_currentRequest && m_currentRequest->id == request.id)
+            continue;
+        result.append({url, request});
+    }
+    return result;
+}
+
+bool RequestIntake::finishCurrentRequest(ComposerResponse::Disposition disposition,
+                                         const std::optional<QString> &text)
+{
+    if (!m_currentRequest)
+        return false;
+    const ComposerRequest request = *m_currentRequest;
+    try {
+        completeExternalEditorRequest(request.id, disposition, text);
+    } catch (const TarvelError &error) {
+        presentErrorAlert(disposition == ComposerResponse::Disposition::submitted
+                              ? QStringLiteral("Failed to write the editor response.")
+                              : QStringLiteral("Failed to write the cancel response."),
+                          error.description(), kExternalEditor);
+        return false;
+    }
+    m_currentRequest.reset();
+    if (request.cwd)
+        Q_EMIT workingDirectoryNoted(*request.cwd);
+    Q_EMIT queueChanged();
+    return true;
+}
+
+void RequestIntake::completeExternalEditorRequest(const QUuid &id, ComposerResponse::Disposition disposition,
+                                                  const std::optional<QString> &updatedText)
+{
+    RequestFileIO::writeResponse({id, m_clock.now(), disposition, updatedText});
+    try {
+        RequestFileIO::markRequestCompleted(id);
+    } catch (const TarvelError &error) {
+        recordForRequest(QStringLiteral("Completed editor request but failed to mark it as finished."), id,
+                         error.description());
+    }
+    try {
+        RequestFileIO::retireCompletedRequestArtifacts(id);
+    } catch (const TarvelError &error) {
+        recordForRequest(QStringLiteral("Completed editor request but failed to retire it from the queue."),
+                         id, error.description());
+    }
+}
+
+void RequestIntake::quarantineMalformedPendingRequest(const QString &url, const QString &errorDescription)
+{
+    QStringList sentences;
+    sentences.append(QFileInfo(url).fileName() + QStringLiteral(" could not be decoded: ") +
+                     errorDescription + u'.');
+    if (const auto id = RequestFileIO::requestIdentifier(url)) {
+        try {
+            RequestFileIO::writeResponse({*id, m_clock.now(), ComposerResponse::Disposition::cancelled, {}});
+            sentences.append(QStringLiteral("Wrote a cancellation response for the waiting CLI."));
+        } catch (const TarvelError &error) {
+            sentences.append(QStringLiteral("Failed to write a cancellation response: ") +
+                             error.description() + u'.');
+        }
+    } else {
+        sentences.append(QStringLiteral(
+            "No cancellation response could be written because the filename was not a valid UUID."));
+    }
+    try {
+        const QString destination = RequestFileIO::quarantineMalformedRequest(url);
+        sentences.append(QStringLiteral("Moved the request to ") + QFileInfo(destination).fileName() + u'.');
+    } catch (const TarvelError &error) {
+        sentences.append(QStringLiteral("Failed to move the malformed request out of the active queue: ") +
+                         error.description() + u'.');
+    }
+    m_errorLog.record(QStringLiteral("Ignored malformed pending request."), sentences.join(u' '),
+                      kRequestQueue);
+}
+
+int RequestIntake::activeEditorRequestCount()
+{
+    int count = isBusy() ? 1 : 0;
+    try {
+        count += int(recoverablePendingRequests().size());
+    } catch (const TarvelError &) {
+        count += int(m_queuedRequests.size());
+    }
+    return count;
+}
+
+void RequestIntake::cancelPendingEditorRequestsOnTermination()
+{
+    QList<QString> urls;
+    try {
+        urls = RequestFileIO::pendingRequestURLs();
+    } catch (const TarvelError &error) {
+        m_errorLog.record(QStringLiteral("Failed to inspect waiting editor requests during quit."),
+                          error.description(), kExternalEditor);
+        return;
+    }
+    for (const QString &url : std::as_const(urls)) {
+        const auto id = RequestFileIO::requestIdentifier(url);
+        if (!id) {
+            quarantineMalformedPendingRequest(url,
+                                              QStringLiteral("The request filename is not a valid UUID."));
+            continue;
+        }
+        if (!RequestFileIO::completedRequestMarkerExists(*id) && !RequestFileIO::responseExists(*id)) {
+            try {
+                completeExternalEditorRequest(*id, ComposerResponse::Disposition::cancelled, std::nullopt);
+            } catch (const TarvelError &error) {
+                recordForRequest(QStringLiteral("Failed to cancel a waiting editor request during quit."),
+                                 *id, error.description());
+            }
+        }
+        retireAnswered(*id);
+    }
+    m_currentRequest.reset();
+    m_queuedRequests.clear();
+}
+
+QString RequestIntake::quitConfirmationDetail(int runningTaskCount, int waitingEditorRequestCount,
+                                              int openScratchComposerCount)
+{
+    QStringList lines;
+    if (runningTaskCount >= 1) {
+        lines.append(QStringLiteral("%1 running %2 will be stopped.")
+                         .arg(runningTaskCount)
+                         .arg(plural(runningTaskCount, QStringLiteral("task"), QStringLiteral("tasks"))));
+    }
+    if (waitingEditorRequestCount >= 1) {
+        lines.append(QStringLiteral("%1 waiting editor %2 will be cancelled.")
+                         .arg(waitingEditorRequestCount)
+                         .arg(plural(waitingEditorRequestCount, QStringLiteral("request"),
+                                     QStringLiteral("requests"))));
+    }
+    if (openScratchComposerCount >= 1) {
+        lines.append(QStringLiteral("%1 open quick-task %2 will be closed.")
+                         .arg(openScratchComposerCount)
+                         .arg(plural(openScratchComposerCount, QStringLiteral("composer"),
+                                     QStringLiteral("composers"))));
+    }
+    return lines.join(u'\n');
+}
+
+void RequestIntake::presentErrorAlert(const QString &message, const QString &errorDescription,
+                                      const QString &source)
+{
+    m_errorLog.record(message, errorDescription, source);
+    Q_EMIT alertRequested(message, errorDescription);
+}
+
+void RequestIntake::recordForRequest(const QString &title, const QUuid &id, const QString &errorDescription)
+{
+    m_errorLog.record(title, JSONCoding::encodeUuid(id) + QStringLiteral(": ") + errorDescription,
+                      kExternalEditor);
+}
+
+void RequestIntake::retireAnswered(const QUuid &id)
+{
+    try {
+        RequestFileIO::retireCompletedRequestArtifacts(id);
+    } catch (const TarvelError &error) {
+        recordForRequest(QStringLiteral("Failed to retire a completed editor request from the queue."), id,
+                         error.description());
+    }
+}

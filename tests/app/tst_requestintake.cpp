@@ -1,0 +1,217 @@
+// The editor-request queue against real request files.
+#include "app/RequestIntake.h"
+#include "core/Clock.h"
+#include "core/DataFile.h"
+#include "core/FileStore.h"
+#include "core/JSONCoding.h"
+#include "errorlog/ErrorLogManager.h"
+#include "support/TestEnvironment.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+class FixedClock final : public Clock {
+public:
+    QDateTime now() const override { return QDateTime(QDate(2026, 11, 14), QTime(17, 36, 59), Qt::UTC); }
+};
+
+ComposerRequest writeRequest(const QString &text, const std::optional<QString> &cwd = {})
+{
+    const ComposerRequest request{
+        QUuid::createUuid(), QDateTime::currentDateTimeUtc(), cwd, text, {}, {}, {}};
+    RequestFileIO::writeRequest(request);
+    QTest::qWait(12); // distinct birth times: the queue is ordered by age
+    return request;
+}
+
+void writeRaw(const QString &name, const QByteArray &data)
+{
+    FileStore::ensureDirectoriesExist();
+    DataFile::write(QDir(FileStore::requestsDirectory()).filePath(name), data);
+    QTest::qWait(12);
+}
+
+struct Fixture {
+    TestEnvironment env;
+    FixedClock clock;
+    ErrorLogManager log{clock};
+    RequestIntake intake{log, clock};
+    QSignalSpy presented{&intake, &RequestIntake::composerRequested};
+    QSignalSpy alerts{&intake, &RequestIntake::alertRequested};
+
+    QUuid presentedId(int index) const { return presented.at(index).at(0).value<ComposerRequest>().id; }
+};
+} // namespace
+
+Q_DECLARE_METATYPE(ComposerRequest)
+
+class RequestIntakeTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase() { qRegisterMetaType<ComposerRequest>(); }
+
+    void requestsOpenOneAtATimeOldestFirst()
+    {
+        Fixture f;
+        const ComposerRequest first = writeRequest(QStringLiteral("one"), QStringLiteral("/home/u/alpha"));
+        const ComposerRequest second = writeRequest(QStringLiteral("two"));
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presented.count(), 1);
+        QCOMPARE(f.presentedId(0), first.id);
+        QCOMPARE(f.intake.queuedRequests().size(), 1);
+
+        // A third arrives while busy: it is queued behind, nothing new opens.
+        const ComposerRequest third = writeRequest(QStringLiteral("three"));
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presented.count(), 1);
+        QCOMPARE(f.intake.queuedRequests().size(), 2);
+        QCOMPARE(f.intake.queuedRequests().at(0).id, second.id);
+        QCOMPARE(f.intake.queuedRequests().at(1).id, third.id);
+        QCOMPARE(f.intake.activeEditorRequestCount(), 3);
+
+        QVERIFY(
+            f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("ONE")));
+        QVERIFY(!f.intake.isBusy());
+        const ComposerResponse response = RequestFileIO::readResponse(first.id);
+        QCOMPARE(response.disposition, ComposerResponse::Disposition::submitted);
+        QCOMPARE(response.updatedText, std::optional<QString>(QStringLiteral("ONE")));
+        QVERIFY(!DataFile::exists(FileStore::requestURL(first.id)));
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(first.id));
+
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presentedId(1), second.id);
+        QVERIFY(f.intake.finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt));
+        QCOMPARE(RequestFileIO::readResponse(second.id).updatedText, std::nullopt);
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presentedId(2), third.id);
+        QCOMPARE(f.log.entries().size(), 0);
+    }
+
+    void answeredRequestsAreRetiredNeverShown()
+    {
+        Fixture f;
+        const ComposerRequest answered = writeRequest(QStringLiteral("old"));
+        RequestFileIO::writeResponse(
+            {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, QStringLiteral("done")});
+        const ComposerRequest marked = writeRequest(QStringLiteral("marked"));
+        RequestFileIO::markRequestCompleted(marked.id);
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presented.count(), 0);
+        QVERIFY(!DataFile::exists(FileStore::requestURL(answered.id)));
+        QVERIFY(!DataFile::exists(FileStore::requestURL(marked.id)));
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(marked.id));
+        QVERIFY(RequestFileIO::responseExists(answered.id)); // still for the helper to collect
+    }
+
+    void malformedFilesAreQuarantinedWithTheirStory()
+    {
+        Fixture f;
+        writeRaw(QStringLiteral("garbage.json"), "{ this is not json");
+        const QUuid id = QUuid::createUuid();
+        writeRaw(JSONCoding::encodeUuid(id) + QStringLiteral(".json"), R"({"id":"x"})");
+        const ComposerRequest good = writeRequest(QStringLiteral("fine"));
+
+        f.intake.processPendingRequests();
+        QCOMPARE(f.presented.count(), 1);
+        QCOMPARE(f.presentedId(0), good.id);
+        QCOMPARE(f.alerts.count(), 0);
+
+        QCOMPARE(f.log.entries().size(), 2);
+        const ErrorLogEntry uuidEntry = f.log.entries().at(0);
+        const ErrorLogEntry garbageEntry = f.log.entries().at(1);
+        QCOMPARE(garbageEntry.title, QStringLiteral("Ignored malformed pending request."));
+        QCOMPARE(garbageEntry.source, QStringLiteral("Request Queue"));
+        const QStringList moved = QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files);
+        QCOMPARE(moved.size(), 2);
+        const QString garbageName = moved.filter(QStringLiteral("garbage-invalid-")).value(0);
+        QVERIFY(!garbageName.isEmpty());
+        const QRegularExpression story(
+            QStringLiteral("^garbage\\.json could not be decoded: .+\\. No cancellation response could be "
+                           "written because the "
+                           "filename was not a valid UUID\\. Moved the request to %1\\.$")
+                .arg(QRegularExpression::escape(garbageName)));
+        QVERIFY2(story.match(garbageEntry.detail).hasMatch(), qPrintable(garbageEntry.detail));
+
+        // A UUID-named file releases its helper with a cancellation.
+        QVERIFY2(
+            uuidEntry.detail.contains(QStringLiteral("Wrote a cancellation response for the waiting CLI.")),
+            qPrintable(uuidEntry.detail));
+        QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
+        QVERIFY(RequestFileIO::responseExists(id));
+    }
+
+    void failedResponseKeepsTheRequestOnScreen()
+    {
+        Fixture f;
+        const ComposerRequest request = writeRequest(QStringLiteral("keep me"));
+        f.intake.processPendingRequests();
+        QVERIFY(QDir(FileStore::responsesDirectory()).removeRecursively());
+        DataFile::write(FileStore::responsesDirectory(), "a file where the folder belongs");
+
+        QVERIFY(
+            !f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("text")));
+        QVERIFY(f.intake.isBusy());
+        QCOMPARE(f.intake.currentRequest()->id, request.id);
+        QCOMPARE(f.alerts.count(), 1);
+        QCOMPARE(f.alerts.at(0).at(0).toString(), QStringLiteral("Failed to write the editor response."));
+        QCOMPARE(f.log.entries().at(0).title, QStringLiteral("Failed to write the editor response."));
+        QCOMPARE(f.log.entries().at(0).source, QStringLiteral("External Editor"));
+
+        QVERIFY(!f.intake.finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt));
+        QCOMPARE(f.alerts.at(1).at(0).toString(), QStringLiteral("Failed to write the cancel response."));
+
+        // Fixing the folder lets the user try again.
+        QFile::remove(FileStore::responsesDirectory());
+        QVERIFY(
+            f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("text")));
+    }
+
+    void terminationAnswersEveryWaitingRequest()
+    {
+        Fixture f;
+        const ComposerRequest onScreen = writeRequest(QStringLiteral("a"));
+        const ComposerRequest waiting = writeRequest(QStringLiteral("b"));
+        writeRaw(QStringLiteral("notes.json"), "{}");
+        f.intake.processPendingRequests();
+        QCOMPARE(f.intake.activeEditorRequestCount(), 2);
+
+        f.intake.cancelPendingEditorRequestsOnTermination();
+        for (const QUuid &id : {onScreen.id, waiting.id}) {
+            QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
+            QVERIFY(!DataFile::exists(FileStore::requestURL(id)));
+        }
+        QVERIFY(RequestFileIO::pendingRequestURLs().isEmpty());
+        QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 1);
+    }
+
+    void quitConfirmationLines_data()
+    {
+        QTest::addColumn<int>("tasks");
+        QTest::addColumn<int>("requests");
+        QTest::addColumn<int>("composers");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("one request") << 0 << 1 << 0
+                                     << QStringLiteral("1 waiting editor request will be cancelled.");
+        QTest::newRow("all plural") << 2 << 3 << 4
+                                    << QStringLiteral("2 running tasks will be stopped.\n"
+                                                      "3 waiting editor requests will be cancelled.\n"
+                                                      "4 open quick-task composers will be closed.");
+        QTest::newRow("singulars, gap") << 1 << 0 << 1
+                                        << QStringLiteral("1 running task will be stopped.\n"
+                                                          "1 open quick-task composer will be closed.");
+        QTest::newRow("nothing") << 0 << 0 << 0 << QString();
+    }
+    void quitConfirmationLines()
+    {
+        QFETCH(int, tasks);
+        QFETCH(int, requests);
+        QFETCH(int, composers);
+        QFETCH(QString, expected);
+        QCOMPARE(RequestIntake::quitConfirmationDetail(tasks, requests, composers), expected);
+    }
+};
+
+QTEST_GUILESS_MAIN(RequestIntakeTest)
+#include "tst_requestintake.moc"
