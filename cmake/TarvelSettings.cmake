@@ -6,7 +6,7 @@ target_compile_definitions(tarvel_settings INTERFACE
     QT_NO_CONTEXTLESS_CONNECT
     QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
 )
-target_compile_options(tarvel_settings INTERFACE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor)
+target_compile_options(tarvel_settings INTERFACE -Wall -Wextra -Wpedantic -Wnon-virtual-dtor)
 if(TARVEL_WERROR)
     target_compile_options(tarvel_settings INTERFACE -Werror)
 endif()

@@ -1,0 +1,238 @@
+#include "composer/ComposerPanel.h"
+
+#include "composer/ComposerLayout.h"
+#include "composer/ComposerTextView.h"
+
+#include <QCloseEvent>
+#include <QHBoxLayout>
+#include <QKeySequence>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPushButton>
+#include <QShortcut>
+#include <QToolButton>
+#include <QVBoxLayout>
+#include <QWindow>
+
+using namespace ComposerLayout;
+
+namespace {
+// Empty footer space moves the window, like the panel's background.
+class WindowMoveSpacer final : public QWidget {
+public:
+    using QWidget::QWidget;
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override
+    {
+        if (event->button() == Qt::LeftButton && window()->windowHandle())
+            window()->windowHandle()->startSystemMove();
+    }
+};
+} // namespace
+
+ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
+    : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
+{
+    setObjectName(QStringLiteral("ComposerPanel"));
+    setWindowTitle(scratchMode ? QStringLiteral("Quick Task") : QStringLiteral("Tarvel"));
+    setAttribute(Qt::WA_TranslucentBackground);
+    setMinimumWidth(minPanelWidth);
+    setMaximumWidth(maxPanelWidth);
+
+    auto *column = new QVBoxLayout(this);
+    column->setContentsMargins(horizontalPadding, topPadding, horizontalPadding, bottomPadding);
+    column->setSpacing(0);
+
+    m_header = new QLabel(this);
+    m_header->setObjectName(QStringLiteral("ComposerHeader"));
+    QFont headerFont = m_header->font();
+    headerFont.setBold(true);
+    m_header->setFont(headerFont);
+    m_header->setMinimumHeight(22);
+    m_header->setVisible(scratchMode);
+    column->addWidget(m_header);
+    if (scratchMode)
+        column->addSpacing(headerSpacing);
+
+    m_textView = new ComposerTextView(this);
+    m_textView->setObjectName(QStringLiteral("ComposerText"));
+    column->addWidget(m_textView);
+
+    m_section = new QWidget(this);
+    m_section->setFixedHeight(interSectionSpacing);
+    column->addWidget(m_section);
+
+    auto *footer = new QWidget(this);
+    footer->setFixedHeight(footerHeight);
+    m_footerLayout = new QHBoxLayout(footer);
+    m_footerLayout->setContentsMargins(0, 0, 0, 0);
+    m_footerLayout->setSpacing(6);
+
+    m_closeButton = new QToolButton(footer);
+    m_closeButton->setObjectName(QStringLiteral("ComposerClose"));
+    m_closeButton->setText(QStringLiteral("\u2715"));
+    m_closeButton->setToolTip(QStringLiteral("Close"));
+    m_closeButton->setAutoRaise(true);
+    m_closeButton->setFixedSize(footerHeight, footerHeight);
+    m_closeButton->setFocusPolicy(Qt::NoFocus);
+    m_footerLayout->addWidget(m_closeButton);
+    m_footerLayout->addWidget(new WindowMoveSpacer(footer), 1);
+
+    m_cancelButton = new QPushButton(QStringLiteral("Cancel"), footer);
+    m_cancelButton->setObjectName(QStringLiteral("ComposerCancel"));
+    m_submitButton = new QPushButton(QStringLiteral("Submit"), footer);
+    m_submitButton->setObjectName(QStringLiteral("ComposerSubmit"));
+    m_submitButton->setToolTip(QStringLiteral("Submit"));
+    for (QPushButton *button : {m_cancelButton, m_submitButton}) {
+        button->setFixedHeight(footerHeight);
+        button->setFocusPolicy(Qt::NoFocus);
+        button->setAutoDefault(false);
+        m_footerLayout->addWidget(button);
+    }
+    column->addWidget(footer);
+
+    connect(m_submitButton, &QPushButton::clicked, this, [this] {
+        if (onSubmit)
+            onSubmit();
+    });
+    connect(m_cancelButton, &QPushButton::clicked, this, [this] {
+        if (onCancel)
+            onCancel();
+    });
+    connect(m_closeButton, &QToolButton::clicked, this, [this] { close(); });
+
+    // Command-Return on a Mac is Ctrl+Return here; Qt maps the two for us.
+    for (const QKeySequence &keys :
+         {QKeySequence(Qt::CTRL | Qt::Key_Return), QKeySequence(Qt::CTRL | Qt::Key_Enter)}) {
+        auto *submit = new QShortcut(keys, this);
+        connect(submit, &QShortcut::activated, this, [this] {
+            if (onSubmit)
+                onSubmit();
+        });
+    }
+    auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
+    connect(escape, &QShortcut::activated, this, [this] {
+        if (onEscape)
+            onEscape();
+    });
+}
+
+void ComposerPanel::setSectionWidget(QWidget *widget)
+{
+    auto *layout = new QVBoxLayout(m_section);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(widget);
+}
+
+void ComposerPanel::setCompositingAvailable(bool available)
+{
+    m_compositing = available;
+    updateMask();
+    update();
+}
+
+void ComposerPanel::setDropTargetEmphasis(bool emphasised)
+{
+    if (m_dropEmphasis == emphasised)
+        return;
+    m_dropEmphasis = emphasised;
+    update();
+}
+
+void ComposerPanel::setRecordingTint(bool tinted)
+{
+    if (m_recordingTint == tinted)
+        return;
+    m_recordingTint = tinted;
+    update();
+}
+
+void ComposerPanel::applyTextArea(int visibleTextHeight, int sectionHeight, bool showsVerticalScroller)
+{
+    m_textView->setVerticalScrollBarPolicy(showsVerticalScroller ? Qt::ScrollBarAlwaysOn
+                                                                 : Qt::ScrollBarAlwaysOff);
+    m_textView->setFixedHeight(visibleTextHeight);
+    m_section->setFixedHeight(sectionHeight);
+}
+
+void ComposerPanel::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QRectF box = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
+    QColor background = palette().color(QPalette::Window);
+    if (m_compositing)
+        background.setAlpha(246);
+    if (m_recordingTint)
+        background = QColor::fromRgbF(background.redF(), background.greenF() * 0.92,
+                                      background.blueF() * 0.92, background.alphaF());
+    QColor border = palette().color(isActiveWindow() ? QPalette::Dark : QPalette::Mid);
+    qreal borderWidth = 1;
+    if (m_dropEmphasis) {
+        border = palette().color(QPalette::Highlight);
+        borderWidth = 2;
+    }
+    painter.setPen(QPen(border, borderWidth));
+    painter.setBrush(background);
+    const qreal radius = m_compositing ? panelCornerRadius : 0;
+    painter.drawRoundedRect(box, radius, radius);
+}
+
+void ComposerPanel::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    updateMask();
+    if (onResized)
+        onResized();
+}
+
+void ComposerPanel::moveEvent(QMoveEvent *event)
+{
+    QWidget::moveEvent(event);
+    if (onMoved)
+        onMoved();
+}
+
+void ComposerPanel::closeEvent(QCloseEvent *event)
+{
+    if (isProgrammaticClose) {
+        isProgrammaticClose = false;
+        event->accept();
+        return;
+    }
+    // A user close is a cancel; the controller closes the window itself afterwards.
+    event->ignore();
+    if (onUserClose)
+        onUserClose();
+}
+
+void ComposerPanel::changeEvent(QEvent *event)
+{
+    QWidget::changeEvent(event);
+    if (event->type() == QEvent::ActivationChange) {
+        update();
+        if (onActiveChanged)
+            onActiveChanged(isActiveWindow());
+    }
+}
+
+void ComposerPanel::mousePressEvent(QMouseEvent *event)
+{
+    if (event->button() == Qt::LeftButton && windowHandle())
+        windowHandle()->startSystemMove();
+    QWidget::mousePressEvent(event);
+}
+
+void ComposerPanel::updateMask()
+{
+    if (m_compositing) {
+        clearMask();
+        return;
+    }
+    QPainterPath path;
+    path.addRoundedRect(QRectF(rect()), panelCornerRadius, panelCornerRadius);
+    setMask(QRegion(path.toFillPolygon().toPolygon()));
+}

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QWidget>
+
+#include <functional>
+
+class ComposerTextView;
+class QLabel;
+class QPushButton;
+class QToolButton;
+class QHBoxLayout;
+
+// The floating, borderless composer window. A thin view: it lays out the text view,
+// header and footer, draws its rounded background and forwards user gestures through
+// the callbacks; the controller decides what they mean.
+class ComposerPanel final : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit ComposerPanel(bool scratchMode, QWidget *parent = nullptr);
+
+    ComposerTextView *textView() const { return m_textView; }
+    QLabel *headerLabel() const { return m_header; }
+    QPushButton *submitButton() const { return m_submitButton; }
+    QPushButton *cancelButton() const { return m_cancelButton; }
+    QHBoxLayout *footerLayout() const { return m_footerLayout; }
+    // A widget shown between the text and the footer (the attachment strip or the
+    // availability overlay of a scratch composer).
+    void setSectionWidget(QWidget *widget);
+
+    // Without a compositor there is no translucency: the rounded shape becomes a mask.
+    void setCompositingAvailable(bool available);
+    void setDropTargetEmphasis(bool emphasised);
+    void setRecordingTint(bool tinted);
+    // Sizes the text area and the section below it; the window height follows.
+    void applyTextArea(int visibleTextHeight, int sectionHeight, bool showsVerticalScroller);
+
+    std::function<void()> onSubmit;
+    std::function<void()> onCancel;
+    std::function<void()> onEscape;
+    // The user closed the window (window manager or close box), not the program.
+    std::function<void()> onUserClose;
+    std::function<void()> onMoved;
+    std::function<void()> onResized;
+    std::function<void(bool)> onActiveChanged;
+
+protected:
+    void paintEvent(QPaintEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void moveEvent(QMoveEvent *event) override;
+    void closeEvent(QCloseEvent *event) override;
+    void changeEvent(QEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+
+public:
+    // Set by the controller right before it closes the window itself.
+    bool isProgrammaticClose = false;
+
+private:
+    void updateMask();
+
+    ComposerTextView *m_textView = nullptr;
+    QLabel *m_header = nullptr;
+    QWidget *m_section = nullptr;
+    QPushButton *m_submitButton = nullptr;
+    QPushButton *m_cancelButton = nullptr;
+    QToolButton *m_closeButton = nullptr;
+    QHBoxLayout *m_footerLayout = nullptr;
+    bool m_compositing = true;
+    bool m_dropEmphasis = false;
+    bool m_recordingTint = false;
+};

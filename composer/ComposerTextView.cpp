@@ -1,0 +1,51 @@
+#include "composer/ComposerTextView.h"
+
+#include <QFontDatabase>
+#include <QMimeData>
+#include <QScrollBar>
+#include <QTextDocumentFragment>
+
+ComposerTextView::ComposerTextView(QWidget *parent)
+    : QTextEdit(parent)
+{
+    setAcceptRichText(false);
+    setFrameStyle(QFrame::NoFrame);
+    setLineWrapMode(QTextEdit::WidgetWidth);
+    setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    setTabChangesFocus(false);
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPointSizeF(11);
+    setFont(font);
+    document()->setDefaultFont(font);
+    viewport()->setAutoFillBackground(false);
+    setStyleSheet(QStringLiteral("QTextEdit { background: transparent; }"));
+}
+
+void ComposerTextView::insertTypedText(const QString &text)
+{
+    textCursor().insertText(text);
+    ensureCursorVisible();
+}
+
+bool ComposerTextView::canInsertFromMimeData(const QMimeData *source) const
+{
+    return source->hasUrls() || source->hasImage() || source->hasText();
+}
+
+void ComposerTextView::insertFromMimeData(const QMimeData *source)
+{
+    if (onAttachmentPaste && onAttachmentPaste(source))
+        return;
+    if (source->hasText())
+        insertTypedText(source->text());
+}
+
+QMimeData *ComposerTextView::createMimeDataFromSelection() const
+{
+    // Copy out plain text only; there is no formatting worth carrying.
+    auto *data = new QMimeData;
+    data->setText(textCursor().selection().toPlainText());
+    return data;
+}

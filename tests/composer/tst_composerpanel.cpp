@@ -1,0 +1,192 @@
+// The composer panel's height rule and its submit/cancel paths (offscreen).
+#include "composer/ComposerLayout.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerPanelController.h"
+#include "composer/ComposerTextView.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMimeData>
+#include <QPushButton>
+#include <QtTest>
+
+namespace {
+struct RecordingDelegate final : ComposerPanelControllerDelegate {
+    QStringList submitted;
+    int cancelled = 0;
+    void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &text,
+                                          const std::optional<ComposerRequest> &) override
+    {
+        submitted.append(text);
+    }
+    void composerPanelControllerDidCancel(ComposerPanelController *,
+                                          const std::optional<ComposerRequest> &) override
+    {
+        ++cancelled;
+    }
+};
+
+ComposerRequest request(const QString &text)
+{
+    return ComposerRequest{QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, text, {}, {}, {}};
+}
+
+QString lines(int count)
+{
+    QStringList list;
+    for (int i = 0; i < count; ++i)
+        list.append(QStringLiteral("line %1").arg(i));
+    return list.join(u'\n');
+}
+} // namespace
+
+class ComposerPanelTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void layoutSections_data()
+    {
+        using namespace ComposerLayout;
+        QTest::addColumn<int>("mode");
+        QTest::addColumn<bool>("ready");
+        QTest::addColumn<double>("strip");
+        QTest::addColumn<double>("expectedTotal");
+        // 8 top + text 100 + section + 22 footer + 8 bottom; scratch adds header 22 + 6.
+        QTest::newRow("editor") << int(Mode::editorRequest) << true << 0.0 << 8 + 100 + 8 + 22 + 8.0;
+        QTest::newRow("scratch checking")
+            << int(Mode::scratch) << false << 30.0 << 8 + 22 + 6 + 100 + 32 + 22 + 8.0;
+        QTest::newRow("scratch ready")
+            << int(Mode::scratch) << true << 30.0 << 8 + 22 + 6 + 100 + (30 + 5 + 8) + 22 + 8.0;
+    }
+    void layoutSections()
+    {
+        using namespace ComposerLayout;
+        QFETCH(int, mode);
+        QFETCH(bool, ready);
+        QFETCH(double, strip);
+        QFETCH(double, expectedTotal);
+        Input input;
+        input.mode = Mode(mode);
+        input.measuredTextHeight = 100;
+        input.maximumVisibleTextHeight = 500;
+        input.windowWidth = 520;
+        input.scratchReady = ready;
+        input.headerIntrinsicHeight = 17.6; // below the 22-point floor
+        double askedWidth = -1;
+        input.stripHeightForWidth = [&](double width) {
+            askedWidth = width;
+            return strip;
+        };
+        QCOMPARE(compute(input).totalHeight, expectedTotal);
+        if (input.mode == Mode::scratch && ready)
+            QCOMPARE(askedWidth, 504.0);
+        QCOMPARE(minimumPanelHeight(input), expectedTotal - 100 + minTextHeight);
+    }
+
+    void layoutCapsTheVisibleText()
+    {
+        using namespace ComposerLayout;
+        Input input;
+        input.measuredTextHeight = 900;
+        input.maximumVisibleTextHeight = 600;
+        const LayoutMetrics capped = compute(input);
+        QCOMPARE(capped.visibleHeight, 600.0);
+        QVERIFY(capped.showsVerticalScroller);
+        input.measuredTextHeight = 600;
+        QVERIFY(!compute(input).showsVerticalScroller);
+        // Before layout the width falls back, with the editor's floor.
+        QCOMPARE(fallbackTextWidth(Mode::editorRequest, std::nullopt), 468.0);
+        QCOMPARE(fallbackTextWidth(Mode::editorRequest, 300.0), 308.0);
+        QCOMPARE(fallbackTextWidth(Mode::scratch, 300.0), 344.0);
+    }
+
+    void panelGrowsUpwardFromAFixedBottomUpTo32Lines()
+    {
+        ComposerPanelController controller(request(QStringLiteral("one line")), QStringLiteral("one line"));
+        ComposerPanel *panel = controller.panel();
+        panel->move(100, 300);
+        controller.showWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(panel));
+        controller.recalculateHeight();
+        controller.completeInitialPlacement();
+        const int bottom = panel->geometry().bottom();
+        const int smallHeight = panel->height();
+
+        panel->textView()->setPlainText(lines(10));
+        controller.recalculateHeight();
+        QVERIFY(panel->height() > smallHeight);
+        QCOMPARE(panel->geometry().bottom(), bottom);
+        QVERIFY(!controller.lastAppliedLayoutMetrics()->showsVerticalScroller);
+
+        panel->textView()->setPlainText(lines(200));
+        controller.recalculateHeight();
+        const int cappedHeight = panel->height();
+        QCOMPARE(panel->geometry().bottom(), bottom);
+        QVERIFY(controller.lastAppliedLayoutMetrics()->showsVerticalScroller);
+        QCOMPARE(controller.lastAppliedLayoutMetrics()->visibleHeight,
+                 std::ceil(controller.maximumVisibleTextHeight()));
+        // 33 lines are already past the cap: the panel does not grow any further.
+        panel->textView()->setPlainText(lines(33));
+        controller.recalculateHeight();
+        QCOMPARE(panel->height(), cappedHeight);
+        panel->textView()->setPlainText(lines(31));
+        controller.recalculateHeight();
+        QVERIFY(panel->height() < cappedHeight);
+        QCOMPARE(panel->geometry().bottom(), bottom);
+    }
+
+    void submitCancelAndClose()
+    {
+        RecordingDelegate delegate;
+        ComposerPanelController controller(request(QStringLiteral("draft")), QStringLiteral("draft"));
+        controller.setDelegate(&delegate);
+        controller.showWindow();
+        QVERIFY(QTest::qWaitForWindowExposed(controller.panel()));
+
+        QTest::keyClicks(controller.panel()->textView(), QStringLiteral(" more"));
+        QTest::keyClick(controller.panel()->textView(), Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(delegate.submitted, QStringList{QStringLiteral("draft more")});
+
+        controller.panel()->submitButton()->click();
+        QCOMPARE(delegate.submitted.size(), 2);
+
+        QTest::keyClick(controller.panel()->textView(), Qt::Key_Escape);
+        controller.panel()->cancelButton()->click();
+        // A window-manager close is a cancel and leaves the window up for the delegate.
+        controller.panel()->close();
+        QCOMPARE(delegate.cancelled, 3);
+        QVERIFY(controller.panel()->isVisible());
+
+        controller.closeProgrammatically();
+        QVERIFY(!controller.panel()->isVisible());
+        QCOMPARE(delegate.cancelled, 3);
+    }
+
+    void pastedFilesBecomePathText()
+    {
+        ComposerPanelController controller(request(QString()), QString());
+        QTemporaryDir dir;
+        auto *data = new QMimeData;
+        data->setUrls({QUrl::fromLocalFile(dir.filePath(QStringLiteral("a/../notes.txt"))),
+                       QUrl::fromLocalFile(dir.filePath(QStringLiteral("b c.png"))),
+                       QUrl(QStringLiteral("https://example.invalid/x"))});
+        data->setText(QStringLiteral("should not be used"));
+        QGuiApplication::clipboard()->setMimeData(data);
+        controller.panel()->textView()->paste();
+        QCOMPARE(controller.text(),
+                 dir.filePath(QStringLiteral("notes.txt")) + u'\n' + dir.filePath(QStringLiteral("b c.png")));
+
+        // Rich text arrives as plain text.
+        auto *rich = new QMimeData;
+        rich->setHtml(QStringLiteral("<b>bold</b>"));
+        rich->setText(QStringLiteral("bold"));
+        QGuiApplication::clipboard()->setMimeData(rich);
+        controller.panel()->textView()->clear();
+        controller.panel()->textView()->paste();
+        QVERIFY(!controller.panel()->textView()->toHtml().contains(QStringLiteral("font-weight:700")));
+        QCOMPARE(controller.text(), QStringLiteral("bold"));
+    }
+};
+
+QTEST_MAIN(ComposerPanelTest)
+#include "tst_composerpanel.moc"
