@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QUuid>
+
+// One file or folder attached to a scratch composer and later named to a backend.
+struct ScratchAttachment {
+    QUuid id;
+    // Absolute and standardized ("." and ".." resolved, no trailing slash).
+    QString path;
+    // True for files Tarvel made itself (pasted images), which it may delete.
+    bool isManagedCopy = false;
+
+    // A new attachment with a fresh id and the standardized form of path.
+    static ScratchAttachment make(const QString &path, bool isManagedCopy = false);
+
+    // Both look at the file system on every call. A link to a folder counts as a folder.
+    bool isDirectory() const;
+    // By the file's content type where it can be read, else by its name.
+    bool isImage() const;
+
+    QJsonObject toJson() const;
+    // Throws DecodingError.
+    static ScratchAttachment fromJson(const QJsonObject &object);
+
+    // Makes a path absolute (against the current folder) and resolves "." and ".." without
+    // following links.
+    static QString standardizedPath(const QString &path);
+    // Deduplicated by standardized path; the first occurrence wins and keeps its id and
+    // isManagedCopy, carrying the standardized path.
+    static QList<ScratchAttachment> normalized(const QList<ScratchAttachment> &attachments);
+
+    friend bool operator==(const ScratchAttachment &, const ScratchAttachment &) = default;
+};
+
+size_t qHash(const ScratchAttachment &attachment, size_t seed = 0) noexcept;
