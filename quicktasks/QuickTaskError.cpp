@@ -1,0 +1,31 @@
+#include "quicktasks/QuickTaskError.h"
+
+QuickTaskError::QuickTaskError(Kind kind, QuickTaskCLIBackend backend, QString description)
+    : TarvelError(std::move(description))
+    , m_kind(kind)
+    , m_backend(backend)
+{
+}
+
+QuickTaskError QuickTaskError::executableNotFound(QuickTaskCLIBackend backend)
+{
+    return QuickTaskError(
+        Kind::executableNotFound, backend,
+        QStringLiteral("Could not find the %1 executable.").arg(QuickTaskCLIBackends::longTitle(backend)));
+}
+
+QuickTaskError QuickTaskError::versionCheckFailed(QuickTaskCLIBackend backend, const QString &message)
+{
+    return QuickTaskError(Kind::versionCheckFailed, backend, message);
+}
+
+QuickTaskError QuickTaskError::unsupportedDirectoryAttachments(QuickTaskCLIBackend backend, qsizetype count)
+{
+    const QString noun =
+        count == 1 ? QStringLiteral("folder attachment is") : QStringLiteral("folder attachments are");
+    return QuickTaskError(
+        Kind::unsupportedDirectoryAttachments, backend,
+        QStringLiteral("%1 can use attached files, but %2 %3 not supported yet. Remove folders or "
+                       "choose Codex or Claude.")
+            .arg(QuickTaskCLIBackends::displayTitle(backend), QString::number(count), noun));
+}

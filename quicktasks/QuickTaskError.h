@@ -1,0 +1,26 @@
+#pragma once
+
+#include "core/TarvelError.h"
+#include "settings/QuickTaskCLIBackend.h"
+
+// Why a quick task, a rewrite or an availability check cannot use a backend.
+class QuickTaskError final : public TarvelError {
+public:
+    enum class Kind { executableNotFound, versionCheckFailed, unsupportedDirectoryAttachments };
+
+    // "Could not find the <long title> executable."
+    static QuickTaskError executableNotFound(QuickTaskCLIBackend backend);
+    // The message is the whole description.
+    static QuickTaskError versionCheckFailed(QuickTaskCLIBackend backend, const QString &message);
+    static QuickTaskError unsupportedDirectoryAttachments(QuickTaskCLIBackend backend, qsizetype count);
+
+    Kind kind() const noexcept { return m_kind; }
+    QuickTaskCLIBackend backend() const noexcept { return m_backend; }
+    const QString &errorDescription() const noexcept { return description(); }
+
+private:
+    QuickTaskError(Kind kind, QuickTaskCLIBackend backend, QString description);
+
+    Kind m_kind;
+    QuickTaskCLIBackend m_backend;
+};

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "composer/ScratchAttachment.h"
+#include "settings/QuickTaskCLIBackend.h"
+#include "settings/QuickTaskPreset.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+// What a quick task hands to its backend: the prompt text and the argument list.
+namespace QuickTaskInvocation {
+
+// The prompt unchanged without attachments; otherwise an "Attached Paths" block naming
+// each attachment's path, then the prompt.
+QString augmentedPrompt(const QString &prompt, const QList<ScratchAttachment> &attachments);
+
+// The folders a backend must be allowed to read for the attachments: a folder itself, a
+// file's parent. The working directory and repeats are left out.
+QStringList attachmentDirectoryPaths(const QList<ScratchAttachment> &attachments,
+                                     const QString &workingDirectory);
+
+// The arguments after argv[0]; the augmented prompt always comes last, after "--".
+QStringList buildProcessArguments(const QString &prompt, const QString &workingDirectory,
+                                  const QList<ScratchAttachment> &attachments, const QuickTaskPreset &preset,
+                                  QuickTaskCLIBackend backend);
+
+} // namespace QuickTaskInvocation

@@ -1,0 +1,118 @@
+#include "quicktasks/ShortProcess.h"
+
+#include "quicktasks/ProcessSpawner.h"
+
+#include <QElapsedTimer>
+
+#include <cerrno>
+#include <csignal>
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+using namespace std::chrono_literals;
+
+namespace ShortProcess {
+namespace {
+
+constexpr auto kPollInterval = 50ms;
+constexpr auto kGraceAfterTimeOut = 200ms;
+// Version texts are a line; keep a little more and drop the rest of a runaway stream.
+constexpr qsizetype kOutputLimit = 1024 * 1024;
+
+void readAvailable(FileDescriptor &descriptor, QByteArray &into)
+{
+    char buffer[16 * 1024];
+    while (descriptor.isValid()) {
+        const ssize_t count = ::read(descriptor.get(), buffer, sizeof buffer);
+        if (count > 0) {
+            if (into.size() < kOutputLimit)
+                into.append(buffer, qMin<qsizetype>(count, kOutputLimit - into.size()));
+            continue;
+        }
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
+            descriptor.reset();
+        return;
+    }
+}
+
+// Waits up to limit for the output or the exit, whichever comes first.
+void pollOutputs(SpawnedProcess &process, std::chrono::milliseconds limit)
+{
+    pollfd descriptors[2];
+    nfds_t count = 0;
+    for (FileDescriptor *descriptor : {&process.standardOutput, &process.standardError}) {
+        if (descriptor->isValid())
+            descriptors[count++] = pollfd{descriptor->get(), POLLIN, 0};
+    }
+    if (count == 0) {
+        ::usleep(static_cast<useconds_t>(std::chrono::microseconds(limit).count()));
+        return;
+    }
+    ::poll(descriptors, count, static_cast<int>(limit.count()));
+}
+
+bool tryReap(pid_t pid, int &status)
+{
+    int waitStatus = 0;
+    pid_t result = 0;
+    do {
+        result = ::waitpid(pid, &waitStatus, WNOHANG);
+    } while (result < 0 && errno == EINTR);
+    if (result == 0)
+        return false;
+    status = result == pid ? ProcessSpawner::terminationStatus(waitStatus) : 1;
+    return true;
+}
+
+// Runs until the child has exited or the time is up; returns whether it exited.
+bool waitForExit(SpawnedProcess &process, ShortProcessResult &result, std::chrono::milliseconds limit)
+{
+    QElapsedTimer clock;
+    clock.start();
+    while (true) {
+        readAvailable(process.standardOutput, result.standardOutput);
+        readAvailable(process.standardError, result.standardError);
+        if (tryReap(process.processIdentifier, result.exitStatus))
+            return true;
+        const auto remaining = limit - std::chrono::milliseconds(clock.elapsed());
+        if (remaining <= 0ms)
+            return false;
+        pollOutputs(process, qMin(remaining, std::chrono::milliseconds(kPollInterval)));
+    }
+}
+
+} // namespace
+
+ShortProcessResult run(const QString &executablePath, const QStringList &arguments,
+                       const QProcessEnvironment &environment, std::chrono::milliseconds timeLimit)
+{
+    SpawnedProcess process =
+        ProcessSpawner::spawnGroupLeader(executablePath, arguments, QString(), environment);
+    ShortProcessResult result;
+    if (!waitForExit(process, result, timeLimit)) {
+        result.timedOut = true;
+        ProcessSpawner::signalGroup(process.processIdentifier, SIGINT);
+        ProcessSpawner::signalGroup(process.processIdentifier, SIGTERM);
+        if (!waitForExit(process, result, kGraceAfterTimeOut)) {
+            ProcessSpawner::signalGroup(process.processIdentifier, SIGKILL);
+            int status = 0;
+            while (::waitpid(process.processIdentifier, &status, 0) < 0 && errno == EINTR) {
+            }
+        }
+    }
+    // The exit is seen; what the child wrote before it is in the pipes. Grandchildren may
+    // hold them open, so take what is there without waiting for the end.
+    readAvailable(process.standardOutput, result.standardOutput);
+    readAvailable(process.standardError, result.standardError);
+    // After a time-out the group's other members are no longer wanted either. Only the
+    // group: the leader is reaped and its number may already belong to someone else.
+    if (result.timedOut)
+        ::kill(-process.processIdentifier, SIGKILL);
+    return result;
+}
+
+} // namespace ShortProcess

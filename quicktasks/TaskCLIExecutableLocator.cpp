@@ -1,0 +1,276 @@
+#include "quicktasks/TaskCLIExecutableLocator.h"
+
+#include "quicktasks/ProcessPlatform.h"
+#include "quicktasks/QuickTaskError.h"
+#include "quicktasks/ShortProcess.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QPromise>
+#include <QRegularExpression>
+#include <QSet>
+#include <QThreadPool>
+
+#include <future>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include <unistd.h>
+
+namespace TaskCLIExecutableLocator {
+namespace {
+
+bool isExecutableFile(const QString &path)
+{
+    return !path.isEmpty() && QFileInfo(path).isFile() &&
+           ::access(QFile::encodeName(path).constData(), X_OK) == 0;
+}
+
+QString overrideVariable(QuickTaskCLIBackend backend)
+{
+    switch (backend) {
+    case QuickTaskCLIBackend::codex:
+        return QStringLiteral("CODEX_BIN_PATH");
+    case QuickTaskCLIBackend::claude:
+        return QStringLiteral("CLAUDE_BIN_PATH");
+    case QuickTaskCLIBackend::opencode:
+        return QStringLiteral("OPENCODE_BIN_PATH");
+    }
+    Q_UNREACHABLE();
+}
+
+bool matchesExpectedVersion(QuickTaskCLIBackend backend, const QString &output)
+{
+    static const QRegularExpression codexVersion(QStringLiteral("^codex-cli\\s+\\S+"));
+    static const QRegularExpression digit(QStringLiteral("\\d"));
+    return (backend == QuickTaskCLIBackend::codex ? codexVersion : digit).match(output).hasMatch();
+}
+
+void appendEntries(QStringList &directories, QSet<QString> &seen, const QString &searchPath)
+{
+    for (const QString &entry : searchPath.split(u':', Qt::SkipEmptyParts)) {
+        if (!seen.contains(entry)) {
+            seen.insert(entry);
+            directories.append(entry);
+        }
+    }
+}
+
+template<typename T, typename Work> QFuture<T> runInBackground(Work work)
+{
+    auto promise = std::make_shared<QPromise<T>>();
+    QFuture<T> future = promise->future();
+    promise->start();
+    QThreadPool::globalInstance()->start([promise, work = std::move(work)] {
+        try {
+            promise->addResult(work());
+        } catch (...) {
+            promise->setException(std::current_exception());
+        }
+        promise->finish();
+    });
+    return future;
+}
+
+} // namespace
+
+QString loginShellExecutable()
+{
+    const QString shell = qEnvironmentVariable("SHELL");
+    return shell.isEmpty() ? ProcessPlatform::defaultLoginShell() : shell;
+}
+
+std::optional<QString> loginShellPath()
+{
+    const QString shell = loginShellExecutable();
+    if (!isExecutableFile(shell))
+        return std::nullopt;
+    ShortProcessResult result;
+    try {
+        result = ShortProcess::run(shell, {QStringLiteral("-lc"), QStringLiteral("printf %s \"$PATH\"")},
+                                   QProcessEnvironment::systemEnvironment(), queryTimeLimit);
+    } catch (const TarvelError &) {
+        return std::nullopt;
+    }
+    if (result.timedOut)
+        return std::nullopt;
+    const QString path = QString::fromUtf8(result.standardOutput).trimmed();
+    if (path.isEmpty())
+        return std::nullopt;
+    return path;
+}
+
+QStringList candidateDirectories()
+{
+    return candidateDirectories(loginShellPath());
+}
+
+QStringList candidateDirectories(const std::optional<QString> &loginShellPath)
+{
+    QStringList directories;
+    QSet<QString> seen;
+    appendEntries(directories, seen, qEnvironmentVariable("PATH"));
+    if (loginShellPath)
+        appendEntries(directories, seen, *loginShellPath);
+    const QString home = QDir::homePath();
+    appendEntries(directories, seen,
+                  QStringList{QStringLiteral("/opt/homebrew/bin"), QStringLiteral("/usr/local/bin"),
+                              QStringLiteral("/usr/bin"), home + QStringLiteral("/.opencode/bin"),
+                              home + QStringLiteral("/.local/bin")}
+                      .join(u':'));
+    return directories;
+}
+
+QStringList candidatePaths(QuickTaskCLIBackend backend)
+{
+    return candidatePaths(backend, candidateDirectories());
+}
+
+QStringList candidatePaths(QuickTaskCLIBackend backend, const QStringList &directories)
+{
+    QStringList paths;
+    const auto add = [&paths](const QString &path) {
+        if (!path.isEmpty() && !paths.contains(path))
+            paths.append(path);
+    };
+    if (const auto fallback = QuickTaskCLIBackends::fallbackExecutablePath(backend))
+        add(*fallback);
+    add(qEnvironmentVariable(overrideVariable(backend).toLatin1().constData()));
+    const QString name = QuickTaskCLIBackends::executableName(backend);
+    for (const QString &directory : directories)
+        add(QDir(directory).filePath(name));
+    return paths;
+}
+
+QString resolveExecutableURL(QuickTaskCLIBackend backend)
+{
+    return resolveExecutableURL(backend, candidateDirectories());
+}
+
+QString resolveExecutableURL(QuickTaskCLIBackend backend, const QStringList &directories)
+{
+    for (const QString &path : candidatePaths(backend, directories)) {
+        if (isExecutableFile(path))
+            return path;
+    }
+    throw QuickTaskError::executableNotFound(backend);
+}
+
+QProcessEnvironment processEnvironment(QuickTaskCLIBackend)
+{
+    return processEnvironment(candidateDirectories());
+}
+
+QProcessEnvironment processEnvironment(const QStringList &directories)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PATH"), directories.join(u':'));
+    return environment;
+}
+
+QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable)
+{
+    return verifiedVersionString(backend, executable, processEnvironment(backend));
+}
+
+QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable,
+                              const QProcessEnvironment &environment)
+{
+    const QString title = QuickTaskCLIBackends::longTitle(backend);
+    const QString command = QuickTaskCLIBackends::versionCommandDisplay(backend);
+
+    ShortProcessResult result;
+    try {
+        result = ShortProcess::run(executable, QuickTaskCLIBackends::versionArguments(backend), environment,
+                                   queryTimeLimit);
+    } catch (const TarvelError &error) {
+        throw QuickTaskError::versionCheckFailed(
+            backend, QStringLiteral("%1 is installed but could not be started for verification: %2")
+                         .arg(title, error.description()));
+    }
+    if (result.timedOut) {
+        throw QuickTaskError::versionCheckFailed(
+            backend,
+            QStringLiteral("%1 did not respond to `%2`. Install or repair %1 so `%2` returns a version "
+                           "string in Terminal.")
+                .arg(title, command));
+    }
+
+    QString output = QString::fromUtf8(result.standardOutput).trimmed();
+    if (output.isEmpty() && backend != QuickTaskCLIBackend::codex)
+        output = QString::fromUtf8(result.standardError).trimmed();
+    const QString shown = output.isEmpty() ? QStringLiteral("no output") : output;
+
+    if (result.exitStatus != 0) {
+        throw QuickTaskError::versionCheckFailed(
+            backend, QStringLiteral("%1 failed verification with `%2`: %3").arg(title, command, shown));
+    }
+    if (!matchesExpectedVersion(backend, output)) {
+        throw QuickTaskError::versionCheckFailed(
+            backend,
+            QStringLiteral("%1 returned an unexpected result for `%2`: %3").arg(title, command, shown));
+    }
+    return output;
+}
+
+QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend)
+{
+    const QStringList directories = candidateDirectories();
+    QuickTaskLaunchTarget target;
+    target.executablePath = resolveExecutableURL(backend, directories);
+    target.environment = processEnvironment(directories);
+    target.version = verifiedVersionString(backend, target.executablePath, target.environment);
+    return target;
+}
+
+QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend)
+{
+    return runInBackground<QuickTaskLaunchTarget>([backend] { return launchTarget(backend); });
+}
+
+QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
+{
+    // One login-shell query serves all three; the version checks run side by side, so a
+    // backend that hangs costs its time limit once, not once per backend.
+    const QStringList directories = candidateDirectories();
+    const QProcessEnvironment environment = processEnvironment(directories);
+    std::vector<std::pair<QuickTaskCLIBackend, std::future<QuickTaskCLIInstallationAvailability>>> checks;
+    for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases()) {
+        checks.emplace_back(backend, std::async(std::launch::async, [backend, &directories, &environment] {
+                                try {
+                                    const QString executable = resolveExecutableURL(backend, directories);
+                                    return QuickTaskCLIInstallationAvailability::available(
+                                        verifiedVersionString(backend, executable, environment));
+                                } catch (const TarvelError &error) {
+                                    return QuickTaskCLIInstallationAvailability::unavailable(
+                                        error.description());
+                                }
+                            }));
+    }
+    QuickTaskCLIInstallationAvailabilities availabilities;
+    for (auto &[backend, check] : checks)
+        availabilities.insert(backend, check.get());
+    return availabilities;
+}
+
+QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities()
+{
+    return runInBackground<QuickTaskCLIInstallationAvailabilities>(
+        [] { return checkInstallationAvailabilities(); });
+}
+
+bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
+                          const QuickTaskCLIInstallationAvailabilities &availabilities,
+                          const std::function<bool()> &codexModelCacheListsModels)
+{
+    const auto found = availabilities.constFind(backend);
+    if (found == availabilities.constEnd() || !found->isAvailable())
+        return false;
+    if (backend == QuickTaskCLIBackend::codex)
+        return codexModelCacheListsModels && codexModelCacheListsModels();
+    return true;
+}
+
+} // namespace TaskCLIExecutableLocator

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
+#include "settings/QuickTaskCLIBackend.h"
+
+#include <QFuture>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+// A backend executable that answered its version query, with the environment to run it in.
+struct QuickTaskLaunchTarget {
+    QString executablePath;
+    QString version;
+    // The application's environment with PATH replaced by the rebuilt search path.
+    QProcessEnvironment environment;
+};
+
+// Finds the backend executables and proves they run. Keeps no state: every call looks
+// again. The search path includes the login shell's PATH, and asking the shell can take
+// up to 2 s, so every function below that reaches it blocks; on the main thread use the
+// QFuture forms, whose results come back with .then(context, ...).
+namespace TaskCLIExecutableLocator {
+
+inline constexpr std::chrono::milliseconds queryTimeLimit{2000};
+
+// SHELL when set and non-empty, else the platform's default shell.
+QString loginShellExecutable();
+// The PATH that the user's login shell sets up; nullopt when the shell is missing, fails,
+// prints nothing or takes longer than the time limit.
+std::optional<QString> loginShellPath();
+
+// Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
+// first place.
+QStringList candidateDirectories();
+QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
+
+// The fixed fallback (opencode), the override variable, then each candidate directory.
+QStringList candidatePaths(QuickTaskCLIBackend backend);
+QStringList candidatePaths(QuickTaskCLIBackend backend, const QStringList &directories);
+
+// The first candidate that is an executable file. Throws QuickTaskError::executableNotFound.
+QString resolveExecutableURL(QuickTaskCLIBackend backend);
+QString resolveExecutableURL(QuickTaskCLIBackend backend, const QStringList &directories);
+
+// The application's environment with PATH = the candidate directories joined with ":".
+QProcessEnvironment processEnvironment(QuickTaskCLIBackend backend);
+QProcessEnvironment processEnvironment(const QStringList &directories);
+
+// Runs the version command. Throws QuickTaskError::versionCheckFailed with the sentence
+// to show.
+QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable);
+QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable,
+                              const QProcessEnvironment &environment);
+
+// Resolves and verifies one backend: everything a quick task or a rewrite needs before it
+// can start. Throws QuickTaskError.
+QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend);
+// The same on a background thread; a failure arrives as the QuickTaskError exception of the
+// future (handle it with .onFailed(context, [](const QuickTaskError &error) { ... })).
+QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend);
+
+// Every backend, resolved and verified; a failure becomes unavailable with its sentence.
+QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities();
+// The same on a background thread.
+QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();
+
+// claude and opencode are ready when available; codex also needs at least one model in its
+// model cache, which codexModelCacheListsModels reports (asked only for codex). A backend
+// missing from the map is not ready.
+bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
+                          const QuickTaskCLIInstallationAvailabilities &availabilities,
+                          const std::function<bool()> &codexModelCacheListsModels);
+
+} // namespace TaskCLIExecutableLocator

@@ -1,0 +1,242 @@
+// Output handling without a process: line splitting, codex events, opencode cleaning, and
+// the raw-log and transcript lines of a quick task.
+#include "quicktasks/CodexExecEvent.h"
+#include "quicktasks/OpenCodeOutput.h"
+#include "quicktasks/OutputLineBuffer.h"
+#include "quicktasks/QuickTaskOutputHandler.h"
+
+#include <QtTest>
+
+namespace {
+
+QList<QByteArray> splitInChunks(const QByteArray &text, const QList<qsizetype> &cuts)
+{
+    QList<QByteArray> chunks;
+    qsizetype start = 0;
+    for (qsizetype cut : cuts) {
+        chunks.append(text.mid(start, cut - start));
+        start = cut;
+    }
+    chunks.append(text.mid(start));
+    return chunks;
+}
+
+QuickTaskOutputUpdate feed(QuickTaskOutputHandler &handler, OutputStream stream, const QList<QByteArray> &chunks)
+{
+    QuickTaskOutputUpdate total;
+    for (const QByteArray &chunk : chunks) {
+        const QuickTaskOutputUpdate update = handler.consume(stream, chunk);
+        total.rawLogText += update.rawLogText;
+        total.transcriptText += update.transcriptText;
+        total.threadIDChanged |= update.threadIDChanged;
+        total.finalResponseChanged |= update.finalResponseChanged;
+    }
+    return total;
+}
+
+} // namespace
+
+class OutputHandlingTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void everySplitOfTheStreamGivesTheSameLines()
+    {
+        // CRLF, empty lines, a multi-byte character, invalid UTF-8 and an unterminated tail.
+        const QByteArray stream = "first\r\n\nsecond caf\xC3\xA9\n\xFF\xFE broken\n\r\n  spaced  \nthird\ntail";
+        const QList<QByteArray> expected{"first", "second caf\xC3\xA9", "  spaced  ", "third", "tail"};
+
+        for (qsizetype first = 0; first <= stream.size(); ++first) {
+            for (qsizetype second = first; second <= stream.size(); ++second) {
+                OutputLineBuffer buffer;
+                QList<QByteArray> lines;
+                const auto collect = [&lines](QByteArrayView line) {
+                    if (const auto trimmed = OutputLine::trimmed(line))
+                        lines.append(trimmed->toByteArray());
+                };
+                for (const QByteArray &chunk : splitInChunks(stream, {first, second}))
+                    buffer.append(chunk, collect);
+                QCOMPARE(buffer.pending(), QByteArrayView("tail"));
+                buffer.finish(collect);
+                QVERIFY(buffer.pending().isEmpty());
+                if (lines != expected)
+                    QFAIL(qPrintable(QStringLiteral("cuts at %1 and %2 gave %3 lines")
+                                         .arg(first)
+                                         .arg(second)
+                                         .arg(lines.size())));
+            }
+        }
+    }
+
+    void lineTrimmingAndDecoding_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<QByteArray>("expected"); // empty: dropped
+
+        QTest::newRow("carriage return") << QByteArray("done\r") << QByteArray("done");
+        QTest::newRow("blanks stay") << QByteArray(" \tx \t") << QByteArray(" \tx \t");
+        QTest::newRow("only line breaks") << QByteArray("\r\r") << QByteArray();
+        QTest::newRow("unicode line separator") << QByteArray("a\xE2\x80\xA8") << QByteArray("a");
+        QTest::newRow("lone continuation byte") << QByteArray("a\x80") << QByteArray();
+        QTest::newRow("overlong slash") << QByteArray("\xC0\xAF") << QByteArray();
+        QTest::newRow("surrogate") << QByteArray("\xED\xA0\x80") << QByteArray();
+        QTest::newRow("cut multi-byte") << QByteArray("\xE2\x82") << QByteArray();
+        QTest::newRow("four bytes") << QByteArray("\xF0\x9F\x98\x80 ok") << QByteArray("\xF0\x9F\x98\x80 ok");
+        QTest::newRow("past U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << QByteArray();
+    }
+    void lineTrimmingAndDecoding()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QByteArray, expected);
+        const auto trimmed = OutputLine::trimmed(line);
+        QCOMPARE(trimmed ? trimmed->toByteArray() : QByteArray(), expected);
+    }
+
+    void codexEvents_data()
+    {
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<QString>("threadID");
+        QTest::addColumn<QString>("agentMessage");
+
+        QTest::newRow("thread started") << QByteArray(R"({"type":"thread.started","thread_id":"t-1"})")
+                                        << QStringLiteral("t-1") << QString();
+        QTest::newRow("agent message") << QByteArray(
+            R"({"type":"item.completed","item":{"id":"i","type":"agent_message","text":"Hi \u00e9"},"x":1})")
+                                       << QString() << QStringLiteral("Hi \u00e9");
+        QTest::newRow("reasoning item") << QByteArray(
+            R"({"type":"item.completed","item":{"type":"reasoning","text":"thinking"}})") << QString() << QString();
+        QTest::newRow("started, not completed")
+            << QByteArray(R"({"type":"item.started","item":{"type":"agent_message","text":"x"}})") << QString()
+            << QString();
+        QTest::newRow("empty message") << QByteArray(
+            R"({"type":"item.completed","item":{"type":"agent_message","text":""}})") << QString() << QString();
+        QTest::newRow("thread without id") << QByteArray(R"({"type":"thread.started"})") << QString() << QString();
+        QTest::newRow("no type") << QByteArray(R"({"thread_id":"t-2"})") << QString() << QString();
+        QTest::newRow("item not an object") << QByteArray(R"({"type":"item.completed","item":"agent_message"})")
+                                            << QString() << QString();
+        QTest::newRow("not JSON") << QByteArray("Reading prompt from stdin...") << QString() << QString();
+        QTest::newRow("JSON array") << QByteArray("[1,2]") << QString() << QString();
+    }
+    void codexEvents()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(QString, threadID);
+        QFETCH(QString, agentMessage);
+        const std::optional<CodexExecEvent> event = CodexExecEvent::decode(line);
+        QCOMPARE(event ? event->startedThreadID().value_or(QString()) : QString(), threadID);
+        QCOMPARE(event ? event->agentMessageText().value_or(QString()) : QString(), agentMessage);
+    }
+
+    void codexTaskKeepsTheLastAgentMessage()
+    {
+        QuickTaskOutputHandler handler(QuickTaskCLIBackend::codex);
+        const QByteArray stream = R"({"type":"thread.started","thread_id":"th-9"})"
+                                  "\n"
+                                  "not an event\n"
+                                  R"({"type":"item.completed","item":{"type":"agent_message","text":"First"}})"
+                                  "\n"
+                                  R"({"type":"turn.completed","usage":{"input_tokens":5}})"
+                                  "\n"
+                                  R"({"type":"item.completed","item":{"type":"agent_message","text":"Second\nline"}})"
+                                  "\n";
+        // Cut inside the second event so that its line arrives in two reads.
+        const qsizetype cut = stream.indexOf("First") + 2;
+        const QuickTaskOutputUpdate update =
+            feed(handler, OutputStream::standardOutput, {stream.left(cut), stream.mid(cut)});
+
+        QVERIFY(update.threadIDChanged);
+        QVERIFY(update.finalResponseChanged);
+        QCOMPARE(handler.threadID(), QStringLiteral("th-9"));
+        QCOMPARE(handler.finalResponse(), QStringLiteral("Second\nline"));
+        QVERIFY(handler.finalResponseLines().isEmpty());
+        QCOMPARE(update.transcriptText, QByteArray("Thread: th-9\nFirst\nSecond\nline\n"));
+        // Every line is in the raw log, the one that is no event too.
+        QCOMPARE(update.rawLogText.count("[stdout] "), 5);
+        QVERIFY(update.rawLogText.contains("[stdout] not an event\n"));
+        QVERIFY(handler.finish().isEmpty());
+    }
+
+    void codexTaskWithoutAnswerHasNoFinalResponse()
+    {
+        QuickTaskOutputHandler handler(QuickTaskCLIBackend::codex);
+        handler.consume(OutputStream::standardOutput, R"({"type":"turn.started"})"
+                                                      "\n");
+        QCOMPARE(handler.finalResponse(), std::nullopt);
+    }
+
+    void opencodeLineCleaning_data()
+    {
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<QString>("expected");
+
+        QTest::newRow("colour around a word") << QStringLiteral("\x1B[31mword\x1B[0m") << QStringLiteral("word");
+        QTest::newRow("bold and reset") << QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m")
+                                        << QStringLiteral("|  Read  file.txt");
+        QTest::newRow("erase line and carriage return") << QStringLiteral("\x1B[2K\rprogress")
+                                                        << QStringLiteral("progress");
+        QTest::newRow("private mode") << QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h")
+                                      << QStringLiteral("hidden cursor");
+        QTest::newRow("think markers") << QStringLiteral("<think>pondering</think> answer")
+                                       << QStringLiteral("pondering answer");
+        QTest::newRow("outer line breaks only") << QStringLiteral("\n  indented \n") << QStringLiteral("  indented ");
+        QTest::newRow("escape without bracket stays") << QStringLiteral("\x1B(B") << QStringLiteral("\x1B(B");
+        QTest::newRow("plain") << QStringLiteral("Done.") << QStringLiteral("Done.");
+    }
+    void opencodeLineCleaning()
+    {
+        QFETCH(QString, line);
+        QFETCH(QString, expected);
+        QCOMPARE(OpenCodeOutput::cleanOpencodeOutputLine(line), expected);
+    }
+
+    void opencodeTaskCollectsCleanedLines()
+    {
+        QuickTaskOutputHandler handler(QuickTaskCLIBackend::opencode);
+        const QuickTaskOutputUpdate update =
+            feed(handler, OutputStream::standardOutput,
+                 {"\x1B[0m\n\x1B[94m\x1B[1m| \x1B[0mTodo", "\n\x1B[2K\r   \nThe answer\n<think></think>\n"});
+        QCOMPARE(handler.finalResponseLines(), (QStringList{QStringLiteral("| Todo"), QStringLiteral("The answer")}));
+        QCOMPARE(handler.finalResponse(), QStringLiteral("| Todo\nThe answer"));
+        QCOMPARE(update.transcriptText, QByteArray("| Todo\nThe answer\n"));
+        // The raw log keeps the lines as they came.
+        QVERIFY(update.rawLogText.contains("[stdout] \x1B[94m\x1B[1m| \x1B[0mTodo\n"));
+        QVERIFY(!update.finalResponseChanged);
+    }
+
+    void claudeTaskDropsEmptyLinesAndFinishesTheTail()
+    {
+        QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
+        feed(handler, OutputStream::standardOutput, {"Line one\n\n", "\r\n  Line two", " continues"});
+        QCOMPARE(handler.finalResponseLines(), QStringList{QStringLiteral("Line one")});
+        const QuickTaskOutputUpdate last = handler.finish();
+        QCOMPARE(handler.finalResponse(), QStringLiteral("Line one\n  Line two continues"));
+        QCOMPARE(last.rawLogText, QByteArray("[stdout]   Line two continues\n"));
+        QCOMPARE(last.transcriptText, QByteArray("  Line two continues\n"));
+        QVERIFY(handler.finish().isEmpty());
+    }
+
+    void standardErrorGoesToBothLogsAndKeepsTheLatestSix()
+    {
+        QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
+        QByteArray errors;
+        for (int i = 1; i <= 8; ++i)
+            errors += "problem " + QByteArray::number(i) + '\n';
+        const QuickTaskOutputUpdate update = feed(handler, OutputStream::standardError, {errors + "unfinished"});
+        QVERIFY(update.transcriptText.startsWith("stderr: problem 1\nstderr: problem 2\n"));
+        QVERIFY(update.rawLogText.endsWith("[stderr] problem 8\n"));
+        QCOMPARE(handler.recentStderrLines().size(), 6);
+        QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 3"));
+        QVERIFY(handler.finalResponseLines().isEmpty());
+
+        // At exit stdout's tail comes first, then stderr's.
+        handler.consume(OutputStream::standardOutput, "answer");
+        const QuickTaskOutputUpdate last = handler.finish();
+        QCOMPARE(last.rawLogText, QByteArray("[stdout] answer\n[stderr] unfinished\n"));
+        QCOMPARE(last.transcriptText, QByteArray("answer\nstderr: unfinished\n"));
+        QCOMPARE(handler.recentStderrLines().constLast(), QStringLiteral("unfinished"));
+        QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 4"));
+    }
+};
+
+QTEST_GUILESS_MAIN(OutputHandlingTest)
+#include "tst_outputhandling.moc"
