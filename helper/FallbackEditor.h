@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+// The terminal editor that takes over when no Tarvel application answers.
+namespace FallbackEditor {
+
+// TARVEL_FALLBACK_EDITOR, else EDITOR unless it names tarvel-edit itself, else vi.
+QString command();
+
+// Replaces this process with `/bin/sh -c '<command> "$@"' tarvel-edit <file>`, so the
+// editor gets the terminal and its exit status becomes ours. Returns only on failure,
+// with the reason.
+QString exec(const QString &command, const QString &file);
+
+} // namespace FallbackEditor
