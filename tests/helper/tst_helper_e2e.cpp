@@ -1,0 +1,553 @@
+// tarvel-edit end to end: the built helper against the test responder on a real session
+// bus, with real files and real child processes.
+#include "core/FileStore.h"
+#include "support/TestEnvironment.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QtTest>
+
+#include <csignal>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+constexpr int kFinishTimeout = 20000;
+const QString kServiceName = QStringLiteral("zq.tarvel");
+
+QByteArray readAll(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<unreadable>");
+}
+
+bool writeFile(const QString &path, const QByteArray &data, QFileDevice::Permissions permissions = {})
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write(data) != data.size())
+        return false;
+    file.close();
+    return permissions == QFileDevice::Permissions() || file.setPermissions(permissions);
+}
+
+ino_t inode(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
+}
+
+QStringList filesIn(const QString &folder)
+{
+    return QDir(folder).entryList(QDir::Files | QDir::Hidden);
+}
+
+QString canonical(const QString &path)
+{
+    return QFileInfo(path).canonicalFilePath();
+}
+
+QList<QJsonObject> readLog(const QString &path)
+{
+    QList<QJsonObject> lines;
+    if (!QFileInfo::exists(path))
+        return lines;
+    for (const QByteArray &line : readAll(path).split('\n')) {
+        if (!line.isEmpty())
+            lines.append(QJsonDocument::fromJson(line).object());
+    }
+    return lines;
+}
+
+// The test responder, in the role of the running application.
+class Responder final {
+public:
+    ~Responder()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            m_process.waitForFinished(5000);
+        }
+    }
+
+    bool start(const QString &mode, const QString &logPath, const std::optional<QString> &text = {})
+    {
+        QStringList arguments{QStringLiteral("--mode"), mode, QStringLiteral("--log"), logPath};
+        if (text)
+            arguments << QStringLiteral("--text") << *text;
+        m_process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        m_process.start(QStringLiteral(TARVEL_TEST_RESPONDER_PATH), arguments);
+        while (m_process.waitForReadyRead(10000)) {
+            if (m_process.readAll().contains("ready\n"))
+                return true;
+        }
+        return false;
+    }
+
+    void kill()
+    {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+    }
+
+private:
+    QProcess m_process;
+};
+
+} // namespace
+
+class HelperEndToEndTest final : public QObject {
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestEnvironment> m_env;
+    QString m_work;
+    QString m_fakeEditor;
+    QString m_editorLog;
+    QString m_responderLog;
+
+    // The helper as a terminal tool runs it: in the work folder, in a session of its own
+    // whose leader's parent (the "terminal") is this test.
+    std::unique_ptr<QProcess>
+    startHelper(const QStringList &arguments,
+                const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
+                const QByteArray &input = {})
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setProgram(QStringLiteral(TARVEL_EDIT_PATH));
+        process->setArguments(arguments);
+        process->setWorkingDirectory(m_work);
+        process->setProcessEnvironment(environment);
+        process->setChildProcessModifier([] { ::setsid(); });
+        process->start();
+        if (process->waitForStarted()) {
+            process->write(input);
+            process->closeWriteChannel();
+        }
+        return process;
+    }
+
+    static bool finish(QProcess &process)
+    {
+        return process.waitForFinished(kFinishTimeout) && process.exitStatus() == QProcess::NormalExit;
+    }
+
+    QString workFile(const QString &name, const QByteArray &contents)
+    {
+        const QString path = QDir(m_work).filePath(name);
+        return writeFile(path, contents) ? path : QString();
+    }
+
+    // Whoever owns the application's bus name, or 0.
+    static pid_t applicationPid()
+    {
+        const QDBusReply<uint> owner = QDBusConnection::sessionBus().interface()->servicePid(kServiceName);
+        return owner.isValid() ? pid_t(owner.value()) : 0;
+    }
+
+    static void stopApplication()
+    {
+        if (const pid_t pid = applicationPid(); pid > 0) {
+            ::kill(pid, SIGTERM);
+            QTRY_VERIFY(
+                !QDBusConnection::sessionBus().interface()->isServiceRegistered(kServiceName).value());
+        }
+    }
+
+    // The helper may exit as soon as the response is there, before the responder has
+    // retired the request, so both wait for the responder.
+    void verifyNoExchangeFilesLeft()
+    {
+        QTRY_COMPARE(filesIn(FileStore::requestsDirectory()), QStringList());
+        QTRY_COMPARE(filesIn(FileStore::completedRequestsDirectory()), QStringList());
+        QCOMPARE(filesIn(FileStore::responsesDirectory()), QStringList());
+    }
+
+    void waitForAnswers(qsizetype count) { QTRY_COMPARE(readLog(m_responderLog).size(), count); }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_env = std::make_unique<TestEnvironment>();
+        m_work = m_env->path(QStringLiteral("work"));
+        QVERIFY(QDir().mkpath(m_work));
+        m_editorLog = m_env->path(QStringLiteral("editor.log"));
+        m_responderLog = m_env->path(QStringLiteral("responder.log"));
+
+        // Records its arguments, appends one line of its standard input to the file and
+        // says so on standard output: proof that it had the helper's streams.
+        m_fakeEditor = m_env->path(QStringLiteral("fake-editor"));
+        QVERIFY(writeFile(m_fakeEditor,
+                          "#!/bin/sh\n"
+                          "printf '%s %s\\n' \"${0##*/}\" \"$*\" >> \"$FAKE_EDITOR_LOG\"\n"
+                          "for file; do :; done\n"
+                          "IFS= read -r line || true\n"
+                          "printf '%s' \"$line\" >> \"$file\"\n"
+                          "echo 'fake editor ran'\n"
+                          "exit \"${FAKE_EDITOR_STATUS:-42}\"\n",
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        m_env->set("FAKE_EDITOR_LOG", m_editorLog);
+        m_env->set("TARVEL_FALLBACK_EDITOR", m_fakeEditor);
+        // Nothing real is ever started from a test.
+        m_env->set("TARVEL_APP_PATH", m_env->path(QStringLiteral("no-such-application")));
+    }
+
+    void cleanup()
+    {
+        // An application that a helper started is not this test's child.
+        stopApplication();
+        m_env.reset();
+    }
+
+    void submittedTextReplacesTheFileInPlace_data()
+    {
+        QTest::addColumn<QByteArray>("original");
+        QTest::addColumn<std::optional<QString>>("answer");
+        QTest::addColumn<QByteArray>("expected");
+
+        QTest::newRow("plain") << QByteArray("Fix the build\n") << std::optional<QString>()
+                               << QByteArray("Edited: Fix the build\n");
+        QTest::newRow("unicode") << QByteArray("Gr\xc3\xbc\xc3\x9f\x65 \xe2\x9c\x93\n\xf0\x9f\x9a\x80\n")
+                                 << std::optional<QString>()
+                                 << QByteArray(
+                                        "Edited: Gr\xc3\xbc\xc3\x9f\x65 \xe2\x9c\x93\n\xf0\x9f\x9a\x80\n");
+        QTest::newRow("empty file") << QByteArray() << std::optional<QString>() << QByteArray("Edited: ");
+        QTest::newRow("shorter answer")
+            << QByteArray("a long prompt that will be replaced\n")
+            << std::optional<QString>(QStringLiteral("short")) << QByteArray("short");
+        QTest::newRow("emptied") << QByteArray("to be deleted\n") << std::optional<QString>(QString())
+                                 << QByteArray();
+    }
+
+    void submittedTextReplacesTheFileInPlace()
+    {
+        QFETCH(QByteArray, original);
+        QFETCH(std::optional<QString>, answer);
+        QFETCH(QByteArray, expected);
+
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("submit"), m_responderLog, answer));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), original);
+        const ino_t before = inode(file);
+
+        const auto helper = startHelper({QStringLiteral("PROMPT.md")});
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->readAllStandardError(), QByteArray());
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readAll(file), expected);
+        QCOMPARE(inode(file), before);
+        verifyNoExchangeFilesLeft();
+
+        // What the application was told.
+        waitForAnswers(1);
+        const QList<QJsonObject> log = readLog(m_responderLog);
+        QCOMPARE(log.size(), 1);
+        const QJsonObject request = log.first();
+        QCOMPARE(request.value(u"initialText").toString().toUtf8(), original);
+        QCOMPARE(request.value(u"cwd").toString(), canonical(m_work));
+        QCOMPARE(request.value(u"filePath").toString(), canonical(file));
+        QCOMPARE(request.value(u"sourceApplicationPID").toInteger(), qint64(::getpid()));
+        QCOMPARE(request.value(u"sourceApplicationBundleIdentifier").toString(),
+                 QFileInfo(QCoreApplication::applicationFilePath()).fileName());
+    }
+
+    void cancelLeavesTheFileAsItWas()
+    {
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("cancel"), m_responderLog));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "keep me\n");
+        const QDateTime modified = QFileInfo(file).lastModified();
+
+        const auto helper = startHelper({file});
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), 1);
+        QCOMPARE(helper->readAllStandardError(), QByteArray("tarvel-edit: editing cancelled\n"));
+        QCOMPARE(readAll(file), QByteArray("keep me\n"));
+        QCOMPARE(QFileInfo(file).lastModified(), modified);
+        waitForAnswers(1);
+        verifyNoExchangeFilesLeft();
+    }
+
+    void applicationIsStartedWhenNotRunning()
+    {
+        // The responder plays the application that the helper starts; it takes its
+        // configuration from the environment it inherits.
+        m_env->set("TARVEL_APP_PATH", QStringLiteral(TARVEL_TEST_RESPONDER_PATH));
+        m_env->set("TARVEL_RESPONDER_MODE", QStringLiteral("submit"));
+        m_env->set("TARVEL_RESPONDER_LOG", m_responderLog);
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "start it\n");
+
+        const auto helper = startHelper({file});
+        const pid_t helperSession = pid_t(helper->processId());
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->readAllStandardError(), QByteArray());
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readAll(file), QByteArray("Edited: start it\n"));
+        waitForAnswers(1);
+        verifyNoExchangeFilesLeft();
+
+        // Detached: in a session of its own, so closing the terminal does not end it.
+        // (cleanup() stops it.)
+        const pid_t started = applicationPid();
+        QVERIFY(started > 0);
+        QVERIFY(::getsid(started) != helperSession);
+        QVERIFY(::getsid(started) != ::getsid(0));
+    }
+
+    void fallbackEditorRunsWhenNothingAnswers_data()
+    {
+        QTest::addColumn<QString>("situation");
+        QTest::addColumn<bool>("applicationStarted");
+        QTest::addColumn<QString>("reason");
+
+        QTest::newRow("application never takes the name") << QStringLiteral("silent application") << true
+                                                          << QStringLiteral("did not start within 5 seconds");
+        QTest::newRow("application missing") << QStringLiteral("missing application") << false
+                                             << QStringLiteral("TARVEL_APP_PATH is not an executable file");
+        QTest::newRow("no session bus")
+            << QStringLiteral("no bus") << false << QStringLiteral("no session bus");
+        QTest::newRow("no display") << QStringLiteral("no display") << false << QStringLiteral("no display");
+        QTest::newRow("application quits without answering")
+            << QStringLiteral("application quits") << false << QStringLiteral("quit without answering");
+    }
+
+    void fallbackEditorRunsWhenNothingAnswers()
+    {
+        QFETCH(QString, situation);
+        QFETCH(bool, applicationStarted);
+        QFETCH(QString, reason);
+
+        // An "application" that only leaves a trace that it was started.
+        const QString marker = m_env->path(QStringLiteral("application-started"));
+        const QString silentApplication = m_env->path(QStringLiteral("silent-application"));
+        QVERIFY(writeFile(silentApplication, "#!/bin/sh\ntouch \"$APPLICATION_MARKER\"\n",
+                          QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner));
+        m_env->set("APPLICATION_MARKER", marker);
+        m_env->set("FAKE_EDITOR_STATUS", QStringLiteral("3"));
+        if (situation != u"missing application")
+            m_env->set("TARVEL_APP_PATH", silentApplication);
+        if (situation == u"no bus")
+            m_env->set("DBUS_SESSION_BUS_ADDRESS",
+                       QStringLiteral("unix:path=%1").arg(m_env->path(QStringLiteral("no-bus"))));
+        if (situation == u"no display") {
+            m_env->unset("DISPLAY");
+            m_env->unset("WAYLAND_DISPLAY");
+            m_env->unset("QT_QPA_PLATFORM");
+        }
+        Responder responder;
+        if (situation == u"application quits")
+            QVERIFY(responder.start(QStringLiteral("never"), m_responderLog));
+
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "draft\n");
+        QElapsedTimer clock;
+        clock.start();
+        const auto helper = startHelper({QStringLiteral("PROMPT.md")},
+                                        QProcessEnvironment::systemEnvironment(), " typed in the terminal\n");
+        if (situation == u"application quits") {
+            waitForAnswers(1); // seen, not answered
+            responder.kill();
+        }
+        QVERIFY(finish(*helper));
+        const qint64 elapsed = clock.elapsed();
+
+        QCOMPARE(helper->exitCode(), 3);
+        QCOMPARE(helper->readAllStandardOutput(), QByteArray("fake editor ran\n"));
+        const QByteArray errors = helper->readAllStandardError();
+        QVERIFY2(errors.startsWith("tarvel-edit: ") && errors.count('\n') == 1, errors.constData());
+        QVERIFY2(errors.contains(reason.toUtf8()), errors.constData());
+        QCOMPARE(readAll(file), QByteArray("draft\n typed in the terminal"));
+        QCOMPARE(readAll(m_editorLog), "fake-editor " + canonical(file).toUtf8() + '\n');
+        QCOMPARE(QFileInfo::exists(marker), applicationStarted);
+        // The request was withdrawn; nobody will answer it.
+        verifyNoExchangeFilesLeft();
+        // Waiting for an application only makes sense when one was started.
+        if (applicationStarted)
+            QVERIFY2(elapsed >= 4500, qPrintable(QString::number(elapsed)));
+        else if (situation != u"application quits")
+            QVERIFY2(elapsed < 4000, qPrintable(QString::number(elapsed)));
+    }
+
+    void fallbackEditorChoice_data()
+    {
+        QTest::addColumn<QString>("fallbackEditor");
+        QTest::addColumn<QString>("editor");
+        QTest::addColumn<QString>("expectedCall");
+
+        QTest::newRow("TARVEL_FALLBACK_EDITOR with arguments")
+            << QStringLiteral("FAKE --wait -u NONE") << QStringLiteral("FAKE --not-this")
+            << QStringLiteral("fake-editor --wait -u NONE");
+        QTest::newRow("EDITOR, quoted as in a shell")
+            << QString() << QStringLiteral("FAKE '--one arg'") << QStringLiteral("fake-editor --one arg");
+        QTest::newRow("EDITOR is tarvel-edit")
+            << QString() << QStringLiteral("tarvel-edit --wait") << QStringLiteral("vi");
+        QTest::newRow("EDITOR is this helper by path")
+            << QString() << QStringLiteral(TARVEL_EDIT_PATH) << QStringLiteral("vi");
+        QTest::newRow("nothing set") << QString() << QString() << QStringLiteral("vi");
+    }
+
+    void fallbackEditorChoice()
+    {
+        QFETCH(QString, fallbackEditor);
+        QFETCH(QString, editor);
+        QFETCH(QString, expectedCall);
+
+        // The fake editor also plays vi, which it reports as its name.
+        const QString bin = m_env->path(QStringLiteral("bin"));
+        QVERIFY(QDir().mkpath(bin));
+        QVERIFY(QFile::link(m_fakeEditor, QDir(bin).filePath(QStringLiteral("vi"))));
+        m_env->set("PATH", bin + u':' + qEnvironmentVariable("PATH"));
+        m_env->set("TARVEL_FALLBACK_EDITOR",
+                   QString(fallbackEditor).replace(QStringLiteral("FAKE"), m_fakeEditor));
+        m_env->set("EDITOR", QString(editor).replace(QStringLiteral("FAKE"), m_fakeEditor));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "draft\n");
+
+        const auto helper = startHelper({file});
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), 42);
+        QCOMPARE(QString::fromUtf8(readAll(m_editorLog)), expectedCall + u' ' + canonical(file) + u'\n');
+    }
+
+    void interruptionWithdrawsTheRequest_data()
+    {
+        QTest::addColumn<int>("signalNumber");
+        QTest::addColumn<int>("exitCode");
+
+        QTest::newRow("SIGINT") << int(SIGINT) << 130;
+        QTest::newRow("SIGTERM") << int(SIGTERM) << 143;
+        QTest::newRow("SIGHUP") << int(SIGHUP) << 129;
+    }
+
+    void interruptionWithdrawsTheRequest()
+    {
+        QFETCH(int, signalNumber);
+        QFETCH(int, exitCode);
+
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("never"), m_responderLog));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "half-written thought\n");
+
+        const auto helper = startHelper({file});
+        QTRY_COMPARE(filesIn(FileStore::requestsDirectory()).size(), 1);
+        ::kill(pid_t(helper->processId()), signalNumber);
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), exitCode);
+        QCOMPARE(readAll(file), QByteArray("half-written thought\n"));
+        verifyNoExchangeFilesLeft();
+        QVERIFY(!QFileInfo::exists(m_editorLog)); // no fallback editor either
+    }
+
+    void manyHelpersAtOnceAreEachAnsweredOnce()
+    {
+        constexpr int kHelpers = 50;
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("submit"), m_responderLog));
+
+        std::vector<std::unique_ptr<QProcess>> helpers;
+        QStringList files;
+        for (int index = 0; index < kHelpers; ++index) {
+            files << workFile(QStringLiteral("prompt-%1.md").arg(index),
+                              QByteArray("prompt ") + QByteArray::number(index));
+            helpers.push_back(startHelper({files.last()}));
+        }
+        for (int index = 0; index < kHelpers; ++index) {
+            QVERIFY(finish(*helpers[index]));
+            QCOMPARE(helpers[index]->exitCode(), 0);
+            QCOMPARE(readAll(files[index]), QByteArray("Edited: prompt ") + QByteArray::number(index));
+        }
+
+        QMap<QString, int> answersPerRequest;
+        QSet<QString> answeredFiles;
+        waitForAnswers(kHelpers);
+        for (const QJsonObject &answer : readLog(m_responderLog)) {
+            ++answersPerRequest[answer.value(u"id").toString()];
+            answeredFiles.insert(answer.value(u"filePath").toString());
+        }
+        QCOMPARE(answersPerRequest.size(), kHelpers);
+        QCOMPARE(QSet<int>(answersPerRequest.cbegin(), answersPerRequest.cend()), QSet<int>{1});
+        QCOMPARE(answeredFiles.size(), kHelpers);
+        verifyNoExchangeFilesLeft();
+    }
+
+    void helpAndVersion()
+    {
+        const auto help = startHelper({QStringLiteral("--help")});
+        QVERIFY(finish(*help));
+        QCOMPARE(help->exitCode(), 0);
+        QVERIFY(help->readAllStandardOutput().startsWith("Usage: tarvel-edit "));
+        QCOMPARE(help->readAllStandardError(), QByteArray());
+
+        const auto version = startHelper({QStringLiteral("--version"), QStringLiteral("ignored.md")});
+        QVERIFY(finish(*version));
+        QCOMPARE(version->exitCode(), 0);
+        QCOMPARE(version->readAllStandardOutput(), QByteArray("tarvel-edit " TARVEL_VERSION "\n"));
+    }
+
+    void badInputIsAOneLineError_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QByteArray>("contents");
+        QTest::addColumn<bool>("unreadable");
+        QTest::addColumn<bool>("unwritableDataFolder");
+        QTest::addColumn<QString>("message");
+
+        const QStringList prompt{QStringLiteral("PROMPT.md")};
+        QTest::newRow("no file") << QStringList() << QByteArray() << false << false
+                                 << QStringLiteral("expected a FILE to edit");
+        QTest::newRow("two files") << QStringList{QStringLiteral("PROMPT.md"), QStringLiteral("other.md")}
+                                   << QByteArray("x") << false << false
+                                   << QStringLiteral("expected one FILE");
+        QTest::newRow("unknown option")
+            << QStringList{QStringLiteral("--wait"), QStringLiteral("PROMPT.md")} << QByteArray("x") << false
+            << false << QStringLiteral("unknown option");
+        QTest::newRow("missing file") << QStringList{QStringLiteral("missing.md")} << QByteArray() << false
+                                      << false << QStringLiteral("No such file or directory");
+        QTest::newRow("folder") << QStringList{QStringLiteral(".")} << QByteArray() << false << false
+                                << QStringLiteral("is not a regular file");
+        QTest::newRow("not UTF-8") << prompt << QByteArray("caf\xe9\n") << false << false
+                                   << QStringLiteral("is not UTF-8 text");
+        QTest::newRow("unreadable") << prompt << QByteArray("secret\n") << true << false
+                                    << QStringLiteral("Permission denied");
+        QTest::newRow("unwritable data folder")
+            << prompt << QByteArray("x") << false << true << QStringLiteral("Could not create the folder");
+    }
+
+    void badInputIsAOneLineError()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QByteArray, contents);
+        QFETCH(bool, unreadable);
+        QFETCH(bool, unwritableDataFolder);
+        QFETCH(QString, message);
+
+        if (unreadable && ::geteuid() == 0)
+            QSKIP("root reads every file");
+        const QString file = workFile(QStringLiteral("PROMPT.md"), contents);
+        if (unreadable)
+            QVERIFY(QFile::setPermissions(file, QFileDevice::WriteOwner));
+        if (unwritableDataFolder) // a data home below a plain file cannot be created, not even by root
+            m_env->set("XDG_DATA_HOME", QDir(m_work).filePath(QStringLiteral("PROMPT.md/data")));
+
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("submit"), m_responderLog));
+        const auto helper = startHelper(arguments);
+        QVERIFY(finish(*helper));
+        QVERIFY(helper->exitCode() != 0);
+        const QString errors = QString::fromUtf8(helper->readAllStandardError());
+        QVERIFY2(errors.startsWith(u"tarvel-edit: ") && errors.count(u'\n') == 1 && errors.endsWith(u'\n'),
+                 qPrintable(errors));
+        QVERIFY2(errors.contains(message), qPrintable(errors));
+        QCOMPARE(helper->readAllStandardOutput(), QByteArray());
+        QVERIFY(QFile::setPermissions(file, QFileDevice::ReadOwner | QFileDevice::WriteOwner));
+        QCOMPARE(readAll(file), contents);
+        QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList());
+        QCOMPARE(readLog(m_responderLog).size(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(HelperEndToEndTest)
+#include "tst_helper_e2e.moc"
