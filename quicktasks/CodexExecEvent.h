@@ -25,6 +25,10 @@ struct CodexExecEvent {
     static CodexExecEvent fromJson(const QJsonObject &object);
     // nullopt for a line that is not an event.
     static std::optional<CodexExecEvent> decode(QByteArrayView line);
+    // True when a quick look shows that the line is an event of a type Tarvel ignores, so
+    // that it need not be decoded. Most of codex's output (command output, reasoning,
+    // usage) is such events; anything unusual gets false and a full decode.
+    static bool isSurelyIgnored(QByteArrayView line);
 
     // The thread id of a "thread.started" event that carries one.
     std::optional<QString> startedThreadID() const;

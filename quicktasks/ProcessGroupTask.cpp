@@ -144,6 +144,10 @@ void ProcessGroupTask::waitForExit()
         result = ::waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
     } while (result != 0 && errno == EINTR);
 
+    // The leader is a zombie now, so its number still names the group.
+    if (result == 0 && m_stopRequested)
+        ::kill(-pid, SIGKILL);
+
     int status = 1;
     {
         std::lock_guard lock(m_stateLock);

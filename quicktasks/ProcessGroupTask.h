@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
@@ -67,7 +68,9 @@ public:
     // Signals the whole group (the process alone when the group is gone). Does nothing and
     // returns false unless the process is running.
     bool signalGroup(int signal);
-    // Sends the steps of schedule in turn; a second stop while one is under way is ignored.
+    // Sends the steps of schedule in turn while the process runs; a second stop is ignored.
+    // When the process exits after a stop, what it leaves behind in its group is killed:
+    // background children of a shell ignore SIGINT and would otherwise outlive the task.
     void stop(const StopSchedule &schedule);
     bool stopRequested() const noexcept { return m_stopRequested; }
 
@@ -89,7 +92,7 @@ private:
     std::unique_ptr<PipeReader> m_standardError;
     std::thread m_waiter;
     QList<QTimer *> m_stopTimers;
-    bool m_stopRequested = false;
+    std::atomic<bool> m_stopRequested = false;
 
     mutable std::mutex m_stateLock;
     bool m_hasStarted = false;

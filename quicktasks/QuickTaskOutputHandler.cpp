@@ -82,6 +82,10 @@ void QuickTaskOutputHandler::handleStandardOutputLine(QByteArrayView line, Quick
 
 void QuickTaskOutputHandler::handleCodexEventLine(QByteArrayView line, QuickTaskOutputUpdate &update)
 {
+    // Decoding every line would make codex's bulk output (command results) the slowest
+    // part of the pipeline; only events that can matter are decoded.
+    if (CodexExecEvent::isSurelyIgnored(line))
+        return;
     const std::optional<CodexExecEvent> event = CodexExecEvent::decode(line);
     if (!event)
         return;

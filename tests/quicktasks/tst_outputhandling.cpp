@@ -21,7 +21,8 @@ QList<QByteArray> splitInChunks(const QByteArray &text, const QList<qsizetype> &
     return chunks;
 }
 
-QuickTaskOutputUpdate feed(QuickTaskOutputHandler &handler, OutputStream stream, const QList<QByteArray> &chunks)
+QuickTaskOutputUpdate feed(QuickTaskOutputHandler &handler, OutputStream stream,
+                           const QList<QByteArray> &chunks)
 {
     QuickTaskOutputUpdate total;
     for (const QByteArray &chunk : chunks) {
@@ -43,7 +44,8 @@ private Q_SLOTS:
     void everySplitOfTheStreamGivesTheSameLines()
     {
         // CRLF, empty lines, a multi-byte character, invalid UTF-8 and an unterminated tail.
-        const QByteArray stream = "first\r\n\nsecond caf\xC3\xA9\n\xFF\xFE broken\n\r\n  spaced  \nthird\ntail";
+        const QByteArray stream =
+            "first\r\n\nsecond caf\xC3\xA9\n\xFF\xFE broken\n\r\n  spaced  \nthird\ntail";
         const QList<QByteArray> expected{"first", "second caf\xC3\xA9", "  spaced  ", "third", "tail"};
 
         for (qsizetype first = 0; first <= stream.size(); ++first) {
@@ -97,48 +99,81 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("line");
         QTest::addColumn<QString>("threadID");
         QTest::addColumn<QString>("agentMessage");
+        QTest::addColumn<bool>("skippable"); // may be passed over without decoding
 
         QTest::newRow("thread started") << QByteArray(R"({"type":"thread.started","thread_id":"t-1"})")
-                                        << QStringLiteral("t-1") << QString();
-        QTest::newRow("agent message") << QByteArray(
-            R"({"type":"item.completed","item":{"id":"i","type":"agent_message","text":"Hi \u00e9"},"x":1})")
-                                       << QString() << QStringLiteral("Hi \u00e9");
-        QTest::newRow("reasoning item") << QByteArray(
-            R"({"type":"item.completed","item":{"type":"reasoning","text":"thinking"}})") << QString() << QString();
+                                        << QStringLiteral("t-1") << QString() << false;
+        QTest::newRow("agent message")
+            << QByteArray("{\"type\":\"item.completed\",\"item\":{\"id\":\"i\",\"type\":\"agent_message\","
+                          "\"text\":\"Hi \\u00e9\"},\"x\":1}")
+            << QString() << QStringLiteral("Hi \u00e9") << false;
+        QTest::newRow("type after item, spaced")
+            << QByteArray(" { \"item\" : { \"text\" : \"A\\\"}\" , \"type\" : \"agent_message\" } , \"type\" "
+                          ": \"item.completed\" } ")
+            << QString() << QStringLiteral("A\"}") << false;
+        QTest::newRow("escaped type")
+            << QByteArray(
+                   "{\"type\":\"item.complet\\u0065d\",\"item\":{\"type\":\"agent_message\",\"text\":\"E\"}}")
+            << QString() << QStringLiteral("E") << false;
+        QTest::newRow("escaped item type")
+            << QByteArray(
+                   "{\"type\":\"item.completed\",\"item\":{\"type\":\"agent\\u005fmessage\",\"text\":\"F\"}}")
+            << QString() << QStringLiteral("F") << false;
+        QTest::newRow("reasoning item")
+            << QByteArray(R"({"type":"item.completed","item":{"type":"reasoning","text":"thinking"}})")
+            << QString() << QString() << true;
+        QTest::newRow("command output quoting an event")
+            << QByteArray(
+                   R"({"type":"item.completed","item":{"type":"command_execution","aggregated_output":)"
+                   "\"{\\\"type\\\":\\\"agent_message\\\",\\\"text\\\":\\\"no\\\"}\\n\",\"exit_code\":0,"
+                   "\"x\":[1,{\"y\":[]}]}}")
+            << QString() << QString() << true;
         QTest::newRow("started, not completed")
-            << QByteArray(R"({"type":"item.started","item":{"type":"agent_message","text":"x"}})") << QString()
-            << QString();
-        QTest::newRow("empty message") << QByteArray(
-            R"({"type":"item.completed","item":{"type":"agent_message","text":""}})") << QString() << QString();
-        QTest::newRow("thread without id") << QByteArray(R"({"type":"thread.started"})") << QString() << QString();
-        QTest::newRow("no type") << QByteArray(R"({"thread_id":"t-2"})") << QString() << QString();
-        QTest::newRow("item not an object") << QByteArray(R"({"type":"item.completed","item":"agent_message"})")
-                                            << QString() << QString();
-        QTest::newRow("not JSON") << QByteArray("Reading prompt from stdin...") << QString() << QString();
-        QTest::newRow("JSON array") << QByteArray("[1,2]") << QString() << QString();
+            << QByteArray(R"({"type":"item.started","item":{"type":"agent_message","text":"x"}})")
+            << QString() << QString() << true;
+        QTest::newRow("usage") << QByteArray(
+                                      R"({"type":"turn.completed","usage":{"input_tokens":5,"ok":true}})")
+                               << QString() << QString() << true;
+        QTest::newRow("empty message")
+            << QByteArray(R"({"type":"item.completed","item":{"type":"agent_message","text":""}})")
+            << QString() << QString() << false;
+        QTest::newRow("thread without id")
+            << QByteArray(R"({"type":"thread.started"})") << QString() << QString() << false;
+        QTest::newRow("no type") << QByteArray(R"({"thread_id":"t-2"})") << QString() << QString() << false;
+        QTest::newRow("item not an object")
+            << QByteArray(R"({"type":"item.completed","item":"agent_message"})") << QString() << QString()
+            << false;
+        QTest::newRow("not JSON") << QByteArray("Reading prompt from stdin...") << QString() << QString()
+                                  << false;
+        QTest::newRow("JSON array") << QByteArray("[1,2]") << QString() << QString() << false;
+        QTest::newRow("cut off") << QByteArray(R"({"type":"turn.completed","usage":{)") << QString()
+                                 << QString() << false;
     }
     void codexEvents()
     {
         QFETCH(QByteArray, line);
         QFETCH(QString, threadID);
         QFETCH(QString, agentMessage);
+        QFETCH(bool, skippable);
         const std::optional<CodexExecEvent> event = CodexExecEvent::decode(line);
         QCOMPARE(event ? event->startedThreadID().value_or(QString()) : QString(), threadID);
         QCOMPARE(event ? event->agentMessageText().value_or(QString()) : QString(), agentMessage);
+        QCOMPARE(CodexExecEvent::isSurelyIgnored(line), skippable);
     }
 
     void codexTaskKeepsTheLastAgentMessage()
     {
         QuickTaskOutputHandler handler(QuickTaskCLIBackend::codex);
-        const QByteArray stream = R"({"type":"thread.started","thread_id":"th-9"})"
-                                  "\n"
-                                  "not an event\n"
-                                  R"({"type":"item.completed","item":{"type":"agent_message","text":"First"}})"
-                                  "\n"
-                                  R"({"type":"turn.completed","usage":{"input_tokens":5}})"
-                                  "\n"
-                                  R"({"type":"item.completed","item":{"type":"agent_message","text":"Second\nline"}})"
-                                  "\n";
+        const QByteArray stream =
+            R"({"type":"thread.started","thread_id":"th-9"})"
+            "\n"
+            "not an event\n"
+            R"({"type":"item.completed","item":{"type":"agent_message","text":"First"}})"
+            "\n"
+            R"({"type":"turn.completed","usage":{"input_tokens":5}})"
+            "\n"
+            "{\"type\":\"item.completed\",\"item\":{\"type\":\"agent_message\",\"text\":\"Second\\nline\"}}"
+            "\n";
         // Cut inside the second event so that its line arrives in two reads.
         const qsizetype cut = stream.indexOf("First") + 2;
         const QuickTaskOutputUpdate update =
@@ -169,16 +204,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("expected");
 
-        QTest::newRow("colour around a word") << QStringLiteral("\x1B[31mword\x1B[0m") << QStringLiteral("word");
-        QTest::newRow("bold and reset") << QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m")
-                                        << QStringLiteral("|  Read  file.txt");
-        QTest::newRow("erase line and carriage return") << QStringLiteral("\x1B[2K\rprogress")
-                                                        << QStringLiteral("progress");
-        QTest::newRow("private mode") << QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h")
-                                      << QStringLiteral("hidden cursor");
-        QTest::newRow("think markers") << QStringLiteral("<think>pondering</think> answer")
-                                       << QStringLiteral("pondering answer");
-        QTest::newRow("outer line breaks only") << QStringLiteral("\n  indented \n") << QStringLiteral("  indented ");
+        QTest::newRow("colour around a word")
+            << QStringLiteral("\x1B[31mword\x1B[0m") << QStringLiteral("word");
+        QTest::newRow("bold and reset")
+            << QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m")
+            << QStringLiteral("|  Read  file.txt");
+        QTest::newRow("erase line and carriage return")
+            << QStringLiteral("\x1B[2K\rprogress") << QStringLiteral("progress");
+        QTest::newRow("private mode")
+            << QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h") << QStringLiteral("hidden cursor");
+        QTest::newRow("think markers")
+            << QStringLiteral("<think>pondering</think> answer") << QStringLiteral("pondering answer");
+        QTest::newRow("outer line breaks only")
+            << QStringLiteral("\n  indented \n") << QStringLiteral("  indented ");
         QTest::newRow("escape without bracket stays") << QStringLiteral("\x1B(B") << QStringLiteral("\x1B(B");
         QTest::newRow("plain") << QStringLiteral("Done.") << QStringLiteral("Done.");
     }
@@ -195,7 +233,8 @@ private Q_SLOTS:
         const QuickTaskOutputUpdate update =
             feed(handler, OutputStream::standardOutput,
                  {"\x1B[0m\n\x1B[94m\x1B[1m| \x1B[0mTodo", "\n\x1B[2K\r   \nThe answer\n<think></think>\n"});
-        QCOMPARE(handler.finalResponseLines(), (QStringList{QStringLiteral("| Todo"), QStringLiteral("The answer")}));
+        QCOMPARE(handler.finalResponseLines(),
+                 (QStringList{QStringLiteral("| Todo"), QStringLiteral("The answer")}));
         QCOMPARE(handler.finalResponse(), QStringLiteral("| Todo\nThe answer"));
         QCOMPARE(update.transcriptText, QByteArray("| Todo\nThe answer\n"));
         // The raw log keeps the lines as they came.
@@ -221,7 +260,8 @@ private Q_SLOTS:
         QByteArray errors;
         for (int i = 1; i <= 8; ++i)
             errors += "problem " + QByteArray::number(i) + '\n';
-        const QuickTaskOutputUpdate update = feed(handler, OutputStream::standardError, {errors + "unfinished"});
+        const QuickTaskOutputUpdate update =
+            feed(handler, OutputStream::standardError, {errors + "unfinished"});
         QVERIFY(update.transcriptText.startsWith("stderr: problem 1\nstderr: problem 2\n"));
         QVERIFY(update.rawLogText.endsWith("[stderr] problem 8\n"));
         QCOMPARE(handler.recentStderrLines().size(), 6);

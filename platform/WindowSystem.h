@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QList>
+#include <QRect>
+#include <QString>
+#include <QtGlobal>
+
+#include <memory>
+#include <optional>
+
+// One top-level client window as the window manager sees it.
+struct TopLevelWindow {
+    quint64 id = 0;
+    // 0 when the window does not say which process owns it.
+    qint64 pid = 0;
+    // The two halves of the window class: instance ("xterm") and class ("XTerm").
+    QString windowInstance;
+    QString windowClass;
+    // The outer frame including the window manager's decorations, in the desktop's
+    // device-independent pixels, y downward from the top left of the virtual desktop.
+    QRect frame;
+
+    friend bool operator==(const TopLevelWindow &, const TopLevelWindow &) = default;
+};
+
+// A screen, in the order QGuiApplication::screens() lists them.
+struct ScreenArea {
+    QRect geometry;
+    // The part of the screen that panels, docks and trays leave free for windows.
+    QRect workArea;
+
+    friend bool operator==(const ScreenArea &, const ScreenArea &) = default;
+};
+
+// The desktop's windows: what is on screen, what is in front, and how to bring
+// something forward. Without a window system (offscreen, Wayland without X) every
+// query answers empty or false instead of failing.
+class WindowSystem {
+public:
+    virtual ~WindowSystem() = default;
+
+    // The implementation for this platform. Create it after the QGuiApplication.
+    static std::unique_ptr<WindowSystem> create();
+
+    virtual bool isAvailable() const = 0;
+
+    // Normal, visible top-level windows of other processes, front-most first.
+    virtual QList<TopLevelWindow> topLevelWindows() const = 0;
+    // The window that has the keyboard focus, whoever owns it.
+    virtual std::optional<TopLevelWindow> activeWindow() const = 0;
+
+    // Brings the window forward and gives it the focus, also when asked from an
+    // application in the background. True when the request went out.
+    virtual bool activateWindow(quint64 windowId) = 0;
+    // Activates the front-most normal window of the process; false if it has none.
+    virtual bool activateApplication(qint64 pid) = 0;
+
+    // The executable's file name ("xterm"), empty if the process is unknown.
+    virtual QString executableName(qint64 pid) const = 0;
+
+    // Whether translucent windows can be drawn (a compositing manager runs).
+    virtual bool compositorRunning() const = 0;
+
+    virtual QList<ScreenArea> screens() const = 0;
+    // Index into screens() of the primary screen, -1 without screens.
+    virtual int primaryScreenIndex() const = 0;
+};

@@ -1,0 +1,371 @@
+// Finding and verifying the backends, against fake programs on a private PATH.
+#include "fakebackends/FakeBackends.h"
+#include "quicktasks/ProcessPlatform.h"
+#include "quicktasks/QuickTaskError.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
+#include "support/TestEnvironment.h"
+
+#include <QElapsedTimer>
+#include <QThread>
+#include <QTimer>
+#include <QtTest>
+
+namespace Locator = TaskCLIExecutableLocator;
+
+namespace {
+
+constexpr int kFutureTimeout = 15000;
+
+// A login shell that records how it was asked and answers with a given text.
+QString writeShell(const FakeBackends &fakes, const QString &body)
+{
+    const QString path = QDir(fakes.binDirectory()).filePath(QStringLiteral("login-shell"));
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write("#!/bin/sh\nprintf '%s\\0' \"$@\" > \"$(dirname \"$0\")/../record/shell.argv\"\n");
+        file.write(body.toUtf8() + '\n');
+    }
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    return path;
+}
+
+// Every test starts from the fakes alone: their folder first on PATH, a login shell that
+// adds nothing, and no override variable.
+struct LocatorEnvironment {
+    LocatorEnvironment()
+    {
+        environment.set("PATH", fakes.searchPath());
+        environment.set("SHELL", writeShell(fakes, QStringLiteral("exit 0")));
+        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
+            environment.unset(name);
+    }
+    TestEnvironment environment;
+    FakeBackends fakes;
+};
+
+QString fixedDirectoryHolding(const QString &name)
+{
+    for (const char *directory : {"/opt/homebrew/bin", "/usr/local/bin", "/usr/bin"}) {
+        if (QFileInfo::exists(QDir(QString::fromLatin1(directory)).filePath(name)))
+            return QString::fromLatin1(directory);
+    }
+    return QString();
+}
+
+} // namespace
+
+class ExecutableLocatorTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void loginShellIsSHELLOrThePlatformDefault()
+    {
+        TestEnvironment environment;
+        environment.set("SHELL", QString());
+        QCOMPARE(Locator::loginShellExecutable(), ProcessPlatform::defaultLoginShell());
+        QVERIFY(QFileInfo(Locator::loginShellExecutable()).isExecutable());
+        environment.set("SHELL", QStringLiteral("/bin/custom-shell"));
+        QCOMPARE(Locator::loginShellExecutable(), QStringLiteral("/bin/custom-shell"));
+        // The default shell answers, so an empty SHELL still gives a path.
+        environment.set("SHELL", QString());
+        QVERIFY(Locator::loginShellPath().has_value());
+    }
+
+    void loginShellPathQuery_data()
+    {
+        QTest::addColumn<QString>("body");
+        QTest::addColumn<QString>("expected"); // empty: none
+
+        QTest::newRow("answer") << QStringLiteral("printf '  /from/login:/usr/bin\\n\\n'")
+                                << QStringLiteral("/from/login:/usr/bin");
+        QTest::newRow("nothing") << QStringLiteral("exit 0") << QString();
+        QTest::newRow("white space only") << QStringLiteral("printf ' \\n '") << QString();
+        QTest::newRow("noise on stderr")
+            << QStringLiteral("echo 'profile noise' >&2; printf /a") << QStringLiteral("/a");
+        QTest::newRow("failing profile still prints")
+            << QStringLiteral("printf /b; exit 1") << QStringLiteral("/b");
+        QTest::newRow("hangs and ignores signals")
+            << QStringLiteral("trap '' INT TERM; while :; do sleep 1; done") << QString();
+    }
+    void loginShellPathQuery()
+    {
+        QFETCH(QString, body);
+        QFETCH(QString, expected);
+        LocatorEnvironment setup;
+        setup.environment.set("SHELL", writeShell(setup.fakes, body));
+        QElapsedTimer clock;
+        clock.start();
+        QCOMPARE(Locator::loginShellPath().value_or(QString()), expected);
+        // At most the 2 s limit and the 0.2 s grace, with room for a loaded machine.
+        QVERIFY(clock.elapsed() < 5000);
+        QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.argv")),
+                 QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
+    }
+
+    void missingLoginShellGivesNoPath()
+    {
+        TestEnvironment environment;
+        environment.set("SHELL", environment.path(QStringLiteral("no-such-shell")));
+        QCOMPARE(Locator::loginShellPath(), std::nullopt);
+    }
+
+    void candidateDirectoriesKeepFirstOccurrences()
+    {
+        TestEnvironment environment;
+        environment.set("PATH", QStringLiteral("/p1::/p2:/usr/bin:/p1:"));
+        const QString home = environment.root();
+        QCOMPARE(Locator::candidateDirectories(QStringLiteral("/p2:/login:/usr/local/bin")),
+                 (QStringList{QStringLiteral("/p1"), QStringLiteral("/p2"), QStringLiteral("/usr/bin"),
+                              QStringLiteral("/login"), QStringLiteral("/usr/local/bin"),
+                              QStringLiteral("/opt/homebrew/bin"), home + QStringLiteral("/.opencode/bin"),
+                              home + QStringLiteral("/.local/bin")}));
+        // Without a login-shell path only our PATH and the fixed folders are searched.
+        QCOMPARE(Locator::candidateDirectories(std::nullopt).mid(0, 4),
+                 (QStringList{QStringLiteral("/p1"), QStringLiteral("/p2"), QStringLiteral("/usr/bin"),
+                              QStringLiteral("/opt/homebrew/bin")}));
+    }
+
+    void candidatePathsPutFallbackAndOverrideFirst()
+    {
+        TestEnvironment environment;
+        const QString home = environment.root();
+        const QStringList directories{QStringLiteral("/a"), QStringLiteral("/b")};
+        environment.set("OPENCODE_BIN_PATH", QStringLiteral("/custom/opencode"));
+        environment.set("CODEX_BIN_PATH", QStringLiteral("/a/codex"));
+        environment.set("CLAUDE_BIN_PATH", QString());
+        QCOMPARE(
+            Locator::candidatePaths(QuickTaskCLIBackend::opencode, directories),
+            (QStringList{home + QStringLiteral("/.opencode/bin/opencode"), QStringLiteral("/custom/opencode"),
+                         QStringLiteral("/a/opencode"), QStringLiteral("/b/opencode")}));
+        QCOMPARE(Locator::candidatePaths(QuickTaskCLIBackend::codex, directories),
+                 (QStringList{QStringLiteral("/a/codex"), QStringLiteral("/b/codex")}));
+        QCOMPARE(Locator::candidatePaths(QuickTaskCLIBackend::claude, directories),
+                 (QStringList{QStringLiteral("/a/claude"), QStringLiteral("/b/claude")}));
+    }
+
+    void resolutionTakesTheFirstExecutableFile()
+    {
+        LocatorEnvironment setup;
+        const QString first = setup.environment.path(QStringLiteral("first"));
+        const QString second = setup.environment.path(QStringLiteral("second"));
+        QDir().mkpath(first + QStringLiteral("/claude")); // a folder, not a program
+        QDir().mkpath(second);
+        QFile plain(second + QStringLiteral("/claude")); // a file without the execute permission
+        QVERIFY(plain.open(QIODevice::WriteOnly));
+        plain.close();
+        const QStringList directories{first, second, setup.fakes.binDirectory()};
+        QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::claude, directories),
+                 setup.fakes.executable(QStringLiteral("claude")));
+
+        // The override beats the search path.
+        const QString custom = setup.environment.path(QStringLiteral("custom-claude"));
+        QVERIFY(QFile::copy(setup.fakes.executable(QStringLiteral("claude")), custom));
+        setup.environment.set("CLAUDE_BIN_PATH", custom);
+        QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::claude, directories), custom);
+    }
+
+    void missingExecutableIsReportedByName()
+    {
+        LocatorEnvironment setup;
+        if (!fixedDirectoryHolding(QStringLiteral("codex")).isEmpty())
+            QSKIP("a codex is installed in one of the fixed folders");
+        try {
+            Locator::resolveExecutableURL(QuickTaskCLIBackend::codex, {setup.environment.root()});
+            QFAIL("codex should not have been found");
+        } catch (const QuickTaskError &error) {
+            QCOMPARE(error.kind(), QuickTaskError::Kind::executableNotFound);
+            QCOMPARE(error.description(), QStringLiteral("Could not find the Codex CLI executable."));
+        }
+    }
+
+    void versionVerification_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QStringList>("settings"); // NAME=VALUE pairs for the fake
+        QTest::addColumn<QString>("version");      // empty: the check fails
+        QTest::addColumn<QString>("message");
+
+        const auto codex = QuickTaskCLIBackend::codex;
+        const auto claude = QuickTaskCLIBackend::claude;
+        const auto opencode = QuickTaskCLIBackend::opencode;
+        QTest::newRow("codex") << codex
+                               << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex-cli 0.169.0")}
+                               << QStringLiteral("codex-cli 0.169.0") << QString();
+        QTest::newRow("codex without -cli")
+            << codex << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex 0.169.0")} << QString()
+            << QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: codex 0.169.0");
+        QTest::newRow("codex on stderr is not read")
+            << codex
+            << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT="),
+                           QStringLiteral("FAKE_CODEX_VERSION_STDERR=codex-cli 1.0.0")}
+            << QString()
+            << QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: no output");
+        QTest::newRow("claude on stderr")
+            << claude
+            << QStringList{QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
+                           QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=  2.1.197 (Claude Code)  ")}
+            << QStringLiteral("2.1.197 (Claude Code)") << QString();
+        QTest::newRow("claude failing")
+            << claude
+            << QStringList{QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
+                           QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=Error: cannot find module"),
+                           QStringLiteral("FAKE_CLAUDE_VERSION_EXIT=3")}
+            << QString()
+            << QStringLiteral(
+                   "Claude CLI failed verification with `claude --version`: Error: cannot find module");
+        QTest::newRow("opencode failing silently")
+            << opencode
+            << QStringList{QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT="),
+                           QStringLiteral("FAKE_OPENCODE_VERSION_EXIT=1")}
+            << QString()
+            << QStringLiteral("OpenCode failed verification with `opencode --version`: no output");
+        QTest::newRow("opencode without digits")
+            << opencode << QStringList{QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT=unknown")} << QString()
+            << QStringLiteral("OpenCode returned an unexpected result for `opencode --version`: unknown");
+        QTest::newRow("codex hangs")
+            << codex << QStringList{QStringLiteral("FAKE_CODEX_VERSION_HANG=1")} << QString()
+            << QStringLiteral(
+                   "Codex CLI did not respond to `codex -V`. Install or repair Codex CLI so `codex -V` "
+                   "returns a version string in Terminal.");
+    }
+    void versionVerification()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QStringList, settings);
+        QFETCH(QString, version);
+        QFETCH(QString, message);
+        LocatorEnvironment setup;
+        for (const QString &setting : settings) {
+            const qsizetype equals = setting.indexOf(u'=');
+            setup.environment.set(setting.left(equals).toLatin1().constData(), setting.mid(equals + 1));
+        }
+        const QString executable = setup.fakes.executable(QuickTaskCLIBackends::executableName(backend));
+        try {
+            QCOMPARE(Locator::verifiedVersionString(backend, executable), version);
+            QVERIFY(!version.isEmpty());
+        } catch (const QuickTaskError &error) {
+            QCOMPARE(error.description(), message);
+            QCOMPARE(error.kind(), QuickTaskError::Kind::versionCheckFailed);
+            QVERIFY(version.isEmpty());
+        }
+    }
+
+    void programThatCannotStartIsExplained()
+    {
+        LocatorEnvironment setup;
+        // Executable, but neither a binary nor a script.
+        const QString broken = setup.environment.path(QStringLiteral("claude"));
+        QFile file(broken);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray("\x7F"
+                              "ELF\x01\x02",
+                              6));
+        file.close();
+        file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
+        try {
+            Locator::verifiedVersionString(QuickTaskCLIBackend::claude, broken);
+            QFAIL("the check should have failed");
+        } catch (const QuickTaskError &error) {
+            QCOMPARE(error.description(),
+                     QStringLiteral("Claude CLI is installed but could not be started for "
+                                    "verification: Could not start claude: Exec format error"));
+        }
+    }
+
+    void availabilitiesArriveOnTheMainThreadWithoutBlockingIt()
+    {
+        LocatorEnvironment setup;
+        setup.environment.set("FAKE_CLAUDE_VERSION_HANG", QStringLiteral("1"));
+        setup.environment.set("FAKE_OPENCODE_VERSION_STDOUT", QStringLiteral("1.18.33"));
+        setup.environment.set("PATH", setup.fakes.searchPath());
+
+        int ticks = 0;
+        QTimer ticker;
+        connect(&ticker, &QTimer::timeout, this, [&ticks] { ++ticks; });
+        ticker.start(20);
+        QuickTaskCLIInstallationAvailabilities result;
+        QThread *deliveredOn = nullptr;
+        Locator::installationAvailabilities().then(this,
+                                                   [&](const QuickTaskCLIInstallationAvailabilities &value) {
+                                                       result = value;
+                                                       deliveredOn = QThread::currentThread();
+                                                   });
+        QVERIFY(result.isEmpty()); // not answered synchronously
+        QVERIFY(QTest::qWaitFor([&] { return deliveredOn != nullptr; }, kFutureTimeout));
+        QCOMPARE(deliveredOn, QThread::currentThread());
+        // The claude check took its full 2 s; the event loop kept running meanwhile.
+        QVERIFY2(ticks > 20, qPrintable(QString::number(ticks)));
+
+        QCOMPARE(result.size(), 3);
+        QCOMPARE(result.value(QuickTaskCLIBackend::codex),
+                 QuickTaskCLIInstallationAvailability::available(QStringLiteral("codex-cli 0.0.1-fake")));
+        QCOMPARE(result.value(QuickTaskCLIBackend::opencode),
+                 QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.18.33")));
+        QVERIFY(!result.value(QuickTaskCLIBackend::claude).isAvailable());
+        QVERIFY(
+            result.value(QuickTaskCLIBackend::claude).message().startsWith(u"Claude CLI did not respond"));
+    }
+
+    void launchTargetCarriesTheSearchPath()
+    {
+        LocatorEnvironment setup;
+        setup.environment.set("SHELL", writeShell(setup.fakes, QStringLiteral("printf /from/login")));
+        setup.environment.set("TARVEL_TEST_MARKER", QStringLiteral("kept"));
+        QuickTaskLaunchTarget target;
+        bool done = false;
+        Locator::prepareLaunch(QuickTaskCLIBackend::opencode)
+            .then(this, [&](const QuickTaskLaunchTarget &value) {
+                target = value;
+                done = true;
+            });
+        QVERIFY(QTest::qWaitFor([&] { return done; }, kFutureTimeout));
+        QCOMPARE(target.executablePath, setup.fakes.executable(QStringLiteral("opencode")));
+        QCOMPARE(target.version, QStringLiteral("1.0.0-fake"));
+        const QStringList path = target.environment.value(QStringLiteral("PATH")).split(u':');
+        QCOMPARE(path.mid(0, 4), (QStringList{setup.fakes.binDirectory(), QStringLiteral("/usr/bin"),
+                                              QStringLiteral("/bin"), QStringLiteral("/from/login")}));
+        QCOMPARE(target.environment.value(QStringLiteral("TARVEL_TEST_MARKER")), QStringLiteral("kept"));
+    }
+
+    void failedLaunchPreparationArrivesAsTheError()
+    {
+        LocatorEnvironment setup;
+        setup.environment.set("FAKE_CODEX_VERSION_STDOUT", QStringLiteral("what?"));
+        QString message;
+        Locator::prepareLaunch(QuickTaskCLIBackend::codex)
+            .then(this, [&](const QuickTaskLaunchTarget &) { message = QStringLiteral("succeeded"); })
+            .onFailed(this, [&](const QuickTaskError &error) { message = error.description(); });
+        QVERIFY(QTest::qWaitFor([&] { return !message.isEmpty(); }, kFutureTimeout));
+        QCOMPARE(message, QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: what?"));
+    }
+
+    void readiness_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<bool>("available");
+        QTest::addColumn<bool>("codexHasModels");
+        QTest::addColumn<bool>("ready");
+        QTest::newRow("claude available") << QuickTaskCLIBackend::claude << true << false << true;
+        QTest::newRow("opencode unavailable") << QuickTaskCLIBackend::opencode << false << true << false;
+        QTest::newRow("codex with models") << QuickTaskCLIBackend::codex << true << true << true;
+        QTest::newRow("codex with empty cache") << QuickTaskCLIBackend::codex << true << false << false;
+        QTest::newRow("codex unavailable") << QuickTaskCLIBackend::codex << false << true << false;
+    }
+    void readiness()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(bool, available);
+        QFETCH(bool, codexHasModels);
+        QFETCH(bool, ready);
+        const QuickTaskCLIInstallationAvailabilities availabilities{
+            {backend, available ? QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))
+                                : QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("No."))}};
+        QCOMPARE(Locator::isReadyForQuickTasks(backend, availabilities, [=] { return codexHasModels; }),
+                 ready);
+        // A backend missing from the map is never ready.
+        QVERIFY(!Locator::isReadyForQuickTasks(backend, {}, [] { return true; }));
+    }
+};
+
+QTEST_GUILESS_MAIN(ExecutableLocatorTest)
+#include "tst_executablelocator.moc"

@@ -1,0 +1,300 @@
+// What a quick task hands to its backend: the attachment record, the prompt with its
+// "Attached Paths" block, the argument lists, and what a fake backend actually receives.
+#include "composer/ScratchAttachment.h"
+#include "core/JSONCoding.h"
+#include "fakebackends/FakeBackends.h"
+#include "quicktasks/ProcessGroupTask.h"
+#include "quicktasks/QuickTaskInvocation.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
+#include "support/TestEnvironment.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+const QByteArray kPng = QByteArray::fromBase64(
+    "iVBORw0KGgoAAAANSUhEUgAAAAEAAAABCAYAAAAfFcSJAAAADUlEQVR42mNk+M9QDwADhgGAWjR9awAAAABJRU5ErkJggg==");
+
+QString writeFile(const QString &path, const QByteArray &data)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(data);
+    return path;
+}
+
+// A working directory with a file inside it, and outside it two files in one folder, an
+// image and a folder.
+struct AttachmentTree {
+    AttachmentTree()
+    {
+        workingDirectory = root.filePath(QStringLiteral("project"));
+        QDir().mkpath(workingDirectory);
+        inside = writeFile(workingDirectory + QStringLiteral("/notes.md"), "# notes");
+        first = writeFile(root.filePath(QStringLiteral("docs/a.txt")), "a");
+        second = writeFile(root.filePath(QStringLiteral("docs/b.txt")), "b");
+        image = writeFile(root.filePath(QStringLiteral("shots/screen.png")), kPng);
+        folder = root.filePath(QStringLiteral("assets"));
+        QDir().mkpath(folder);
+    }
+    QList<ScratchAttachment> all() const
+    {
+        return {ScratchAttachment::make(inside), ScratchAttachment::make(first),
+                ScratchAttachment::make(second), ScratchAttachment::make(image),
+                ScratchAttachment::make(folder)};
+    }
+    QTemporaryDir temporary;
+    QDir root{temporary.path()};
+    QString workingDirectory, inside, first, second, image, folder;
+};
+
+} // namespace
+
+class InvocationTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void attachmentJSONRoundTripsAndRejectsGaps()
+    {
+        const ScratchAttachment attachment{QUuid::createUuid(), QStringLiteral("/tmp/a b/ü.png"), true};
+        QCOMPARE(ScratchAttachment::fromJson(attachment.toJson()), attachment);
+        QCOMPARE(attachment.toJson().value(QStringLiteral("id")).toString(),
+                 JSONCoding::encodeUuid(attachment.id));
+        for (const QString &key :
+             {QStringLiteral("id"), QStringLiteral("path"), QStringLiteral("isManagedCopy")}) {
+            QJsonObject object = attachment.toJson();
+            object.remove(key);
+            QVERIFY_THROWS_EXCEPTION(DecodingError, ScratchAttachment::fromJson(object));
+        }
+    }
+
+    void normalizingKeepsTheFirstOfEachPath()
+    {
+        const QUuid first = QUuid::createUuid();
+        const QList<ScratchAttachment> attachments{
+            {first, QStringLiteral("/work/./docs/../docs/a.txt"), false},
+            {QUuid::createUuid(), QStringLiteral("/work/b/"), false},
+            {QUuid::createUuid(), QStringLiteral("/work/docs/a.txt"), true},
+            {QUuid::createUuid(), QStringLiteral("/work/b"), false},
+        };
+        const QList<ScratchAttachment> normalized = ScratchAttachment::normalized(attachments);
+        QCOMPARE(normalized.size(), 2);
+        QCOMPARE(normalized[0], (ScratchAttachment{first, QStringLiteral("/work/docs/a.txt"), false}));
+        QCOMPARE(normalized[1].path, QStringLiteral("/work/b"));
+        QCOMPARE(ScratchAttachment::make(QStringLiteral("/x/../y/")).path, QStringLiteral("/y"));
+    }
+
+    void folderAndImageTestsLookAtTheFileSystem()
+    {
+        QTemporaryDir directory;
+        const QDir root(directory.path());
+        const auto attachment = [&](const QString &name) {
+            return ScratchAttachment::make(root.filePath(name));
+        };
+        writeFile(root.filePath(QStringLiteral("photo.dat")), kPng);
+        writeFile(root.filePath(QStringLiteral("notes")), "plain words\n");
+        writeFile(root.filePath(QStringLiteral("diagram.txt")), "<svg/>");
+        QDir().mkpath(root.filePath(QStringLiteral("album.png")));
+        QFile::link(root.filePath(QStringLiteral("album.png")), root.filePath(QStringLiteral("link")));
+
+        QVERIFY(attachment(QStringLiteral("photo.dat")).isImage());     // by content
+        QVERIFY(!attachment(QStringLiteral("notes")).isImage());        // text, no extension
+        QVERIFY(!attachment(QStringLiteral("diagram.txt")).isImage());  // the name says text
+        QVERIFY(attachment(QStringLiteral("gone/Shot.PNG")).isImage()); // missing: by extension
+        QVERIFY(!attachment(QStringLiteral("album.png")).isImage());    // a folder
+        QVERIFY(attachment(QStringLiteral("album.png")).isDirectory());
+        QVERIFY(attachment(QStringLiteral("link")).isDirectory());
+        QVERIFY(!attachment(QStringLiteral("notes")).isDirectory());
+        QVERIFY(!attachment(QStringLiteral("gone")).isDirectory());
+    }
+
+    void augmentedPromptListsThePaths()
+    {
+        QCOMPARE(QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it.\n"), {}),
+                 QStringLiteral("Fix it.\n"));
+        const QList<ScratchAttachment> attachments{ScratchAttachment::make(QStringLiteral("/p/a.txt")),
+                                                   ScratchAttachment::make(QStringLiteral("/p/dir"))};
+        QCOMPARE(
+            QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it."), attachments),
+            QStringLiteral("Attached Paths\n"
+                           "--------------\n"
+                           "The following files and folders were attached from Tarvel and are available on "
+                           "disk:\n"
+                           "- /p/a.txt\n"
+                           "- /p/dir\n"
+                           "\n"
+                           "Use these exact paths when reading, editing, or referencing the attached items.\n"
+                           "\n"
+                           "Fix it."));
+    }
+
+    void attachmentDirectories()
+    {
+        AttachmentTree tree;
+        // The file inside the working directory adds nothing; two files of one folder add it once.
+        QCOMPARE(QuickTaskInvocation::attachmentDirectoryPaths(tree.all(),
+                                                               tree.workingDirectory + QStringLiteral("/")),
+                 (QStringList{tree.root.filePath(QStringLiteral("docs")),
+                              tree.root.filePath(QStringLiteral("shots")), tree.folder}));
+        // The working directory itself attached as a folder adds nothing either.
+        QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths(
+                    {ScratchAttachment::make(tree.workingDirectory)}, tree.workingDirectory)
+                    .isEmpty());
+    }
+
+    void argumentLists_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QString>("model");
+        QTest::addColumn<QStringList>(
+            "expected"); // {W} = working directory, {R} = attachment root, {P} = prompt
+
+        QTest::newRow("codex") << QuickTaskCLIBackend::codex << QStringLiteral("gpt-5.5")
+                               << QStringList{QStringLiteral("exec"),
+                                              QStringLiteral("--json"),
+                                              QStringLiteral("--skip-git-repo-check"),
+                                              QStringLiteral("--model"),
+                                              QStringLiteral("gpt-5.5"),
+                                              QStringLiteral("-c"),
+                                              QStringLiteral("model_reasoning_effort=\"high\""),
+                                              QStringLiteral("-C"),
+                                              QStringLiteral("{W}"),
+                                              QStringLiteral("--add-dir"),
+                                              QStringLiteral("{R}/docs"),
+                                              QStringLiteral("--add-dir"),
+                                              QStringLiteral("{R}/shots"),
+                                              QStringLiteral("--add-dir"),
+                                              QStringLiteral("{R}/assets"),
+                                              QStringLiteral("--image"),
+                                              QStringLiteral("{R}/shots/screen.png"),
+                                              QStringLiteral("--"),
+                                              QStringLiteral("{P}")};
+        QTest::newRow("claude") << QuickTaskCLIBackend::claude << QStringLiteral("sonnet")
+                                << QStringList{QStringLiteral("-p"),
+                                               QStringLiteral("--output-format"),
+                                               QStringLiteral("text"),
+                                               QStringLiteral("--no-session-persistence"),
+                                               QStringLiteral("--dangerously-skip-permissions"),
+                                               QStringLiteral("--model"),
+                                               QStringLiteral("sonnet"),
+                                               QStringLiteral("--effort"),
+                                               QStringLiteral("high"),
+                                               QStringLiteral("--add-dir"),
+                                               QStringLiteral("{R}/docs"),
+                                               QStringLiteral("--add-dir"),
+                                               QStringLiteral("{R}/shots"),
+                                               QStringLiteral("--add-dir"),
+                                               QStringLiteral("{R}/assets"),
+                                               QStringLiteral("--"),
+                                               QStringLiteral("{P}")};
+        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode << QStringLiteral("anthropic//claude-x")
+                                  << QStringList{QStringLiteral("run"),
+                                                 QStringLiteral("--variant"),
+                                                 QStringLiteral("high"),
+                                                 QStringLiteral("--model"),
+                                                 QStringLiteral("anthropic//claude-x"),
+                                                 QStringLiteral("--file"),
+                                                 QStringLiteral("{W}/notes.md"),
+                                                 QStringLiteral("--file"),
+                                                 QStringLiteral("{R}/docs/a.txt"),
+                                                 QStringLiteral("--file"),
+                                                 QStringLiteral("{R}/docs/b.txt"),
+                                                 QStringLiteral("--file"),
+                                                 QStringLiteral("{R}/shots/screen.png"),
+                                                 QStringLiteral("--dir"),
+                                                 QStringLiteral("{W}"),
+                                                 QStringLiteral("--"),
+                                                 QStringLiteral("{P}")};
+        QTest::newRow("opencode default model") << QuickTaskCLIBackend::opencode << QString()
+                                                << QStringList{QStringLiteral("run"),
+                                                               QStringLiteral("--variant"),
+                                                               QStringLiteral("high"),
+                                                               QStringLiteral("--file"),
+                                                               QStringLiteral("{W}/notes.md"),
+                                                               QStringLiteral("--file"),
+                                                               QStringLiteral("{R}/docs/a.txt"),
+                                                               QStringLiteral("--file"),
+                                                               QStringLiteral("{R}/docs/b.txt"),
+                                                               QStringLiteral("--file"),
+                                                               QStringLiteral("{R}/shots/screen.png"),
+                                                               QStringLiteral("--dir"),
+                                                               QStringLiteral("{W}"),
+                                                               QStringLiteral("--"),
+                                                               QStringLiteral("{P}")};
+    }
+    void argumentLists()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QString, model);
+        QFETCH(QStringList, expected);
+        AttachmentTree tree;
+        const QString prompt = QStringLiteral("Compare the \"docs\" -- and explain.");
+        const QList<ScratchAttachment> attachments = tree.all();
+        for (QString &argument : expected) {
+            argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
+                .replace(QStringLiteral("{R}"), tree.root.path())
+                .replace(QStringLiteral("{P}"), QuickTaskInvocation::augmentedPrompt(prompt, attachments));
+        }
+        QCOMPARE(QuickTaskInvocation::buildProcessArguments(prompt, tree.workingDirectory, attachments,
+                                                            QuickTaskPreset{model, QStringLiteral("high")},
+                                                            backend),
+                 expected);
+    }
+
+    void withoutAttachmentsThePromptIsPassedUnchanged()
+    {
+        const QStringList arguments = QuickTaskInvocation::buildProcessArguments(
+            QStringLiteral("-- hi"), QStringLiteral("/w"), {},
+            QuickTaskPreset{QString(), QStringLiteral("low")}, QuickTaskCLIBackend::codex);
+        QCOMPARE(arguments.mid(arguments.size() - 2),
+                 (QStringList{QStringLiteral("--"), QStringLiteral("-- hi")}));
+        // codex always passes --model, an empty one too.
+        QCOMPARE(arguments.mid(3, 2), (QStringList{QStringLiteral("--model"), QString()}));
+    }
+
+    void backendReceivesTheArgumentsInOrder_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::newRow("codex") << QuickTaskCLIBackend::codex;
+        QTest::newRow("claude") << QuickTaskCLIBackend::claude;
+        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode;
+    }
+    void backendReceivesTheArgumentsInOrder()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        TestEnvironment environment;
+        FakeBackends fakes;
+        environment.set("PATH", fakes.searchPath());
+        environment.set("SHELL", QStringLiteral("/bin/sh"));
+        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
+        AttachmentTree tree;
+        const QString prompt = QStringLiteral("Line one\n\n  line \"two\" with 'quotes' and $HOME\n");
+        const QList<ScratchAttachment> attachments{ScratchAttachment::make(tree.first),
+                                                   ScratchAttachment::make(tree.image)};
+
+        const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
+        const QStringList arguments = QuickTaskInvocation::buildProcessArguments(
+            prompt, tree.workingDirectory, attachments,
+            QuickTaskPreset{QStringLiteral("m"), QStringLiteral("low")}, backend);
+        ProcessGroupTask task(target.executablePath, arguments, tree.workingDirectory, target.environment);
+        QSignalSpy finished(&task, &ProcessGroupTask::finished);
+        task.run();
+        QVERIFY(finished.wait(10000));
+        QCOMPARE(finished.constFirst().constFirst().toInt(), 0);
+
+        const QString name = QuickTaskCLIBackends::executableName(backend);
+        const QStringList received = fakes.recordedArguments(name);
+        QCOMPARE(received, arguments);
+        QCOMPARE(received.constLast(), QuickTaskInvocation::augmentedPrompt(prompt, attachments));
+        QVERIFY(received.constLast().endsWith(prompt));
+        QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
+                 QDir(tree.workingDirectory).canonicalPath());
+        QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".path"))),
+                 target.environment.value(QStringLiteral("PATH")));
+    }
+};
+
+QTEST_GUILESS_MAIN(InvocationTest)
+#include "tst_invocation.moc"
