@@ -1,0 +1,238 @@
+#!/usr/bin/env bash
+# Runs a command on a private headless desktop: its own D-Bus session bus, a virtual X
+# display (Xvfb) with the openbox window manager, a trayer system tray (an XEmbed tray that
+# reserves the top 28 pixels), the dunst notification server and, on request, the xcompmgr
+# compositor. Every helper is ready before the command starts and is ended by its process id
+# afterwards. Exits with the command's status (125 when the desktop could not be started).
+#
+#   tests/e2e/desktop-session.sh [OPTIONS] [--] COMMAND [ARG...]
+#
+#   --compositor       also run xcompmgr
+#   --screen WxHxD     the screen (default 1280x800x24)
+#   --probe PATH       tarvel-desktop-probe from the build, to see the tray's and the
+#                      compositor's selections (default: $TARVEL_DESKTOP_PROBE, else the PATH;
+#                      without one the tray's window is awaited instead)
+#   --home DIR         HOME (and the XDG folders under it) for the command; default: a new
+#                      empty folder, so that the user's own files are never read or written
+#   --use-current-bus  stay on the caller's session bus, which must be a private one (from
+#                      dbus-run-session); default: start one
+#   --keep             keep the session folder with the helpers' logs
+#
+# The command runs with DISPLAY, XAUTHORITY, DBUS_SESSION_BUS_ADDRESS, QT_QPA_PLATFORM=xcb,
+# HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME, a 0700 XDG_RUNTIME_DIR, and
+#   TARVEL_DESKTOP_DIR         the session folder (xvfb.log, openbox.log, trayer.log, ...)
+#   TARVEL_DESKTOP_PIDS        "name:pid" of each helper, separated by blanks
+#   TARVEL_DESKTOP_COMPOSITOR  1 with xcompmgr, else 0
+#   TARVEL_DESKTOP_SCREENSHOT  the screenshot helper: "$TARVEL_DESKTOP_SCREENSHOT" FILE.png [WINDOW]
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+self="$here/$(basename "${BASH_SOURCE[0]}")"
+arguments=("$@")
+
+usage() {
+    sed -n '8,20s/^# \{0,1\}//p' "$self" >&2
+    exit 2
+}
+fail() {
+    echo "desktop-session: $*" >&2
+    exit 125
+}
+
+compositor=0
+screen=1280x800x24
+probe=${TARVEL_DESKTOP_PROBE:-}
+home=
+use_current_bus=0
+keep=0
+while [ $# -gt 0 ]; do
+    case $1 in
+    --compositor) compositor=1; shift ;;
+    --screen) screen=${2:?}; shift 2 ;;
+    --probe) probe=${2:?}; shift 2 ;;
+    --home) home=${2:?}; shift 2 ;;
+    --use-current-bus) use_current_bus=1; shift ;;
+    --keep) keep=1; shift ;;
+    --) shift; break ;;
+    -*) usage ;;
+    *) break ;;
+    esac
+done
+[ $# -gt 0 ] || usage
+[[ $screen =~ ^[0-9]+x[0-9]+x[0-9]+$ ]] || usage
+if [ -z "$probe" ]; then
+    probe=$(command -v tarvel-desktop-probe || true)
+fi
+
+# The session folder holds the private home, the runtime folder, the X cookie and the logs.
+# A folder handed over by the outer half of this script (around dbus-run-session) is its to remove.
+owns_dir=1
+if [ -n "${_TARVEL_DESKTOP_SESSION:-}" ]; then
+    dir=$_TARVEL_DESKTOP_SESSION
+    owns_dir=0
+    unset _TARVEL_DESKTOP_SESSION
+else
+    dir=$(mktemp -d "${TMPDIR:-/tmp}/tarvel-desktop.XXXXXX")
+fi
+
+remove_dir() {
+    if [ "$keep" = 1 ]; then
+        echo "desktop-session: logs kept in $dir" >&2
+    else
+        rm -rf "$dir"
+    fi
+}
+
+export HOME=${home:-$dir/home}
+export XDG_CONFIG_HOME=$HOME/.config XDG_DATA_HOME=$HOME/.local/share XDG_CACHE_HOME=$HOME/.cache
+export XDG_RUNTIME_DIR=$dir/runtime
+mkdir -p "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME"
+mkdir -p -m 0700 "$XDG_RUNTIME_DIR"
+chmod 0700 "$XDG_RUNTIME_DIR"
+
+if [ "$use_current_bus" = 0 ]; then
+    # The bus daemon is started with the private folders already in place, so that it does
+    # not even read the user's own service files.
+    # A signal for this process is passed on to the inner half, which ends the helpers.
+    trap '[ "$owns_dir" = 0 ] || remove_dir' EXIT
+    trap '[ -s "$dir/session.pid" ] && kill -TERM "$(<"$dir/session.pid")" 2>/dev/null' INT TERM
+    _TARVEL_DESKTOP_SESSION=$dir dbus-run-session -- "$self" --use-current-bus "${arguments[@]}" <&0 &
+    bus_pid=$!
+    status=0
+    wait "$bus_pid" || status=$?
+    while kill -0 "$bus_pid" 2>/dev/null; do
+        status=0
+        wait "$bus_pid" || status=$?
+    done
+    exit "$status"
+fi
+echo $$ >"$dir/session.pid"
+[ -n "${DBUS_SESSION_BUS_ADDRESS:-}" ] || fail "--use-current-bus needs DBUS_SESSION_BUS_ADDRESS"
+
+helpers=()
+command_pid=
+
+stop_all() {
+    local entry pid index
+    if [ -n "$command_pid" ] && kill -0 "$command_pid" 2>/dev/null; then
+        kill -TERM "$command_pid" 2>/dev/null || true
+        wait "$command_pid" 2>/dev/null || true
+    fi
+    # Last started, first ended: the X server goes last so the others can leave cleanly.
+    for ((index = ${#helpers[@]} - 1; index >= 0; index--)); do
+        pid=${helpers[index]#*:}
+        kill -TERM "$pid" 2>/dev/null || continue
+        for _ in $(seq 1 40); do
+            kill -0 "$pid" 2>/dev/null || break
+            sleep 0.05
+        done
+        kill -KILL "$pid" 2>/dev/null || true
+        wait "$pid" 2>/dev/null || true
+    done
+    [ "$owns_dir" = 0 ] || remove_dir
+}
+trap stop_all EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+start() {
+    local name=$1
+    shift
+    "$@" </dev/null >"$dir/$name.log" 2>&1 &
+    helpers+=("$name:$!")
+}
+
+# Polls CHECK (a command) until it succeeds; gives up after SECONDS or when the helper dies.
+await() {
+    local name=$1 seconds=$2 pid=${helpers[-1]#*:}
+    shift 2
+    local check=$1
+    for _ in $(seq 1 $((seconds * 20))); do
+        if "$@" >/dev/null 2>&1; then
+            return 0
+        fi
+        if ! kill -0 "$pid" 2>/dev/null; then
+            tail -n 20 "$dir/$name.log" >&2 || true
+            fail "$name exited before it was ready ($check)"
+        fi
+        sleep 0.05
+    done
+    tail -n 20 "$dir/$name.log" >&2 || true
+    fail "$name was not ready after $seconds seconds ($check)"
+}
+
+# openbox announces itself early in its start-up; a window mapped before it has also published
+# the work area can be left unmanaged, so that counts as ready.
+window_manager_ready() {
+    local out
+    out=$(xprop -root _NET_SUPPORTING_WM_CHECK _NET_WORKAREA) &&
+        [[ $out == *"window id"* && $out == *"_NET_WORKAREA(CARDINAL) = "* ]]
+}
+selection_owned() {
+    "$probe" selection-owner "$1"
+}
+tray_ready() {
+    if [ -n "$probe" ]; then
+        selection_owned _NET_SYSTEM_TRAY_S0
+    else
+        xdotool search --onlyvisible --class trayer
+    fi
+}
+# The window manager has taken the tray's strut out of the work area.
+work_area_ready() {
+    local out
+    out=$(xprop -root _NET_WORKAREA) && [[ $out =~ =\ [0-9]+,\ 28, ]]
+}
+notifications_ready() {
+    local out
+    out=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications) && [[ $out == *"boolean true"* ]]
+}
+
+# The X server picks a free display itself (-displayfd), so parallel sessions never race for
+# one. The server accepts every cookie in its authority file, whatever display it is filed under.
+export XAUTHORITY=$dir/xauthority
+cookie=$(od -An -tx1 -N16 /dev/urandom | tr -d ' \n')
+: >"$XAUTHORITY"
+xauth -q -f "$XAUTHORITY" add :0 . "$cookie"
+Xvfb -displayfd 3 -auth "$XAUTHORITY" -nolisten tcp -noreset -screen 0 "$screen" \
+    3>"$dir/display" </dev/null >"$dir/xvfb.log" 2>&1 &
+helpers+=("xvfb:$!")
+await xvfb 15 test -s "$dir/display"
+display=$(tr -d '[:space:]' <"$dir/display")
+export DISPLAY=:$display
+xauth -q -f "$XAUTHORITY" add "$DISPLAY" . "$cookie"
+[ "$display" = 0 ] || xauth -q -f "$XAUTHORITY" remove :0
+
+start openbox openbox --sm-disable
+await openbox 15 window_manager_ready
+
+start trayer trayer --edge top --align right --widthtype pixel --width 200 --height 28 \
+    --SetDockType true --SetPartialStrut true
+await trayer 15 tray_ready
+await trayer 15 work_area_ready
+
+if [ "$compositor" = 1 ]; then
+    start xcompmgr xcompmgr
+    if [ -n "$probe" ]; then
+        await xcompmgr 15 selection_owned _NET_WM_CM_S0
+    fi
+fi
+
+start dunst dunst
+await dunst 15 notifications_ready
+
+export QT_QPA_PLATFORM=xcb
+unset WAYLAND_DISPLAY
+export TARVEL_DESKTOP_DIR=$dir
+export TARVEL_DESKTOP_PIDS="${helpers[*]}"
+export TARVEL_DESKTOP_COMPOSITOR=$compositor
+export TARVEL_DESKTOP_SCREENSHOT=$here/screenshot.sh
+
+# In the background so that a signal reaches the traps at once; stdin stays the caller's.
+"$@" <&0 &
+command_pid=$!
+status=0
+wait "$command_pid" || status=$?
+command_pid=
+exit "$status"

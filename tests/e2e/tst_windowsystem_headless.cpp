@@ -1,0 +1,54 @@
+// The window system where there is no X display: an empty desktop, never a crash.
+
+#include "platform/WindowSystem.h"
+
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QScreen>
+#include <QTest>
+
+class WindowSystemHeadlessTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void reportsAnEmptyDesktop();
+    void namesExecutablesWithoutADisplay();
+};
+
+void WindowSystemHeadlessTest::reportsAnEmptyDesktop()
+{
+    const std::unique_ptr<WindowSystem> windows = WindowSystem::create();
+    QVERIFY(!windows->isAvailable());
+    QVERIFY(windows->topLevelWindows().isEmpty());
+    QVERIFY(!windows->activeWindow());
+    QVERIFY(!windows->activateWindow(1));
+    QVERIFY(!windows->activateApplication(QCoreApplication::applicationPid()));
+    QVERIFY(!windows->compositorRunning());
+
+    // Screens still come from Qt, so that panels can be placed on any platform.
+    const QList<ScreenArea> screens = windows->screens();
+    QCOMPARE(screens.size(), QGuiApplication::screens().size());
+    QCOMPARE(screens.value(0).workArea, QGuiApplication::primaryScreen()->availableGeometry());
+    QCOMPARE(windows->primaryScreenIndex(), 0);
+}
+
+void WindowSystemHeadlessTest::namesExecutablesWithoutADisplay()
+{
+    const std::unique_ptr<WindowSystem> windows = WindowSystem::create();
+    QCOMPARE(windows->executableName(QCoreApplication::applicationPid()),
+             QFileInfo(QCoreApplication::applicationFilePath()).fileName());
+    QCOMPARE(windows->executableName(0), QString());
+    QCOMPARE(windows->executableName(std::numeric_limits<qint32>::max()), QString());
+}
+
+int main(int argc, char **argv)
+{
+    // Even where the user's own display is at hand, this is about having none.
+    qunsetenv("DISPLAY");
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication application(argc, argv);
+    WindowSystemHeadlessTest test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_windowsystem_headless.moc"

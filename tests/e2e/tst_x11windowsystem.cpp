@@ -1,0 +1,234 @@
+// The real window system on the headless desktop (run through desktop-session.sh): real
+// xterm windows under openbox, checked against what xwininfo, xprop and xdotool report.
+
+#include "platform/WindowSystem.h"
+
+#include <QGuiApplication>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTest>
+#include <QWindow>
+
+#include <memory>
+#include <vector>
+
+namespace {
+
+QString run(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    if (!process.waitForFinished(10000) || process.exitCode() != 0)
+        qWarning() << program << arguments << "failed:" << process.readAllStandardError();
+    return QString::fromLocal8Bit(process.readAllStandardOutput());
+}
+
+int field(const QString &text, const QString &label)
+{
+    const QRegularExpression pattern(QRegularExpression::escape(label) + QStringLiteral(u":\\s*(-?\\d+)"));
+    const QRegularExpressionMatch match = pattern.match(text);
+    return match.hasMatch() ? match.captured(1).toInt() : -1;
+}
+
+QString hexId(quint64 id)
+{
+    return QStringLiteral("0x") + QString::number(id, 16);
+}
+
+// A window's outer rectangle (its X border included) as xwininfo sees it.
+QRect xwininfoRect(const QString &id)
+{
+    const QString info = run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id});
+    const int border = field(info, QStringLiteral("Border width"));
+    return QRect(field(info, QStringLiteral("Absolute upper-left X")) - border,
+                 field(info, QStringLiteral("Absolute upper-left Y")) - border,
+                 field(info, QStringLiteral("Width")) + 2 * border,
+                 field(info, QStringLiteral("Height")) + 2 * border);
+}
+
+QList<int> numbers(const QString &text)
+{
+    QList<int> values;
+    const QString afterEquals = text.section(QLatin1Char('='), 1);
+    for (const QString &part : afterEquals.split(QLatin1Char(','), Qt::SkipEmptyParts))
+        values.append(part.trimmed().toInt());
+    return values;
+}
+
+bool containsWindow(const QList<TopLevelWindow> &windows, quint64 id)
+{
+    return std::any_of(windows.begin(), windows.end(), [id](const TopLevelWindow &w) { return w.id == id; });
+}
+
+} // namespace
+
+class X11WindowSystemTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanup();
+    void findsTheTerminalWindowByPid();
+    void activatesWindowsFromTheBackground();
+    void listsOnlyOrdinaryVisibleWindowsOfOthers();
+    void reportsScreensAndCompositor();
+
+private:
+    TopLevelWindow startTerminal(const QString &geometry);
+    quint64 activeId() const;
+    quint64 frontId() const;
+
+    std::unique_ptr<WindowSystem> m_windows;
+    std::vector<std::unique_ptr<QProcess>> m_terminals;
+};
+
+void X11WindowSystemTest::initTestCase()
+{
+    m_windows = WindowSystem::create();
+    QVERIFY2(m_windows->isAvailable(), "needs an X display: run through tests/e2e/desktop-session.sh");
+}
+
+void X11WindowSystemTest::cleanup()
+{
+    for (const auto &terminal : m_terminals) {
+        terminal->kill();
+        terminal->waitForFinished(5000);
+    }
+    m_terminals.clear();
+}
+
+TopLevelWindow X11WindowSystemTest::startTerminal(const QString &geometry)
+{
+    auto terminal = std::make_unique<QProcess>();
+    terminal->start(QStringLiteral("xterm"), {QStringLiteral("-geometry"), geometry, QStringLiteral("-e"),
+                                              QStringLiteral("sleep"), QStringLiteral("600")});
+    if (!terminal->waitForStarted(5000))
+        return {};
+    const qint64 pid = terminal->processId();
+    m_terminals.push_back(std::move(terminal));
+    TopLevelWindow found;
+    const auto appeared = [&] {
+        for (const TopLevelWindow &window : m_windows->topLevelWindows()) {
+            if (window.pid == pid) {
+                found = window;
+                return true;
+            }
+        }
+        return false;
+    };
+    if (!QTest::qWaitFor(appeared, 10000))
+        qWarning() << "no window of xterm" << pid << "appeared";
+    return found;
+}
+
+quint64 X11WindowSystemTest::activeId() const
+{
+    const std::optional<TopLevelWindow> active = m_windows->activeWindow();
+    return active ? active->id : 0;
+}
+
+quint64 X11WindowSystemTest::frontId() const
+{
+    const QList<TopLevelWindow> windows = m_windows->topLevelWindows();
+    return windows.isEmpty() ? 0 : windows.first().id;
+}
+
+void X11WindowSystemTest::findsTheTerminalWindowByPid()
+{
+    const TopLevelWindow xterm = startTerminal(QStringLiteral("80x24+100+150"));
+    QVERIFY(xterm.id != 0);
+    QCOMPARE(xterm.windowInstance, QStringLiteral("xterm"));
+    QCOMPARE(xterm.windowClass, QStringLiteral("XTerm"));
+    QCOMPARE(m_windows->executableName(xterm.pid), QStringLiteral("xterm"));
+
+    // The client's rectangle grown by the decorations the window manager says it added...
+    const QString id = hexId(xterm.id);
+    const QList<int> extents = numbers(
+        run(QStringLiteral("xprop"), {QStringLiteral("-id"), id, QStringLiteral("_NET_FRAME_EXTENTS")}));
+    QCOMPARE(extents.size(), 4);
+    QVERIFY2(extents[2] > 0, "openbox draws a title bar");
+    const QRect client = xwininfoRect(id);
+    QCOMPARE(xterm.frame, client.adjusted(-extents[0], -extents[2], extents[1], extents[3]));
+    // ...which is the window manager's frame window around it, placed where -geometry asked.
+    const QString tree =
+        run(QStringLiteral("xwininfo"), {QStringLiteral("-tree"), QStringLiteral("-id"), id});
+    const QString parent =
+        QRegularExpression(QStringLiteral(u"Parent window id: (0x[0-9a-f]+)")).match(tree).captured(1);
+    QVERIFY(!parent.isEmpty());
+    QCOMPARE(xterm.frame, xwininfoRect(parent));
+    QCOMPARE(xterm.frame.topLeft(), QPoint(100, 150));
+}
+
+void X11WindowSystemTest::activatesWindowsFromTheBackground()
+{
+    const TopLevelWindow first = startTerminal(QStringLiteral("80x24+100+150"));
+    const TopLevelWindow second = startTerminal(QStringLiteral("80x24+300+250"));
+    QVERIFY(first.id != 0 && second.id != 0);
+    QTRY_COMPARE(activeId(), second.id);
+
+    QVERIFY(m_windows->activateWindow(first.id));
+    QTRY_COMPARE(activeId(), first.id);
+    QTRY_COMPARE(frontId(), first.id);
+    QCOMPARE(run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")}).trimmed().toULongLong(),
+             first.id);
+
+    QVERIFY(m_windows->activateApplication(second.pid));
+    QTRY_COMPARE(activeId(), second.id);
+    QTRY_COMPARE(frontId(), second.id);
+
+    QVERIFY(!m_windows->activateWindow(0));
+    QVERIFY(!m_windows->activateApplication(QCoreApplication::applicationPid()));
+}
+
+void X11WindowSystemTest::listsOnlyOrdinaryVisibleWindowsOfOthers()
+{
+    // Our own window is on the desktop but never in the list.
+    QWindow own;
+    own.setGeometry(200, 200, 300, 200);
+    own.show();
+    const auto managed = [&] {
+        const QString list =
+            run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_CLIENT_LIST")});
+        return list.split(QRegularExpression(QStringLiteral(u"[\\s,]+"))).contains(hexId(own.winId()));
+    };
+    QTRY_VERIFY_WITH_TIMEOUT(managed(), 10000);
+    QVERIFY(!containsWindow(m_windows->topLevelWindows(), own.winId()));
+
+    // Nor is the tray, a dock.
+    const QString tray = run(QStringLiteral("xdotool"),
+                             {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")});
+    QVERIFY(!tray.trimmed().isEmpty());
+    for (const TopLevelWindow &window : m_windows->topLevelWindows())
+        QVERIFY(window.windowClass != QStringLiteral("trayer"));
+
+    // A minimised window leaves the list until it is activated again.
+    const TopLevelWindow xterm = startTerminal(QStringLiteral("80x24+100+150"));
+    QVERIFY(xterm.id != 0);
+    run(QStringLiteral("xdotool"), {QStringLiteral("windowminimize"), QString::number(xterm.id)});
+    QTRY_VERIFY(!containsWindow(m_windows->topLevelWindows(), xterm.id));
+    QVERIFY(!m_windows->activateApplication(xterm.pid));
+    QVERIFY(m_windows->activateWindow(xterm.id));
+    QTRY_VERIFY(containsWindow(m_windows->topLevelWindows(), xterm.id));
+    QTRY_COMPARE(activeId(), xterm.id);
+}
+
+void X11WindowSystemTest::reportsScreensAndCompositor()
+{
+    const QList<ScreenArea> screens = m_windows->screens();
+    QCOMPARE(screens.size(), 1);
+    QCOMPARE(m_windows->primaryScreenIndex(), 0);
+    const QString root = run(QStringLiteral("xwininfo"), {QStringLiteral("-root")});
+    QCOMPARE(screens[0].geometry,
+             QRect(0, 0, field(root, QStringLiteral("Width")), field(root, QStringLiteral("Height"))));
+    // The tray reserves a strip along the top, which the window manager leaves out.
+    const QList<int> workArea =
+        numbers(run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_WORKAREA")}));
+    QVERIFY(workArea.size() >= 4);
+    QCOMPARE(screens[0].workArea, QRect(workArea[0], workArea[1], workArea[2], workArea[3]));
+    QVERIFY(screens[0].workArea != screens[0].geometry);
+
+    QCOMPARE(m_windows->compositorRunning(), qgetenv("TARVEL_DESKTOP_COMPOSITOR") == "1");
+}
+
+QTEST_MAIN(X11WindowSystemTest)
+#include "tst_x11windowsystem.moc"
