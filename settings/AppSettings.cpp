@@ -1,0 +1,261 @@
+#include "settings/AppSettings.h"
+
+#include "settings/QuickTaskModelCatalog.h"
+#include "settings/StoredByBackend.h"
+#include "settings/UserDefaults.h"
+
+#include <functional>
+
+using QuickTaskModelCatalog::Model;
+
+const QString AppSettings::quickTaskBackendKey = QStringLiteral("QuickTaskBackend");
+const QString AppSettings::quickTaskPresetSettingsByBackendKey =
+    QStringLiteral("QuickTaskPresetSettingsByBackend");
+const QString AppSettings::voicePromptRewriteSettingsByBackendKey =
+    QStringLiteral("VoicePromptRewriteSettingsByBackend");
+const QString AppSettings::quickTaskConfigurationSchemaVersionKey =
+    QStringLiteral("QuickTaskConfigurationSchemaVersion");
+const QString AppSettings::completionNotificationsEnabledKey =
+    QStringLiteral("CompletionNotificationsEnabled");
+const QString AppSettings::quickTaskLastWorkingDirectoryKey = QStringLiteral("QuickTaskLastWorkingDirectory");
+
+namespace {
+
+std::optional<QString> nonEmpty(const std::optional<QString> &text)
+{
+    if (!text || text->trimmed().isEmpty())
+        return std::nullopt;
+    return text->trimmed();
+}
+
+template<typename T> StoredByBackend<T> loadContainer(const UserDefaults &defaults, const QString &key)
+{
+    return defaults.record<StoredByBackend<T>>(key).value_or(StoredByBackend<T>());
+}
+
+// Reading sanitises and writes back; skipping identical writes keeps a reader that reacts to
+// user-defaults changes from triggering itself.
+template<typename T>
+void storeContainerIfChanged(UserDefaults &defaults, const QString &key, const StoredByBackend<T> &container)
+{
+    const QByteArray encoded = JSONCoding::encodeRecord(container);
+    if (defaults.data(key) != encoded)
+        defaults.setData(key, encoded);
+}
+
+std::optional<VoicePromptRewriteSelection> voiceSelection(const UserDefaults &defaults,
+                                                          QuickTaskCLIBackend backend)
+{
+    return loadContainer<VoicePromptRewriteSelection>(defaults,
+                                                      AppSettings::voicePromptRewriteSettingsByBackendKey)
+        .slot(backend);
+}
+
+void updateVoiceSelection(UserDefaults &defaults, QuickTaskCLIBackend backend,
+                          const std::function<void(VoicePromptRewriteSelection &)> &change)
+{
+    auto container = loadContainer<VoicePromptRewriteSelection>(
+        defaults, AppSettings::voicePromptRewriteSettingsByBackendKey);
+    VoicePromptRewriteSelection selection = container.slot(backend).value_or(VoicePromptRewriteSelection());
+    change(selection);
+    container.slot(backend) = selection;
+    defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, container);
+}
+
+std::optional<QString> voiceModelIdentifier(UserDefaults &defaults, QuickTaskCLIBackend backend,
+                                            const QList<Model> &models)
+{
+    const std::optional<VoicePromptRewriteSelection> selection = voiceSelection(defaults, backend);
+    if (!selection || !selection->overrideEnabled)
+        return std::nullopt;
+    const std::optional<QString> identifier = nonEmpty(selection->modelIdentifier);
+    if (!identifier)
+        return std::nullopt;
+    if (backend == QuickTaskCLIBackend::opencode)
+        return nonEmpty(QuickTaskModelCatalog::normalizedOpenCodeModelIdentifier(*identifier));
+    // With no catalog to check against (codex has not written its cache yet) the choice is not used,
+    // but it is kept: the model may well be back once the cache is.
+    if (models.isEmpty())
+        return std::nullopt;
+    for (const Model &model : models) {
+        if (model.identifier == *identifier)
+            return identifier;
+    }
+    updateVoiceSelection(defaults, backend,
+                         [](VoicePromptRewriteSelection &stale) { stale.modelIdentifier = std::nullopt; });
+    return std::nullopt;
+}
+
+} // namespace
+
+AppSettings::AppSettings(UserDefaults &defaults)
+    : m_defaults(defaults)
+{
+}
+
+const QStringList &AppSettings::obsoleteKeys()
+{
+    static const QStringList keys{QStringLiteral("QuickTaskPresetSettings"),
+                                  QStringLiteral("QuickTaskPresetMigrationVersion"),
+                                  QStringLiteral("QuickTaskFavoriteSettings"),
+                                  QStringLiteral("VoicePromptRewriteModel"),
+                                  QStringLiteral("VoicePromptRewriteReasoningEffort"),
+                                  QStringLiteral("VoicePromptRewriteModelOverrideEnabled")};
+    return keys;
+}
+
+void AppSettings::removeObsoleteKeys()
+{
+    for (const QString &key : obsoleteKeys()) {
+        if (m_defaults.contains(key))
+            m_defaults.remove(key);
+    }
+}
+
+void AppSettings::normalizeQuickTaskCLIBackend()
+{
+    const QString normalized = QuickTaskCLIBackends::rawValue(quickTaskCLIBackend());
+    if (m_defaults.string(quickTaskBackendKey) != normalized)
+        m_defaults.setString(quickTaskBackendKey, normalized);
+}
+
+void AppSettings::resetQuickTaskConfigurationForCurrentSchemaIfNeeded()
+{
+    if (m_defaults.integer(quickTaskConfigurationSchemaVersionKey).value_or(0) >=
+        currentQuickTaskConfigurationSchemaVersion) {
+        return;
+    }
+    m_defaults.remove(quickTaskPresetSettingsByBackendKey);
+    m_defaults.remove(voicePromptRewriteSettingsByBackendKey);
+    m_defaults.setInteger(quickTaskConfigurationSchemaVersionKey, currentQuickTaskConfigurationSchemaVersion);
+}
+
+QuickTaskCLIBackend AppSettings::quickTaskCLIBackend() const
+{
+    const std::optional<QString> stored = m_defaults.string(quickTaskBackendKey);
+    if (stored == u"claude")
+        return QuickTaskCLIBackend::claude;
+    if (stored == u"opencode")
+        return QuickTaskCLIBackend::opencode;
+    return QuickTaskCLIBackend::codex;
+}
+
+void AppSettings::setQuickTaskCLIBackend(QuickTaskCLIBackend backend)
+{
+    m_defaults.setString(quickTaskBackendKey, QuickTaskCLIBackends::rawValue(backend));
+}
+
+QuickTaskPresetSettings AppSettings::quickTaskPresetSettings() const
+{
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
+    auto container = loadContainer<QuickTaskPresetSettings>(m_defaults, quickTaskPresetSettingsByBackendKey);
+    const QuickTaskPresetSettings settings =
+        QuickTaskPresetSettings::sanitized(container.slot(backend), models, backend);
+    container.slot(backend) = settings;
+    storeContainerIfChanged(m_defaults, quickTaskPresetSettingsByBackendKey, container);
+    return settings;
+}
+
+void AppSettings::setQuickTaskPresetSettings(const QuickTaskPresetSettings &settings)
+{
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
+    auto container = loadContainer<QuickTaskPresetSettings>(m_defaults, quickTaskPresetSettingsByBackendKey);
+    container.slot(backend) = settings.sanitized(models, backend);
+    m_defaults.setRecord(quickTaskPresetSettingsByBackendKey, container);
+}
+
+std::optional<QuickTaskPreset> AppSettings::selectedQuickTaskPreset() const
+{
+    const QuickTaskPresetSettings settings = quickTaskPresetSettings();
+    const int index = settings.selectedPresetIndex;
+    if (index < 0 || index >= settings.presets.size())
+        return std::nullopt;
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    const QuickTaskPreset &preset = settings.presets.at(index);
+    if (!preset.isAvailable(QuickTaskModelCatalog::availableModels(backend), backend))
+        return std::nullopt;
+    return preset;
+}
+
+bool AppSettings::areCompletionNotificationsEnabled() const
+{
+    return m_defaults.boolean(completionNotificationsEnabledKey).value_or(true);
+}
+
+void AppSettings::setCompletionNotificationsEnabled(bool enabled)
+{
+    m_defaults.setBool(completionNotificationsEnabledKey, enabled);
+}
+
+std::optional<QString> AppSettings::quickTaskLastWorkingDirectory() const
+{
+    const std::optional<QString> path = m_defaults.string(quickTaskLastWorkingDirectoryKey);
+    if (!path || path->isEmpty())
+        return std::nullopt;
+    return path;
+}
+
+void AppSettings::setQuickTaskLastWorkingDirectory(const std::optional<QString> &path)
+{
+    if (path && !path->isEmpty())
+        m_defaults.setString(quickTaskLastWorkingDirectoryKey, *path);
+    else
+        m_defaults.remove(quickTaskLastWorkingDirectoryKey);
+}
+
+std::optional<QString> AppSettings::voicePromptRewriteModelIdentifier() const
+{
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    return voiceModelIdentifier(m_defaults, backend, QuickTaskModelCatalog::availableModels(backend));
+}
+
+void AppSettings::setVoicePromptRewriteModelIdentifier(const std::optional<QString> &identifier)
+{
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    std::optional<QString> chosen = nonEmpty(identifier);
+    if (chosen && backend == QuickTaskCLIBackend::opencode)
+        chosen = nonEmpty(QuickTaskModelCatalog::normalizedOpenCodeModelIdentifier(*chosen));
+    updateVoiceSelection(m_defaults, backend, [&chosen](VoicePromptRewriteSelection &selection) {
+        selection.modelIdentifier = chosen;
+        selection.overrideEnabled = chosen.has_value();
+    });
+}
+
+std::optional<QString> AppSettings::voicePromptRewriteReasoningEffort() const
+{
+    const std::optional<VoicePromptRewriteSelection> selection =
+        voiceSelection(m_defaults, quickTaskCLIBackend());
+    return selection ? nonEmpty(selection->reasoningEffort) : std::nullopt;
+}
+
+void AppSettings::setVoicePromptRewriteReasoningEffort(const std::optional<QString> &effort)
+{
+    const std::optional<QString> chosen = nonEmpty(effort);
+    updateVoiceSelection(
+        m_defaults, quickTaskCLIBackend(),
+        [&chosen](VoicePromptRewriteSelection &selection) { selection.reasoningEffort = chosen; });
+}
+
+QuickTaskPreset AppSettings::voicePromptRewritePreset() const
+{
+    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
+    QuickTaskPreset preset =
+        QuickTaskPreset::voiceDraft(voiceModelIdentifier(m_defaults, backend, models), models, backend);
+    const std::optional<QString> effort = voicePromptRewriteReasoningEffort();
+    if (!effort)
+        return preset;
+    // Only an effort the chosen model takes; opencode takes its fixed variants whatever the model.
+    bool accepted = false;
+    if (backend == QuickTaskCLIBackend::opencode) {
+        accepted = QuickTaskModelCatalog::openCodeReasoningVariants().contains(*effort);
+    } else {
+        const std::optional<Model> resolved = preset.resolvedModel(models, backend);
+        accepted = resolved && resolved->supports(*effort);
+    }
+    if (accepted)
+        preset.reasoningEffort = *effort;
+    return preset;
+}

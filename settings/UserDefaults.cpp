@@ -1,0 +1,188 @@
+#include "settings/UserDefaults.h"
+
+#include "core/AppConstants.h"
+
+#include <QDir>
+#include <QSettings>
+#include <QStandardPaths>
+#include <QSysInfo>
+
+namespace {
+
+bool isMacHost()
+{
+    return QSysInfo::kernelType() == u"darwin";
+}
+
+std::unique_ptr<QSettings> openStandardSettings()
+{
+    if (isMacHost()) {
+        // Qt reverses an organisation written as an Internet domain into the defaults domain, and with
+        // no application name it uses that domain alone: "tarvel.zq" becomes the domain "zq.tarvel".
+        return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
+                                           QStringLiteral("tarvel.zq"), QString());
+    }
+    // The path is worked out here rather than by QSettings, which remembers the config folder of its
+    // first use; this way a changed XDG_CONFIG_HOME is honoured.
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
+    return std::make_unique<QSettings>(
+        QDir(folder).filePath(AppConstants::appName + u'/' + AppConstants::appName + QStringLiteral(".conf")),
+        QSettings::IniFormat);
+}
+
+bool isScalarText(const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::QString:
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+        return true;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+UserDefaults::UserDefaults(const QString &iniFilePath, QObject *parent)
+    : UserDefaults(std::make_unique<QSettings>(iniFilePath, QSettings::IniFormat), parent)
+{
+}
+
+UserDefaults::UserDefaults(std::unique_ptr<QSettings> settings, QObject *parent)
+    : QObject(parent)
+    , m_settings(std::move(settings))
+{
+}
+
+UserDefaults::~UserDefaults() = default;
+
+UserDefaults &UserDefaults::standard()
+{
+    static UserDefaults *instance = new UserDefaults(openStandardSettings(), nullptr);
+    return *instance;
+}
+
+QString UserDefaults::location() const
+{
+    return m_settings->fileName();
+}
+
+QVariant UserDefaults::freshValue(const QString &key) const
+{
+    // sync() re-reads the backing store when another writer has changed it.
+    m_settings->sync();
+    return m_settings->value(key);
+}
+
+void UserDefaults::write(const QString &key, const QVariant &value)
+{
+    if (value.isValid())
+        m_settings->setValue(key, value);
+    else
+        m_settings->remove(key);
+    m_settings->sync();
+    Q_EMIT didChange(key);
+}
+
+bool UserDefaults::contains(const QString &key) const
+{
+    m_settings->sync();
+    return m_settings->contains(key);
+}
+
+QVariant UserDefaults::value(const QString &key) const
+{
+    return freshValue(key);
+}
+
+std::optional<QString> UserDefaults::string(const QString &key) const
+{
+    const QVariant value = freshValue(key);
+    if (!isScalarText(value))
+        return std::nullopt;
+    return value.toString();
+}
+
+std::optional<bool> UserDefaults::boolean(const QString &key) const
+{
+    const QVariant value = freshValue(key);
+    switch (value.typeId()) {
+    case QMetaType::Bool:
+        return value.toBool();
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+        return value.toDouble() != 0.0;
+    case QMetaType::QString: {
+        const QString text = value.toString().trimmed().toLower();
+        if (text == u"true" || text == u"yes" || text == u"1")
+            return true;
+        if (text == u"false" || text == u"no" || text == u"0")
+            return false;
+        return std::nullopt;
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<qint64> UserDefaults::integer(const QString &key) const
+{
+    const QVariant value = freshValue(key);
+    switch (value.typeId()) {
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+        return value.toLongLong();
+    case QMetaType::Bool:
+        return value.toBool() ? 1 : 0;
+    case QMetaType::QString: {
+        bool ok = false;
+        const qint64 number = value.toString().trimmed().toLongLong(&ok);
+        return ok ? std::optional<qint64>(number) : std::nullopt;
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+std::optional<QByteArray> UserDefaults::data(const QString &key) const
+{
+    const QVariant value = freshValue(key);
+    if (value.typeId() != QMetaType::QByteArray)
+        return std::nullopt;
+    return value.toByteArray();
+}
+
+void UserDefaults::setString(const QString &key, const QString &value)
+{
+    write(key, value);
+}
+
+void UserDefaults::setBool(const QString &key, bool value)
+{
+    write(key, value);
+}
+
+void UserDefaults::setInteger(const QString &key, qint64 value)
+{
+    write(key, value);
+}
+
+void UserDefaults::setData(const QString &key, const QByteArray &value)
+{
+    write(key, value);
+}
+
+void UserDefaults::remove(const QString &key)
+{
+    write(key, QVariant());
+}

@@ -1,0 +1,79 @@
+#pragma once
+
+#include "core/JSONCoding.h"
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+#include <QVariant>
+
+#include <memory>
+#include <optional>
+
+class QSettings;
+
+// The user-defaults store: small typed values under string keys. Every read goes to the
+// backing store and every write is flushed at once, so another instance (or another copy of
+// the application) sees it; nothing is cached here. A value of the wrong type reads as
+// absent, never as an error.
+//
+// The application's store is standard(): the user-defaults domain "zq.tarvel" on the Mac and
+// $XDG_CONFIG_HOME/Tarvel/Tarvel.conf (an INI file) elsewhere. Tests open their own file.
+class UserDefaults final : public QObject {
+    Q_OBJECT
+
+public:
+    // A store kept in the INI file at iniFilePath; the file and its folder are made on the first write.
+    explicit UserDefaults(const QString &iniFilePath, QObject *parent = nullptr);
+    ~UserDefaults() override;
+
+    static UserDefaults &standard();
+
+    // The backing file, or the domain name for the native Mac store.
+    QString location() const;
+
+    bool contains(const QString &key) const;
+    // The stored value as the backing store returns it (an INI file returns text for scalars).
+    QVariant value(const QString &key) const;
+
+    std::optional<QString> string(const QString &key) const;
+    // true/false, also read from their text form and from numbers.
+    std::optional<bool> boolean(const QString &key) const;
+    std::optional<qint64> integer(const QString &key) const;
+    std::optional<QByteArray> data(const QString &key) const;
+
+    void setString(const QString &key, const QString &value);
+    void setBool(const QString &key, bool value);
+    void setInteger(const QString &key, qint64 value);
+    void setData(const QString &key, const QByteArray &value);
+    void remove(const QString &key);
+
+    // A record stored as JSON data. Missing, not data, or not decodable: absent.
+    template<typename T> std::optional<T> record(const QString &key) const
+    {
+        const std::optional<QByteArray> bytes = data(key);
+        if (!bytes)
+            return std::nullopt;
+        try {
+            return JSONCoding::decodeRecord<T>(*bytes);
+        } catch (const TarvelError &) {
+            return std::nullopt;
+        }
+    }
+
+    template<typename T> void setRecord(const QString &key, const T &record)
+    {
+        setData(key, JSONCoding::encodeRecord(record));
+    }
+
+Q_SIGNALS:
+    // After every write through this instance, with the key that changed.
+    void didChange(const QString &key);
+
+private:
+    UserDefaults(std::unique_ptr<QSettings> settings, QObject *parent);
+    QVariant freshValue(const QString &key) const;
+    void write(const QString &key, const QVariant &value);
+
+    std::unique_ptr<QSettings> m_settings;
+};
