@@ -1,0 +1,336 @@
+// The model catalog: reading codex's cache and opencode's config from a real HOME, the opencode
+// identifier canon and order, default model choices and the effort derivations.
+#include "CatalogFiles.h"
+#include "settings/QuickTaskModelCatalog.h"
+#include "support/TestEnvironment.h"
+
+#include <QtTest>
+
+using QuickTaskModelCatalog::Model;
+namespace Catalog = QuickTaskModelCatalog;
+
+namespace {
+
+QStringList identifiers(const QList<Model> &models)
+{
+    QStringList list;
+    for (const Model &model : models)
+        list.append(model.identifier);
+    return list;
+}
+
+Model model(const QString &identifier, const QStringList &levels, const QString &defaultLevel = QString(),
+            const QString &description = QString())
+{
+    return Model{identifier, identifier, description, defaultLevel, levels};
+}
+
+const QStringList kAll{QStringLiteral("minimal"), QStringLiteral("low"),   QStringLiteral("medium"),
+                       QStringLiteral("high"),    QStringLiteral("xhigh"), QStringLiteral("max")};
+
+} // namespace
+
+class ModelCatalogTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void codexCacheAsCodexWritesIt()
+    {
+        TestEnvironment env;
+        CatalogFiles::writeCodexCache(env, CatalogFiles::sample(QStringLiteral("codex/models_cache.json")));
+
+        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::codex);
+        // File order, hidden and internal models left out.
+        QCOMPARE(identifiers(models),
+                 (QStringList{QStringLiteral("gpt-5.2-codex"), QStringLiteral("gpt-5.1-codex-max"),
+                              QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("gpt-5.2")}));
+        const Model &mini = models.at(2);
+        QCOMPARE(mini.displayName, QStringLiteral("gpt-5.1-codex-mini"));
+        QCOMPARE(mini.description, QStringLiteral("Optimized for codex. Cheaper, faster, but less capable."));
+        QCOMPARE(mini.defaultReasoningLevel, QStringLiteral("medium"));
+        QCOMPARE(mini.supportedReasoningLevels,
+                 (QStringList{QStringLiteral("medium"), QStringLiteral("high")}));
+    }
+
+    void codexVisibilityRule()
+    {
+        TestEnvironment env;
+        QJsonObject withoutVisibility =
+            CatalogFiles::codexEntry(QStringLiteral("no-key"), {QStringLiteral("low")}, QStringLiteral("low"),
+                                     QStringLiteral("d"), QString());
+        CatalogFiles::writeCodexCache(
+            env,
+            CatalogFiles::codexCache(QJsonArray{
+                CatalogFiles::codexEntry(QStringLiteral("hidden"), {QStringLiteral("low")},
+                                         QStringLiteral("low"), QStringLiteral("d"), QStringLiteral("hide")),
+                withoutVisibility,
+                CatalogFiles::codexEntry(QStringLiteral("capital"), {QStringLiteral("low")},
+                                         QStringLiteral("low"), QStringLiteral("d"), QStringLiteral("List")),
+                CatalogFiles::codexEntry(QStringLiteral("listed"), {QStringLiteral("low")},
+                                         QStringLiteral("low")),
+            }));
+        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()),
+                 (QStringList{QStringLiteral("no-key"), QStringLiteral("listed")}));
+    }
+
+    void unreadableCodexCacheGivesNoModels_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        const QJsonObject good =
+            CatalogFiles::codexEntry(QStringLiteral("gpt"), {QStringLiteral("low")}, QStringLiteral("low"));
+        QJsonObject missingDescription = good;
+        missingDescription.remove(QStringLiteral("description"));
+        QJsonObject levelWithoutEffort = good;
+        levelWithoutEffort.insert(
+            QStringLiteral("supported_reasoning_levels"),
+            QJsonArray{QJsonObject{{QStringLiteral("description"), QStringLiteral("x")}}});
+        QJsonObject numericSlug = good;
+        numericSlug.insert(QStringLiteral("slug"), 5);
+
+        QTest::newRow("not JSON") << QByteArray("{\"models\": [");
+        QTest::newRow("no models key") << QByteArray("{\"fetched_at\": \"2026-01-01T00:00:00Z\"}");
+        QTest::newRow("an array") << QByteArray("[]");
+        // One bad entry spoils the whole file, even next to good ones.
+        QTest::newRow("entry without description")
+            << CatalogFiles::codexCache(QJsonArray{good, missingDescription});
+        QTest::newRow("level without effort")
+            << CatalogFiles::codexCache(QJsonArray{good, levelWithoutEffort});
+        QTest::newRow("slug of the wrong type") << CatalogFiles::codexCache(QJsonArray{numericSlug, good});
+    }
+
+    void unreadableCodexCacheGivesNoModels()
+    {
+        QFETCH(QByteArray, contents);
+        TestEnvironment env;
+        CatalogFiles::writeCodexCache(env, contents);
+        QVERIFY(Catalog::loadCodexAvailableModels().isEmpty());
+    }
+
+    void missingFilesAreNotErrors()
+    {
+        TestEnvironment env;
+        QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
+        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode),
+                 QList<Model>{Catalog::openCodeDefaultModel()});
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::claude)),
+                 (QStringList{QStringLiteral("sonnet"), QStringLiteral("opus")}));
+    }
+
+    void everyQueryReadsTheFileAgain()
+    {
+        TestEnvironment env;
+        QVERIFY(Catalog::loadCodexAvailableModels().isEmpty());
+        CatalogFiles::writeCodexCache(
+            env, CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
+                     QStringLiteral("first"), {QStringLiteral("low")}, QStringLiteral("low"))}));
+        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("first")});
+        CatalogFiles::writeCodexCache(
+            env, CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
+                     QStringLiteral("second"), {QStringLiteral("low")}, QStringLiteral("low"))}));
+        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("second")});
+    }
+
+    void openCodeConfigAsOpenCodeWritesIt()
+    {
+        TestEnvironment env;
+        CatalogFiles::writeOpenCodeConfig(env,
+                                          CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
+
+        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::opencode);
+        // The default entry, then the configured default model (matched without regard to case), then
+        // the rest in case-insensitive order: "openrouter//Deepseek" after "openrouter//anthropic".
+        QCOMPARE(identifiers(models), (QStringList{QString(), QStringLiteral("anthropic//claude-sonnet-4-5"),
+                                                   QStringLiteral("anthropic//claude-haiku-4-5"),
+                                                   QStringLiteral("ollama//llama3.1:8b"),
+                                                   QStringLiteral("ollama//qwen2.5-coder:14b"),
+                                                   QStringLiteral("openrouter//anthropic/claude-sonnet-4-5"),
+                                                   QStringLiteral("openrouter//Deepseek/deepseek-chat")}));
+        QCOMPARE(models.at(0), Catalog::openCodeDefaultModel());
+
+        const Model &haiku = models.at(2);
+        QCOMPARE(haiku.displayName, QStringLiteral("Claude Haiku 4.5"));
+        QCOMPARE(haiku.description, QStringLiteral("Anthropic Claude Haiku 4.5"));
+        QCOMPARE(haiku.defaultReasoningLevel, QStringLiteral("medium"));
+        QCOMPARE(haiku.supportedReasoningLevels, Catalog::openCodeReasoningVariants());
+        // Without a model name the identifier is shown and the provider alone describes it.
+        QCOMPARE(models.at(3).displayName, QStringLiteral("ollama//llama3.1:8b"));
+        QCOMPARE(models.at(3).description, QStringLiteral("Ollama (local)"));
+    }
+
+    void openCodeWalkTrimsAndDeduplicates()
+    {
+        TestEnvironment env;
+        CatalogFiles::writeOpenCodeConfig(env, R"({
+            "provider": {
+                "alpha ": {"models": {"gpt": {"name": "from a padded provider key"}}},
+                "  ": {"name": "Blank", "models": {"m": {"name": "bare"}, " solo ": {}}},
+                "alpha": {"models": {" gpt ": {"name": " "}, "/gpt": {"name": "duplicate"}, "": {}}},
+                "beta": {"name": " Beta ", "models": {}}
+            }
+        })");
+        const QList<Model> models = Catalog::loadOpenCodeAvailableModels();
+        // "alpha" + "" gives "alpha"; "alpha" + "/gpt" and "alpha " + "gpt" canonicalise to the same
+        // "alpha//gpt" as "alpha" + " gpt ", and the first in key order wins; the blank provider
+        // contributes bare model keys.
+        QCOMPARE(identifiers(models),
+                 (QStringList{QString(), QStringLiteral("alpha"), QStringLiteral("alpha//gpt"),
+                              QStringLiteral("m"), QStringLiteral("solo")}));
+        QCOMPARE(models.at(2).displayName, QStringLiteral("alpha//gpt")); // a blank name does not count
+        QCOMPARE(models.at(3).displayName, QStringLiteral("bare"));
+        QCOMPARE(models.at(3).description, QStringLiteral("Blank bare"));
+    }
+
+    void openCodeSortIsStableAndDefaultFirst()
+    {
+        TestEnvironment env;
+        // "A" and "a" compare equal without case, so they keep walk order ("A" sorts first by key).
+        CatalogFiles::writeOpenCodeConfig(env, R"({
+            "model": " p / B ",
+            "provider": {"p": {"models": {"c": {}, "b": {}, "a": {}, "A": {}, "B": {}}}}
+        })");
+        QCOMPARE(identifiers(Catalog::loadOpenCodeAvailableModels()),
+                 (QStringList{QString(), QStringLiteral("p//B"), QStringLiteral("p//b"),
+                              QStringLiteral("p//A"), QStringLiteral("p//a"), QStringLiteral("p//c")}));
+    }
+
+    void unreadableOpenCodeConfigKeepsTheDefault_data()
+    {
+        QTest::addColumn<QByteArray>("contents");
+        QTest::newRow("comments (JSONC)") << QByteArray("{\n // mine\n \"provider\": {}\n}");
+        QTest::newRow("no provider") << QByteArray(R"({"model": "anthropic/claude"})");
+        QTest::newRow("provider without models") << QByteArray(
+            R"({"provider": {"a": {"models": {"x": {}}}, "anthropic": {"options": {"timeout": 1}}}})");
+        QTest::newRow("model name of the wrong type")
+            << QByteArray(R"({"provider": {"a": {"models": {"x": {"name": 1}}}}})");
+        QTest::newRow("empty file") << QByteArray();
+    }
+
+    void unreadableOpenCodeConfigKeepsTheDefault()
+    {
+        QFETCH(QByteArray, contents);
+        TestEnvironment env;
+        CatalogFiles::writeOpenCodeConfig(env, contents);
+        QCOMPARE(Catalog::loadOpenCodeAvailableModels(), QList<Model>{Catalog::openCodeDefaultModel()});
+    }
+
+    void openCodeIdentifierCanon_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("normalized");
+        QTest::newRow("single slash")
+            << QStringLiteral("anthropic/claude-x") << QStringLiteral("anthropic//claude-x");
+        QTest::newRow("already canonical")
+            << QStringLiteral("anthropic//claude-x") << QStringLiteral("anthropic//claude-x");
+        QTest::newRow("no slash") << QStringLiteral(" gpt \n") << QStringLiteral("gpt");
+        QTest::newRow("blank") << QStringLiteral(" \t ") << QString();
+        QTest::newRow("split at the first slash only") << QStringLiteral("openrouter/anthropic/claude")
+                                                       << QStringLiteral("openrouter//anthropic/claude");
+        QTest::newRow("inner blanks trimmed")
+            << QStringLiteral("anthropic / claude-x") << QStringLiteral("anthropic//claude-x");
+        QTest::newRow("empty provider") << QStringLiteral("/claude-x") << QStringLiteral("claude-x");
+        QTest::newRow("empty model") << QStringLiteral("anthropic/") << QStringLiteral("anthropic");
+        QTest::newRow("case kept") << QStringLiteral("Anthropic/Claude-X")
+                                   << QStringLiteral("Anthropic//Claude-X");
+    }
+
+    void openCodeIdentifierCanon()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, normalized);
+        QCOMPARE(Catalog::normalizedOpenCodeModelIdentifier(text), normalized);
+        // Stable: the canonical form normalises to itself.
+        QCOMPARE(Catalog::normalizedOpenCodeModelIdentifier(normalized), normalized);
+    }
+
+    void resolvedAndPreferredEfforts_data()
+    {
+        QTest::addColumn<QStringList>("levels");
+        QTest::addColumn<QString>("defaultLevel");
+        QTest::addColumn<QString>("resolvedDefault");
+        QTest::addColumn<QString>("highest");
+        QTest::addColumn<QString>("lowest");
+        QTest::newRow("default supported")
+            << QStringList{QStringLiteral("low"), QStringLiteral("high")} << QStringLiteral("high")
+            << QStringLiteral("high") << QStringLiteral("high") << QStringLiteral("low");
+        QTest::newRow("default not supported")
+            << QStringList{QStringLiteral("medium"), QStringLiteral("xhigh")} << QStringLiteral("low")
+            << QStringLiteral("medium") << QStringLiteral("xhigh") << QStringLiteral("medium");
+        QTest::newRow("no levels") << QStringList{} << QStringLiteral("high") << QStringLiteral("medium")
+                                   << QStringLiteral("medium") << QStringLiteral("medium");
+    }
+
+    void resolvedAndPreferredEfforts()
+    {
+        QFETCH(QStringList, levels);
+        QFETCH(QString, defaultLevel);
+        const Model subject = model(QStringLiteral("m"), levels, defaultLevel);
+        QTEST(subject.resolvedDefaultReasoningEffort(), "resolvedDefault");
+        QTEST(subject.highestSupportedReasoningEffort(), "highest");
+        QTEST(subject.lowestSupportedReasoningEffort(), "lowest");
+        QCOMPARE(subject.preferredReasoningEffort({}), subject.resolvedDefaultReasoningEffort());
+    }
+
+    void codexDefaultModels_data()
+    {
+        QTest::addColumn<QList<Model>>("models");
+        QTest::addColumn<QString>("best");
+        QTest::addColumn<QString>("fast");
+        const QStringList low{QStringLiteral("low")};
+        QTest::newRow("typical") << QList<Model>{model(QStringLiteral("gpt-5.1-codex-mini"), low),
+                                                 model(QStringLiteral("GPT-5.2-Codex"), low),
+                                                 model(QStringLiteral("gpt-5.3-codex-spark"), low)}
+                                 << QStringLiteral("GPT-5.2-Codex") << QStringLiteral("gpt-5.3-codex-spark");
+        QTest::newRow("all mini: first; fast by description first")
+            << QList<Model>{model(QStringLiteral("a-mini"), low),
+                            model(QStringLiteral("b-mini"), low, QString(),
+                                  QStringLiteral("Ultra-Fast responses"))}
+            << QStringLiteral("a-mini") << QStringLiteral("b-mini");
+        QTest::newRow("an earlier fast description beats a later mini")
+            << QList<Model>{model(QStringLiteral("big"), low, QString(),
+                                  QStringLiteral("Deep and FAST reasoning")),
+                            model(QStringLiteral("small-mini"), low)}
+            << QStringLiteral("big") << QStringLiteral("big");
+        QTest::newRow("nothing fast: first")
+            << QList<Model>{model(QStringLiteral("x"), low), model(QStringLiteral("y"), low)}
+            << QStringLiteral("x") << QStringLiteral("x");
+    }
+
+    void codexDefaultModels()
+    {
+        QFETCH(QList<Model>, models);
+        QTEST(Catalog::defaultBestModel(models, QuickTaskCLIBackend::codex)->identifier, "best");
+        QTEST(Catalog::defaultFastModel(models, QuickTaskCLIBackend::codex)->identifier, "fast");
+        QTEST(Catalog::defaultVoiceDraftModel(models, QuickTaskCLIBackend::codex)->identifier, "best");
+    }
+
+    void defaultModelsOfTheOtherBackends()
+    {
+        const QList<Model> &claude = Catalog::claudeAvailableModels();
+        QCOMPARE(Catalog::defaultFastModel(claude, QuickTaskCLIBackend::claude)->identifier,
+                 QStringLiteral("sonnet"));
+        const QList<Model> noSonnet{model(QStringLiteral("opus"), kAll),
+                                    model(QStringLiteral("Sonnet"), kAll)};
+        QCOMPARE(Catalog::defaultBestModel(noSonnet, QuickTaskCLIBackend::claude)->identifier,
+                 QStringLiteral("opus"));
+        QVERIFY(!Catalog::defaultBestModel({}, QuickTaskCLIBackend::codex));
+        QVERIFY(!Catalog::defaultBestModel({Catalog::openCodeDefaultModel()}, QuickTaskCLIBackend::opencode));
+    }
+
+    void menuRows()
+    {
+        const QList<Model> openCode{Catalog::openCodeDefaultModel(),
+                                    model(QStringLiteral("OpenAI//GPT"), kAll)};
+        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::opencode, openCode),
+                 (QList<QuickTaskPresetModelOption>{
+                     {QString(), QStringLiteral("default")},
+                     {QStringLiteral("OpenAI//GPT"), QStringLiteral("openai//gpt")}}));
+        // Only opencode has a default entry; elsewhere an empty identifier is just shown as it is.
+        const QList<Model> codex{model(QStringLiteral("GPT-5.2"), kAll), model(QString(), kAll)};
+        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::codex, codex),
+                 (QList<QuickTaskPresetModelOption>{{QStringLiteral("GPT-5.2"), QStringLiteral("gpt-5.2")},
+                                                    {QString(), QString()}}));
+    }
+};
+
+QTEST_GUILESS_MAIN(ModelCatalogTest)
+#include "tst_modelcatalog.moc"

@@ -1,0 +1,121 @@
+// The user-defaults store: typed values, no caching between instances, values of the wrong type,
+// and where the application's own store lives.
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QFile>
+#include <QtTest>
+
+namespace {
+
+struct Sample {
+    int number = 0;
+
+    QJsonObject toJson() const { return QJsonObject{{QStringLiteral("number"), number}}; }
+    static Sample fromJson(const QJsonObject &object)
+    {
+        const std::optional<qint32> number = JSONCoding::optionalInt32(object, QStringLiteral("number"));
+        if (!number)
+            throw DecodingError(QStringLiteral("No number."));
+        return Sample{*number};
+    }
+};
+
+} // namespace
+
+class UserDefaultsTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void typedValuesSurviveAReopen()
+    {
+        TestEnvironment env;
+        const QString path = env.path(QStringLiteral("prefs/Tarvel.conf"));
+        {
+            UserDefaults defaults(path);
+            defaults.setString(QStringLiteral("Text"), QStringLiteral("a, \"quoted\" = value\nnext line"));
+            defaults.setBool(QStringLiteral("Flag"), false);
+            defaults.setInteger(QStringLiteral("Count"), -42);
+            defaults.setData(QStringLiteral("Blob"), QByteArray("{\n  \"k\": \"\xc3\xa9\"\n}\n"));
+        }
+        UserDefaults reopened(path);
+        QCOMPARE(reopened.string(QStringLiteral("Text")), QStringLiteral("a, \"quoted\" = value\nnext line"));
+        QCOMPARE(reopened.boolean(QStringLiteral("Flag")), false);
+        QCOMPARE(reopened.integer(QStringLiteral("Count")), -42);
+        QCOMPARE(reopened.data(QStringLiteral("Blob")), QByteArray("{\n  \"k\": \"\xc3\xa9\"\n}\n"));
+        QVERIFY(!reopened.contains(QStringLiteral("Missing")));
+        QCOMPARE(reopened.string(QStringLiteral("Missing")), std::nullopt);
+    }
+
+    void twoInstancesSeeEachOthersWrites()
+    {
+        TestEnvironment env;
+        const QString path = env.path(QStringLiteral("Tarvel.conf"));
+        UserDefaults first(path);
+        UserDefaults second(path);
+        QCOMPARE(second.integer(QStringLiteral("Count")), std::nullopt);
+        first.setInteger(QStringLiteral("Count"), 1);
+        QCOMPARE(second.integer(QStringLiteral("Count")), 1);
+        second.setInteger(QStringLiteral("Count"), 2);
+        second.remove(QStringLiteral("Other"));
+        QCOMPARE(first.integer(QStringLiteral("Count")), 2);
+        first.remove(QStringLiteral("Count"));
+        QVERIFY(!second.contains(QStringLiteral("Count")));
+    }
+
+    void seesAnotherWriterOfTheFile()
+    {
+        TestEnvironment env;
+        const QString path = env.path(QStringLiteral("Tarvel.conf"));
+        UserDefaults defaults(path);
+        defaults.setString(QStringLiteral("Text"), QStringLiteral("before"));
+        // Another copy of the application (or the user) rewrites the file behind our back.
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("[General]\nText=after and longer\nFlag=true\nCount=12\n");
+        file.close();
+        QCOMPARE(defaults.string(QStringLiteral("Text")), QStringLiteral("after and longer"));
+        QCOMPARE(defaults.boolean(QStringLiteral("Flag")), true);
+        QCOMPARE(defaults.integer(QStringLiteral("Count")), 12);
+    }
+
+    void wrongTypesReadAsAbsent()
+    {
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        defaults.setData(QStringLiteral("Blob"), "bytes");
+        defaults.setString(QStringLiteral("Word"), QStringLiteral("maybe"));
+        QCOMPARE(defaults.string(QStringLiteral("Blob")), std::nullopt);
+        QCOMPARE(defaults.boolean(QStringLiteral("Word")), std::nullopt);
+        QCOMPARE(defaults.integer(QStringLiteral("Word")), std::nullopt);
+        QCOMPARE(defaults.data(QStringLiteral("Word")), std::nullopt);
+    }
+
+    void recordsAsJsonData()
+    {
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        defaults.setRecord(QStringLiteral("Record"), Sample{7});
+        QCOMPARE(defaults.record<Sample>(QStringLiteral("Record"))->number, 7);
+        QVERIFY(defaults.data(QStringLiteral("Record"))->contains("\"number\": 7"));
+
+        defaults.setData(QStringLiteral("Record"), "{\"number\": \"seven\"}");
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+        defaults.setData(QStringLiteral("Record"), "not json");
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+        defaults.setString(QStringLiteral("Record"), QStringLiteral("{\"number\": 7}")); // text, not data
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+    }
+
+    void standardStoreFollowsTheConfigHome()
+    {
+        TestEnvironment env;
+        const QString expected = env.path(QStringLiteral(".config/Tarvel/Tarvel.conf"));
+        QCOMPARE(UserDefaults::standard().location(), expected);
+        UserDefaults::standard().setBool(QStringLiteral("Probe"), true);
+        QVERIFY(QFile::exists(expected));
+    }
+};
+
+QTEST_GUILESS_MAIN(UserDefaultsTest)
+#include "tst_userdefaults.moc"

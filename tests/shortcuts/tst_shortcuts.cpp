@@ -1,0 +1,292 @@
+// Named shortcuts: defaults, the storage and reading rules, the change signal, the mapping to and
+// from Qt keys, the display text and the composer's matching order.
+#include "settings/UserDefaults.h"
+#include "shortcuts/ComposerKeyMatcher.h"
+#include "shortcuts/KeyboardShortcuts.h"
+#include "support/TestEnvironment.h"
+
+#include <QFile>
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+constexpr int command = CarbonModifiers::command;
+
+ShortcutName presetName(int position)
+{
+    return *ShortcutNames::quickTaskPreset(position);
+}
+
+ShortcutKeyEvent keyEvent(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+{
+    return ShortcutKeyEvent{key, modifiers, QString()};
+}
+
+const Qt::KeyboardModifiers ctrl = Qt::ControlModifier;
+
+// A value as an INI file quotes it.
+QByteArray iniQuoted(const char *value)
+{
+    QByteArray quoted(value);
+    quoted.replace('\\', "\\\\").replace('"', "\\\"").replace('\n', "\\n");
+    return '"' + quoted + '"';
+}
+
+} // namespace
+
+class ShortcutsTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void freshInstallationDefaults()
+    {
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        KeyboardShortcuts shortcuts(defaults, ShortcutDisplayStyle::standard);
+
+        QCOMPARE(ShortcutNames::all().size(), 11);
+        QCOMPARE(shortcuts.getShortcut(ShortcutNames::openScratchComposer()), std::nullopt);
+        QCOMPARE(shortcuts.getShortcut(ShortcutNames::toggleVoicePrompt()),
+                 (Shortcut{CarbonKeyCodes::r, command}));
+        const int digitKeys[] = {CarbonKeyCodes::digit1, CarbonKeyCodes::digit2, CarbonKeyCodes::digit3,
+                                 CarbonKeyCodes::digit4, CarbonKeyCodes::digit5, CarbonKeyCodes::digit6,
+                                 CarbonKeyCodes::digit7, CarbonKeyCodes::digit8, CarbonKeyCodes::digit9};
+        for (int position = 1; position <= 9; ++position) {
+            QCOMPARE(presetName(position).rawValue, QStringLiteral("quickTaskPreset%1").arg(position));
+            QCOMPARE(shortcuts.getShortcut(presetName(position)),
+                     (Shortcut{digitKeys[position - 1], command}));
+            QCOMPARE(shortcuts.displayText(*shortcuts.getShortcut(presetName(position))),
+                     QStringLiteral("Ctrl+%1").arg(position));
+        }
+        QVERIFY(!ShortcutNames::quickTaskPreset(0));
+        QVERIFY(!ShortcutNames::quickTaskPreset(10));
+        QCOMPARE(ShortcutNames::named(QStringLiteral("quickTaskPreset4")), presetName(4));
+    }
+
+    void readingRules_data()
+    {
+        // The line as it stands in the settings file; what the store itself writes, and what a
+        // person or another version might leave there.
+        QTest::addColumn<QByteArray>("line");
+        QTest::addColumn<std::optional<Shortcut>>("expected");
+        const Shortcut commandR{CarbonKeyCodes::r, command};
+        const Shortcut optionF1{CarbonKeyCodes::f1, CarbonModifiers::option};
+        QTest::newRow("absent: the default") << QByteArray() << std::optional<Shortcut>(commandR);
+        QTest::newRow("false: none") << QByteArray("false") << std::optional<Shortcut>();
+        QTest::newRow("JSON text as written")
+            << iniQuoted("{\n    \"carbonKeyCode\": 122,\n    \"carbonModifiers\": 2048\n}")
+            << std::optional<Shortcut>(optionF1);
+        QTest::newRow("compact JSON, other key order")
+            << iniQuoted("{\"carbonModifiers\":2048,\"carbonKeyCode\":122}")
+            << std::optional<Shortcut>(optionF1);
+        QTest::newRow("JSON without modifiers: the default")
+            << iniQuoted("{\"carbonKeyCode\":122}") << std::optional<Shortcut>(commandR);
+        QTest::newRow("junk text: the default") << QByteArray("Ctrl+R") << std::optional<Shortcut>(commandR);
+        QTest::newRow("true: the default") << QByteArray("true") << std::optional<Shortcut>(commandR);
+        QTest::newRow("data instead of text: the default")
+            << iniQuoted("@ByteArray({\"carbonKeyCode\":122,\"carbonModifiers\":2048})")
+            << std::optional<Shortcut>(commandR);
+    }
+
+    void readingRules()
+    {
+        QFETCH(QByteArray, line);
+        QFETCH(std::optional<Shortcut>, expected);
+        TestEnvironment env;
+        const QString path = env.path(QStringLiteral("Tarvel.conf"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write("[General]\nScratchWindowFrame=\"{10, 10, 400, 300}\"\n");
+        if (!line.isNull())
+            file.write("KeyboardShortcuts_toggleVoicePrompt=" + line + "\n");
+        file.close();
+
+        UserDefaults defaults(path);
+        QCOMPARE(KeyboardShortcuts(defaults).getShortcut(ShortcutNames::toggleVoicePrompt()), expected);
+    }
+
+    void storageRules()
+    {
+        TestEnvironment env;
+        const QString path = env.path(QStringLiteral("Tarvel.conf"));
+        {
+            UserDefaults defaults(path);
+            KeyboardShortcuts shortcuts(defaults);
+            shortcuts.setShortcut(std::nullopt, presetName(3));
+            shortcuts.setShortcut(Shortcut{CarbonKeyCodes::space, command | CarbonModifiers::shift},
+                                  ShortcutNames::openScratchComposer());
+            shortcuts.setShortcut(Shortcut{CarbonKeyCodes::digit3, command}, presetName(4));
+            QCOMPARE(defaults.boolean(QStringLiteral("KeyboardShortcuts_quickTaskPreset3")), false);
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::ReadOnly));
+            QVERIFY(file.readAll().contains("\nKeyboardShortcuts_quickTaskPreset3=false\n"));
+            const QString stored = *defaults.string(QStringLiteral("KeyboardShortcuts_openScratchComposer"));
+            QCOMPARE(JSONCoding::decodeObject(stored.toUtf8()),
+                     (QJsonObject{{QStringLiteral("carbonKeyCode"), 49},
+                                  {QStringLiteral("carbonModifiers"), 768}}));
+        }
+        {
+            // After a restart the cleared default stays cleared and the recorded ones stay recorded.
+            UserDefaults defaults(path);
+            KeyboardShortcuts shortcuts(defaults);
+            QCOMPARE(shortcuts.getShortcut(presetName(3)), std::nullopt);
+            QCOMPARE(shortcuts.getShortcut(presetName(4)), (Shortcut{CarbonKeyCodes::digit3, command}));
+            QCOMPARE(shortcuts.getShortcut(ShortcutNames::openScratchComposer()),
+                     (Shortcut{CarbonKeyCodes::space, command | CarbonModifiers::shift}));
+
+            // A name without a default is cleared by removing the key; one with a default gets it back
+            // only by recording it again.
+            shortcuts.setShortcut(std::nullopt, ShortcutNames::openScratchComposer());
+            QVERIFY(!defaults.contains(QStringLiteral("KeyboardShortcuts_openScratchComposer")));
+            shortcuts.setShortcut(Shortcut{CarbonKeyCodes::digit3, command}, presetName(3));
+            QCOMPARE(shortcuts.getShortcut(presetName(3)), (Shortcut{CarbonKeyCodes::digit3, command}));
+        }
+    }
+
+    void changesAreAnnouncedToEveryStoreInstance()
+    {
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        KeyboardShortcuts preferences(defaults);
+        KeyboardShortcuts composer(defaults);
+        QSignalSpy preferencesSpy(&preferences, &KeyboardShortcuts::shortcutByNameDidChange);
+        QSignalSpy composerSpy(&composer, &KeyboardShortcuts::shortcutByNameDidChange);
+
+        preferences.setShortcut(std::nullopt, ShortcutNames::toggleVoicePrompt());
+        defaults.setString(QStringLiteral("ScratchWindowFrame"), QStringLiteral("{0, 0, 10, 10}"));
+        QCOMPARE(preferencesSpy.count(), 1);
+        QCOMPARE(composerSpy.count(), 1);
+        QCOMPARE(composerSpy.at(0).at(0).toString(), QStringLiteral("toggleVoicePrompt"));
+        QCOMPARE(KeyboardShortcuts::shortcutByNameDidChangeNotification,
+                 QStringLiteral("KeyboardShortcuts_shortcutByNameDidChange"));
+    }
+
+    void qtKeyMapping_data()
+    {
+        QTest::addColumn<int>("key");
+        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
+        QTest::addColumn<int>("carbonKeyCode");
+        QTest::addColumn<int>("carbonModifiers");
+        QTest::addColumn<int>("canonicalKey");
+        QTest::newRow("Ctrl+R") << int(Qt::Key_R) << ctrl << 0x0F << command << int(Qt::Key_R);
+        QTest::newRow("Ctrl+1") << int(Qt::Key_1) << ctrl << 0x12 << command << int(Qt::Key_1);
+        QTest::newRow("all modifiers")
+            << int(Qt::Key_K)
+            << (Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier) << 0x28
+            << CarbonModifiers::all << int(Qt::Key_K);
+        // Qt reports the shifted symbol; the stored key is the physical one.
+        QTest::newRow("Ctrl+Shift+1") << int(Qt::Key_Exclam) << (ctrl | Qt::ShiftModifier) << 0x12
+                                      << (command | CarbonModifiers::shift) << int(Qt::Key_1);
+        QTest::newRow("Shift+Tab") << int(Qt::Key_Backtab) << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0x30
+                                   << CarbonModifiers::shift << int(Qt::Key_Tab);
+        QTest::newRow("keypad 1") << int(Qt::Key_1) << (ctrl | Qt::KeypadModifier) << 0x53 << command
+                                  << int(Qt::Key_1);
+        QTest::newRow("keypad Enter without the flag")
+            << int(Qt::Key_Enter) << Qt::KeyboardModifiers() << 0x4C << 0 << int(Qt::Key_Enter);
+        QTest::newRow("Escape") << int(Qt::Key_Escape) << Qt::KeyboardModifiers() << 0x35 << 0
+                                << int(Qt::Key_Escape);
+        QTest::newRow("F13") << int(Qt::Key_F13) << Qt::KeyboardModifiers(Qt::AltModifier) << 0x69
+                             << CarbonModifiers::option << int(Qt::Key_F13);
+    }
+
+    void qtKeyMapping()
+    {
+        QFETCH(int, key);
+        QFETCH(Qt::KeyboardModifiers, modifiers);
+        QFETCH(int, carbonKeyCode);
+        QFETCH(int, carbonModifiers);
+        QFETCH(int, canonicalKey);
+        const std::optional<Shortcut> shortcut = Shortcut::fromQtKey(key, modifiers);
+        QVERIFY(shortcut);
+        QCOMPARE(*shortcut, (Shortcut{carbonKeyCode, carbonModifiers}));
+        const QKeyCombination back = *shortcut->toQtKeyCombination();
+        QCOMPARE(int(back.key()), canonicalKey);
+        QCOMPARE(back.keyboardModifiers() & ~Qt::KeyboardModifiers(Qt::KeypadModifier),
+                 modifiers & ~Qt::KeyboardModifiers(Qt::KeypadModifier));
+        // The way back lands on the same stored shortcut.
+        QCOMPARE(Shortcut::fromQtKey(int(back.key()), back.keyboardModifiers()), shortcut);
+    }
+
+    void keysWithoutAMacCounterpart()
+    {
+        QVERIFY(!Shortcut::fromQtKey(Qt::Key_Control, Qt::ControlModifier));
+        QVERIFY(!Shortcut::fromQtKey(Qt::Key_Shift, Qt::ShiftModifier));
+        QVERIFY(!Shortcut::fromQtKey(Qt::Key_MediaPlay, Qt::NoModifier));
+        QVERIFY(!(Shortcut{0x7F, command}.toQtKeyCombination()));
+    }
+
+    void displayText_data()
+    {
+        QTest::addColumn<Shortcut>("shortcut");
+        QTest::addColumn<QString>("standard");
+        QTest::addColumn<QString>("mac");
+        QTest::newRow("Command-R") << Shortcut{0x0F, command} << QStringLiteral("Ctrl+R")
+                                   << QStringLiteral("\u2318R");
+        QTest::newRow("every modifier")
+            << Shortcut{0x28, CarbonModifiers::all} << QStringLiteral("Super+Ctrl+Alt+Shift+K")
+            << QStringLiteral("\u2303\u2325\u21E7\u2318K");
+        QTest::newRow("Escape") << Shortcut{0x35, 0} << QStringLiteral("Esc") << QStringLiteral("\u238B");
+        QTest::newRow("Space") << Shortcut{0x31, command | CarbonModifiers::shift}
+                               << QStringLiteral("Ctrl+Shift+Space") << QStringLiteral("\u21E7\u2318Space");
+        QTest::newRow("arrow") << Shortcut{0x7B, CarbonModifiers::option} << QStringLiteral("Alt+Left")
+                               << QStringLiteral("\u2325\u2190");
+        QTest::newRow("keypad") << Shortcut{0x53, command} << QStringLiteral("Ctrl+Num+1")
+                                << QStringLiteral("\u23181");
+        QTest::newRow("punctuation") << Shortcut{0x2B, command} << QStringLiteral("Ctrl+,")
+                                     << QStringLiteral("\u2318,");
+        QTest::newRow("unknown key code")
+            << Shortcut{0x7F, 0} << QStringLiteral("Key 127") << QStringLiteral("Key 127");
+    }
+
+    void displayText()
+    {
+        QFETCH(Shortcut, shortcut);
+        QTEST(shortcut.displayText(ShortcutDisplayStyle::standard), "standard");
+        QTEST(shortcut.displayText(ShortcutDisplayStyle::mac), "mac");
+    }
+
+    void composerMatchingOrder()
+    {
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        KeyboardShortcuts shortcuts(defaults);
+        const auto match = [&](int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier) {
+            return ComposerKeyMatcher::match(keyEvent(key, modifiers), shortcuts);
+        };
+        using Action = ComposerKeyAction;
+
+        QCOMPARE(match(Qt::Key_Escape), (ComposerKeyMatch{Action::escape}));
+        QCOMPARE(match(Qt::Key_Escape, Qt::ShiftModifier), ComposerKeyMatch{});
+        QCOMPARE(match(Qt::Key_V, ctrl), (ComposerKeyMatch{Action::paste}));
+        QCOMPARE(match(Qt::Key_V, ctrl | Qt::ShiftModifier), ComposerKeyMatch{});
+        QCOMPARE(match(Qt::Key_R, ctrl), (ComposerKeyMatch{Action::toggleVoicePrompt}));
+        QCOMPARE(match(Qt::Key_3, ctrl), (ComposerKeyMatch{Action::selectPreset, 2}));
+        QCOMPARE(match(Qt::Key_3, ctrl | Qt::KeypadModifier), ComposerKeyMatch{}); // another key
+        QCOMPARE(match(Qt::Key_3), ComposerKeyMatch{});
+        QCOMPARE(match(Qt::Key_R, Qt::MetaModifier), ComposerKeyMatch{});
+
+        // Shared shortcuts: the voice toggle comes before the presets, lower positions before higher.
+        shortcuts.setShortcut(Shortcut{CarbonKeyCodes::digit1, command}, ShortcutNames::toggleVoicePrompt());
+        shortcuts.setShortcut(Shortcut{CarbonKeyCodes::digit2, command}, presetName(7));
+        QCOMPARE(match(Qt::Key_1, ctrl), (ComposerKeyMatch{Action::toggleVoicePrompt}));
+        QCOMPARE(match(Qt::Key_2, ctrl), (ComposerKeyMatch{Action::selectPreset, 1}));
+        QCOMPARE(match(Qt::Key_R, ctrl), ComposerKeyMatch{});
+        shortcuts.setShortcut(std::nullopt, presetName(2));
+        QCOMPARE(match(Qt::Key_2, ctrl), (ComposerKeyMatch{Action::selectPreset, 6}));
+
+        // Escape and paste are fixed: a shortcut bound to them never fires.
+        shortcuts.setShortcut(Shortcut{CarbonKeyCodes::v, command}, ShortcutNames::toggleVoicePrompt());
+        shortcuts.setShortcut(Shortcut{CarbonKeyCodes::escape, 0}, presetName(1));
+        QCOMPARE(match(Qt::Key_V, ctrl), (ComposerKeyMatch{Action::paste}));
+        QCOMPARE(match(Qt::Key_Escape), (ComposerKeyMatch{Action::escape}));
+        // A shifted digit matches only a shortcut recorded with Shift.
+        shortcuts.setShortcut(Shortcut{CarbonKeyCodes::digit4, command | CarbonModifiers::shift},
+                              presetName(9));
+        QCOMPARE(match(Qt::Key_Dollar, ctrl | Qt::ShiftModifier),
+                 (ComposerKeyMatch{Action::selectPreset, 8}));
+    }
+};
+
+QTEST_GUILESS_MAIN(ShortcutsTest)
+#include "tst_shortcuts.moc"
