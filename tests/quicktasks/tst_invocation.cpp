@@ -148,91 +148,42 @@ private Q_SLOTS:
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QString>("model");
-        QTest::addColumn<QStringList>(
-            "expected"); // {W} = working directory, {R} = attachment root, {P} = prompt
+        // One argument per line; {W} = working directory, {R} = attachment root, {P} = prompt.
+        QTest::addColumn<QString>("expected");
 
         QTest::newRow("codex") << QuickTaskCLIBackend::codex << QStringLiteral("gpt-5.5")
-                               << QStringList{QStringLiteral("exec"),
-                                              QStringLiteral("--json"),
-                                              QStringLiteral("--skip-git-repo-check"),
-                                              QStringLiteral("--model"),
-                                              QStringLiteral("gpt-5.5"),
-                                              QStringLiteral("-c"),
-                                              QStringLiteral("model_reasoning_effort=\"high\""),
-                                              QStringLiteral("-C"),
-                                              QStringLiteral("{W}"),
-                                              QStringLiteral("--add-dir"),
-                                              QStringLiteral("{R}/docs"),
-                                              QStringLiteral("--add-dir"),
-                                              QStringLiteral("{R}/shots"),
-                                              QStringLiteral("--add-dir"),
-                                              QStringLiteral("{R}/assets"),
-                                              QStringLiteral("--image"),
-                                              QStringLiteral("{R}/shots/screen.png"),
-                                              QStringLiteral("--"),
-                                              QStringLiteral("{P}")};
+                               << QStringLiteral(
+                                      "exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
+                                      "model_reasoning_effort=\"high\"\n-C\n{W}\n"
+                                      "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
+                                      "--image\n{R}/shots/screen.png\n--\n{P}");
         QTest::newRow("claude") << QuickTaskCLIBackend::claude << QStringLiteral("sonnet")
-                                << QStringList{QStringLiteral("-p"),
-                                               QStringLiteral("--output-format"),
-                                               QStringLiteral("text"),
-                                               QStringLiteral("--no-session-persistence"),
-                                               QStringLiteral("--dangerously-skip-permissions"),
-                                               QStringLiteral("--model"),
-                                               QStringLiteral("sonnet"),
-                                               QStringLiteral("--effort"),
-                                               QStringLiteral("high"),
-                                               QStringLiteral("--add-dir"),
-                                               QStringLiteral("{R}/docs"),
-                                               QStringLiteral("--add-dir"),
-                                               QStringLiteral("{R}/shots"),
-                                               QStringLiteral("--add-dir"),
-                                               QStringLiteral("{R}/assets"),
-                                               QStringLiteral("--"),
-                                               QStringLiteral("{P}")};
-        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode << QStringLiteral("anthropic//claude-x")
-                                  << QStringList{QStringLiteral("run"),
-                                                 QStringLiteral("--variant"),
-                                                 QStringLiteral("high"),
-                                                 QStringLiteral("--model"),
-                                                 QStringLiteral("anthropic//claude-x"),
-                                                 QStringLiteral("--file"),
-                                                 QStringLiteral("{W}/notes.md"),
-                                                 QStringLiteral("--file"),
-                                                 QStringLiteral("{R}/docs/a.txt"),
-                                                 QStringLiteral("--file"),
-                                                 QStringLiteral("{R}/docs/b.txt"),
-                                                 QStringLiteral("--file"),
-                                                 QStringLiteral("{R}/shots/screen.png"),
-                                                 QStringLiteral("--dir"),
-                                                 QStringLiteral("{W}"),
-                                                 QStringLiteral("--"),
-                                                 QStringLiteral("{P}")};
-        QTest::newRow("opencode default model") << QuickTaskCLIBackend::opencode << QString()
-                                                << QStringList{QStringLiteral("run"),
-                                                               QStringLiteral("--variant"),
-                                                               QStringLiteral("high"),
-                                                               QStringLiteral("--file"),
-                                                               QStringLiteral("{W}/notes.md"),
-                                                               QStringLiteral("--file"),
-                                                               QStringLiteral("{R}/docs/a.txt"),
-                                                               QStringLiteral("--file"),
-                                                               QStringLiteral("{R}/docs/b.txt"),
-                                                               QStringLiteral("--file"),
-                                                               QStringLiteral("{R}/shots/screen.png"),
-                                                               QStringLiteral("--dir"),
-                                                               QStringLiteral("{W}"),
-                                                               QStringLiteral("--"),
-                                                               QStringLiteral("{P}")};
+                                << QStringLiteral(
+                                       "-p\n--output-format\ntext\n--no-session-persistence\n"
+                                       "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n"
+                                       "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
+                                       "--\n{P}");
+        QTest::newRow("opencode")
+            << QuickTaskCLIBackend::opencode << QStringLiteral("anthropic//claude-x")
+            << QStringLiteral("run\n--variant\nhigh\n--model\nanthropic//claude-x\n"
+                              "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
+                              "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
+        QTest::newRow("opencode default model")
+            << QuickTaskCLIBackend::opencode << QString()
+            << QStringLiteral("run\n--variant\nhigh\n"
+                              "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
+                              "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
     }
     void argumentLists()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QString, model);
-        QFETCH(QStringList, expected);
+        QFETCH(QString, expected);
         AttachmentTree tree;
         const QString prompt = QStringLiteral("Compare the \"docs\" -- and explain.");
         const QList<ScratchAttachment> attachments = tree.all();
-        for (QString &argument : expected) {
+        QStringList arguments = expected.split(u'\n');
+        for (QString &argument : arguments) {
             argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
                 .replace(QStringLiteral("{R}"), tree.root.path())
                 .replace(QStringLiteral("{P}"), QuickTaskInvocation::augmentedPrompt(prompt, attachments));
@@ -240,7 +191,7 @@ private Q_SLOTS:
         QCOMPARE(QuickTaskInvocation::buildProcessArguments(prompt, tree.workingDirectory, attachments,
                                                             QuickTaskPreset{model, QStringLiteral("high")},
                                                             backend),
-                 expected);
+                 arguments);
     }
 
     void withoutAttachmentsThePromptIsPassedUnchanged()

@@ -2,6 +2,7 @@
 // the raw-log and transcript lines of a quick task.
 #include "quicktasks/CodexExecEvent.h"
 #include "quicktasks/OpenCodeOutput.h"
+#include "quicktasks/OutputFile.h"
 #include "quicktasks/OutputLineBuffer.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
 
@@ -275,6 +276,21 @@ private Q_SLOTS:
         QCOMPARE(last.transcriptText, QByteArray("answer\nstderr: unfinished\n"));
         QCOMPARE(handler.recentStderrLines().constLast(), QStringLiteral("unfinished"));
         QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 4"));
+    }
+
+    void outputFilesGrowByWholeAppendsAndStayPrivate()
+    {
+        QTemporaryDir directory;
+        const QString path = QDir(directory.path()).filePath(QStringLiteral("raw.log"));
+        QVERIFY(OutputFile::append(path, "[stdout] one\n"));
+        QVERIFY(OutputFile::append(path, "[stderr] two\n"));
+        QFile file(path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), QByteArray("[stdout] one\n[stderr] two\n"));
+        QCOMPARE(file.permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteOther),
+                 QFile::Permissions());
+        QVERIFY(
+            !OutputFile::append(QDir(directory.path()).filePath(QStringLiteral("missing/raw.log")), "x\n"));
     }
 };
 

@@ -263,19 +263,6 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
     }
 
-    void aTaskThatExitsByItselfLeavesItsBackgroundChildrenAlone()
-    {
-        FakeBackends fakes;
-        FakeRun run(fakes, QuickTaskCLIBackend::claude,
-                    {QStringLiteral("grandchild"), QStringLiteral("exit 0")});
-        run.task->run();
-        QVERIFY(run.waitForExit());
-        const std::optional<pid_t> grandchild = fakes.grandchildProcessIdentifier();
-        QVERIFY(grandchild);
-        QVERIFY(isProcessAlive(*grandchild));
-        ::kill(*grandchild, SIGKILL);
-    }
-
     void groupSignalReachesAGrandchildWhileTheLeaderRuns()
     {
         FakeBackends fakes;
