@@ -74,15 +74,15 @@ private Q_SLOTS:
     {
         const QUuid first = QUuid::createUuid();
         const QList<ScratchAttachment> attachments{
-            {first, QStringLiteral("/work/./docs/../docs/a.txt"), false},
-            {QUuid::createUuid(), QStringLiteral("/work/b/"), false},
-            {QUuid::createUuid(), QStringLiteral("/work/docs/a.txt"), true},
-            {QUuid::createUuid(), QStringLiteral("/work/b"), false},
+            {first, QStringLiteral("/projects/./docs/../docs/a.txt"), false},
+            {QUuid::createUuid(), QStringLiteral("/projects/b/"), false},
+            {QUuid::createUuid(), QStringLiteral("/projects/docs/a.txt"), true},
+            {QUuid::createUuid(), QStringLiteral("/projects/b"), false},
         };
         const QList<ScratchAttachment> normalized = ScratchAttachment::normalized(attachments);
         QCOMPARE(normalized.size(), 2);
-        QCOMPARE(normalized[0], (ScratchAttachment{first, QStringLiteral("/work/docs/a.txt"), false}));
-        QCOMPARE(normalized[1].path, QStringLiteral("/work/b"));
+        QCOMPARE(normalized[0], (ScratchAttachment{first, QStringLiteral("/projects/docs/a.txt"), false}));
+        QCOMPARE(normalized[1].path, QStringLiteral("/projects/b"));
         QCOMPARE(ScratchAttachment::make(QStringLiteral("/x/../y/")).path, QStringLiteral("/y"));
     }
 
