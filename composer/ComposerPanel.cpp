@@ -37,7 +37,7 @@ ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
     : QWidget(parent, Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint)
 {
     setObjectName(QStringLiteral("ComposerPanel"));
-    setWindowTitle(scratchMode ? QStringLiteral("Quick Task") : QStringLiteral("Tarvel"));
+    setWindowTitle(scratchMode ? QStringLiteral("Tarvel Quick Task") : QStringLiteral("Tarvel Composer"));
     setAttribute(Qt::WA_TranslucentBackground);
     setMinimumWidth(minPanelWidth);
     setMaximumWidth(maxPanelWidth);

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QLabel>
+#include <QLayout>
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
@@ -52,6 +53,8 @@ ComposerPanelController::ComposerPanelController(std::optional<ComposerRequest> 
     };
 
     m_panel->resize(initialPanelWidth, 120);
+    // Lay the panel out now so the first measurement uses the real text width.
+    m_panel->layout()->activate();
     recalculateHeight();
 }
 
@@ -183,7 +186,11 @@ bool ComposerPanelController::handlePaste(const QMimeData *data)
 
 void ComposerPanelController::windowDidMove()
 {
-    if (m_isApplyingAutomaticFrame)
+    // The window system reports our own frame changes late, sometimes one behind the
+    // other; a frame of another height than the last one applied is one of those.
+    if (m_isApplyingAutomaticFrame ||
+        (m_lastAppliedLayoutMetrics &&
+         m_panel->height() != int(std::ceil(m_lastAppliedLayoutMetrics->totalHeight))))
         return;
     m_automaticHeightAnchorBottom = m_panel->geometry().bottom();
     if (isScratch() && m_isFramePersistenceEnabled && onScratchFrameChanged)

@@ -1,0 +1,139 @@
+#include "app/StatusItemController.h"
+
+#include "app/StatusItemIcon.h"
+
+#include <QCursor>
+#include <QMenu>
+#include <QSystemTrayIcon>
+#include <QTimer>
+#include <QWidgetAction>
+
+namespace {
+constexpr int kBlinkIntervalMs = 600;
+constexpr int kRefreshIntervalMs = 1000;
+} // namespace
+
+StatusItemController::StatusItemController(bool trayExportsMenus, QObject *parent)
+    : QObject(parent)
+    , m_menu(std::make_unique<QMenu>())
+    , m_trayIcon(new QSystemTrayIcon(this))
+    , m_trayExportsMenus(trayExportsMenus)
+{
+    m_menu->setObjectName(QStringLiteral("StatusMenu"));
+    m_trayIcon->setToolTip(QStringLiteral("Tarvel"));
+    refreshIcon();
+    if (!m_trayExportsMenus)
+        m_trayIcon->setContextMenu(m_menu.get());
+    connect(m_trayIcon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        // Any click opens the menu, as a menu-bar item would.
+        if (reason == QSystemTrayIcon::Trigger || (m_trayExportsMenus && reason == QSystemTrayIcon::Context))
+            m_menu->popup(QCursor::pos());
+    });
+    connect(m_menu.get(), &QMenu::aboutToShow, this, &StatusItemController::menuWillOpen);
+    connect(m_menu.get(), &QMenu::aboutToHide, this, &StatusItemController::menuDidClose);
+}
+
+StatusItemController::~StatusItemController()
+{
+    m_trayIcon->setContextMenu(nullptr);
+}
+
+void StatusItemController::show()
+{
+    m_trayIcon->show();
+}
+
+void StatusItemController::hide()
+{
+    m_trayIcon->hide();
+}
+
+void StatusItemController::setTasksRunning(bool running)
+{
+    if (running) {
+        if (!m_blinkTimer) {
+            m_blinkTimer = new QTimer(this);
+            m_blinkTimer->setInterval(kBlinkIntervalMs);
+            connect(m_blinkTimer, &QTimer::timeout, this, [this] {
+                m_showsPromptLine = !m_showsPromptLine;
+                refreshIcon();
+            });
+            m_blinkTimer->start();
+        }
+        return;
+    }
+    delete m_blinkTimer;
+    m_blinkTimer = nullptr;
+    if (!m_showsPromptLine) {
+        m_showsPromptLine = true;
+        refreshIcon();
+    }
+}
+
+bool StatusItemController::isBlinking() const
+{
+    return m_blinkTimer != nullptr;
+}
+
+bool StatusItemController::hasRefreshTimer() const
+{
+    return m_refreshTimer != nullptr;
+}
+
+void StatusItemController::refreshIcon()
+{
+    m_trayIcon->setIcon(StatusItemIcon::makeIcon(m_showsPromptLine));
+}
+
+void StatusItemController::menuWillOpen()
+{
+    m_isMenuOpen = true;
+    rebuildMenu();
+    if (!m_refreshTimer) {
+        m_refreshTimer = new QTimer(this);
+        m_refreshTimer->setInterval(kRefreshIntervalMs);
+        connect(m_refreshTimer, &QTimer::timeout, this, &StatusItemController::menuRefreshTick);
+        m_refreshTimer->start();
+    }
+}
+
+void StatusItemController::menuDidClose()
+{
+    m_isMenuOpen = false;
+    delete m_refreshTimer;
+    m_refreshTimer = nullptr;
+}
+
+void StatusItemController::rebuildMenu()
+{
+    m_menu->clear();
+    const StatusMenuState state = stateProvider ? stateProvider() : StatusMenuState();
+    for (const StatusMenuEntry &entry : StatusMenuModel::build(state)) {
+        QAction *action = nullptr;
+        switch (entry.kind) {
+        case StatusMenuEntry::Kind::separator:
+            action = m_menu->addSeparator();
+            break;
+        case StatusMenuEntry::Kind::sessionRow: {
+            if (!sessionRowFactory)
+                continue;
+            auto *widgetAction = new QWidgetAction(m_menu.get());
+            widgetAction->setDefaultWidget(sessionRowFactory(entry.sessionId, m_menu.get()));
+            widgetAction->setData(entry.sessionId);
+            m_menu->addAction(widgetAction);
+            action = widgetAction;
+            break;
+        }
+        case StatusMenuEntry::Kind::disabledText:
+        case StatusMenuEntry::Kind::action: {
+            action = m_menu->addAction(entry.title);
+            action->setEnabled(entry.enabled);
+            const StatusMenuEntry::Action what = entry.action;
+            if (what != StatusMenuEntry::Action::none)
+                connect(action, &QAction::triggered, this, [this, what] { Q_EMIT actionTriggered(what); });
+            break;
+        }
+        }
+        action->setObjectName(entry.identifier.isEmpty() ? entry.title : entry.identifier);
+    }
+}

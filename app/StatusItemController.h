@@ -1,0 +1,62 @@
+#pragma once
+
+#include "app/StatusMenuModel.h"
+
+#include <QObject>
+
+#include <functional>
+#include <memory>
+
+class QMenu;
+class QSystemTrayIcon;
+class QTimer;
+class QWidget;
+
+// The tray icon and its menu. The menu is rebuilt from the current state each time it
+// opens and refreshed every second while it stays open; no timer runs while it is
+// closed and no task runs.
+class StatusItemController final : public QObject {
+    Q_OBJECT
+
+public:
+    // With a tray that shows menus itself (a StatusNotifierItem host) custom rows are
+    // lost, so the icon's activation pops up our own menu instead.
+    explicit StatusItemController(bool trayExportsMenus, QObject *parent = nullptr);
+    ~StatusItemController() override;
+
+    std::function<StatusMenuState()> stateProvider;
+    // Makes the custom row of one quick-task session.
+    std::function<QWidget *(const QUuid &sessionId, QWidget *parent)> sessionRowFactory;
+
+    void show();
+    void hide();
+    QMenu *menu() const { return m_menu.get(); }
+    QSystemTrayIcon *trayIcon() const { return m_trayIcon; }
+
+    // Starts or stops the blinking that says tasks are running.
+    void setTasksRunning(bool running);
+    bool isBlinking() const;
+    bool showsPromptLine() const { return m_showsPromptLine; }
+    bool isMenuOpen() const { return m_isMenuOpen; }
+    bool hasRefreshTimer() const;
+
+    void rebuildMenu();
+
+Q_SIGNALS:
+    void actionTriggered(StatusMenuEntry::Action action);
+    // Once a second while the menu is open: session rows refresh in place.
+    void menuRefreshTick();
+
+private:
+    void refreshIcon();
+    void menuWillOpen();
+    void menuDidClose();
+
+    std::unique_ptr<QMenu> m_menu;
+    QSystemTrayIcon *m_trayIcon = nullptr;
+    QTimer *m_blinkTimer = nullptr;
+    QTimer *m_refreshTimer = nullptr;
+    bool m_trayExportsMenus = false;
+    bool m_isMenuOpen = false;
+    bool m_showsPromptLine = true;
+};
