@@ -13,6 +13,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <unistd.h>
 
 namespace {
 
@@ -81,8 +82,13 @@ int main(int argc, char **argv)
         if (!session.isFinished())
             application.exec();
 
-        if (session.ending() == EditSession::Ending::exit)
-            return session.exitCode();
+        if (session.ending() == EditSession::Ending::exit) {
+            // Everything the caller needs is on disk; tearing down the bus connection
+            // and Qt would only keep the caller waiting.
+            std::fflush(stdout);
+            std::fflush(stderr);
+            ::_exit(session.exitCode());
+        }
         file.close();
         const QString editor = FallbackEditor::command();
         fail(QStringLiteral("%1; opening \u201c%2\u201d instead").arg(session.fallbackReason(), editor));
