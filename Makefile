@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: deps configure build test format clean
+.PHONY: deps configure build run test format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -14,6 +14,9 @@ configure: deps
 build: configure
 	cmake --build $(BUILD_DIR)
 
+run: build
+	BUILD_DIR=$(BUILD_DIR) scripts/run.sh
+
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600
 
@@ -22,3 +25,12 @@ format:
 
 clean:
 	rm -rf $(BUILD_DIR)
+
+# The real codex, claude and opencode for the optional real-tools tests (ctest -L realtools),
+# installed outside the repository; the tests look there and skip when they are missing.
+export TARVEL_REAL_TOOLS_DIR ?= $(HOME)/.cache/tarvel-real-tools
+
+.PHONY: real-tools
+real-tools:
+	npm install --prefix "$(TARVEL_REAL_TOOLS_DIR)" --no-audit --no-fund \
+		@openai/codex @anthropic-ai/claude-code opencode-ai

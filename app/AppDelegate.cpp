@@ -16,6 +16,7 @@
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/TrayHost.h"
 #include "platform/WindowSystem.h"
+#include "settings/AppSettings.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
@@ -43,6 +44,10 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
     connect(m_intake.get(), &RequestIntake::composerRequested, this,
             [this](const ComposerRequest &request) { presentComposer(request, request.initialText); });
     connect(m_intake.get(), &RequestIntake::alertRequested, this, &AppDelegate::presentAlert);
+    connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, this, [this](const QString &path) {
+        if (!path.isEmpty())
+            AppSettings(m_defaults).setQuickTaskLastWorkingDirectory(path);
+    });
 
     m_statusItem->stateProvider = [this] {
         StatusMenuState state;
@@ -100,6 +105,11 @@ AppDelegate::~AppDelegate()
 
 void AppDelegate::applicationDidFinishLaunching()
 {
+    AppSettings settings(m_defaults);
+    settings.removeObsoleteKeys();
+    settings.resetQuickTaskConfigurationForCurrentSchemaIfNeeded();
+    settings.normalizeQuickTaskCLIBackend();
+
     try {
         FileStore::ensureDirectoriesExist();
     } catch (const TarvelError &error) {
