@@ -1,6 +1,7 @@
 // The window system where there is no X display: an empty desktop, never a crash.
 
 #include "platform/WindowSystem.h"
+#include "platform/linux/X11WindowSystem.h"
 
 #include <QFileInfo>
 #include <QGuiApplication>
@@ -13,6 +14,7 @@ class WindowSystemHeadlessTest final : public QObject {
 private Q_SLOTS:
     void reportsAnEmptyDesktop();
     void namesExecutablesWithoutADisplay();
+    void screenNumberOfDisplayNames();
 };
 
 void WindowSystemHeadlessTest::reportsAnEmptyDesktop()
@@ -39,6 +41,15 @@ void WindowSystemHeadlessTest::namesExecutablesWithoutADisplay()
              QFileInfo(QCoreApplication::applicationFilePath()).fileName());
     QCOMPARE(windows->executableName(0), QString());
     QCOMPARE(windows->executableName(std::numeric_limits<qint32>::max()), QString());
+}
+
+void WindowSystemHeadlessTest::screenNumberOfDisplayNames()
+{
+    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral(":0")), 0);
+    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral(":1.2")), 2);
+    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("localhost:10.1")), 1);
+    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("/tmp/launch-x/org.xquartz:0")), 0);
+    QCOMPARE(X11WindowSystem::screenNumber(QString()), 0);
 }
 
 int main(int argc, char **argv)
