@@ -1,0 +1,235 @@
+// The application's latency and idle cost on a real desktop, over 20 editor requests:
+//   helper start -> composer mapped, and Ctrl+Return -> helper exit (median, min, max);
+//   then, with nothing to do, the application's wake-ups per second and resident memory.
+//
+// Run it on the headless desktop, from the build folder:
+//   ../tests/e2e/desktop-session.sh --probe bin/tarvel-desktop-probe -- bin/bench_app
+#include "BenchStatistics.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <xcb/xcb.h>
+#include <xcb/xcb_keysyms.h>
+#include <xcb/xtest.h>
+
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <memory>
+
+extern char **environ;
+
+namespace {
+constexpr int kRuns = 20;
+
+class Display final {
+public:
+    Display()
+        : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+        const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
+        xcb_change_window_attributes(m_connection, m_root, XCB_CW_EVENT_MASK, &mask);
+        m_clientList = atom("_NET_CLIENT_LIST");
+        m_name = atom("_NET_WM_NAME");
+        m_utf8 = atom("UTF8_STRING");
+        m_keySymbols = xcb_key_symbols_alloc(m_connection);
+        xcb_flush(m_connection);
+    }
+    ~Display()
+    {
+        xcb_key_symbols_free(m_keySymbols);
+        xcb_disconnect(m_connection);
+    }
+
+    bool ok() const { return !xcb_connection_has_error(m_connection); }
+
+    // A visible window whose title starts with the prefix.
+    bool composerMapped()
+    {
+        auto *reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, m_root, m_clientList, XCB_ATOM_WINDOW, 0, 4096),
+            nullptr);
+        if (!reply)
+            return false;
+        const auto *windows = static_cast<const xcb_window_t *>(xcb_get_property_value(reply));
+        const int count = xcb_get_property_value_length(reply) / 4;
+        bool found = false;
+        for (int i = 0; i < count && !found; ++i)
+            found = title(windows[i]).startsWith("Tarvel Composer") && viewable(windows[i]);
+        free(reply);
+        return found;
+    }
+
+    // Waits for X events until the predicate holds or the time is up.
+    template<typename Predicate> bool waitUntil(Predicate predicate, int timeoutMs)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (!predicate()) {
+            const int left = timeoutMs - int(timer.elapsed());
+            if (left <= 0)
+                return false;
+            pollfd descriptor{xcb_get_file_descriptor(m_connection), POLLIN, 0};
+            ::poll(&descriptor, 1, left);
+            while (xcb_generic_event_t *event = xcb_poll_for_event(m_connection))
+                free(event);
+        }
+        return true;
+    }
+
+    void pressCtrlReturn()
+    {
+        const xcb_keycode_t control = firstKeycode(0xffe3);
+        const xcb_keycode_t enter = firstKeycode(0xff0d);
+        for (const auto &[type, code] :
+             {std::pair{XCB_KEY_PRESS, control}, std::pair{XCB_KEY_PRESS, enter},
+              std::pair{XCB_KEY_RELEASE, enter}, std::pair{XCB_KEY_RELEASE, control}})
+            xcb_test_fake_input(m_connection, uint8_t(type), code, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        xcb_flush(m_connection);
+    }
+
+private:
+    xcb_atom_t atom(const char *name)
+    {
+        auto *reply = xcb_intern_atom_reply(
+            m_connection, xcb_intern_atom(m_connection, 0, uint16_t(strlen(name)), name), nullptr);
+        const xcb_atom_t result = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+        free(reply);
+        return result;
+    }
+    QByteArray title(xcb_window_t window)
+    {
+        auto *reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, window, m_name, m_utf8, 0, 256), nullptr);
+        QByteArray result;
+        if (reply)
+            result = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)),
+                                xcb_get_property_value_length(reply));
+        free(reply);
+        return result;
+    }
+    bool viewable(xcb_window_t window)
+    {
+        auto *reply = xcb_get_window_attributes_reply(
+            m_connection, xcb_get_window_attributes(m_connection, window), nullptr);
+        const bool result = reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+        free(reply);
+        return result;
+    }
+    xcb_keycode_t firstKeycode(xcb_keysym_t symbol)
+    {
+        xcb_keycode_t *codes = xcb_key_symbols_get_keycode(m_keySymbols, symbol);
+        const xcb_keycode_t code = codes ? codes[0] : 0;
+        free(codes);
+        return code;
+    }
+
+    xcb_connection_t *m_connection;
+    xcb_window_t m_root = 0;
+    xcb_atom_t m_clientList = 0, m_name = 0, m_utf8 = 0;
+    xcb_key_symbols_t *m_keySymbols = nullptr;
+};
+
+pid_t spawn(const QByteArray &program, const QByteArray &argument)
+{
+    pid_t pid = 0;
+    char *argv[] = {const_cast<char *>(program.constData()), const_cast<char *>(argument.constData()),
+                    nullptr};
+    return posix_spawn(&pid, program.constData(), nullptr, nullptr, argv, environ) == 0 ? pid : -1;
+}
+
+// Context switches of every thread of the process: each is a wake-up.
+long long wakeUps(qint64 pid)
+{
+    long long total = 0;
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile status(tasks.filePath(task) + QStringLiteral("/status"));
+        if (!status.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("voluntary_ctxt_switches") || line.startsWith("nonvoluntary_ctxt_switches"))
+                total += line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
+        }
+    }
+    return total;
+}
+
+long long residentKiB(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return -1;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
+    }
+    return -1;
+}
+} // namespace
+
+int main()
+{
+    Display display;
+    if (qEnvironmentVariableIsEmpty("DISPLAY") || !display.ok()) {
+        std::fprintf(stderr, "bench_app: run it on a desktop (see the comment at the top)\n");
+        return 2;
+    }
+    QTemporaryDir root;
+    qputenv("XDG_DATA_HOME", root.filePath(QStringLiteral("data")).toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", root.filePath(QStringLiteral("config")).toLocal8Bit());
+    qputenv("TARVEL_APP_PATH", TARVEL_APP_PATH);
+
+    QProcess app;
+    app.setProcessChannelMode(QProcess::ForwardedChannels);
+    app.start(QStringLiteral(TARVEL_APP_PATH), {});
+    if (!app.waitForStarted())
+        return 1;
+    QThread::msleep(2000); // start-up: bus name, tray icon
+
+    QList<double> toMapped;
+    QList<double> toExit;
+    const QByteArray file = root.filePath(QStringLiteral("prompt.txt")).toLocal8Bit();
+    for (int run = 0; run < kRuns; ++run) {
+        QFile(QString::fromLocal8Bit(file)).open(QIODevice::WriteOnly);
+        QElapsedTimer timer;
+        timer.start();
+        const pid_t helper = spawn(TARVEL_EDIT_PATH, file);
+        if (helper < 0 || !display.waitUntil([&] { return display.composerMapped(); }, 10000)) {
+            std::fprintf(stderr, "bench_app: the composer did not appear\n");
+            return 1;
+        }
+        toMapped.append(double(timer.nsecsElapsed()) / 1e6);
+        QThread::msleep(150); // let the panel take the focus, as a person would
+        timer.restart();
+        display.pressCtrlReturn();
+        int status = 0;
+        ::waitpid(helper, &status, 0);
+        toExit.append(double(timer.nsecsElapsed()) / 1e6);
+        display.waitUntil([&] { return !display.composerMapped(); }, 5000);
+    }
+    BenchStatistics::of(toMapped).print("helper start -> composer mapped");
+    BenchStatistics::of(toExit).print("Ctrl+Return -> helper exit");
+
+    QThread::msleep(2000);
+    const long long before = wakeUps(app.processId());
+    constexpr int idleSeconds = 10;
+    QThread::sleep(idleSeconds);
+    const long long after = wakeUps(app.processId());
+    std::printf("%-44s %8.2f per second (over %d s)\n", "idle wake-ups", double(after - before) / idleSeconds,
+                idleSeconds);
+    std::printf("%-44s %8.1f MB\n", "resident memory after the runs",
+                double(residentKiB(app.processId())) / 1024);
+    app.terminate();
+    app.waitForFinished(5000);
+    return 0;
+}
