@@ -76,8 +76,8 @@ void EditSession::start()
         useFallbackEditor(launch.reason);
         return;
     }
-    m_state = State::waitingForApplication;
-    m_applicationStartTimer.start();
+    waitForApplication(
+        QStringLiteral("Tarvel did not start within %1 seconds").arg(kApplicationStartTimeout.count()));
     checkForResponse();
 }
 
@@ -114,10 +114,14 @@ void EditSession::applicationDidTerminate()
     if (m_state != State::waitingForResponse)
         return;
     // A quitting application answers first, so a response is already on disk by now.
-    if (RequestFileIO::responseExists(m_request.id))
+    if (RequestFileIO::responseExists(m_request.id)) {
         collectResponse();
-    else
-        useFallbackEditor(QStringLiteral("Tarvel quit without answering"));
+        return;
+    }
+    // It crashed. The request is still queued on disk, so a copy started again soon
+    // (by the user or the session) serves it. The helper does not restart it itself:
+    // a request that crashes the application would only crash it again.
+    waitForApplication(QStringLiteral("Tarvel quit without answering"));
 }
 
 void EditSession::applicationStartTimedOut()
@@ -127,8 +131,14 @@ void EditSession::applicationStartTimedOut()
     if (m_services.applicationWatcher->isRunning())
         applicationDidLaunch();
     else
-        useFallbackEditor(
-            QStringLiteral("Tarvel did not start within %1 seconds").arg(kApplicationStartTimeout.count()));
+        useFallbackEditor(m_reasonIfNoApplication);
+}
+
+void EditSession::waitForApplication(const QString &reasonIfNone)
+{
+    m_state = State::waitingForApplication;
+    m_reasonIfNoApplication = reasonIfNone;
+    m_applicationStartTimer.start();
 }
 
 void EditSession::checkForResponse()

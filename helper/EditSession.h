@@ -16,7 +16,8 @@ class RunningApplicationWatcher;
 
 // One round of editing through the Tarvel application: write the request, wake the
 // application (starting it when needed), wait for the response and apply it. When no
-// application answers, the request is withdrawn and the caller runs a terminal editor.
+// application is there to answer, the request is withdrawn and the caller runs a
+// terminal editor.
 class EditSession final : public QObject {
     Q_OBJECT
 
@@ -54,6 +55,8 @@ private:
     void applicationDidLaunch();
     void applicationDidTerminate();
     void applicationStartTimedOut();
+    // Up to 5 seconds for an application to own the bus name, then the fallback editor.
+    void waitForApplication(const QString &reasonIfNone);
     void checkForResponse();
     void collectResponse();
     void useFallbackEditor(const QString &reason);
@@ -66,6 +69,7 @@ private:
     Ending m_ending = Ending::exit;
     int m_exitCode = 0;
     QString m_fallbackReason;
+    QString m_reasonIfNoApplication;
     QFileSystemWatcher m_responsesWatcher;
     QTimer m_applicationStartTimer;
 };

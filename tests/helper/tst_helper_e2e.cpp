@@ -303,23 +303,30 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("situation");
         QTest::addColumn<bool>("applicationStarted");
+        QTest::addColumn<bool>("waits");
         QTest::addColumn<QString>("reason");
 
-        QTest::newRow("application never takes the name") << QStringLiteral("silent application") << true
-                                                          << QStringLiteral("did not start within 5 seconds");
-        QTest::newRow("application missing") << QStringLiteral("missing application") << false
+        QTest::newRow("application never takes the name")
+            << QStringLiteral("silent application") << true << true
+            << QStringLiteral("did not start within 5 seconds");
+        QTest::newRow("application missing") << QStringLiteral("missing application") << false << false
                                              << QStringLiteral("TARVEL_APP_PATH is not an executable file");
         QTest::newRow("no session bus")
-            << QStringLiteral("no bus") << false << QStringLiteral("no session bus");
-        QTest::newRow("no display") << QStringLiteral("no display") << false << QStringLiteral("no display");
-        QTest::newRow("application quits without answering")
-            << QStringLiteral("application quits") << false << QStringLiteral("quit without answering");
+            << QStringLiteral("no bus") << false << false << QStringLiteral("no session bus");
+        QTest::newRow("no display") << QStringLiteral("no display") << false << false
+                                    << QStringLiteral("no display");
+        // Not restarted by the helper: a request that crashes the application would
+        // crash it again.
+        QTest::newRow("application crashes without answering")
+            << QStringLiteral("application crashes") << false << true
+            << QStringLiteral("quit without answering");
     }
 
     void fallbackEditorRunsWhenNothingAnswers()
     {
         QFETCH(QString, situation);
         QFETCH(bool, applicationStarted);
+        QFETCH(bool, waits);
         QFETCH(QString, reason);
 
         // An "application" that only leaves a trace that it was started.
@@ -340,7 +347,7 @@ private Q_SLOTS:
             m_env->unset("QT_QPA_PLATFORM");
         }
         Responder responder;
-        if (situation == u"application quits")
+        if (situation == u"application crashes")
             QVERIFY(responder.start(QStringLiteral("never"), m_responderLog));
 
         const QString file = workFile(QStringLiteral("PROMPT.md"), "draft\n");
@@ -348,7 +355,7 @@ private Q_SLOTS:
         clock.start();
         const auto helper = startHelper({QStringLiteral("PROMPT.md")},
                                         QProcessEnvironment::systemEnvironment(), " typed in the terminal\n");
-        if (situation == u"application quits") {
+        if (situation == u"application crashes") {
             waitForAnswers(1); // seen, not answered
             responder.kill();
         }
@@ -365,11 +372,31 @@ private Q_SLOTS:
         QCOMPARE(QFileInfo::exists(marker), applicationStarted);
         // The request was withdrawn; nobody will answer it.
         verifyNoExchangeFilesLeft();
-        // Waiting for an application only makes sense when one was started.
-        if (applicationStarted)
+        // Waiting for an application only makes sense when one may come.
+        if (waits)
             QVERIFY2(elapsed >= 4500, qPrintable(QString::number(elapsed)));
-        else if (situation != u"application quits")
+        else
             QVERIFY2(elapsed < 4000, qPrintable(QString::number(elapsed)));
+    }
+
+    void requestSurvivesAnApplicationCrash()
+    {
+        Responder crashing;
+        QVERIFY(crashing.start(QStringLiteral("never"), m_responderLog));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "still here\n");
+        const auto helper = startHelper({file});
+        waitForAnswers(1); // seen, not answered
+        crashing.kill();
+
+        // Started again by someone else, it finds the request still waiting.
+        Responder restarted;
+        QVERIFY(restarted.start(QStringLiteral("submit"), m_responderLog));
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->readAllStandardError(), QByteArray());
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readAll(file), QByteArray("Edited: still here\n"));
+        waitForAnswers(2);
+        verifyNoExchangeFilesLeft();
     }
 
     void fallbackEditorChoice_data()
