@@ -167,8 +167,18 @@ void ProcessGroupTask::waitForExit()
         this, [this] { handleExit(); }, Qt::QueuedConnection);
 }
 
+bool ProcessGroupTask::finishIfExited()
+{
+    if (!m_exitDelivered && hasExited())
+        handleExit();
+    return m_exitDelivered;
+}
+
 void ProcessGroupTask::handleExit()
 {
+    if (m_exitDelivered)
+        return;
+    m_exitDelivered = true;
     for (QTimer *timer : std::as_const(m_stopTimers))
         timer->stop();
     // What the child wrote before it exited is in the pipes now. Grandchildren may keep

@@ -74,6 +74,11 @@ public:
     void stop(const StopSchedule &schedule);
     bool stopRequested() const noexcept { return m_stopRequested; }
 
+    // For a caller that cannot go back to the event loop (the application is exiting):
+    // once the process has exited, emits what the pipes still hold and finished() now
+    // instead of from the event loop. True when finished() has been emitted, now or before.
+    bool finishIfExited();
+
 Q_SIGNALS:
     void standardOutputReceived(const QByteArray &bytes);
     void standardErrorReceived(const QByteArray &bytes);
@@ -93,6 +98,7 @@ private:
     std::thread m_waiter;
     QList<QTimer *> m_stopTimers;
     std::atomic<bool> m_stopRequested = false;
+    bool m_exitDelivered = false;
 
     mutable std::mutex m_stateLock;
     bool m_hasStarted = false;

@@ -1,0 +1,134 @@
+#pragma once
+
+#include "core/Clock.h"
+#include "core/FileStore.h"
+#include "errorlog/ErrorLogManager.h"
+#include "fakebackends/FakeBackends.h"
+#include "platform/Clipboard.h"
+#include "platform/FileOpener.h"
+#include "platform/UserNotificationCenter.h"
+#include "quicktasks/QuickTaskManager.h"
+#include "settings/UserDefaults.h"
+#include "support/TestEnvironment.h"
+
+#include <QFuture>
+#include <QtTest>
+
+#include <memory>
+#include <optional>
+
+class ManualClock final : public Clock {
+public:
+    QDateTime now() const override { return m_now; }
+    void advance(int seconds) { m_now = m_now.addSecs(seconds); }
+
+private:
+    QDateTime m_now = QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42), Qt::UTC);
+};
+
+class RecordingClipboard final : public Clipboard {
+public:
+    void setText(const QString &text) override { m_text = text; }
+    QString text() const override { return m_text; }
+
+private:
+    QString m_text;
+};
+
+class RecordingFileOpener final : public FileOpener {
+public:
+    bool openInDefaultApplication(const QString &path) override
+    {
+        opened.append(path);
+        return true;
+    }
+    QStringList opened;
+};
+
+class RecordingNotificationCenter final : public UserNotificationCenter {
+public:
+    void registerCategory(const QString &identifier, const QList<UserNotificationAction> &actions) override
+    {
+        categories.insert(identifier, actions);
+    }
+    void setResponseHandler(ResponseHandler handler) override { responseHandler = std::move(handler); }
+    void post(const UserNotificationRequest &request) override { posted.append(request); }
+    void remove(const QString &identifier) override { removed.append(identifier); }
+
+    QMap<QString, QList<UserNotificationAction>> categories;
+    ResponseHandler responseHandler;
+    QList<UserNotificationRequest> posted;
+    QStringList removed;
+};
+
+// A manager over a private profile, with the fake backends alone on PATH and no login
+// shell to ask.
+struct QuickTaskManagerFixture {
+    explicit QuickTaskManagerFixture(QuickTaskDesktopServices services = {})
+    {
+        environment.set("PATH", fakes.searchPath());
+        environment.set("SHELL", environment.path(QStringLiteral("no-login-shell")));
+        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
+        environment.unset("FAKE_STEPS");
+        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
+            environment.unset(name);
+        workingDirectory = environment.path(QStringLiteral("project"));
+        QDir().mkpath(workingDirectory);
+        defaults = std::make_unique<UserDefaults>(environment.path(QStringLiteral("defaults.ini")));
+        errorLog = std::make_unique<ErrorLogManager>(clock);
+        manager = std::make_unique<QuickTaskManager>(QuickTaskStore(), *errorLog, *defaults, clock, services);
+        manager->noteWorkingDirectory(workingDirectory);
+        manager->load();
+    }
+
+    // The steps the next run of a fake follows (see fakebackend.sh).
+    void useSteps(const QStringList &steps) { environment.set("FAKE_STEPS", fakes.writeSteps(steps)); }
+
+    // Starts a task and waits for its launch; the session's id, or the error's description.
+    std::optional<QUuid> start(QuickTaskCLIBackend backend,
+                               const QString &prompt = QStringLiteral("Fix the build"),
+                               const QList<ScratchAttachment> &attachments = {}, QString *error = nullptr)
+    {
+        QFuture<QUuid> future =
+            manager->startTask(prompt, QuickTaskSourceContext{QStringLiteral("xterm"), 4242}, attachments,
+                               QuickTaskPreset{QStringLiteral("gpt-5.5"), QStringLiteral("high")}, backend);
+        if (!QTest::qWaitFor([&] { return future.isFinished(); }, 10000))
+            return std::nullopt;
+        try {
+            return future.result();
+        } catch (const TarvelError &failure) {
+            if (error)
+                *error = failure.description();
+            return std::nullopt;
+        }
+    }
+
+    QuickTaskSession session(const QUuid &id) const
+    {
+        return manager->session(id).value_or(QuickTaskSession{});
+    }
+
+    bool waitUntilFinished(const QUuid &id, int timeout = 10000)
+    {
+        return QTest::qWaitFor(
+            [&] {
+                const std::optional<QuickTaskSession> found = manager->session(id);
+                return found && !found->isRunning();
+            },
+            timeout);
+    }
+
+    QByteArray read(const QString &path) const
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    }
+
+    TestEnvironment environment;
+    FakeBackends fakes;
+    ManualClock clock;
+    QString workingDirectory;
+    std::unique_ptr<UserDefaults> defaults;
+    std::unique_ptr<ErrorLogManager> errorLog;
+    std::unique_ptr<QuickTaskManager> manager;
+};

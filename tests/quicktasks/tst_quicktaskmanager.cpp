@@ -1,0 +1,532 @@
+// The quick-task manager against the fake backends: a task's life from start to its end,
+// stopping process groups, the files it keeps, and what survives a restart.
+#include "QuickTaskManagerFixture.h"
+
+#include "core/DataFile.h"
+#include "core/JSONCoding.h"
+#include "quicktasks/QuickTaskStore.h"
+#include "settings/AppSettings.h"
+
+#include <QElapsedTimer>
+#include <QJsonArray>
+#include <QSignalSpy>
+#include <QtTest>
+
+namespace {
+
+const QString kCodexThread = QStringLiteral(R"(out {"type":"thread.started","thread_id":"th-1"}\n)");
+
+QString agentMessage(const QString &text)
+{
+    return QStringLiteral(
+               R"(out {"type":"item.completed","item":{"id":"i","type":"agent_message","text":"%1"}}\n)")
+        .arg(text);
+}
+
+QString writeFile(const QString &path, const QByteArray &data = "x")
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(data);
+    return path;
+}
+
+QuickTaskSession storedSession(QuickTaskSession::Status status, const QDateTime &startedAt,
+                               const QList<ScratchAttachment> &attachments = {})
+{
+    QuickTaskSession session;
+    session.id = QUuid::createUuid();
+    session.backend = QuickTaskCLIBackend::claude;
+    session.prompt = QStringLiteral("Stored %1").arg(startedAt.toString(Qt::ISODate));
+    session.workingDirectory = QStringLiteral("/projects/app");
+    session.attachments = attachments;
+    session.startedAt = startedAt;
+    session.status = status;
+    if (status != QuickTaskSession::Status::running)
+        session.finishedAt = startedAt.addSecs(30);
+    return session;
+}
+
+} // namespace
+
+class QuickTaskManagerTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void taskRunsToItsFinalResponse_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("finalResponse");
+        QTest::addColumn<QByteArray>("transcriptOutput");
+        QTest::addColumn<int>("rawStandardOutputLines");
+
+        // Lines arrive split across writes; each must be handled once, whole.
+        QTest::newRow("codex") << QuickTaskCLIBackend::codex
+                               << QStringList{kCodexThread,
+                                              QStringLiteral("ready"),
+                                              QStringLiteral("sleep 0.4"),
+                                              agentMessage(QStringLiteral("First.")),
+                                              QStringLiteral(
+                                                  R"(out {"type":"item.completed","item":{"type":"age)"),
+                                              QStringLiteral("sleep 0.1"),
+                                              QStringLiteral(R"(out nt_message","text":"Done."}}\n)"),
+                                              QStringLiteral("sleep 0.1"),
+                                              QStringLiteral("err warning: slow\\n")}
+                               << QStringLiteral("Done.")
+                               << QByteArray("Thread: th-1\nFirst.\nDone.\nstderr: warning: slow\n") << 3;
+        QTest::newRow("claude") << QuickTaskCLIBackend::claude
+                                << QStringList{QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
+                                               QStringLiteral("out Line one\\nLine "),
+                                               QStringLiteral("sleep 0.1"),
+                                               QStringLiteral("out two\\n\\nLast without newline")}
+                                << QStringLiteral("Line one\nLine two\nLast without newline")
+                                << QByteArray("Line one\nLine two\nLast without newline\n") << 3;
+        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode
+                                  << QStringList{QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
+                                                 QStringLiteral("out \\0033[1m<think>\\0033[0m\\n"),
+                                                 QStringLiteral("out \\0033[32mAnswer\\0033[0m\\r\\n")}
+                                  << QStringLiteral("Answer") << QByteArray("Answer\n") << 2;
+    }
+    void taskRunsToItsFinalResponse()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QStringList, steps);
+        QFETCH(QString, finalResponse);
+        QFETCH(QByteArray, transcriptOutput);
+        QFETCH(int, rawStandardOutputLines);
+
+        RecordingNotificationCenter notifications;
+        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
+        QSignalSpy running(fixture.manager.get(), &QuickTaskManager::runningSessionCountChanged);
+        fixture.useSteps(steps);
+
+        const std::optional<QUuid> id = fixture.start(backend, QStringLiteral("  Fix the build\n"));
+        QVERIFY(id);
+        QuickTaskSession session = fixture.session(*id);
+        QCOMPARE(session.status, QuickTaskSession::Status::running);
+        QCOMPARE(session.prompt, QStringLiteral("Fix the build"));
+        QCOMPARE(session.workingDirectory, fixture.workingDirectory);
+        QCOMPARE(session.startedAt, fixture.clock.now());
+        QVERIFY(fixture.manager->hasRunningSessions());
+        QCOMPARE(running.count(), 1);
+        QCOMPARE(running.at(0).at(0).toInt(), 1);
+        // The running session is on disk at once, so a crash leaves a trace to recover.
+        QCOMPARE(fixture.manager->store().loadSessions().constFirst().status,
+                 QuickTaskSession::Status::running);
+
+        fixture.clock.advance(90);
+        QVERIFY(fixture.waitUntilFinished(*id));
+        session = fixture.session(*id);
+        QCOMPARE(session.status, QuickTaskSession::Status::succeeded);
+        QCOMPARE(session.exitStatus, 0);
+        QCOMPARE(session.finishedAt, fixture.clock.now());
+        QCOMPARE(session.finalResponse, finalResponse);
+        if (backend == QuickTaskCLIBackend::codex)
+            QCOMPARE(session.threadID, QStringLiteral("th-1"));
+        QCOMPARE(running.count(), 2);
+        QCOMPARE(running.at(1).at(0).toInt(), 0);
+        QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{session});
+        QCOMPARE(
+            fixture.fakes.recorded(QuickTaskCLIBackends::executableName(backend) + QStringLiteral(".cwd"))
+                .trimmed(),
+            fixture.workingDirectory.toUtf8());
+
+        const QByteArray transcript = fixture.read(fixture.manager->store().transcriptURL(*id));
+        const QByteArray header = "Prompt\n------\nFix the build\n\nBackend\n-------\n" +
+                                  QuickTaskCLIBackends::displayTitle(backend).toUtf8() +
+                                  "\n\nWorking Directory\n-----------------\n" +
+                                  fixture.workingDirectory.toUtf8() +
+                                  "\n\nPreset\n------\ngpt-5.5\n\nReasoning\n---------\nhigh\n\n"
+                                  "Started\n-------\n2026-03-01T09:15:42Z\n\nTranscript\n----------\n";
+        QCOMPARE(transcript, header + transcriptOutput + "\nStatus: Succeeded\nExit: 0\n");
+        const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
+        QCOMPARE(rawLog.count("[stdout] "), rawStandardOutputLines);
+        QCOMPARE(rawLog.count("[stderr] "), transcriptOutput.count("stderr: "));
+
+        QCOMPARE(notifications.posted.size(), 1);
+        QCOMPARE(notifications.posted.constFirst().title,
+                 QuickTaskCLIBackends::displayTitle(backend) + QStringLiteral(" task Succeeded"));
+        QCOMPARE(
+            notifications.posted.constFirst().userInfo.value(QStringLiteral("QuickTaskSessionIdentifier")),
+            JSONCoding::encodeUuid(*id));
+        QVERIFY(fixture.errorLog->entries().isEmpty());
+    }
+
+    void failedTaskIsLoggedWithItsLastStderrLines()
+    {
+        RecordingNotificationCenter notifications;
+        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
+        fixture.useSteps({QStringLiteral("err one\\ntwo\\n\\nthree\\n"),
+                          QStringLiteral("out partial answer\\n"), QStringLiteral("err four\\nfi"),
+                          QStringLiteral("sleep 0.1"), QStringLiteral("err ve\\nsix: denied"),
+                          QStringLiteral("exit 3")});
+        const std::optional<QUuid> id =
+            fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Deploy it"));
+        QVERIFY(id);
+        QVERIFY(fixture.waitUntilFinished(*id));
+
+        const QuickTaskSession session = fixture.session(*id);
+        QCOMPARE(session.status, QuickTaskSession::Status::failed);
+        QCOMPARE(session.exitStatus, 3);
+        QCOMPARE(session.finalResponse, QStringLiteral("partial answer"));
+        QCOMPARE(fixture.errorLog->entries().size(), 1);
+        const ErrorLogEntry entry = fixture.errorLog->entries().constFirst();
+        QCOMPARE(entry.title, QStringLiteral("Claude task failed"));
+        QCOMPARE(entry.source, QStringLiteral("Quick Tasks"));
+        QCOMPARE(entry.detail, QStringLiteral("Prompt: Deploy it\nWorking Directory: %1\nExit: 3\n"
+                                              "Last stderr: four | five | six: denied")
+                                   .arg(fixture.workingDirectory));
+        QVERIFY(fixture.read(fixture.manager->store().transcriptURL(*id))
+                    .endsWith("\nStatus: Failed\nExit: 3\n"));
+        QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Claude task Failed"));
+    }
+
+    void failureWithoutStderrSaysSo()
+    {
+        QuickTaskManagerFixture fixture;
+        fixture.useSteps({QStringLiteral("kill TERM")});
+        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::opencode);
+        QVERIFY(id);
+        QVERIFY(fixture.waitUntilFinished(*id));
+        QCOMPARE(fixture.session(*id).exitStatus, 143);
+        QVERIFY(fixture.errorLog->entries().constFirst().detail.endsWith(
+            QStringLiteral("Exit: 143\nLast stderr: none")));
+    }
+
+    void stoppedTaskEndsCancelledWithItsWholeGroup_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<int>("exitStatus");
+        QTest::addColumn<int>("minimumMilliseconds");
+        // Deaf to SIGINT and SIGTERM: only the SIGKILL at 2.0 s ends it.
+        QTest::newRow("ignores SIGINT and SIGTERM")
+            << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
+                           QStringLiteral("ready"), QStringLiteral("hang")}
+            << 137 << 1900;
+        // Answers SIGINT by finishing normally: still the user's stop, not a success.
+        QTest::newRow("exits 0 after SIGINT")
+            << QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("grandchild"),
+                           QStringLiteral("ready"), QStringLiteral("sleep 30"), QStringLiteral("exit 0")}
+            << 0 << 0;
+    }
+    void stoppedTaskEndsCancelledWithItsWholeGroup()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(int, exitStatus);
+        QFETCH(int, minimumMilliseconds);
+
+        RecordingNotificationCenter notifications;
+        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
+        fixture.useSteps(steps);
+        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::codex);
+        QVERIFY(id);
+        QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
+        const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
+        QVERIFY(grandchild);
+        QVERIFY(isProcessAlive(*grandchild));
+
+        QElapsedTimer timer;
+        timer.start();
+        fixture.manager->stop(*id);
+        fixture.manager->stop(*id); // a second press changes nothing
+        QVERIFY(fixture.waitUntilFinished(*id));
+        QVERIFY2(timer.elapsed() >= minimumMilliseconds, qPrintable(QString::number(timer.elapsed())));
+
+        const QuickTaskSession session = fixture.session(*id);
+        QCOMPARE(session.status, QuickTaskSession::Status::cancelled);
+        QCOMPARE(session.exitStatus, exitStatus);
+        QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
+        QVERIFY(fixture.errorLog->entries().isEmpty());
+        QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Codex task Stopped"));
+        QVERIFY(fixture.read(fixture.manager->store().transcriptURL(*id))
+                    .endsWith("\nStatus: Stopped\nExit: " + QByteArray::number(exitStatus) + '\n'));
+    }
+
+    void stopAllAtTerminationLeavesNothingRunning()
+    {
+        QuickTaskManagerFixture fixture;
+        fixture.useSteps({QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
+                          QStringLiteral("ready"), QStringLiteral("hang")});
+        const std::optional<QUuid> deaf = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(deaf);
+        QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
+        const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
+        QVERIFY(grandchild);
+        fixture.useSteps({QStringLiteral("out working\\n"), QStringLiteral("become-sleep")});
+        const std::optional<QUuid> polite = fixture.start(QuickTaskCLIBackend::opencode);
+        QVERIFY(polite);
+        QVERIFY(QTest::qWaitFor(
+            [&] { return fixture.read(fixture.manager->store().rawLogURL(*polite)).contains("working"); },
+            10000));
+
+        QElapsedTimer timer;
+        timer.start();
+        fixture.manager->stopAllTasksForTermination();
+        // No event loop from here on: the application is about to exit.
+        QVERIFY2(timer.elapsed() < 2500, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY(!isProcessAlive(*grandchild));
+        QVERIFY(!fixture.manager->hasRunningSessions());
+        const QList<QuickTaskSession> saved = fixture.manager->store().loadSessions();
+        QCOMPARE(saved.size(), 2);
+        for (const QuickTaskSession &session : saved)
+            QCOMPARE(session.status, QuickTaskSession::Status::cancelled);
+        QCOMPARE(fixture.session(*deaf).exitStatus, 137);
+        QCOMPARE(fixture.session(*polite).exitStatus, 130);
+        QVERIFY(fixture.read(fixture.manager->store().rawLogURL(*polite)).contains("[stdout] working\n"));
+    }
+
+    void startFailuresLeaveNothingBehind()
+    {
+        QuickTaskManagerFixture fixture;
+        QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
+
+        const QString folder = fixture.environment.path(QStringLiteral("assets"));
+        QDir().mkpath(folder);
+        QString error;
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::opencode, QStringLiteral("Look"),
+                               {ScratchAttachment::make(folder),
+                                ScratchAttachment::make(writeFile(folder + QStringLiteral("/a.txt")))},
+                               &error));
+        QCOMPARE(error,
+                 QStringLiteral("OpenCode can use attached files, but 1 folder attachment is not supported "
+                                "yet. Remove folders or choose Codex or Claude."));
+
+        fixture.environment.set("PATH", QStringLiteral("/nonexistent"));
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::codex, QStringLiteral("Look"), {}, &error));
+        QCOMPARE(error, QStringLiteral("Could not find the Codex CLI executable."));
+
+        fixture.environment.set("PATH", fixture.fakes.searchPath());
+        fixture.environment.set("FAKE_CLAUDE_VERSION_STDOUT", QString());
+        fixture.environment.set("FAKE_CLAUDE_VERSION_EXIT", QStringLiteral("2"));
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Look"), {}, &error));
+        QCOMPARE(error, QStringLiteral("Claude CLI failed verification with `claude --version`: no output"));
+
+        QVERIFY(fixture.manager->sessions().isEmpty());
+        QCOMPARE(changes.count(), 0);
+        QVERIFY(QDir(fixture.manager->store().transcriptsDirectory()).isEmpty());
+    }
+
+    void unstartableProcessIsRemovedAgain()
+    {
+        QuickTaskManagerFixture fixture;
+        QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
+        // Answers its version query, then makes itself impossible to start.
+        writeFile(fixture.fakes.executable(QStringLiteral("codex")),
+                  "#!/bin/sh\nif [ \"$1\" = -V ]; then echo 'codex-cli 1.0'; chmod -x \"$0\"; fi\n");
+        QString error;
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::codex, QStringLiteral("Go"), {}, &error));
+        QCOMPARE(error, QStringLiteral("Could not start codex: Permission denied"));
+        QVERIFY(fixture.manager->sessions().isEmpty());
+        QVERIFY(fixture.manager->store().loadSessions().isEmpty());
+        QVERIFY(QDir(fixture.manager->store().transcriptsDirectory()).isEmpty());
+        QVERIFY(QDir(fixture.manager->store().rawLogsDirectory()).isEmpty());
+        QCOMPARE(changes.count(), 2); // shown, then taken away again
+    }
+
+    void sessionsLeftRunningAreCancelledAtLoad()
+    {
+        TestEnvironment environment;
+        ManualClock clock;
+        UserDefaults defaults(environment.path(QStringLiteral("defaults.ini")));
+        ErrorLogManager errorLog(clock);
+        const QuickTaskStore store;
+        const QDateTime earlier = clock.now().addSecs(-600);
+        QuickTaskSession crashed = storedSession(QuickTaskSession::Status::running, earlier);
+        QuickTaskSession older = storedSession(QuickTaskSession::Status::running, earlier.addSecs(-60));
+        older.finishedAt = earlier.addSecs(5); // an end time it already had is kept
+        const QuickTaskSession done = storedSession(QuickTaskSession::Status::succeeded, earlier.addSecs(60));
+        store.saveSessions({older, done, crashed});
+
+        QuickTaskManager manager(store, errorLog, defaults, clock);
+        QSignalSpy changes(&manager, &QuickTaskManager::sessionsChanged);
+        manager.load();
+        QCOMPARE(changes.count(), 1);
+        QVERIFY(!manager.hasRunningSessions());
+        QCOMPARE(manager.session(crashed.id)->status, QuickTaskSession::Status::cancelled);
+        QCOMPARE(manager.session(crashed.id)->finishedAt, clock.now());
+        QCOMPARE(manager.session(older.id)->finishedAt, earlier.addSecs(5));
+        QCOMPARE(store.loadSessions(), manager.sessions());
+        QCOMPARE(manager.sessions().constFirst().id, done.id); // newest first
+        QCOMPARE(manager.relativeTimestamp(*manager.session(crashed.id)), QStringLiteral("now"));
+        QCOMPARE(manager.relativeTimestamp(done), QStringLiteral("8 minutes ago"));
+    }
+
+    void damagedEntriesAreSkippedNotFatal()
+    {
+        TestEnvironment environment;
+        const QuickTaskStore store;
+        const QuickTaskSession good = storedSession(QuickTaskSession::Status::failed,
+                                                    QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC));
+        QJsonObject bad = good.toJson();
+        bad.insert(QStringLiteral("status"), QStringLiteral("exploded"));
+        QDir().mkpath(store.directory());
+        DataFile::write(store.sessionsURL(), JSONCoding::encode(QJsonArray{bad, good.toJson(), 17}));
+        QCOMPARE(store.loadSessions(), QList<QuickTaskSession>{good});
+        DataFile::write(store.sessionsURL(), "{ not json");
+        QVERIFY(store.loadSessions().isEmpty());
+    }
+
+    void sortingAndMenuSessions()
+    {
+        QuickTaskManagerFixture fixture;
+        const QDateTime base = fixture.clock.now().addSecs(-3600);
+        const QuickTaskSession oldFinished = storedSession(QuickTaskSession::Status::failed, base);
+        const QuickTaskSession newFinished =
+            storedSession(QuickTaskSession::Status::cancelled, base.addSecs(600));
+        fixture.manager->store().saveSessions({oldFinished, newFinished});
+        fixture.manager->load();
+
+        fixture.useSteps({QStringLiteral("ready"), QStringLiteral("hang")});
+        fixture.clock.advance(-7200); // started before both, still listed first while it runs
+        const std::optional<QUuid> running = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(running);
+        QCOMPARE(fixture.manager->menuSessions(2).size(), 2);
+        QCOMPARE(fixture.manager->menuSessions(2).at(0).id, *running);
+        QCOMPARE(fixture.manager->menuSessions(2).at(1).id, newFinished.id);
+        QCOMPARE(fixture.manager->menuSessions().size(), 3);
+        QVERIFY(fixture.manager->hasRunningSessions());
+        QVERIFY(fixture.manager->hasFinishedSessions());
+        QCOMPARE(fixture.manager->runningSessionCount(), 1);
+
+        // A running session stays through clear and dismiss.
+        fixture.manager->clearFinishedTasks();
+        fixture.manager->dismiss(*running);
+        QCOMPARE(fixture.manager->sessions().size(), 1);
+        QVERIFY(!fixture.manager->hasFinishedSessions());
+        fixture.manager->stop(*running);
+        QVERIFY(fixture.waitUntilFinished(*running));
+    }
+
+    void dismissAndClearRemoveFilesAndOnlyManagedCopies()
+    {
+        QuickTaskManagerFixture fixture;
+        const QString imports =
+            QDir(FileStore::baseDirectory()).filePath(QStringLiteral("ImportedAttachments"));
+        const QString pasted = writeFile(imports + QStringLiteral("/Pasted Image 1.png"));
+        const QString shared = writeFile(imports + QStringLiteral("/Pasted Image 2.png"));
+        const QString userFile = writeFile(fixture.environment.path(QStringLiteral("docs/notes.md")));
+        // Marked managed but outside the import folder (a hand-edited list): never deleted.
+        const QString outside = writeFile(fixture.environment.path(QStringLiteral("docs/keep.png")));
+
+        const QDateTime base = fixture.clock.now().addSecs(-600);
+        const QuickTaskSession first =
+            storedSession(QuickTaskSession::Status::succeeded, base,
+                          {ScratchAttachment::make(pasted, true), ScratchAttachment::make(userFile),
+                           ScratchAttachment::make(outside, true), ScratchAttachment::make(shared, true)});
+        // A retry of the same prompt, reusing one pasted image.
+        const QuickTaskSession retried = storedSession(QuickTaskSession::Status::failed, base.addSecs(60),
+                                                       {ScratchAttachment::make(shared, true)});
+        fixture.manager->store().saveSessions({first, retried});
+        fixture.manager->load();
+        for (const QuickTaskSession &session : {first, retried}) {
+            fixture.manager->store().createSessionFiles(session.id, "header\n");
+            fixture.manager->store().appendRawLog(session.id, "[stdout] x\n");
+        }
+
+        QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
+        fixture.manager->dismiss(first.id);
+        QCOMPARE(changes.count(), 1);
+        QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{retried});
+        QVERIFY(!QFile::exists(fixture.manager->store().transcriptURL(first.id)));
+        QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(first.id)));
+        QVERIFY(!QFile::exists(pasted));
+        QVERIFY(QFile::exists(userFile));
+        QVERIFY(QFile::exists(outside));
+        QVERIFY(QFile::exists(shared)); // still used by the retry
+        QVERIFY(QFile::exists(fixture.manager->store().transcriptURL(retried.id)));
+
+        fixture.manager->dismiss(QUuid::createUuid());
+        QCOMPARE(changes.count(), 1);
+
+        fixture.manager->clearFinishedTasks();
+        QVERIFY(fixture.manager->sessions().isEmpty());
+        QVERIFY(fixture.manager->store().loadSessions().isEmpty());
+        QVERIFY(!QFile::exists(shared));
+        QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(retried.id)));
+        QCOMPARE(changes.count(), 2);
+    }
+
+    void copyOpenRetryAndWorkingDirectory()
+    {
+        RecordingClipboard clipboard;
+        RecordingFileOpener opener;
+        QuickTaskManagerFixture fixture({nullptr, &clipboard, &opener});
+        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Say hi"));
+        QVERIFY(id);
+        QVERIFY(fixture.waitUntilFinished(*id));
+
+        QVERIFY(fixture.manager->copyFinalResponse(*id));
+        QCOMPARE(clipboard.text(), QStringLiteral("Fake answer."));
+        QVERIFY(fixture.manager->openTranscript(*id));
+        QCOMPARE(opener.opened, QStringList{fixture.manager->store().transcriptURL(*id)});
+        QVERIFY(!fixture.manager->copyFinalResponse(QUuid::createUuid()));
+
+        QSignalSpy retries(fixture.manager.get(), &QuickTaskManager::retryRequested);
+        fixture.manager->retry(*id);
+        QCOMPARE(retries.count(), 1);
+        QCOMPARE(retries.at(0).at(0).value<QuickTaskSession>().prompt, QStringLiteral("Say hi"));
+        QCOMPARE(fixture.manager->sessions().size(), 1);
+
+        // The next task runs where the last editor request was; a folder that is gone gives home.
+        const QString other = fixture.environment.path(QStringLiteral("other"));
+        QDir().mkpath(other);
+        fixture.manager->noteWorkingDirectory(QString());
+        fixture.manager->noteWorkingDirectory(other);
+        const std::optional<QUuid> second = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(second);
+        QCOMPARE(fixture.session(*second).workingDirectory, other);
+        QVERIFY(fixture.waitUntilFinished(*second));
+        QDir(other).removeRecursively();
+        const std::optional<QUuid> third = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(third);
+        QCOMPARE(fixture.session(*third).workingDirectory, QDir::homePath());
+        QVERIFY(fixture.waitUntilFinished(*third));
+
+        QCOMPARE(fixture.manager->preferredScratchSourceContext(), std::nullopt);
+        fixture.manager->setFrontmostTerminalContextProvider([] {
+            return QuickTaskSourceContext{QStringLiteral("kitty"), 77};
+        });
+        QCOMPARE(fixture.manager->preferredScratchSourceContext()->bundleIdentifier, QStringLiteral("kitty"));
+    }
+
+    void notificationsFollowTheSettingAndRouteActions()
+    {
+        RecordingNotificationCenter notifications;
+        RecordingClipboard clipboard;
+        RecordingFileOpener opener;
+        QuickTaskManagerFixture fixture({&notifications, &clipboard, &opener});
+        QCOMPARE(notifications.categories.value(QStringLiteral("QuickTaskCompletion")).size(), 1);
+        QCOMPARE(notifications.categories.value(QStringLiteral("QuickTaskCompletion")).constFirst().title,
+                 QStringLiteral("Copy"));
+
+        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(id);
+        QVERIFY(fixture.waitUntilFinished(*id));
+        QCOMPARE(notifications.posted.size(), 1);
+
+        const UserNotificationRequest posted = notifications.posted.constFirst();
+        notifications.responseHandler(UserNotificationResponse{
+            posted.identifier, QStringLiteral("QuickTaskCopyFinalResponse"), posted.userInfo});
+        QCOMPARE(clipboard.text(), QStringLiteral("Fake answer."));
+        notifications.responseHandler(UserNotificationResponse{QString(), QStringLiteral("default"),
+                                                               notifications.posted.constFirst().userInfo});
+        QCOMPARE(opener.opened.size(), 1);
+        // A response without a readable session id does nothing.
+        notifications.responseHandler(UserNotificationResponse{QString(), QStringLiteral("default"), {}});
+        QCOMPARE(opener.opened.size(), 1);
+
+        AppSettings(*fixture.defaults).setCompletionNotificationsEnabled(false);
+        const std::optional<QUuid> quiet = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(quiet);
+        QVERIFY(fixture.waitUntilFinished(*quiet));
+        QCOMPARE(notifications.posted.size(), 1);
+
+        fixture.manager->dismiss(*id);
+        QCOMPARE(notifications.removed, QStringList{JSONCoding::encodeUuid(*id)});
+    }
+};
+
+QTEST_GUILESS_MAIN(QuickTaskManagerTest)
+#include "tst_quicktaskmanager.moc"

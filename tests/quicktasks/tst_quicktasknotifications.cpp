@@ -1,0 +1,226 @@
+// Completion notifications through a stand-in notification server on a private session
+// bus: what is shown, and what the Copy and default actions do.
+#include "QuickTaskManagerFixture.h"
+
+#include "core/JSONCoding.h"
+#include "platform/linux/FreedesktopNotificationCenter.h"
+#include "platform/linux/GuiClipboard.h"
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QGuiApplication>
+#include <QtTest>
+
+namespace {
+
+struct NotifyCall {
+    QString applicationName;
+    uint replacesId = 0;
+    QString summary;
+    QString body;
+    QStringList actions;
+    QVariantMap hints;
+    int timeout = 0;
+};
+
+// org.freedesktop.Notifications as far as Tarvel uses it, on a connection of its own.
+class FakeNotificationServer final : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    explicit FakeNotificationServer(QStringList capabilities)
+        : m_capabilities(std::move(capabilities))
+    {
+    }
+
+    bool start()
+    {
+        m_connection =
+            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("fake-notifications"));
+        return m_connection.registerObject(FreedesktopNotificationCenter::objectPath, this,
+                                           QDBusConnection::ExportAllSlots |
+                                               QDBusConnection::ExportAllSignals) &&
+               m_connection.registerService(FreedesktopNotificationCenter::serviceName);
+    }
+    ~FakeNotificationServer() override
+    {
+        m_connection.unregisterService(FreedesktopNotificationCenter::serviceName);
+        m_connection.unregisterObject(FreedesktopNotificationCenter::objectPath);
+        QDBusConnection::disconnectFromBus(QStringLiteral("fake-notifications"));
+    }
+
+    QList<NotifyCall> notified;
+    QList<uint> closed;
+
+public Q_SLOTS:
+    QStringList GetCapabilities() { return m_capabilities; }
+    uint Notify(const QString &applicationName, uint replacesId, const QString &icon, const QString &summary,
+                const QString &body, const QStringList &actions, const QVariantMap &hints, int timeout)
+    {
+        Q_UNUSED(icon);
+        notified.append(NotifyCall{applicationName, replacesId, summary, body, actions, hints, timeout});
+        return replacesId != 0 ? replacesId : ++m_lastId;
+    }
+    void CloseNotification(uint id)
+    {
+        closed.append(id);
+        Q_EMIT NotificationClosed(id, 3);
+    }
+
+Q_SIGNALS:
+    void ActionInvoked(uint id, const QString &actionKey);
+    void NotificationClosed(uint id, uint reason);
+
+private:
+    QStringList m_capabilities;
+    QDBusConnection m_connection{QString()};
+    uint m_lastId = 100;
+};
+
+// A manager wired to the real notification center and the real (offscreen) clipboard.
+struct NotifyingManager {
+    NotifyingManager()
+        : fixture({&center, &clipboard, &opener})
+    {
+    }
+    std::optional<QUuid> finishTask(const QString &prompt, const QStringList &steps = {})
+    {
+        if (!steps.isEmpty())
+            fixture.useSteps(steps);
+        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::claude, prompt);
+        if (!id || !fixture.waitUntilFinished(*id))
+            return std::nullopt;
+        return id;
+    }
+
+    FreedesktopNotificationCenter center;
+    GuiClipboard clipboard;
+    RecordingFileOpener opener;
+    QuickTaskManagerFixture fixture;
+};
+
+} // namespace
+
+class QuickTaskNotificationsTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!QDBusConnection::sessionBus().isConnected())
+            QSKIP("No session bus; this test runs under dbus-run-session.");
+    }
+
+    void copyActionCopiesTheResponseAndClosesTheNotification()
+    {
+        FakeNotificationServer server({QStringLiteral("actions"), QStringLiteral("body")});
+        QVERIFY(server.start());
+        NotifyingManager tarvel;
+        tarvel.clipboard.setText(QStringLiteral("before"));
+
+        const std::optional<QUuid> id = tarvel.finishTask(QStringLiteral("Write <release> notes & tag"));
+        QVERIFY(id);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        const NotifyCall call = server.notified.constFirst();
+        QCOMPARE(call.applicationName, QStringLiteral("Tarvel"));
+        QCOMPARE(call.replacesId, 0u);
+        QCOMPARE(call.summary, QStringLiteral("Claude task Succeeded"));
+        // The subtitle line, then the body: without markup support the text goes as it is.
+        QCOMPARE(call.body,
+                 QStringLiteral("Write <release> notes & tag\nWrite <release> notes & tag\nFake answer."));
+        QCOMPARE(call.actions,
+                 (QStringList{QStringLiteral("default"), QStringLiteral("Open"),
+                              QStringLiteral("QuickTaskCopyFinalResponse"), QStringLiteral("Copy")}));
+        QCOMPARE(call.hints.value(QStringLiteral("category")).toString(),
+                 QStringLiteral("x-tarvel.QuickTaskCompletion"));
+        QCOMPARE(call.timeout, -1);
+
+        Q_EMIT server.ActionInvoked(101, QStringLiteral("QuickTaskCopyFinalResponse"));
+        QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101}; }, 5000));
+        QCOMPARE(tarvel.clipboard.text(), QStringLiteral("Fake answer."));
+        QVERIFY(tarvel.opener.opened.isEmpty());
+
+        // Its server id is forgotten: a repeated click (or another application's) is ignored.
+        Q_EMIT server.ActionInvoked(101, QStringLiteral("default"));
+        Q_EMIT server.ActionInvoked(7, QStringLiteral("default"));
+        QTest::qWait(200);
+        QVERIFY(tarvel.opener.opened.isEmpty());
+        QCOMPARE(server.closed.size(), 1);
+    }
+
+    void clickOpensTheTranscript()
+    {
+        FakeNotificationServer server({QStringLiteral("actions"), QStringLiteral("body-markup")});
+        QVERIFY(server.start());
+        NotifyingManager tarvel;
+        const std::optional<QUuid> id =
+            tarvel.finishTask(QStringLiteral("Check a<b && c"),
+                              {QStringLiteral("out <b>bold</b>\\n"), QStringLiteral("exit 2")});
+        QVERIFY(id);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        QCOMPARE(server.notified.constFirst().summary, QStringLiteral("Claude task Failed"));
+        // A server that reads markup gets the text escaped, so it shows what was written.
+        QCOMPARE(
+            server.notified.constFirst().body,
+            QStringLiteral("Check a&lt;b &amp;&amp; c\nCheck a&lt;b &amp;&amp; c\n&lt;b&gt;bold&lt;/b&gt;"));
+
+        Q_EMIT server.ActionInvoked(101, QStringLiteral("default"));
+        QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101}; }, 5000));
+        QCOMPARE(tarvel.opener.opened, QStringList{tarvel.fixture.manager->store().transcriptURL(*id)});
+    }
+
+    void dismissingTakesTheNotificationAway()
+    {
+        FakeNotificationServer server({QStringLiteral("actions")});
+        QVERIFY(server.start());
+        NotifyingManager tarvel;
+        const std::optional<QUuid> id = tarvel.finishTask(QStringLiteral("Tidy up"));
+        QVERIFY(id);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        QTest::qWait(100); // the server id comes back with the reply
+        tarvel.fixture.manager->dismiss(*id);
+        QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101}; }, 5000));
+    }
+
+    void postingAgainReplacesTheNotification()
+    {
+        FakeNotificationServer server({});
+        QVERIFY(server.start());
+        FreedesktopNotificationCenter center;
+        UserNotificationRequest request;
+        request.identifier = QStringLiteral("same");
+        request.title = QStringLiteral("First");
+        center.post(request);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        QTest::qWait(100);
+        request.title = QStringLiteral("Second");
+        center.post(request);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 2; }, 5000));
+        QCOMPARE(server.notified.at(1).replacesId, 101u);
+        QCOMPARE(server.notified.at(1).actions,
+                 (QStringList{QStringLiteral("default"), QStringLiteral("Open")}));
+    }
+
+    void aMissingServerIsNoErrorAndALaterOneIsUsed()
+    {
+        QVERIFY(!QDBusConnection::sessionBus().interface()->isServiceRegistered(
+            FreedesktopNotificationCenter::serviceName));
+        NotifyingManager tarvel;
+        const std::optional<QUuid> id = tarvel.finishTask(QStringLiteral("Nobody listens"));
+        QVERIFY(id);
+        QTest::qWait(300);
+        QCOMPARE(tarvel.fixture.manager->session(*id)->status, QuickTaskSession::Status::succeeded);
+        QVERIFY(tarvel.fixture.errorLog->entries().isEmpty());
+
+        FakeNotificationServer server({});
+        QVERIFY(server.start());
+        QVERIFY(tarvel.finishTask(QStringLiteral("Now somebody does")));
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        QCOMPARE(server.notified.constFirst().body,
+                 QStringLiteral("Now somebody does\nNow somebody does\nFake answer."));
+    }
+};
+
+QTEST_MAIN(QuickTaskNotificationsTest)
+#include "tst_quicktasknotifications.moc"
