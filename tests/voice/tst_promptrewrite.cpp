@@ -1,0 +1,363 @@
+// The prompt rewrite against the fake backends: what each backend is given, how its answer
+// becomes the draft, every failure text, and cancelling.
+#include "core/TarvelError.h"
+#include "fakebackends/FakeBackends.h"
+#include "quicktasks/QuickTaskError.h"
+#include "support/TestEnvironment.h"
+#include "voice/PromptRewriteService.h"
+#include "voice/VoicePromptDraftError.h"
+
+#include <QElapsedTimer>
+#include <QtTest>
+
+#include <memory>
+
+namespace {
+
+const QString kTranscript = QStringLiteral("um so fix the the login bug in auth dot py");
+
+// The outcome of one rewrite.
+struct Outcome {
+    bool finished = false;
+    std::optional<QString> draft;
+    std::optional<VoicePromptDraftError::Kind> kind;
+    QString description;
+    QString carriedTranscript;
+    int deliveries = 0;
+};
+
+struct RewriteFixture {
+    RewriteFixture()
+    {
+        environment.set("PATH", fakes.searchPath());
+        environment.set("SHELL", environment.path(QStringLiteral("no-login-shell")));
+        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
+        environment.unset("FAKE_STEPS");
+        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
+            environment.unset(name);
+        QDir().mkpath(workingDirectory);
+    }
+
+    void useSteps(const QStringList &steps) { environment.set("FAKE_STEPS", fakes.writeSteps(steps)); }
+
+    // Starts a rewrite; the outcome fills in when it ends. Every delivery is counted.
+    std::shared_ptr<Outcome> rewrite(QuickTaskCLIBackend backend,
+                                     const QuickTaskPreset &preset = {QStringLiteral("m-1"),
+                                                                      QStringLiteral("low")})
+    {
+        auto outcome = std::make_shared<Outcome>();
+        service.rewritePrompt(kTranscript, workingDirectory, preset, backend)
+            .then(&service,
+                  [outcome](const QString &draft) {
+                      ++outcome->deliveries;
+                      outcome->finished = true;
+                      outcome->draft = draft;
+                  })
+            .onFailed(&service, [outcome](const TarvelError &error) {
+                ++outcome->deliveries;
+                outcome->finished = true;
+                outcome->description = error.description();
+                if (const auto *voice = dynamic_cast<const VoicePromptDraftError *>(&error)) {
+                    outcome->kind = voice->kind();
+                    outcome->carriedTranscript = voice->transcript();
+                }
+            });
+        return outcome;
+    }
+
+    bool wait(const std::shared_ptr<Outcome> &outcome, int timeout = 10000)
+    {
+        return QTest::qWaitFor([&] { return outcome->finished; }, timeout);
+    }
+
+    TestEnvironment environment;
+    FakeBackends fakes;
+    QString workingDirectory = environment.path(QStringLiteral("project"));
+    PromptRewriteService service;
+};
+
+QString codexMessage(const QString &text)
+{
+    return QStringLiteral(R"(out {"type":"item.completed","item":{"type":"agent_message","text":"%1"}}\n)")
+        .arg(text);
+}
+
+} // namespace
+
+class PromptRewriteTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void backendGetsInstructionsAndTranscript_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QuickTaskPreset>("preset");
+        QTest::addColumn<QStringList>("arguments");
+        const QString dir = QStringLiteral("<dir>");
+        QTest::newRow("codex") << QuickTaskCLIBackend::codex
+                               << QuickTaskPreset{QStringLiteral("gpt-5.5"), QStringLiteral("low")}
+                               << QStringList{QStringLiteral("exec"),
+                                              QStringLiteral("--json"),
+                                              QStringLiteral("--skip-git-repo-check"),
+                                              QStringLiteral("--model"),
+                                              QStringLiteral("gpt-5.5"),
+                                              QStringLiteral("-c"),
+                                              QStringLiteral("model_reasoning_effort=\"low\""),
+                                              QStringLiteral("-C"),
+                                              dir,
+                                              QStringLiteral("--")};
+        QTest::newRow("claude") << QuickTaskCLIBackend::claude
+                                << QuickTaskPreset{QStringLiteral("sonnet"), QStringLiteral("high")}
+                                << QStringList{QStringLiteral("-p"),
+                                               QStringLiteral("--output-format"),
+                                               QStringLiteral("text"),
+                                               QStringLiteral("--no-session-persistence"),
+                                               QStringLiteral("--dangerously-skip-permissions"),
+                                               QStringLiteral("--model"),
+                                               QStringLiteral("sonnet"),
+                                               QStringLiteral("--effort"),
+                                               QStringLiteral("high"),
+                                               QStringLiteral("--")};
+        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode
+                                  << QuickTaskPreset{QStringLiteral("local//qwen"), QStringLiteral("minimal")}
+                                  << QStringList{QStringLiteral("run"),
+                                                 QStringLiteral("--variant"),
+                                                 QStringLiteral("minimal"),
+                                                 QStringLiteral("--dir"),
+                                                 dir,
+                                                 QStringLiteral("--model"),
+                                                 QStringLiteral("local//qwen"),
+                                                 QStringLiteral("--")};
+        QTest::newRow("opencode without a model")
+            << QuickTaskCLIBackend::opencode << QuickTaskPreset{QString(), QStringLiteral("high")}
+            << QStringList{QStringLiteral("run"),
+                           QStringLiteral("--variant"),
+                           QStringLiteral("high"),
+                           QStringLiteral("--dir"),
+                           dir,
+                           QStringLiteral("--")};
+    }
+    void backendGetsInstructionsAndTranscript()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QuickTaskPreset, preset);
+        QFETCH(QStringList, arguments);
+        RewriteFixture fixture;
+        const auto outcome = fixture.rewrite(backend, preset);
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->draft, QStringLiteral("Fake answer."));
+
+        arguments.replaceInStrings(QStringLiteral("<dir>"), fixture.workingDirectory);
+        arguments.append(
+            QStringLiteral(
+                "Rewrite the user's dictated notes into a clean prompt for a terminal coding assistant.\n\n"
+                "Requirements:\n"
+                "- Preserve the user's actual intent, constraints, technical details, file paths, "
+                "filenames, and open questions.\n"
+                "- Remove filler, false starts, repetitions, and obvious speech-recognition mistakes when "
+                "the intended meaning is clear.\n"
+                "- Organize the result into a concise prompt that another CLI run can execute directly.\n"
+                "- Do not answer the request.\n"
+                "- Do not add new requirements, assumptions, or capabilities.\n"
+                "- Output only the rewritten prompt text.\n\n"
+                "Dictated notes:\n") +
+            kTranscript);
+        const QString name = QuickTaskCLIBackends::executableName(backend);
+        QCOMPARE(fixture.fakes.recordedArguments(name), arguments);
+        QCOMPARE(QString::fromUtf8(fixture.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
+                 fixture.workingDirectory);
+    }
+
+    void answerBecomesTheDraft_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("draft");
+        QTest::newRow("codex: the last agent message")
+            << QuickTaskCLIBackend::codex
+            << QStringList{QStringLiteral("out not json\\n"), codexMessage(QStringLiteral("First draft")),
+                           QStringLiteral(
+                               R"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"),
+                           codexMessage(QStringLiteral("  Fix the login bug in auth.py.  ")),
+                           QStringLiteral("err noise\\n")}
+            << QStringLiteral("Fix the login bug in auth.py.");
+        QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
+            << QuickTaskCLIBackend::claude
+            << QStringList{QStringLiteral("out   Fix the login bug\\n\\n   \\n  in au"),
+                           QStringLiteral("sleep 0.1"), QStringLiteral("out th.py.  ")}
+            << QStringLiteral("Fix the login bug\nin auth.py.");
+        QTest::newRow("opencode: terminal codes removed")
+            << QuickTaskCLIBackend::opencode
+            << QStringList{QStringLiteral("out \\0033[0m\\n\\0033[1m<think>\\0033[0m\\n"),
+                           QStringLiteral("out \\0033[32mFix the login bug.\\0033[0m\\r\\n")}
+            << QStringLiteral("Fix the login bug.");
+    }
+    void answerBecomesTheDraft()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QStringList, steps);
+        QFETCH(QString, draft);
+        RewriteFixture fixture;
+        fixture.useSteps(steps);
+        const auto outcome = fixture.rewrite(backend);
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->draft, draft);
+        QVERIFY(!fixture.service.isRewriting());
+    }
+
+    void failuresSayWhy_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("detail");
+        QStringList tenErrors;
+        for (int line = 1; line <= 10; ++line)
+            tenErrors.append(QStringLiteral("err error line %1\\n").arg(line));
+        QTest::newRow("the last 3 of the kept stderr lines")
+            << QuickTaskCLIBackend::claude
+            << (tenErrors << QStringLiteral("out half an answer\\n") << QStringLiteral("exit 1"))
+            << QStringLiteral("error line 8 | error line 9 | error line 10");
+        QTest::newRow("fewer than three")
+            << QuickTaskCLIBackend::codex
+            << QStringList{QStringLiteral("err  \\n  only one  \\n"), QStringLiteral("exit 2")}
+            << QStringLiteral("only one");
+        QTest::newRow("no stderr") << QuickTaskCLIBackend::codex << QStringList{QStringLiteral("exit 1")}
+                                   << QStringLiteral(
+                                          "Codex could not turn the transcript into a prompt draft.");
+        QTest::newRow("killed") << QuickTaskCLIBackend::opencode << QStringList{QStringLiteral("kill TERM")}
+                                << QStringLiteral(
+                                       "OpenCode could not turn the transcript into a prompt draft.");
+        QTest::newRow("empty answer")
+            << QuickTaskCLIBackend::claude << QStringList{QStringLiteral("out \\n  \\n")}
+            << QStringLiteral("Claude returned an empty prompt draft.");
+        QTest::newRow("only terminal codes")
+            << QuickTaskCLIBackend::opencode << QStringList{QStringLiteral("out \\0033[0m<think></think>\\n")}
+            << QStringLiteral("OpenCode returned an empty prompt draft.");
+        QTest::newRow("codex without an agent message")
+            << QuickTaskCLIBackend::codex
+            << QStringList{QStringLiteral(
+                   R"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)")}
+            << QStringLiteral("Codex returned an empty prompt draft.");
+    }
+    void failuresSayWhy()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QStringList, steps);
+        QFETCH(QString, detail);
+        RewriteFixture fixture;
+        fixture.useSteps(steps);
+        const auto outcome = fixture.rewrite(backend);
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::promptRewriteFailed);
+        QCOMPARE(outcome->description, detail);
+        QCOMPARE(outcome->carriedTranscript, kTranscript);
+    }
+
+    void problemsBeforeTheRun()
+    {
+        RewriteFixture fixture;
+        auto outcome = fixture.rewrite(QuickTaskCLIBackend::codex, QuickTaskPreset{});
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::promptRewriteModelUnavailable);
+        QCOMPARE(outcome->description,
+                 QStringLiteral("No model is available to turn the transcript into a prompt draft."));
+        QVERIFY(fixture.fakes.recorded(QStringLiteral("codex.argv")).isNull());
+
+        fixture.environment.set("PATH", QStringLiteral("/nonexistent"));
+        outcome = fixture.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->kind, std::nullopt); // the backend's own error, unchanged
+        QCOMPARE(outcome->description, QStringLiteral("Could not find the Claude CLI executable."));
+
+        fixture.environment.set("PATH", fixture.fakes.searchPath());
+        // Passes its version check, then cannot be started.
+        QFile script(fixture.fakes.executable(QStringLiteral("opencode")));
+        QVERIFY(script.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        script.write("#!/bin/sh\nif [ \"$1\" = --version ]; then echo 1.0; chmod -x \"$0\"; fi\n");
+        script.close();
+        outcome = fixture.rewrite(QuickTaskCLIBackend::opencode);
+        QVERIFY(fixture.wait(outcome));
+        QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::promptRewriteFailed);
+        QCOMPARE(outcome->description, QStringLiteral("Could not start opencode: Permission denied"));
+        QCOMPARE(outcome->carriedTranscript, kTranscript);
+    }
+
+    void cancelEndsWithOneCancelledResult_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<int>("minimumMilliseconds");
+        // SIGKILL 0.6 s after the cancel is the only way out.
+        QTest::newRow("deaf to SIGINT and SIGTERM")
+            << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
+                           QStringLiteral("ready"), QStringLiteral("hang")}
+            << 550;
+        // Answers the signals with a full answer and a clean exit: still cancelled.
+        QTest::newRow("answers and exits 0") << QStringList{QStringLiteral("report-stop-signals"),
+                                                            QStringLiteral("grandchild"),
+                                                            QStringLiteral("ready"),
+                                                            QStringLiteral("sleep 30"),
+                                                            QStringLiteral("out A fine draft\\n"),
+                                                            QStringLiteral("exit 0")}
+                                             << 0;
+    }
+    void cancelEndsWithOneCancelledResult()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(int, minimumMilliseconds);
+        RewriteFixture fixture;
+        fixture.useSteps(steps);
+        const auto outcome = fixture.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
+        const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
+        QVERIFY(grandchild);
+
+        QElapsedTimer timer;
+        timer.start();
+        fixture.service.cancel();
+        fixture.service.cancel();
+        QVERIFY(fixture.wait(outcome));
+        QVERIFY2(timer.elapsed() >= minimumMilliseconds, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::cancelled);
+        QCOMPARE(outcome->description, QStringLiteral("Voice capture was cancelled."));
+        QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
+        fixture.service.cancel();
+        QTest::qWait(100);
+        QCOMPARE(outcome->deliveries, 1);
+        QVERIFY(!fixture.service.isRewriting());
+    }
+
+    void cancelWhileTheBackendIsCheckedStartsNothing()
+    {
+        RewriteFixture fixture;
+        fixture.environment.set("FAKE_CODEX_VERSION_HANG", QStringLiteral("1"));
+        QElapsedTimer timer;
+        timer.start();
+        const auto outcome = fixture.rewrite(QuickTaskCLIBackend::codex);
+        QTest::qWait(100);
+        fixture.service.cancel();
+        QVERIFY(outcome->finished);
+        QVERIFY(timer.elapsed() < 1500);
+        QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::cancelled);
+        QTest::qWait(2500); // the version check gives up; nothing may start after it
+        QVERIFY(fixture.fakes.recorded(QStringLiteral("codex.argv")).isNull());
+        QCOMPARE(outcome->deliveries, 1);
+    }
+
+    void aNewRewriteCancelsTheOneInFlight()
+    {
+        RewriteFixture fixture;
+        fixture.useSteps({QStringLiteral("ready"), QStringLiteral("hang")});
+        const auto first = fixture.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
+        fixture.environment.unset("FAKE_STEPS");
+        const auto second = fixture.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(fixture.wait(first));
+        QCOMPARE(first->kind, VoicePromptDraftError::Kind::cancelled);
+        QVERIFY(fixture.wait(second));
+        QCOMPARE(second->draft, QStringLiteral("Fake answer."));
+    }
+};
+
+QTEST_GUILESS_MAIN(PromptRewriteTest)
+#include "tst_promptrewrite.moc"
