@@ -3,6 +3,7 @@
 #include "core/TarvelError.h"
 #include "errorlog/ErrorLogManager.h"
 #include "platform/ApplicationInstance.h"
+#include "platform/InterruptWatcher.h"
 #include "quicktasks/StandardInput.h"
 #include "settings/UserDefaults.h"
 
@@ -35,6 +36,13 @@ int main(int argc, char *argv[])
     AppDelegate delegate(ErrorLogManager::shared(), UserDefaults::standard());
     QObject::connect(instance.get(), &ApplicationInstance::reopenRequested, &delegate,
                      &AppDelegate::openScratchComposer);
+    // A logout or kill(1) ends Tarvel as Quit does, without asking: waiting helpers are
+    // answered and tasks stopped.
+    InterruptWatcher interrupts;
+    QObject::connect(&interrupts, &InterruptWatcher::interrupted, &delegate, [&delegate] {
+        delegate.applicationWillTerminate();
+        QCoreApplication::exit(0);
+    });
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
     return QApplication::exec();
 }

@@ -1,6 +1,6 @@
 #include "helper/FallbackEditor.h"
 
-#include "helper/InterruptWatcher.h"
+#include "platform/InterruptWatcher.h"
 
 #include <QCoreApplication>
 #include <QFileInfo>

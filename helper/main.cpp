@@ -4,7 +4,7 @@
 #include "helper/EditSession.h"
 #include "helper/EditedFile.h"
 #include "helper/FallbackEditor.h"
-#include "helper/InterruptWatcher.h"
+#include "platform/InterruptWatcher.h"
 #include "platform/DistributedNotificationPoster.h"
 #include "platform/RunningApplicationWatcher.h"
 

@@ -1,4 +1,4 @@
-#include "helper/InterruptWatcher.h"
+#include "platform/InterruptWatcher.h"
 
 #include "core/TarvelError.h"
 
