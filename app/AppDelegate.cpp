@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 
+#include "app/QuickTaskMenuItemView.h"
 #include "app/RequestIntake.h"
 #include "app/StatusItemController.h"
 #include "app/WindowActivationCoordinator.h"
@@ -13,15 +14,23 @@
 #include "core/TarvelError.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
+#include "platform/Clipboard.h"
 #include "platform/DistributedNotificationObserver.h"
+#include "platform/FileOpener.h"
 #include "platform/TrayHost.h"
+#include "platform/UserNotificationCenter.h"
 #include "platform/WindowSystem.h"
+#include "quicktasks/QuickTaskManager.h"
+#include "quicktasks/QuickTaskStore.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "settings/UserDefaults.h"
+#include "shortcuts/KeyboardShortcuts.h"
 
 #include <QApplication>
 #include <QFileSystemWatcher>
 #include <QGuiApplication>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScreen>
@@ -29,6 +38,7 @@
 
 namespace {
 const QString kLaunch = QStringLiteral("Launch");
+const QString kQuickTasks = QStringLiteral("Quick Tasks");
 } // namespace
 
 AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObject *parent)
@@ -40,16 +50,32 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
     , m_statusItem(std::make_unique<StatusItemController>(TrayHost::exportsMenus()))
     , m_activation(std::make_unique<WindowActivationCoordinator>(*m_windowSystem))
     , m_scratchFrameStore(std::make_unique<ScratchWindowFrameStore>(defaults))
+    , m_shortcuts(std::make_unique<KeyboardShortcuts>(defaults))
+    , m_notifications(UserNotificationCenter::create())
+    , m_clipboard(Clipboard::create())
+    , m_fileOpener(FileOpener::create())
 {
+    m_quickTaskManager = std::make_unique<QuickTaskManager>(
+        QuickTaskStore(), errorLog, defaults, Clock::system(),
+        QuickTaskDesktopServices{m_notifications.get(), m_clipboard.get(), m_fileOpener.get()});
+    m_quickTaskManager->setFrontmostTerminalContextProvider([this] { return frontmostTerminalContext(); });
+    connect(m_quickTaskManager.get(), &QuickTaskManager::sessionsChanged, this,
+            &AppDelegate::quickTaskStateChanged);
+    connect(m_quickTaskManager.get(), &QuickTaskManager::runningSessionCountChanged, this,
+            [this](int count) { m_statusItem->setTasksRunning(count > 0); });
+    connect(m_quickTaskManager.get(), &QuickTaskManager::retryRequested, this,
+            [this](const QuickTaskSession &session) {
+                presentComposer(std::nullopt, session.prompt, session.attachments, session.sourceContext);
+            });
+
     connect(m_intake.get(), &RequestIntake::composerRequested, this,
             [this](const ComposerRequest &request) { presentComposer(request, request.initialText); });
     connect(m_intake.get(), &RequestIntake::alertRequested, this, &AppDelegate::presentAlert);
-    connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, this, [this](const QString &path) {
-        if (!path.isEmpty())
-            AppSettings(m_defaults).setQuickTaskLastWorkingDirectory(path);
-    });
+    connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, this,
+            [this](const QString &path) { m_quickTaskManager->noteWorkingDirectory(path); });
 
     m_statusItem->stateProvider = [this] {
+        m_sessionRows.clear(); // the menu is being rebuilt: its rows are about to go
         StatusMenuState state;
         const std::optional<ComposerRequest> &current = m_intake->currentRequest();
         state.isEditingRequest = current.has_value();
@@ -63,10 +89,18 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
                 return false;
             }
         };
+        for (const QuickTaskSession &session : m_quickTaskManager->menuSessions())
+            state.sessionIds.append(session.id);
+        state.hasFinishedSessions = m_quickTaskManager->hasFinishedSessions();
         state.hasErrors = !m_errorLog.entries().isEmpty();
         state.applicationDisplayName = AppConstants::appName;
         return state;
     };
+    m_statusItem->sessionRowFactory = [this](const QUuid &id, QWidget *parent) {
+        return makeSessionRow(id, parent);
+    };
+    connect(m_statusItem.get(), &StatusItemController::menuRefreshTick, this,
+            &AppDelegate::refreshSessionRows);
     connect(m_statusItem.get(), &StatusItemController::actionTriggered, this,
             [this](StatusMenuEntry::Action action) {
                 switch (action) {
@@ -118,8 +152,10 @@ void AppDelegate::applicationDidFinishLaunching()
         presentAlert(QStringLiteral("Failed to prepare app support data."), error.description());
     }
     m_errorLog.load();
+    m_quickTaskManager->load();
 
     m_statusItem->show();
+    m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());
 
     m_notificationObserver = DistributedNotificationObserver::create();
     connect(m_notificationObserver.get(), &DistributedNotificationObserver::notificationPosted, this,
@@ -155,15 +191,25 @@ void AppDelegate::openScratchComposer()
     presentComposer(std::nullopt, QString());
 }
 
-void AppDelegate::presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText)
+void AppDelegate::presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText,
+                                  const QList<ScratchAttachment> &initialAttachments,
+                                  const std::optional<QuickTaskSourceContext> &sourceContext)
 {
-    auto *controller = new ComposerPanelController(request, initialText, this);
+    ComposerServices services;
+    services.defaults = &m_defaults;
+    services.shortcuts = m_shortcuts.get();
+    services.checkInstallations = [] {
+        return TaskCLIExecutableLocator::installationAvailabilities();
+    };
+    auto *controller = new ComposerPanelController(request, initialText, initialAttachments, services, this);
     controller->setDelegate(this);
     controller->setCompositingAvailable(m_windowSystem->compositorRunning());
     if (request) {
         m_editorPanelController = controller;
     } else {
         m_scratchPanelControllers.append(controller);
+        m_scratchSourceContexts.insert(
+            controller, sourceContext ? sourceContext : m_quickTaskManager->preferredScratchSourceContext());
         controller->onScratchFrameChanged = [this](const QRect &frame) {
             m_scratchFrameStore->save(frame);
         };
@@ -172,6 +218,14 @@ void AppDelegate::presentComposer(const std::optional<ComposerRequest> &request,
     controller->showWindow();
     m_activation->requestWindowActivation(controller->panel());
     controller->completeInitialPlacement();
+}
+
+std::optional<QuickTaskSourceContext> AppDelegate::frontmostTerminalContext() const
+{
+    const std::optional<TopLevelWindow> active = m_windowSystem->activeWindow();
+    if (!active || active->pid <= 0 || !TerminalWindowLocator::isTerminalWindow(*active))
+        return std::nullopt;
+    return QuickTaskSourceContext{m_windowSystem->executableName(active->pid), qint32(active->pid)};
 }
 
 void AppDelegate::positionPanel(ComposerPanelController *controller)
@@ -200,34 +254,84 @@ void AppDelegate::positionPanel(ComposerPanelController *controller)
 }
 
 void AppDelegate::composerPanelControllerDidSubmit(ComposerPanelController *controller, const QString &text,
+                                                   const QList<ScratchAttachment> &attachments,
+                                                   const std::optional<QuickTaskPreset> &preset,
                                                    const std::optional<ComposerRequest> &request)
 {
-    if (request) {
-        if (!m_intake->finishCurrentRequest(ComposerResponse::Disposition::submitted, text))
-            return; // the composer stays open so nothing typed is lost
-        closeComposer(controller);
-        processPendingRequests();
-        restoreFocusAfterClosingComposer(request);
+    if (!request) {
+        submitScratchComposer(controller, text, attachments, preset);
         return;
     }
+    if (!m_intake->finishCurrentRequest(ComposerResponse::Disposition::submitted, text))
+        return; // the composer stays open so nothing typed is lost
+    closeComposer(controller);
+    processPendingRequests();
+    restoreFocusAfterClosingComposer(request, std::nullopt);
+}
+
+void AppDelegate::submitScratchComposer(ComposerPanelController *controller, const QString &text,
+                                        const QList<ScratchAttachment> &attachments,
+                                        const std::optional<QuickTaskPreset> &preset)
+{
+    if (m_startingTasks.contains(controller))
+        return; // already on its way
     if (text.trimmed().isEmpty()) {
-        closeComposer(controller);
-        processPendingRequests();
-        restoreFocusAfterClosingComposer(std::nullopt);
+        controller->discardScratchDraftAttachments();
+        closeScratchComposer(controller);
         return;
     }
-    // Quick tasks are started from scratch composers once a backend is wired in.
-    QApplication::beep();
+    const std::optional<QuickTaskPreset> chosen =
+        preset ? preset : AppSettings(m_defaults).selectedQuickTaskPreset();
+    if (!chosen) {
+        presentErrorAlert(QStringLiteral("No quick-task model preset is available."),
+                          QStringLiteral("Choose a valid model in Preferences before starting a quick task."),
+                          kQuickTasks);
+        return;
+    }
+    const QuickTaskCLIBackend backend = controller->backend();
+    m_startingTasks.insert(controller);
+    const QPointer<ComposerPanelController> guarded(controller);
+    m_quickTaskManager
+        ->startTask(text, m_scratchSourceContexts.value(controller), attachments, *chosen, backend)
+        .then(this,
+              [this, guarded](const QUuid &) {
+                  if (!guarded)
+                      return;
+                  m_startingTasks.remove(guarded.data());
+                  // The attachments now belong to the session: close without discarding them.
+                  closeScratchComposer(guarded.data());
+              })
+        .onFailed(this, [this, guarded, backend](const TarvelError &error) {
+            if (guarded)
+                m_startingTasks.remove(guarded.data());
+            presentErrorAlert(QStringLiteral("Failed to start the ") +
+                                  QuickTaskCLIBackends::displayTitle(backend) + QStringLiteral(" task."),
+                              error.description(), kQuickTasks);
+        });
 }
 
 void AppDelegate::composerPanelControllerDidCancel(ComposerPanelController *controller,
                                                    const std::optional<ComposerRequest> &request)
 {
-    if (request && !m_intake->finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt))
+    if (!request) {
+        controller->discardScratchDraftAttachments();
+        closeScratchComposer(controller);
         return;
+    }
+    if (!m_intake->finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt))
+        return;
+    controller->discardManagedImportedAttachments();
     closeComposer(controller);
     processPendingRequests();
-    restoreFocusAfterClosingComposer(request);
+    restoreFocusAfterClosingComposer(request, std::nullopt);
+}
+
+void AppDelegate::closeScratchComposer(ComposerPanelController *controller)
+{
+    const std::optional<QuickTaskSourceContext> context = m_scratchSourceContexts.take(controller);
+    closeComposer(controller);
+    processPendingRequests();
+    restoreFocusAfterClosingComposer(std::nullopt, context);
 }
 
 void AppDelegate::closeComposer(ComposerPanelController *controller)
@@ -235,16 +339,21 @@ void AppDelegate::closeComposer(ComposerPanelController *controller)
     if (controller == m_editorPanelController)
         m_editorPanelController = nullptr;
     m_scratchPanelControllers.removeOne(controller);
+    m_scratchSourceContexts.remove(controller);
+    m_startingTasks.remove(controller);
     controller->closeProgrammatically();
     controller->deleteLater();
 }
 
-void AppDelegate::restoreFocusAfterClosingComposer(const std::optional<ComposerRequest> &request)
+void AppDelegate::restoreFocusAfterClosingComposer(const std::optional<ComposerRequest> &request,
+                                                   const std::optional<QuickTaskSourceContext> &sourceContext)
 {
     if (focusTopmostOpenComposerWindow())
         return;
     if (request)
         m_activation->restoreFocus(request->sourceApplicationBundleIdentifier, request->sourceApplicationPID);
+    else if (sourceContext)
+        m_activation->restoreFocus(sourceContext->bundleIdentifier, sourceContext->processIdentifier);
 }
 
 bool AppDelegate::focusTopmostOpenComposerWindow()
@@ -267,6 +376,64 @@ void AppDelegate::presentAlert(const QString &message, const QString &informativ
     box.exec();
 }
 
+void AppDelegate::presentErrorAlert(const QString &message, const QString &errorDescription,
+                                    const QString &source)
+{
+    m_errorLog.record(message, errorDescription, source);
+    presentAlert(message, errorDescription);
+}
+
+QWidget *AppDelegate::makeSessionRow(const QUuid &sessionId, QWidget *parent)
+{
+    const std::optional<QuickTaskSession> session = m_quickTaskManager->session(sessionId);
+    QList<QuickTaskInlineAction> actions;
+    if (session && session->hasFinalResponse())
+        actions.append({QStringLiteral("Copy"), true, [this, sessionId] {
+                            m_quickTaskManager->copyFinalResponse(sessionId);
+                        }});
+    if (session && !session->isRunning()) {
+        actions.append({QStringLiteral("Retry"), true, [this, sessionId] {
+                            m_quickTaskManager->retry(sessionId);
+                        }});
+        actions.append({QStringLiteral("Delete"), false, [this, sessionId] {
+                            m_quickTaskManager->dismiss(sessionId);
+                        }});
+    } else if (session) {
+        actions.append({QStringLiteral("Stop"), true, [this, sessionId] {
+                            m_quickTaskManager->stop(sessionId);
+                        }});
+    }
+    auto *row = new QuickTaskMenuItemView(
+        session ? QuickTaskManager::menuTitle(*session) : QString(),
+        session ? m_quickTaskManager->menuDetail(*session) : QString(), actions,
+        [this, sessionId] { m_quickTaskManager->openTranscript(sessionId); }, parent);
+    row->dismissMenu = [this] {
+        m_statusItem->menu()->hide();
+    };
+    m_sessionRows.insert(sessionId, row);
+    return row;
+}
+
+void AppDelegate::refreshSessionRows()
+{
+    for (auto it = m_sessionRows.cbegin(); it != m_sessionRows.cend(); ++it) {
+        if (!it.value())
+            continue;
+        if (const std::optional<QuickTaskSession> session = m_quickTaskManager->session(it.key()))
+            it.value()->update(QuickTaskManager::menuTitle(*session),
+                               m_quickTaskManager->menuDetail(*session));
+    }
+}
+
+void AppDelegate::quickTaskStateChanged()
+{
+    // A session came, went or changed its status: the rows and their buttons are rebuilt.
+    if (m_statusItem->isMenuOpen()) {
+        m_sessionRows.clear();
+        m_statusItem->rebuildMenu();
+    }
+}
+
 void AppDelegate::openErrors()
 {
     if (!m_errorsWindow)
@@ -274,15 +441,9 @@ void AppDelegate::openErrors()
     m_activation->requestWindowActivation(m_errorsWindow.get());
 }
 
-void AppDelegate::setRunningTaskCount(int count)
-{
-    m_runningTaskCount = count;
-    m_statusItem->setTasksRunning(count > 0);
-}
-
 bool AppDelegate::applicationShouldTerminate()
 {
-    const int running = m_runningTaskCount;
+    const int running = m_quickTaskManager->runningSessionCount();
     const int waiting = m_intake->activeEditorRequestCount();
     const int scratch = int(m_scratchPanelControllers.size());
     if (running < 1 && waiting < 1 && scratch < 1)
@@ -321,6 +482,7 @@ void AppDelegate::applicationWillTerminate()
     m_statusItem->setTasksRunning(false);
     m_statusItem->hide();
     m_intake->cancelPendingEditorRequestsOnTermination();
+    m_quickTaskManager->stopAllTasksForTermination();
     for (ComposerPanelController *controller : std::as_const(m_scratchPanelControllers))
         controller->closeProgrammatically();
     if (m_editorPanelController)

@@ -1,6 +1,10 @@
 #pragma once
 
 #include "composer/ComposerPanelController.h"
+#include "quicktasks/QuickTaskSession.h"
+
+#include <QHash>
+#include <QSet>
 
 #include <QList>
 #include <QObject>
@@ -9,7 +13,13 @@
 #include <memory>
 #include <optional>
 
+class Clipboard;
 class DistributedNotificationObserver;
+class FileOpener;
+class KeyboardShortcuts;
+class QuickTaskManager;
+class QuickTaskMenuItemView;
+class UserNotificationCenter;
 class ErrorLogManager;
 class ErrorsWindow;
 class QFileSystemWatcher;
@@ -48,20 +58,33 @@ public:
     }
 
     void composerPanelControllerDidSubmit(ComposerPanelController *controller, const QString &text,
+                                          const QList<ScratchAttachment> &attachments,
+                                          const std::optional<QuickTaskPreset> &preset,
                                           const std::optional<ComposerRequest> &request) override;
     void composerPanelControllerDidCancel(ComposerPanelController *controller,
                                           const std::optional<ComposerRequest> &request) override;
 
-    // Hook for quick tasks: how many run now (the status icon blinks while any do).
-    void setRunningTaskCount(int count);
+    QuickTaskManager &quickTaskManager() const { return *m_quickTaskManager; }
 
 private:
-    void presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText);
+    void presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText,
+                         const QList<ScratchAttachment> &initialAttachments = {},
+                         const std::optional<QuickTaskSourceContext> &sourceContext = std::nullopt);
     void positionPanel(ComposerPanelController *controller);
     void closeComposer(ComposerPanelController *controller);
-    void restoreFocusAfterClosingComposer(const std::optional<ComposerRequest> &request);
+    void closeScratchComposer(ComposerPanelController *controller);
+    void restoreFocusAfterClosingComposer(const std::optional<ComposerRequest> &request,
+                                          const std::optional<QuickTaskSourceContext> &sourceContext);
+    void submitScratchComposer(ComposerPanelController *controller, const QString &text,
+                               const QList<ScratchAttachment> &attachments,
+                               const std::optional<QuickTaskPreset> &preset);
+    void presentErrorAlert(const QString &message, const QString &errorDescription, const QString &source);
+    QWidget *makeSessionRow(const QUuid &sessionId, QWidget *parent);
+    void refreshSessionRows();
+    void quickTaskStateChanged();
     bool focusTopmostOpenComposerWindow();
     void presentAlert(const QString &message, const QString &informativeText);
+    std::optional<QuickTaskSourceContext> frontmostTerminalContext() const;
     void openErrors();
     void watchRequestsFolder();
 
@@ -73,10 +96,17 @@ private:
     std::unique_ptr<WindowActivationCoordinator> m_activation;
     std::unique_ptr<ScratchWindowFrameStore> m_scratchFrameStore;
     std::unique_ptr<DistributedNotificationObserver> m_notificationObserver;
+    std::unique_ptr<KeyboardShortcuts> m_shortcuts;
+    std::unique_ptr<UserNotificationCenter> m_notifications;
+    std::unique_ptr<Clipboard> m_clipboard;
+    std::unique_ptr<FileOpener> m_fileOpener;
+    std::unique_ptr<QuickTaskManager> m_quickTaskManager;
+    QHash<QUuid, QPointer<QuickTaskMenuItemView>> m_sessionRows;
+    QHash<ComposerPanelController *, std::optional<QuickTaskSourceContext>> m_scratchSourceContexts;
+    QSet<ComposerPanelController *> m_startingTasks;
     QFileSystemWatcher *m_requestsWatcher = nullptr;
     QPointer<ComposerPanelController> m_editorPanelController;
     QList<ComposerPanelController *> m_scratchPanelControllers;
     std::unique_ptr<ErrorsWindow> m_errorsWindow;
-    int m_runningTaskCount = 0;
     bool m_terminated = false;
 };

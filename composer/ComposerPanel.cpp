@@ -4,9 +4,12 @@
 #include "composer/ComposerTextView.h"
 
 #include <QCloseEvent>
+#include <QDragEnterEvent>
+#include <QDropEvent>
 #include <QHBoxLayout>
 #include <QKeySequence>
 #include <QLabel>
+#include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -40,6 +43,7 @@ ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
     setWindowTitle(scratchMode ? QStringLiteral("Tarvel Quick Task") : QStringLiteral("Tarvel Composer"));
     setAttribute(Qt::WA_TranslucentBackground);
     setMinimumWidth(minPanelWidth);
+    setAcceptDrops(true);
     setMaximumWidth(maxPanelWidth);
 
     auto *column = new QVBoxLayout(this);
@@ -235,4 +239,42 @@ void ComposerPanel::updateMask()
     QPainterPath path;
     path.addRoundedRect(QRectF(rect()), panelCornerRadius, panelCornerRadius);
     setMask(QRegion(path.toFillPolygon().toPolygon()));
+}
+
+namespace {
+QList<QUrl> localFiles(const QMimeData *data)
+{
+    QList<QUrl> files;
+    for (const QUrl &url : data->urls()) {
+        if (url.isLocalFile())
+            files.append(url);
+    }
+    return files;
+}
+} // namespace
+
+void ComposerPanel::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (!onFilesDropped || localFiles(event->mimeData()).isEmpty())
+        return;
+    event->acceptProposedAction();
+    if (onDropHighlight)
+        onDropHighlight(true);
+}
+
+void ComposerPanel::dragLeaveEvent(QDragLeaveEvent *)
+{
+    if (onDropHighlight)
+        onDropHighlight(false);
+}
+
+void ComposerPanel::dropEvent(QDropEvent *event)
+{
+    const QList<QUrl> files = localFiles(event->mimeData());
+    if (onDropHighlight)
+        onDropHighlight(false);
+    if (files.isEmpty() || !onFilesDropped)
+        return;
+    event->acceptProposedAction();
+    onFilesDropped(files);
 }

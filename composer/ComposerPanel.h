@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QUrl>
 #include <QWidget>
 
 #include <functional>
@@ -43,6 +44,9 @@ public:
     std::function<void()> onMoved;
     std::function<void()> onResized;
     std::function<void(bool)> onActiveChanged;
+    // Files dropped on the panel's surface (not on the text), and the drag's hover.
+    std::function<void(const QList<QUrl> &)> onFilesDropped;
+    std::function<void(bool)> onDropHighlight;
 
 protected:
     void paintEvent(QPaintEvent *event) override;
@@ -51,6 +55,9 @@ protected:
     void closeEvent(QCloseEvent *event) override;
     void changeEvent(QEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragLeaveEvent(QDragLeaveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
 
 public:
     // Set by the controller right before it closes the window itself.

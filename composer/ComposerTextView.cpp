@@ -1,6 +1,8 @@
 #include "composer/ComposerTextView.h"
 
+#include <QDropEvent>
 #include <QFontDatabase>
+#include <QKeyEvent>
 #include <QMimeData>
 #include <QScrollBar>
 #include <QTextDocumentFragment>
@@ -48,4 +50,28 @@ QMimeData *ComposerTextView::createMimeDataFromSelection() const
     auto *data = new QMimeData;
     data->setText(textCursor().selection().toPlainText());
     return data;
+}
+
+void ComposerTextView::dropEvent(QDropEvent *event)
+{
+    QList<QUrl> files;
+    for (const QUrl &url : event->mimeData()->urls()) {
+        if (url.isLocalFile())
+            files.append(url);
+    }
+    if (files.isEmpty() || !onFilesDropped) {
+        QTextEdit::dropEvent(event);
+        return;
+    }
+    // Put the caret where the files were dropped, then write their paths there.
+    setTextCursor(cursorForPosition(event->position().toPoint()));
+    onFilesDropped(files);
+    event->acceptProposedAction();
+}
+
+void ComposerTextView::keyPressEvent(QKeyEvent *event)
+{
+    if (onKeyPress && onKeyPress(event))
+        return;
+    QTextEdit::keyPressEvent(event);
 }

@@ -15,6 +15,8 @@ struct RecordingDelegate final : ComposerPanelControllerDelegate {
     QStringList submitted;
     int cancelled = 0;
     void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &text,
+                                          const QList<ScratchAttachment> &,
+                                          const std::optional<QuickTaskPreset> &,
                                           const std::optional<ComposerRequest> &) override
     {
         submitted.append(text);
