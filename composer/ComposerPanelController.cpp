@@ -5,6 +5,7 @@
 #include "composer/ComposerTextView.h"
 #include "composer/ScratchAttachmentImportStore.h"
 #include "core/TarvelError.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/ComposerKeyMatcher.h"
 #include "shortcuts/KeyboardShortcuts.h"
@@ -41,11 +42,7 @@ ComposerPanelController::ComposerPanelController(std::optional<ComposerRequest> 
 {
     if (!m_services.checkInstallations)
         m_services.checkInstallations = [] {
-            return QFuture<QuickTaskCLIInstallationAvailabilities>();
-        };
-    if (!m_services.models)
-        m_services.models = [](QuickTaskCLIBackend backend) {
-            return QuickTaskModelCatalog::availableModels(backend);
+            return TaskCLIExecutableLocator::installationAvailabilities();
         };
 
     ComposerTextView *textView = m_panel->textView();
@@ -286,7 +283,7 @@ void ComposerPanelController::applySubmitButtonState()
 
 QList<QuickTaskModelCatalog::Model> ComposerPanelController::models() const
 {
-    return m_services.models(m_backend);
+    return QuickTaskModelCatalog::availableModels(m_backend);
 }
 
 // Presets -----------------------------------------------------------------------------------

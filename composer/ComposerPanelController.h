@@ -40,13 +40,12 @@ public:
                                                   const std::optional<ComposerRequest> &request) = 0;
 };
 
-// What a scratch composer consults: settings, shortcuts, and the backends' state. Tests
-// replace the installation check and the model lists.
+// What a scratch composer consults: settings, shortcuts, and the backends' state (tests
+// answer the installation check themselves).
 struct ComposerServices {
     UserDefaults *defaults = nullptr;
     KeyboardShortcuts *shortcuts = nullptr;
     std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
-    std::function<QList<QuickTaskModelCatalog::Model>(QuickTaskCLIBackend)> models;
 };
 
 // Owns one composer panel. With a request it edits that request's text for the waiting

@@ -1,0 +1,261 @@
+// The scratch composer's availability, presets, attachments and submit rules (offscreen).
+#include "composer/AttachmentStripView.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerPanelController.h"
+#include "composer/ComposerTextView.h"
+#include "settings/AppSettings.h"
+#include "settings/UserDefaults.h"
+#include "shortcuts/KeyboardShortcuts.h"
+#include "support/TestEnvironment.h"
+
+#include <QComboBox>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPromise>
+#include <QPushButton>
+#include <QStandardItemModel>
+#include <QtTest>
+
+namespace {
+using Availabilities = QuickTaskCLIInstallationAvailabilities;
+
+struct RecordingDelegate final : ComposerPanelControllerDelegate {
+    int submits = 0;
+    QList<ScratchAttachment> attachments;
+    std::optional<QuickTaskPreset> preset;
+    void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &,
+                                          const QList<ScratchAttachment> &submitted,
+                                          const std::optional<QuickTaskPreset> &chosen,
+                                          const std::optional<ComposerRequest> &) override
+    {
+        ++submits;
+        attachments = submitted;
+        preset = chosen;
+    }
+    void composerPanelControllerDidCancel(ComposerPanelController *,
+                                          const std::optional<ComposerRequest> &) override
+    {
+    }
+};
+
+QuickTaskModelCatalog::Model model(const QString &identifier, const QStringList &efforts)
+{
+    QuickTaskModelCatalog::Model result;
+    result.identifier = identifier;
+    result.displayName = identifier;
+    result.defaultReasoningLevel = efforts.value(0);
+    result.supportedReasoningLevels = efforts;
+    return result;
+}
+
+// A scratch composer whose installation check answers when the test says so.
+struct Fixture {
+    TestEnvironment env;
+    UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
+    KeyboardShortcuts shortcuts{defaults};
+    QPromise<Availabilities> promise;
+    RecordingDelegate delegate;
+    std::unique_ptr<ComposerPanelController> controller;
+
+    explicit Fixture(QuickTaskCLIBackend backend = QuickTaskCLIBackend::codex)
+    {
+        // codex's own model cache, as the real tool leaves it.
+        QDir().mkpath(env.path(QStringLiteral(".codex")));
+        QFile::copy(qEnvironmentVariable("TARVEL_TEST_DATA") + QStringLiteral("/codex/models_cache.json"),
+                    env.path(QStringLiteral(".codex/models_cache.json")));
+        AppSettings(defaults).setQuickTaskCLIBackend(backend);
+        promise.start();
+        ComposerServices services;
+        services.defaults = &defaults;
+        services.shortcuts = &shortcuts;
+        services.checkInstallations = [this] {
+            return promise.future();
+        };
+        controller = std::make_unique<ComposerPanelController>(std::nullopt, QString(),
+                                                               QList<ScratchAttachment>{}, services);
+        controller->setDelegate(&delegate);
+        controller->showWindow();
+    }
+
+    void answer(const Availabilities &availabilities)
+    {
+        promise.addResult(availabilities);
+        promise.finish();
+        QTRY_VERIFY(controller->availability().state != ScratchComposerAvailability::State::checking);
+    }
+};
+
+Availabilities allInstalled()
+{
+    return {{QuickTaskCLIBackend::codex,
+             QuickTaskCLIInstallationAvailability::available(QStringLiteral("codex-cli 1"))},
+            {QuickTaskCLIBackend::claude,
+             QuickTaskCLIInstallationAvailability::available(QStringLiteral("2 (Claude Code)"))},
+            {QuickTaskCLIBackend::opencode,
+             QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))}};
+}
+} // namespace
+
+class ScratchComposerTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void availabilityTexts_data()
+    {
+        QTest::addColumn<int>("backend");
+        QTest::addColumn<bool>("installed");
+        QTest::addColumn<bool>("withModels");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("detail");
+        QTest::newRow("codex missing")
+            << int(QuickTaskCLIBackend::codex) << false << true << QStringLiteral("Codex CLI is unavailable.")
+            << QStringLiteral("Could not find the Codex CLI executable.");
+        QTest::newRow("codex without models")
+            << int(QuickTaskCLIBackend::codex) << true << false
+            << QStringLiteral("Codex is installed, but quick tasks are not ready yet.")
+            << QStringLiteral(
+                   "Run `codex` once in Terminal so Tarvel can discover models, or open Preferences and "
+                   "keep a configured preset.");
+        QTest::newRow("claude without a usable preset")
+            << int(QuickTaskCLIBackend::claude) << true << true
+            << QStringLiteral("No quick-task preset is available.")
+            << QStringLiteral(
+                   "Open Preferences and choose a valid Claude model before submitting a quick task.");
+    }
+    void availabilityTexts()
+    {
+        QFETCH(int, backend);
+        QFETCH(bool, installed);
+        QFETCH(bool, withModels);
+        QFETCH(QString, title);
+        QFETCH(QString, detail);
+        const auto which = QuickTaskCLIBackend(backend);
+        const auto installation = installed
+                                      ? QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))
+                                      : QuickTaskCLIInstallationAvailability::unavailable(detail);
+        QuickTaskPresetSettings unusable;
+        unusable.presets = {{QStringLiteral("no-such-model"), QStringLiteral("high")}};
+        const QList<QuickTaskModelCatalog::Model> models =
+            withModels ? QList<QuickTaskModelCatalog::Model>{model(QStringLiteral("gpt-5.5"),
+                                                                   {QStringLiteral("high")})}
+                       : QList<QuickTaskModelCatalog::Model>{};
+        const ScratchComposerAvailability result = ScratchComposerAvailability::resolved(
+            which, installation,
+            which == QuickTaskCLIBackend::codex && !withModels ? QuickTaskPresetSettings{} : unusable,
+            models);
+        QCOMPARE(result.state, ScratchComposerAvailability::State::unavailable);
+        QCOMPARE(result.title, title);
+        QCOMPARE(result.detail, detail);
+    }
+
+    void checkingThenReady()
+    {
+        Fixture f;
+        QCOMPARE(f.controller->availabilityTitle()->text(), QStringLiteral("Checking Codex CLI\u2026"));
+        QCOMPARE(f.controller->availabilityDetail()->text(),
+                 QStringLiteral("Verifying that `codex -V` returns a usable version string."));
+        ComposerTextView *text = f.controller->panel()->textView();
+        QVERIFY(text->isReadOnly());
+        QCOMPARE(text->focusPolicy(), Qt::NoFocus);
+        QVERIFY(!f.controller->panel()->submitButton()->isEnabled());
+        f.controller->submitPressed(); // beeps, hands nothing over
+        QCOMPARE(f.delegate.submits, 0);
+        const int checkingHeight = f.controller->panel()->height();
+
+        f.answer(allInstalled());
+        QVERIFY(f.controller->availability().isReady());
+        QVERIFY(!text->isReadOnly());
+        QVERIFY(f.controller->panel()->submitButton()->isEnabled());
+        QVERIFY(f.controller->attachmentStrip()->isVisibleTo(f.controller->panel()));
+        QTRY_VERIFY(f.controller->panel()->height() != checkingHeight); // overlay room gives way to the strip
+        f.controller->submitPressed();
+        QCOMPARE(f.delegate.submits, 1);
+        QVERIFY(f.delegate.preset.has_value());
+    }
+
+    void missingBackendFallsBackToAnInstalledOne()
+    {
+        Fixture f(QuickTaskCLIBackend::claude);
+        Availabilities availabilities = allInstalled();
+        availabilities[QuickTaskCLIBackend::claude] =
+            QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("gone"));
+        f.answer(availabilities);
+        QCOMPARE(f.controller->backend(), QuickTaskCLIBackend::codex);
+        QCOMPARE(AppSettings(f.defaults).quickTaskCLIBackend(), QuickTaskCLIBackend::codex);
+    }
+
+    void presetPopupRules()
+    {
+        Fixture f;
+        QuickTaskPresetSettings settings;
+        settings.presets = {{QStringLiteral("gpt-5.2-codex"), QStringLiteral("high")},
+                            {QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("high")},
+                            {QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("medium")}};
+        settings.selectedPresetIndex = 0;
+        AppSettings(f.defaults).setQuickTaskPresetSettings(settings);
+        f.answer(allInstalled());
+
+        QComboBox *popup = f.controller->presetPopup();
+        QCOMPARE(popup->count(), 3);
+        QVERIFY(popup->itemText(0).startsWith(QStringLiteral("Ctrl+1")));
+        QVERIFY(popup->itemText(2).contains(QStringLiteral("gpt-5.1-codex-mini medium")));
+        auto *items = qobject_cast<QStandardItemModel *>(popup->model());
+        for (int row = 0; row < 3; ++row)
+            QVERIFY(items->item(row)->isEnabled());
+
+        // Ctrl+3 picks position 3; Ctrl+9 names no preset and changes nothing.
+        QTest::keyClick(f.controller->panel()->textView(), Qt::Key_3, Qt::ControlModifier);
+        QCOMPARE(popup->currentIndex(), 2);
+        QTest::keyClick(f.controller->panel()->textView(), Qt::Key_9, Qt::ControlModifier);
+        QCOMPARE(popup->currentIndex(), 2);
+        QVERIFY(f.controller->panel()->textView()->toPlainText().isEmpty()); // the keys typed nothing
+        QCOMPARE(AppSettings(f.defaults).quickTaskPresetSettings().selectedPresetIndex, 2);
+        f.controller->submitPressed();
+        QCOMPARE(f.delegate.preset->model, QStringLiteral("gpt-5.1-codex-mini"));
+        QCOMPARE(f.delegate.preset->reasoningEffort, QStringLiteral("medium"));
+    }
+
+    void attachmentsAreNormalizedAndFoldersRefusedForOpenCode()
+    {
+        QTemporaryDir files;
+        const QString file = files.filePath(QStringLiteral("notes.md"));
+        QFile(file).open(QIODevice::WriteOnly);
+        const QString folder = files.filePath(QStringLiteral("src"));
+        QDir().mkpath(folder);
+        {
+            Fixture f;
+            f.answer(allInstalled());
+            f.controller->appendAttachments(
+                {QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder),
+                 QUrl::fromLocalFile(files.filePath(QStringLiteral("src/../notes.md")))});
+            QCOMPARE(f.controller->scratchAttachments().size(), 2);
+            QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 2);
+            f.controller->removeAttachment(f.controller->scratchAttachments().constFirst().id);
+            QCOMPARE(f.controller->scratchAttachments().size(), 1);
+            QVERIFY(QFile::exists(file)); // the user's own file is never deleted
+        }
+        {
+            Fixture f(QuickTaskCLIBackend::opencode);
+            f.answer(allInstalled());
+            f.controller->appendAttachments({QUrl::fromLocalFile(folder), QUrl::fromLocalFile(file)});
+            QVERIFY(f.controller->isShowingUnsupportedDirectoryAttachmentAlert());
+            auto *alert =
+                f.controller->panel()->findChild<QMessageBox *>(QStringLiteral("FolderAttachmentAlert"));
+            QVERIFY(alert);
+            QCOMPARE(alert->text(), QStringLiteral("OpenCode cannot use folder attachment."));
+            QCOMPARE(f.controller->scratchAttachments().size(), 1); // the file still came in
+            QVERIFY(!f.controller->scratchAttachments().constFirst().isDirectory());
+        }
+    }
+
+    void notReadyComposerAttachesNothing()
+    {
+        QTemporaryDir files;
+        Fixture f;
+        f.controller->appendAttachments({QUrl::fromLocalFile(files.path())});
+        QVERIFY(f.controller->scratchAttachments().isEmpty());
+    }
+};
+
+QTEST_MAIN(ScratchComposerTest)
+#include "tst_scratchcomposer.moc"
