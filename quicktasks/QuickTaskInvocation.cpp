@@ -65,7 +65,7 @@ QStringList buildProcessArguments(const QString &prompt, const QString &workingD
     case QuickTaskCLIBackend::opencode:
         arguments << QStringLiteral("run") << QStringLiteral("--variant") << preset.reasoningEffort;
         if (!preset.model.isEmpty())
-            arguments << QStringLiteral("--model") << preset.model;
+            arguments << QStringLiteral("--model") << openCodeModelArgument(preset.model);
         for (const ScratchAttachment &attachment : attachments) {
             if (!attachment.isDirectory())
                 arguments << QStringLiteral("--file") << attachment.path;
@@ -75,6 +75,15 @@ QStringList buildProcessArguments(const QString &prompt, const QString &workingD
     }
     arguments << QStringLiteral("--") << augmentedPrompt(prompt, attachments);
     return arguments;
+}
+
+QString openCodeModelArgument(const QString &model)
+{
+    // Only the first doubled separator is ours; a model path may hold slashes of its own.
+    const qsizetype separator = model.indexOf(QStringLiteral("//"));
+    if (separator <= 0)
+        return model;
+    return model.left(separator) + u'/' + model.mid(separator + 2);
 }
 
 } // namespace QuickTaskInvocation

@@ -25,4 +25,10 @@ QStringList buildProcessArguments(const QString &prompt, const QString &workingD
                                   const QList<ScratchAttachment> &attachments, const QuickTaskPreset &preset,
                                   QuickTaskCLIBackend backend);
 
+// The model as opencode's --model takes it. Tarvel keeps opencode models in the canonical
+// form provider//model, so that identifiers compare equal however they were written; opencode
+// itself splits at the first "/" and knows no model "/model", so the separator goes back to
+// one slash: anthropic//claude-x becomes anthropic/claude-x, openrouter//a/b openrouter/a/b.
+QString openCodeModelArgument(const QString &model);
+
 } // namespace QuickTaskInvocation

@@ -2,6 +2,7 @@
 
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/QuickTaskError.h"
+#include "quicktasks/QuickTaskInvocation.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "voice/PromptRewriteOutput.h"
 #include "voice/VoicePromptDraftError.h"
@@ -106,7 +107,8 @@ QStringList PromptRewriteService::buildProcessArguments(const QString &transcrip
         QStringList arguments{QStringLiteral("run"), QStringLiteral("--variant"), preset.reasoningEffort,
                               QStringLiteral("--dir"), workingDirectory};
         if (!preset.model.isEmpty())
-            arguments << QStringLiteral("--model") << preset.model;
+            arguments << QStringLiteral("--model")
+                      << QuickTaskInvocation::openCodeModelArgument(preset.model);
         arguments << QStringLiteral("--") << prompt;
         return arguments;
     }

@@ -165,7 +165,7 @@ private Q_SLOTS:
                                        "--\n{P}");
         QTest::newRow("opencode")
             << QuickTaskCLIBackend::opencode << QStringLiteral("anthropic//claude-x")
-            << QStringLiteral("run\n--variant\nhigh\n--model\nanthropic//claude-x\n"
+            << QStringLiteral("run\n--variant\nhigh\n--model\nanthropic/claude-x\n"
                               "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
                               "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
         QTest::newRow("opencode default model")

@@ -119,14 +119,15 @@ private Q_SLOTS:
                                                QStringLiteral("high"),
                                                QStringLiteral("--")};
         QTest::newRow("opencode") << QuickTaskCLIBackend::opencode
-                                  << QuickTaskPreset{QStringLiteral("local//qwen"), QStringLiteral("minimal")}
+                                  << QuickTaskPreset{QStringLiteral("openrouter//qwen/qwen3"),
+                                                     QStringLiteral("minimal")}
                                   << QStringList{QStringLiteral("run"),
                                                  QStringLiteral("--variant"),
                                                  QStringLiteral("minimal"),
                                                  QStringLiteral("--dir"),
                                                  dir,
                                                  QStringLiteral("--model"),
-                                                 QStringLiteral("local//qwen"),
+                                                 QStringLiteral("openrouter/qwen/qwen3"),
                                                  QStringLiteral("--")};
         QTest::newRow("opencode without a model")
             << QuickTaskCLIBackend::opencode << QuickTaskPreset{QString(), QStringLiteral("high")}
