@@ -34,3 +34,5 @@ export TARVEL_REAL_TOOLS_DIR ?= $(HOME)/.cache/tarvel-real-tools
 real-tools:
 	npm install --prefix "$(TARVEL_REAL_TOOLS_DIR)" --no-audit --no-fund \
 		@openai/codex @anthropic-ai/claude-code opencode-ai
+	@# npm skips a platform package it failed to fetch without a word; each tool must start.
+	for tool in codex claude opencode; do "$(TARVEL_REAL_TOOLS_DIR)/node_modules/.bin/$$tool" --version || exit 1; done
