@@ -15,18 +15,6 @@ namespace {
 
 constexpr qreal placeholderCornerRadius = 6;
 
-QList<QUrl> localFileUrls(const QMimeData *data)
-{
-    QList<QUrl> urls;
-    if (data == nullptr || !data->hasUrls())
-        return urls;
-    for (const QUrl &url : data->urls()) {
-        if (url.isLocalFile())
-            urls.append(url);
-    }
-    return urls;
-}
-
 } // namespace
 
 AttachmentStripView::AttachmentStripView(QWidget *parent)
@@ -230,7 +218,7 @@ void AttachmentStripView::changeEvent(QEvent *event)
 
 void AttachmentStripView::dragEnterEvent(QDragEnterEvent *event)
 {
-    if (localFileUrls(event->mimeData()).isEmpty()) {
+    if (ScratchAttachment::localFileUrls(event->mimeData()).isEmpty()) {
         event->ignore();
         return;
     }
@@ -240,7 +228,7 @@ void AttachmentStripView::dragEnterEvent(QDragEnterEvent *event)
 
 void AttachmentStripView::dragMoveEvent(QDragMoveEvent *event)
 {
-    if (localFileUrls(event->mimeData()).isEmpty()) {
+    if (ScratchAttachment::localFileUrls(event->mimeData()).isEmpty()) {
         event->ignore();
         return;
     }
@@ -256,7 +244,7 @@ void AttachmentStripView::dragLeaveEvent(QDragLeaveEvent *event)
 
 void AttachmentStripView::dropEvent(QDropEvent *event)
 {
-    const QList<QUrl> urls = localFileUrls(event->mimeData());
+    const QList<QUrl> urls = ScratchAttachment::localFileUrls(event->mimeData());
     setDropTargetHighlighted(false);
     if (urls.isEmpty()) {
         event->ignore();

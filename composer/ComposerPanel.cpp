@@ -2,6 +2,7 @@
 
 #include "composer/ComposerLayout.h"
 #include "composer/ComposerTextView.h"
+#include "composer/ScratchAttachment.h"
 
 #include <QCloseEvent>
 #include <QDragEnterEvent>
@@ -241,21 +242,9 @@ void ComposerPanel::updateMask()
     setMask(QRegion(path.toFillPolygon().toPolygon()));
 }
 
-namespace {
-QList<QUrl> localFiles(const QMimeData *data)
-{
-    QList<QUrl> files;
-    for (const QUrl &url : data->urls()) {
-        if (url.isLocalFile())
-            files.append(url);
-    }
-    return files;
-}
-} // namespace
-
 void ComposerPanel::dragEnterEvent(QDragEnterEvent *event)
 {
-    if (!onFilesDropped || localFiles(event->mimeData()).isEmpty())
+    if (!onFilesDropped || ScratchAttachment::localFileUrls(event->mimeData()).isEmpty())
         return;
     event->acceptProposedAction();
     if (onDropHighlight)
@@ -270,7 +259,7 @@ void ComposerPanel::dragLeaveEvent(QDragLeaveEvent *)
 
 void ComposerPanel::dropEvent(QDropEvent *event)
 {
-    const QList<QUrl> files = localFiles(event->mimeData());
+    const QList<QUrl> files = ScratchAttachment::localFileUrls(event->mimeData());
     if (onDropHighlight)
         onDropHighlight(false);
     if (files.isEmpty() || !onFilesDropped)

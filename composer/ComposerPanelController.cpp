@@ -455,11 +455,7 @@ bool ComposerPanelController::handlePaste(const QMimeData *data)
 {
     if (isScratch() && !m_availability.isReady())
         return false;
-    QList<QUrl> files;
-    for (const QUrl &url : data->urls()) {
-        if (url.isLocalFile())
-            files.append(url);
-    }
+    const QList<QUrl> files = ScratchAttachment::localFileUrls(data);
     if (!files.isEmpty()) {
         if (isScratch())
             appendAttachments(files);

@@ -1,5 +1,7 @@
 #include "composer/ComposerTextView.h"
 
+#include "composer/ScratchAttachment.h"
+
 #include <QDropEvent>
 #include <QFontDatabase>
 #include <QKeyEvent>
@@ -54,11 +56,7 @@ QMimeData *ComposerTextView::createMimeDataFromSelection() const
 
 void ComposerTextView::dropEvent(QDropEvent *event)
 {
-    QList<QUrl> files;
-    for (const QUrl &url : event->mimeData()->urls()) {
-        if (url.isLocalFile())
-            files.append(url);
-    }
+    const QList<QUrl> files = ScratchAttachment::localFileUrls(event->mimeData());
     if (files.isEmpty() || !onFilesDropped) {
         QTextEdit::dropEvent(event);
         return;

@@ -1,5 +1,7 @@
 #include "composer/ScratchAttachment.h"
 
+#include <QMimeData>
+
 #include "core/JSONCoding.h"
 
 #include <QDir>
@@ -93,4 +95,16 @@ QList<ScratchAttachment> ScratchAttachment::normalized(const QList<ScratchAttach
 size_t qHash(const ScratchAttachment &attachment, size_t seed) noexcept
 {
     return qHashMulti(seed, attachment.id, attachment.path, attachment.isManagedCopy);
+}
+
+QList<QUrl> ScratchAttachment::localFileUrls(const QMimeData *data)
+{
+    QList<QUrl> urls;
+    if (data == nullptr || !data->hasUrls())
+        return urls;
+    for (const QUrl &url : data->urls()) {
+        if (url.isLocalFile())
+            urls.append(url);
+    }
+    return urls;
 }

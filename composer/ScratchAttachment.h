@@ -1,8 +1,11 @@
 #pragma once
 
+class QMimeData;
+
 #include <QJsonObject>
 #include <QList>
 #include <QString>
+#include <QUrl>
 #include <QUuid>
 
 // One file or folder attached to a scratch composer and later named to a backend.
@@ -31,6 +34,8 @@ struct ScratchAttachment {
     // Deduplicated by standardized path; the first occurrence wins and keeps its id and
     // isManagedCopy, carrying the standardized path.
     static QList<ScratchAttachment> normalized(const QList<ScratchAttachment> &attachments);
+    // The local files among dragged or pasted data; web addresses and the like are dropped.
+    static QList<QUrl> localFileUrls(const QMimeData *data);
 
     friend bool operator==(const ScratchAttachment &, const ScratchAttachment &) = default;
 };
