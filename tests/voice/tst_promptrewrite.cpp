@@ -92,64 +92,36 @@ private Q_SLOTS:
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QuickTaskPreset>("preset");
-        QTest::addColumn<QStringList>("arguments");
-        const QString dir = QStringLiteral("<dir>");
+        // One argument per line; {D} is the working directory.
+        QTest::addColumn<QString>("arguments");
         QTest::newRow("codex") << QuickTaskCLIBackend::codex
                                << QuickTaskPreset{QStringLiteral("gpt-5.5"), QStringLiteral("low")}
-                               << QStringList{QStringLiteral("exec"),
-                                              QStringLiteral("--json"),
-                                              QStringLiteral("--skip-git-repo-check"),
-                                              QStringLiteral("--model"),
-                                              QStringLiteral("gpt-5.5"),
-                                              QStringLiteral("-c"),
-                                              QStringLiteral("model_reasoning_effort=\"low\""),
-                                              QStringLiteral("-C"),
-                                              dir,
-                                              QStringLiteral("--")};
+                               << QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
+                                                 "model_reasoning_effort=\"low\"\n-C\n{D}\n--");
         QTest::newRow("claude") << QuickTaskCLIBackend::claude
                                 << QuickTaskPreset{QStringLiteral("sonnet"), QStringLiteral("high")}
-                                << QStringList{QStringLiteral("-p"),
-                                               QStringLiteral("--output-format"),
-                                               QStringLiteral("text"),
-                                               QStringLiteral("--no-session-persistence"),
-                                               QStringLiteral("--dangerously-skip-permissions"),
-                                               QStringLiteral("--model"),
-                                               QStringLiteral("sonnet"),
-                                               QStringLiteral("--effort"),
-                                               QStringLiteral("high"),
-                                               QStringLiteral("--")};
-        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode
-                                  << QuickTaskPreset{QStringLiteral("openrouter//qwen/qwen3"),
-                                                     QStringLiteral("minimal")}
-                                  << QStringList{QStringLiteral("run"),
-                                                 QStringLiteral("--variant"),
-                                                 QStringLiteral("minimal"),
-                                                 QStringLiteral("--dir"),
-                                                 dir,
-                                                 QStringLiteral("--model"),
-                                                 QStringLiteral("openrouter/qwen/qwen3"),
-                                                 QStringLiteral("--")};
+                                << QStringLiteral(
+                                       "-p\n--output-format\ntext\n--no-session-persistence\n"
+                                       "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n--");
+        QTest::newRow("opencode")
+            << QuickTaskCLIBackend::opencode
+            << QuickTaskPreset{QStringLiteral("openrouter//qwen/qwen3"), QStringLiteral("minimal")}
+            << QStringLiteral("run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3\n--");
         QTest::newRow("opencode without a model")
             << QuickTaskCLIBackend::opencode << QuickTaskPreset{QString(), QStringLiteral("high")}
-            << QStringList{QStringLiteral("run"),
-                           QStringLiteral("--variant"),
-                           QStringLiteral("high"),
-                           QStringLiteral("--dir"),
-                           dir,
-                           QStringLiteral("--")};
+            << QStringLiteral("run\n--variant\nhigh\n--dir\n{D}\n--");
     }
     void backendGetsInstructionsAndTranscript()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QuickTaskPreset, preset);
-        QFETCH(QStringList, arguments);
+        QFETCH(QString, arguments);
         RewriteFixture fixture;
         const auto outcome = fixture.rewrite(backend, preset);
         QVERIFY(fixture.wait(outcome));
         QCOMPARE(outcome->draft, QStringLiteral("Fake answer."));
 
-        arguments.replaceInStrings(QStringLiteral("<dir>"), fixture.workingDirectory);
-        arguments.append(
+        const QString prompt =
             QStringLiteral(
                 "Rewrite the user's dictated notes into a clean prompt for a terminal coding assistant.\n\n"
                 "Requirements:\n"
@@ -162,9 +134,11 @@ private Q_SLOTS:
                 "- Do not add new requirements, assumptions, or capabilities.\n"
                 "- Output only the rewritten prompt text.\n\n"
                 "Dictated notes:\n") +
-            kTranscript);
+            kTranscript;
         const QString name = QuickTaskCLIBackends::executableName(backend);
-        QCOMPARE(fixture.fakes.recordedArguments(name), arguments);
+        QCOMPARE(fixture.fakes.recordedArguments(name).join(u'\n'),
+                 QString(arguments).replace(QStringLiteral("{D}"), fixture.workingDirectory) + u'\n' +
+                     prompt);
         QCOMPARE(QString::fromUtf8(fixture.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
                  fixture.workingDirectory);
     }
