@@ -7,6 +7,9 @@
 #       an empty value prints nothing; unset, stdout is a plausible version line)
 #   FAKE_<NAME>_VERSION_HANG=1
 #       the version query ignores SIGINT and SIGTERM and never answers
+#   FAKE_<NAME>_VERSION_DELAY=SECONDS
+#       the version query sleeps this long before it answers; with FAKE_RECORD_DIR it then
+#       creates <name>.version-answered there
 #   FAKE_RECORD_DIR
 #       a run writes its arguments to <name>.argv (each followed by a NUL byte), its working
 #       folder to <name>.cwd and its PATH to <name>.path; the steps below write there too
@@ -49,11 +52,14 @@ if [ "$#" -eq 1 ] && [ "$1" = "$version_argument" ]; then
         trap '' INT TERM
         while :; do sleep 1; done
     fi
+    eval "delay=\${FAKE_${upper}_VERSION_DELAY-}"
+    [ -n "$delay" ] && sleep "$delay"
     eval "stdout=\${FAKE_${upper}_VERSION_STDOUT-\$default_version}"
     eval "stderr=\${FAKE_${upper}_VERSION_STDERR-}"
     eval "status=\${FAKE_${upper}_VERSION_EXIT-0}"
     [ -n "$stdout" ] && printf '%s\n' "$stdout"
     [ -n "$stderr" ] && printf '%s\n' "$stderr" >&2
+    [ -n "$delay" ] && [ -n "${FAKE_RECORD_DIR-}" ] && : >"$FAKE_RECORD_DIR/$name.version-answered"
     exit "$status"
 fi
 
