@@ -118,6 +118,8 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
                     QTimer::singleShot(0, this, &AppDelegate::quit);
                     break;
                 case StatusMenuEntry::Action::clearFinishedTasks:
+                    m_quickTaskManager->clearFinishedTasks();
+                    break;
                 case StatusMenuEntry::Action::openPreferences:
                 case StatusMenuEntry::Action::none:
                     break;
@@ -428,10 +430,14 @@ void AppDelegate::refreshSessionRows()
 void AppDelegate::quickTaskStateChanged()
 {
     // A session came, went or changed its status: the rows and their buttons are rebuilt.
-    if (m_statusItem->isMenuOpen()) {
-        m_sessionRows.clear();
-        m_statusItem->rebuildMenu();
-    }
+    // Later, not now: a row's own Delete button gets here from inside its click, and the
+    // menu must neither lose that button under the click nor close.
+    QTimer::singleShot(0, this, [this] {
+        if (m_statusItem->isMenuOpen()) {
+            m_sessionRows.clear();
+            m_statusItem->rebuildMenu();
+        }
+    });
 }
 
 void AppDelegate::openErrors()
