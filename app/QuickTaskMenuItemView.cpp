@@ -4,7 +4,7 @@
 #include <QLabel>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QPushButton>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 QuickTaskMenuItemView::QuickTaskMenuItemView(const QString &title, const QString &detail,
@@ -18,7 +18,8 @@ QuickTaskMenuItemView::QuickTaskMenuItemView(const QString &title, const QString
     setMouseTracking(true);
     setMinimumWidth(320);
     auto *row = new QHBoxLayout(this);
-    row->setContentsMargins(12, 4, 8, 4);
+    // The left margin lines the prompt up with the text of the plain items below it.
+    row->setContentsMargins(26, 4, 8, 4);
     auto *texts = new QVBoxLayout;
     texts->setSpacing(1);
     m_titleField = new QLabel(this);
@@ -37,13 +38,15 @@ QuickTaskMenuItemView::QuickTaskMenuItemView(const QString &title, const QString
     m_buttons = new QHBoxLayout;
     m_buttons->setSpacing(4);
     for (const QuickTaskInlineAction &action : std::as_const(m_actions)) {
-        auto *button = new QPushButton(action.title, this);
+        // Tool buttons size to their title and only show a frame under the pointer.
+        auto *button = new QToolButton(this);
+        button->setText(action.title);
         button->setObjectName(QStringLiteral("InlineAction_") + action.title);
         button->setFocusPolicy(Qt::NoFocus);
-        button->setFlat(true);
+        button->setAutoRaise(true);
         button->setFont(small);
         const QString actionTitle = action.title;
-        connect(button, &QPushButton::clicked, this, [this, actionTitle] { trigger(actionTitle); });
+        connect(button, &QToolButton::clicked, this, [this, actionTitle] { trigger(actionTitle); });
         m_buttons->addWidget(button);
     }
     row->addLayout(m_buttons);

@@ -106,7 +106,9 @@ void StatusItemController::menuDidClose()
 
 void StatusItemController::rebuildMenu()
 {
-    m_menu->clear();
+    // An open QMenu that runs out of items closes itself, so clear() would shut the menu under
+    // a row's Delete. Build the new items first and drop the old ones after.
+    const QList<QAction *> previous = m_menu->actions();
     const StatusMenuState state = stateProvider ? stateProvider() : StatusMenuState();
     for (const StatusMenuEntry &entry : StatusMenuModel::build(state)) {
         QAction *action = nullptr;
@@ -135,5 +137,10 @@ void StatusItemController::rebuildMenu()
         }
         }
         action->setObjectName(entry.identifier.isEmpty() ? entry.title : entry.identifier);
+    }
+    for (QAction *action : previous) {
+        m_menu->removeAction(action);
+        if (action->parent() == m_menu.get())
+            delete action;
     }
 }

@@ -1,0 +1,360 @@
+#pragma once
+
+// What the desktop tests of quick tasks share: xdotool and xwininfo wrappers, screenshots,
+// an X clipboard owner, a running copy of tarvel with its own folders and the fake
+// backends on its PATH, and the positions of things in its tray menu. Include it from a
+// test that runs inside tests/e2e/desktop-session.sh.
+#include "app/QuickTaskMenuItemView.h"
+#include "fakebackends/FakeBackends.h"
+
+#include <QAbstractButton>
+#include <QDir>
+#include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLayout>
+#include <QMenu>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QWidgetAction>
+#include <QtTest>
+
+#include <csignal>
+#include <memory>
+
+namespace desktop_test {
+inline const QString kTarvel = QStringLiteral(TARVEL_APP_PATH);
+inline const QString kArtifacts = QStringLiteral(TARVEL_ARTIFACTS_DIR);
+inline const QString kTestData = QStringLiteral(TARVEL_TEST_DATA_DIR);
+
+inline QString run(const QString &program, const QStringList &arguments, int *exitCode = nullptr)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(10000);
+    if (exitCode)
+        *exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
+}
+
+inline QString xdotool(const QStringList &arguments)
+{
+    return run(QStringLiteral("xdotool"), arguments);
+}
+
+struct Geometry {
+    int x = 0, y = 0, width = 0, height = 0;
+    int right() const { return x + width; }
+    int centerX() const { return x + width / 2; }
+    int centerY() const { return y + height / 2; }
+};
+
+inline Geometry geometry(const QString &windowId)
+{
+    const QString info = run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), windowId});
+    const auto field = [&](const QString &label) {
+        const QRegularExpression pattern(label + QStringLiteral(":\\s+(-?\\d+)"));
+        return pattern.match(info).captured(1).toInt();
+    };
+    return {field(QStringLiteral("Absolute upper-left X")), field(QStringLiteral("Absolute upper-left Y")),
+            field(QStringLiteral("Width")), field(QStringLiteral("Height"))};
+}
+
+inline void screenshot(const QString &name, const QString &window = QString())
+{
+    QDir().mkpath(kArtifacts);
+    const QString helper = qEnvironmentVariable("TARVEL_DESKTOP_SCREENSHOT");
+    QStringList arguments{kArtifacts + u'/' + name + QStringLiteral(".png")};
+    if (!window.isEmpty())
+        arguments.append(window);
+    if (!helper.isEmpty())
+        run(helper, arguments);
+}
+
+inline QImage windowImage(const QString &window)
+{
+    QProcess import;
+    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
+    import.waitForFinished(10000);
+    return QImage::fromData(import.readAllStandardOutput(), "PNG");
+}
+
+inline void type(const QString &text)
+{
+    xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("10"), text});
+}
+
+inline void key(const QString &keys)
+{
+    xdotool({QStringLiteral("key"), keys});
+}
+
+inline void click(int x, int y)
+{
+    xdotool({QStringLiteral("mousemove"), QString::number(x), QString::number(y), QStringLiteral("click"),
+             QStringLiteral("1")});
+}
+
+inline void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(content);
+}
+
+inline QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+// Owns the X clipboard with the given content, as a copy in another application would.
+class ClipboardOwner final {
+public:
+    ClipboardOwner(const QString &mimeType, const QString &file)
+    {
+        m_process.start(QStringLiteral("xclip"),
+                        {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                         QStringLiteral("-t"), mimeType, QStringLiteral("-i"), file});
+        m_process.waitForStarted();
+    }
+    ~ClipboardOwner()
+    {
+        if (m_process.state() != QProcess::NotRunning) {
+            ::kill(pid_t(m_process.processId()), SIGTERM);
+            m_process.waitForFinished(3000);
+        }
+    }
+    static bool offers(const QString &mimeType)
+    {
+        return run(QStringLiteral("xclip"),
+                   {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                    QStringLiteral("-t"), QStringLiteral("TARGETS")})
+            .split(u'\n')
+            .contains(mimeType);
+    }
+
+private:
+    QProcess m_process;
+};
+
+inline QString clipboardText()
+{
+    return run(QStringLiteral("xclip"),
+               {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+}
+
+// A running copy of the application with its own home, data and settings folders, and the
+// fake backends first on its PATH.
+class Application final {
+public:
+    Application(const QString &root, const FakeBackends &fakes, const QMap<QString, QString> &extra = {})
+        : m_root(root)
+        , m_fakes(fakes)
+        , m_extra(extra)
+    {
+        QDir().mkpath(home() + QStringLiteral("/.codex"));
+        QFile::copy(kTestData + QStringLiteral("/codex/models_cache.json"),
+                    home() + QStringLiteral("/.codex/models_cache.json"));
+    }
+    ~Application() { kill(SIGKILL); }
+
+    QString home() const { return m_root + QStringLiteral("/home"); }
+    QString dataFolder() const { return m_root + QStringLiteral("/data/Tarvel"); }
+    QString settingsFile() const { return m_root + QStringLiteral("/config/Tarvel/Tarvel.conf"); }
+    QString importFolder() const { return dataFolder() + QStringLiteral("/ImportedAttachments"); }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(QStringLiteral("HOME"), home());
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
+        environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
+        environment.insert(QStringLiteral("PATH"), m_fakes.searchPath());
+        environment.insert(QStringLiteral("SHELL"), QStringLiteral("/bin/sh"));
+        environment.insert(QStringLiteral("FAKE_RECORD_DIR"), m_fakes.recordDirectory());
+        for (auto it = m_extra.cbegin(); it != m_extra.cend(); ++it)
+            environment.insert(it.key(), it.value());
+        return environment;
+    }
+
+    void start()
+    {
+        m_process = std::make_unique<QProcess>();
+        m_process->setProcessEnvironment(environment());
+        m_process->setProcessChannelMode(QProcess::ForwardedChannels);
+        m_process->start(kTarvel, {});
+        QVERIFY(m_process->waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+    }
+
+    // A second start asks this one for a scratch composer and exits.
+    void startAgain() const
+    {
+        QProcess second;
+        second.setProcessEnvironment(environment());
+        second.start(kTarvel, {});
+        QVERIFY(second.waitForFinished(10000));
+        QCOMPARE(second.exitCode(), 0);
+    }
+
+    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+
+    QStringList visibleWindows() const
+    {
+        return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--pid"),
+                        QString::number(pid())})
+            .split(u'\n', Qt::SkipEmptyParts);
+    }
+
+    QString trayIconWindow() const
+    {
+        for (const QString &id : visibleWindows()) {
+            if (geometry(id).y < 28)
+                return id;
+        }
+        return {};
+    }
+
+    QString windowNamed(const QString &prefix) const
+    {
+        for (const QString &id : visibleWindows()) {
+            if (xdotool({QStringLiteral("getwindowname"), id}).startsWith(prefix))
+                return id;
+        }
+        return {};
+    }
+
+    QString composerWindow() const { return windowNamed(QStringLiteral("Tarvel Quick Task")); }
+
+    QString waitForComposer() const
+    {
+        QString id;
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(!(id = composerWindow()).isEmpty(), 10000);
+        }();
+        return id;
+    }
+
+    // The open tray menu: a visible window below the tray that is no composer.
+    QString menuWindow() const
+    {
+        for (const QString &id : visibleWindows()) {
+            const Geometry frame = geometry(id);
+            const QString name = xdotool({QStringLiteral("getwindowname"), id});
+            if (frame.y >= 28 && !name.startsWith(u"Tarvel Quick Task") &&
+                !name.startsWith(u"Tarvel Composer"))
+                return id;
+        }
+        return {};
+    }
+
+    QString openMenu() const
+    {
+        const Geometry icon = geometry(trayIconWindow());
+        click(icon.centerX(), icon.centerY());
+        QString id;
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(!(id = menuWindow()).isEmpty(), 10000);
+        }();
+        QTest::qWait(300); // the menu draws its rows after it maps
+        return id;
+    }
+
+    void closeMenu() const
+    {
+        key(QStringLiteral("Escape"));
+        QTRY_VERIFY_WITH_TIMEOUT(menuWindow().isEmpty(), 5000);
+    }
+
+    // "Quick Tasks" is the first item of the tray menu.
+    QString openComposerFromMenu() const
+    {
+        openMenu();
+        key(QStringLiteral("Down"));
+        key(QStringLiteral("Return"));
+        return waitForComposer();
+    }
+
+    QJsonArray sessions() const
+    {
+        return QJsonDocument::fromJson(readFile(dataFolder() + QStringLiteral("/QuickTasks/sessions.json")))
+            .array();
+    }
+    QString sessionStatus(int index = 0) const
+    {
+        const QJsonArray list = sessions();
+        return index < list.size() ? list.at(index).toObject().value(u"status").toString() : QString();
+    }
+
+    void kill(int signal)
+    {
+        if (m_process && m_process->state() != QProcess::NotRunning) {
+            ::kill(pid_t(m_process->processId()), signal);
+            m_process->waitForFinished(5000);
+        }
+    }
+
+private:
+    QString m_root;
+    const FakeBackends &m_fakes;
+    QMap<QString, QString> m_extra;
+    std::unique_ptr<QProcess> m_process;
+};
+
+// Where something sits in the tray menu with one session row, measured on a menu built the
+// same way in this process (same display, style and fonts): the x offset from the menu's
+// right edge and the y offset from its top. The row's buttons are right-aligned, and only
+// the items above a target decide its height.
+inline QPoint menuOffset(const QStringList &actionTitles, const QString &buttonTitle,
+                         bool clearFinishedItem = false)
+{
+    QMenu menu;
+    menu.addAction(QStringLiteral("Quick Tasks"));
+    QList<QuickTaskInlineAction> actions;
+    for (const QString &actionTitle : actionTitles)
+        actions.append({actionTitle, true, {}});
+    auto *row =
+        new QuickTaskMenuItemView(QStringLiteral("Describe the picture"),
+                                  QStringLiteral("Codex \u00b7 Succeeded \u00b7 now"), actions, {}, &menu);
+    auto *rowAction = new QWidgetAction(&menu);
+    rowAction->setDefaultWidget(row);
+    menu.addAction(rowAction);
+    menu.addSeparator();
+    QAction *clear = menu.addAction(QStringLiteral("Clear Finished Tasks"));
+    menu.addSeparator();
+    menu.addAction(QStringLiteral("Quit Tarvel"));
+    menu.adjustSize();
+    if (clearFinishedItem) {
+        const QRect item = menu.actionGeometry(clear);
+        return {menu.width() - item.center().x(), item.center().y()};
+    }
+    const QRect rowRect = menu.actionGeometry(rowAction);
+    row->setGeometry(rowRect);
+    row->layout()->activate();
+    const auto *button = row->findChild<QAbstractButton *>(QStringLiteral("InlineAction_") + buttonTitle);
+    if (!button)
+        return {};
+    const QPoint center = rowRect.topLeft() + button->geometry().center();
+    return {menu.width() - center.x(), center.y()};
+}
+
+inline void clickInMenu(const QString &menu, const QPoint &offset)
+{
+    QVERIFY(!offset.isNull());
+    const Geometry frame = geometry(menu);
+    click(frame.right() - offset.x(), frame.y + offset.y());
+}
+
+inline void clickInlineButton(const QString &menu, const QStringList &actionTitles, const QString &title)
+{
+    clickInMenu(menu, menuOffset(actionTitles, title));
+}
+
+inline int dunstCount(const QString &which)
+{
+    return run(QStringLiteral("dunstctl"), {QStringLiteral("count"), which}).toInt();
+}
+} // namespace desktop_test
