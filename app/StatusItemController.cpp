@@ -4,6 +4,7 @@
 
 #include <QCursor>
 #include <QMenu>
+#include <QScreen>
 #include <QSystemTrayIcon>
 #include <QTimer>
 #include <QWidgetAction>
@@ -109,6 +110,7 @@ void StatusItemController::rebuildMenu()
     // An open QMenu that runs out of items closes itself, so clear() would shut the menu under
     // a row's Delete. Build the new items first and drop the old ones after.
     const QList<QAction *> previous = m_menu->actions();
+    const QRect before = m_menu->isVisible() ? m_menu->geometry() : QRect();
     const StatusMenuState state = stateProvider ? stateProvider() : StatusMenuState();
     for (const StatusMenuEntry &entry : StatusMenuModel::build(state)) {
         QAction *action = nullptr;
@@ -142,5 +144,12 @@ void StatusItemController::rebuildMenu()
         m_menu->removeAction(action);
         if (action->parent() == m_menu.get())
             delete action;
+    }
+    // A menu that was pushed against the screen's right edge (a tray in the top right) stays
+    // there when its width changes, instead of leaving a gap under the icon.
+    if (before.isValid()) {
+        const QScreen *screen = m_menu->screen();
+        if (screen && before.right() >= screen->availableGeometry().right())
+            m_menu->move(before.right() - m_menu->width() + 1, before.top());
     }
 }
