@@ -22,7 +22,6 @@
 #include "platform/WindowSystem.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
-#include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "settings/UserDefaults.h"
 #include "shortcuts/KeyboardShortcuts.h"
@@ -200,9 +199,6 @@ void AppDelegate::presentComposer(const std::optional<ComposerRequest> &request,
     ComposerServices services;
     services.defaults = &m_defaults;
     services.shortcuts = m_shortcuts.get();
-    services.checkInstallations = [] {
-        return TaskCLIExecutableLocator::installationAvailabilities();
-    };
     auto *controller = new ComposerPanelController(request, initialText, initialAttachments, services, this);
     controller->setDelegate(this);
     controller->setCompositingAvailable(m_windowSystem->compositorRunning());
