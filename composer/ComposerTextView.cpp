@@ -61,6 +61,10 @@ void ComposerTextView::dropEvent(QDropEvent *event)
         QTextEdit::dropEvent(event);
         return;
     }
+    // The editor ends its drag (the drop caret, the auto-scroll timer) only in its own drop
+    // or leave handling, and this drop does not reach it: tell it the drag left.
+    QDragLeaveEvent left;
+    QTextEdit::dragLeaveEvent(&left);
     // Put the caret where the files were dropped, then write their paths there.
     setTextCursor(cursorForPosition(event->position().toPoint()));
     onFilesDropped(files);
