@@ -122,6 +122,7 @@ void ComposerPanelController::buildScratchViews()
     m_strip = new AttachmentStripView(m_section);
     m_strip->setObjectName(QStringLiteral("AttachmentStrip"));
     m_strip->setBackend(m_backend);
+    m_strip->setAttachments(m_attachments); // a retried task comes with its attachments
     connect(m_strip, &AttachmentStripView::fileUrlsDropped, this,
             &ComposerPanelController::appendAttachments);
     connect(m_strip, &AttachmentStripView::removeAttachmentRequested, this,
