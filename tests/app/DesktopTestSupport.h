@@ -1,9 +1,9 @@
 #pragma once
 
 // What the desktop tests of quick tasks share: xdotool and xwininfo wrappers, screenshots,
-// an X clipboard owner, a running copy of tarvel with its own folders and the fake
-// backends on its PATH, and the positions of things in its tray menu. Include it from a
-// test that runs inside tests/e2e/desktop-session.sh.
+// an X clipboard owner, file drags from another process, a running copy of tarvel with its
+// own folders and the fake backends on its PATH, and the positions of things in its tray
+// menu. Include it from a test that runs inside tests/e2e/desktop-session.sh.
 #include "app/QuickTaskMenuItemView.h"
 #include "fakebackends/FakeBackends.h"
 
@@ -144,6 +144,46 @@ inline QString clipboardText()
 {
     return run(QStringLiteral("xclip"),
                {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+}
+
+// Drags files from another process to a point on the screen over XDND, as from a file
+// manager: the drag source is pressed, the pointer travels in small steps (XDND follows the
+// motion events) and is released there. Returns whether the target took the drop.
+inline bool dragFiles(const QStringList &paths, const QPoint &target)
+{
+    QProcess source;
+    source.start(QStringLiteral(TARVEL_DRAG_SOURCE_PATH),
+                 QStringList{QStringLiteral("--at"), QStringLiteral("40,80")} + paths);
+    if (!source.waitForStarted())
+        return false;
+    const QString window =
+        xdotool({QStringLiteral("search"), QStringLiteral("--sync"), QStringLiteral("--onlyvisible"),
+                 QStringLiteral("--pid"), QString::number(source.processId())})
+            .section(u'\n', 0, 0);
+    if (window.isEmpty())
+        return false;
+    const Geometry from = geometry(window);
+    const QPoint start(from.centerX(), from.centerY());
+    const auto moveTo = [](const QPoint &point, const QString &pause) {
+        return QStringList{QStringLiteral("mousemove"), QString::number(point.x()),
+                           QString::number(point.y()), QStringLiteral("sleep"), pause};
+    };
+    QStringList gesture = moveTo(start, QStringLiteral("0.3"));
+    gesture << QStringLiteral("mousedown") << QStringLiteral("1") << QStringLiteral("sleep")
+            << QStringLiteral("0.3");
+    constexpr int steps = 24;
+    for (int step = 1; step <= steps; ++step)
+        gesture << moveTo(start + (target - start) * step / steps, QStringLiteral("0.04"));
+    // A last small move once the target has answered the ones before.
+    gesture << moveTo(target + QPoint(1, 0), QStringLiteral("0.3")) << moveTo(target, QStringLiteral("0.5"));
+    gesture << QStringLiteral("mouseup") << QStringLiteral("1");
+    xdotool(gesture);
+    if (!source.waitForFinished(10000)) {
+        source.kill();
+        source.waitForFinished();
+        return false;
+    }
+    return source.exitStatus() == QProcess::NormalExit && source.exitCode() == 0;
 }
 
 // A running copy of the application with its own home, data and settings folders, and the
