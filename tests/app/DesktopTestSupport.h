@@ -13,6 +13,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QLayout>
 #include <QMenu>
 #include <QProcess>
@@ -344,41 +345,54 @@ private:
     std::unique_ptr<QProcess> m_process;
 };
 
-// Where something sits in the tray menu with one session row, measured on a menu built the
-// same way in this process (same display, style and fonts): the x offset from the menu's
+// The tray menu with one session row, built in this process the way tarvel builds it (same
+// display, style and fonts), to measure where things sit in the real one.
+struct MeasuredMenu {
+    QMenu menu;
+    QuickTaskMenuItemView *row = nullptr;
+    QRect rowRect;
+    QAction *clear = nullptr;
+
+    explicit MeasuredMenu(const QStringList &actionTitles)
+    {
+        menu.addAction(QStringLiteral("Quick Tasks"));
+        QList<QuickTaskInlineAction> actions;
+        for (const QString &actionTitle : actionTitles)
+            actions.append({actionTitle, true, {}});
+        row = new QuickTaskMenuItemView(QStringLiteral("Describe the picture"),
+                                        QStringLiteral("Codex \u00b7 Succeeded \u00b7 now"), actions, {},
+                                        &menu);
+        auto *rowAction = new QWidgetAction(&menu);
+        rowAction->setDefaultWidget(row);
+        menu.addAction(rowAction);
+        menu.addSeparator();
+        clear = menu.addAction(QStringLiteral("Clear Finished Tasks"));
+        menu.addSeparator();
+        menu.addAction(QStringLiteral("Quit Tarvel"));
+        menu.adjustSize();
+        rowRect = menu.actionGeometry(rowAction);
+        row->setGeometry(rowRect);
+        row->layout()->activate();
+    }
+};
+
+// Where something sits in the tray menu with one session row: the x offset from the menu's
 // right edge and the y offset from its top. The row's buttons are right-aligned, and only
 // the items above a target decide its height.
 inline QPoint menuOffset(const QStringList &actionTitles, const QString &buttonTitle,
                          bool clearFinishedItem = false)
 {
-    QMenu menu;
-    menu.addAction(QStringLiteral("Quick Tasks"));
-    QList<QuickTaskInlineAction> actions;
-    for (const QString &actionTitle : actionTitles)
-        actions.append({actionTitle, true, {}});
-    auto *row =
-        new QuickTaskMenuItemView(QStringLiteral("Describe the picture"),
-                                  QStringLiteral("Codex \u00b7 Succeeded \u00b7 now"), actions, {}, &menu);
-    auto *rowAction = new QWidgetAction(&menu);
-    rowAction->setDefaultWidget(row);
-    menu.addAction(rowAction);
-    menu.addSeparator();
-    QAction *clear = menu.addAction(QStringLiteral("Clear Finished Tasks"));
-    menu.addSeparator();
-    menu.addAction(QStringLiteral("Quit Tarvel"));
-    menu.adjustSize();
+    MeasuredMenu measured(actionTitles);
     if (clearFinishedItem) {
-        const QRect item = menu.actionGeometry(clear);
-        return {menu.width() - item.center().x(), item.center().y()};
+        const QRect item = measured.menu.actionGeometry(measured.clear);
+        return {measured.menu.width() - item.center().x(), item.center().y()};
     }
-    const QRect rowRect = menu.actionGeometry(rowAction);
-    row->setGeometry(rowRect);
-    row->layout()->activate();
-    const auto *button = row->findChild<QAbstractButton *>(QStringLiteral("InlineAction_") + buttonTitle);
+    const auto *button =
+        measured.row->findChild<QAbstractButton *>(QStringLiteral("InlineAction_") + buttonTitle);
     if (!button)
         return {};
-    const QPoint center = rowRect.topLeft() + button->geometry().center();
-    return {menu.width() - center.x(), center.y()};
+    const QPoint center = measured.rowRect.topLeft() + button->geometry().center();
+    return {measured.menu.width() - center.x(), center.y()};
 }
 
 inline void clickInMenu(const QString &menu, const QPoint &offset)
@@ -391,6 +405,18 @@ inline void clickInMenu(const QString &menu, const QPoint &offset)
 inline void clickInlineButton(const QString &menu, const QStringList &actionTitles, const QString &title)
 {
     clickInMenu(menu, menuOffset(actionTitles, title));
+}
+
+// Clicks the row's prompt line, away from its buttons; the line is left-aligned.
+inline void clickRowText(const QString &menu, const QStringList &actionTitles)
+{
+    MeasuredMenu measured(actionTitles);
+    const auto *title = measured.row->findChild<QLabel *>(QStringLiteral("SessionTitle"));
+    QVERIFY(title);
+    const QPoint offset =
+        measured.rowRect.topLeft() + title->geometry().topLeft() + QPoint(8, title->height() / 2);
+    const Geometry frame = geometry(menu);
+    click(frame.x + offset.x(), frame.y + offset.y());
 }
 
 inline int dunstCount(const QString &which)

@@ -1,0 +1,164 @@
+// A finished quick task's row in the real tray menu, clicked on the headless desktop: Copy
+// puts the answer on the X clipboard, the row itself opens the transcript through xdg-open
+// (a recording stand-in first on tarvel's PATH), and Retry opens a composer with the same
+// prompt and attachment. Runs inside tests/e2e/desktop-session.sh.
+#include "DesktopTestSupport.h"
+
+#include "composer/AttachmentPillView.h"
+#include "composer/AttachmentStripView.h"
+#include "composer/ComposerLayout.h"
+
+#include <QTemporaryDir>
+
+using namespace desktop_test;
+
+namespace {
+const QStringList kFinishedRowActions{QStringLiteral("Copy"), QStringLiteral("Retry"),
+                                      QStringLiteral("Delete")};
+
+// The remove button of a ready scratch composer's only pill: the strip sits right above the
+// footer with the pill at its left edge; the pill is measured on one made here.
+QPoint onlyPillRemoveButton(const Geometry &panel, const QString &path)
+{
+    using namespace ComposerLayout;
+    AttachmentPillView pill(ScratchAttachment::make(path));
+    pill.resize(pill.preferredWidth(AttachmentStripView::maxPillWidth), AttachmentStripView::pillHeight);
+    pill.setAttribute(Qt::WA_DontShowOnScreen);
+    pill.show(); // lays it out at that size
+    const QPoint button = pill.removeButton()->geometry().center();
+    const int stripTop = panel.y + panel.height - bottomPadding - footerHeight - interSectionSpacing -
+                         attachmentTopSpacing - AttachmentStripView::pillHeight;
+    return {panel.x + horizontalPadding + button.x(), stripTop + button.y()};
+}
+} // namespace
+
+class QuickTaskRowsEndToEndTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    // One finished task: a prompt with a picture pasted as a file, and the fake's answer.
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
+        QVERIFY(m_root.isValid());
+        const QString opener = m_fakes.executable(QStringLiteral("xdg-open"));
+        writeFile(opener, "#!/bin/sh\nprintf '%s\\n' \"$@\" >>\"$FAKE_RECORD_DIR/xdg-open.args\"\n");
+        QVERIFY(QFile::setPermissions(opener, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QImage picture(48, 32, QImage::Format_RGB32);
+        picture.fill(QColor(200, 60, 30));
+        QVERIFY(picture.save(m_picture));
+
+        m_app = std::make_unique<Application>(
+            m_root.filePath(QStringLiteral("app")), m_fakes,
+            QMap<QString, QString>{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}});
+        m_app->start();
+        m_app->openComposerFromMenu();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
+        QTest::qWait(500);
+        type(QStringLiteral("Describe the picture"));
+        const QString uriList = m_root.filePath(QStringLiteral("uri-list"));
+        writeFile(uriList, QUrl::fromLocalFile(m_picture).toEncoded() + "\r\n");
+        {
+            ClipboardOwner files(QStringLiteral("text/uri-list"), uriList);
+            QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("text/uri-list")), 5000);
+            key(QStringLiteral("ctrl+v"));
+            QTest::qWait(300);
+        }
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->sessionStatus(), QStringLiteral("succeeded"), 15000);
+        m_firstRun = m_fakes.recordedArguments(QStringLiteral("codex"));
+        QVERIFY2(m_firstRun.contains(m_picture), qPrintable(m_firstRun.join(u' ')));
+        QCOMPARE(m_app->sessions().at(0).toObject().value(u"finalResponse").toString(),
+                 QStringLiteral("Fake answer."));
+    }
+
+    void copyPutsTheAnswerOnTheClipboardAndClosesTheMenu()
+    {
+        QVERIFY(clipboardText().isEmpty());
+        const QString menu = m_app->openMenu();
+        screenshot(QStringLiteral("menu-finished-row"));
+        clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Copy"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->menuWindow().isEmpty(), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("Fake answer."), 5000);
+    }
+
+    void clickingTheRowOpensTheTranscriptAndClosesTheMenu()
+    {
+        const QString menu = m_app->openMenu();
+        clickRowText(menu, kFinishedRowActions);
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->menuWindow().isEmpty(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("xdg-open.args")).isEmpty(), 5000);
+        QTest::qWait(300); // a second opening would show up as a second line
+        const QStringList opened = QString::fromUtf8(m_fakes.recorded(QStringLiteral("xdg-open.args")))
+                                       .split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(opened.size(), 1);
+        const QUrl url(opened.constFirst());
+        QVERIFY2(url.isLocalFile(), qPrintable(opened.constFirst()));
+        const QString id = m_app->sessions().at(0).toObject().value(u"id").toString();
+        QCOMPARE(QFileInfo(url.toLocalFile()).fileName(), id + QStringLiteral(".txt"));
+        const QByteArray transcript = readFile(url.toLocalFile());
+        QVERIFY2(transcript.contains("Describe the picture") && transcript.contains("Fake answer."),
+                 transcript.constData());
+    }
+
+    // The composer comes back with the prompt and the picture: submitted as it is, the
+    // backend gets what the first run got.
+    void retryOpensAComposerWithThePromptAndAttachment()
+    {
+        const QString menu = m_app->openMenu();
+        QFile::remove(versionAnswered());
+        clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Retry"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->menuWindow().isEmpty(), 5000);
+        const QString composer = m_app->waitForComposer();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
+        QTest::qWait(500);
+        screenshot(QStringLiteral("scratch-retry"), composer);
+
+        QFile::remove(QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.argv")));
+        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
+        QCOMPARE(m_fakes.recordedArguments(QStringLiteral("codex")), m_firstRun);
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->sessions().size(), 2, 5000);
+    }
+
+    // The retried attachment shows as a pill, and its remove button takes it off the task.
+    void retriedAttachmentCanBeRemovedFromItsPill()
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(
+            m_app->sessionStatus(0) == u"succeeded" && m_app->sessionStatus(1) == u"succeeded", 15000);
+        const QString menu = m_app->openMenu();
+        QFile::remove(versionAnswered());
+        clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Retry")); // the first row's
+        const QString composer = m_app->waitForComposer();
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
+        QTest::qWait(500);
+        const QPoint remove = onlyPillRemoveButton(geometry(composer), m_picture);
+        click(remove.x(), remove.y());
+        QTest::qWait(300);
+        screenshot(QStringLiteral("scratch-retry-pill-removed"), composer);
+
+        QFile::remove(QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.argv")));
+        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
+        const QStringList arguments = m_fakes.recordedArguments(QStringLiteral("codex"));
+        QVERIFY2(!arguments.contains(m_picture), qPrintable(arguments.join(u' ')));
+        QCOMPARE(arguments.constLast(), QStringLiteral("Describe the picture"));
+    }
+
+private:
+    QString versionAnswered() const
+    {
+        return QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
+    }
+
+    QTemporaryDir m_root;
+    FakeBackends m_fakes;
+    const QString m_picture = m_root.filePath(QStringLiteral("red.png"));
+    std::unique_ptr<Application> m_app;
+    QStringList m_firstRun;
+};
+
+QTEST_MAIN(QuickTaskRowsEndToEndTest)
+#include "tst_quicktask_rows_e2e.moc"
