@@ -153,6 +153,24 @@ const QStringList &RealToolProfile::clearedVariables()
     return names;
 }
 
+QString RealToolProfile::networkIsolationProblem()
+{
+    // /proc/self/net follows this process's network namespace; /sys/class/net would not.
+    QFile devices(QStringLiteral("/proc/self/net/dev"));
+    if (!devices.open(QIODevice::ReadOnly))
+        return QStringLiteral("Could not read %1: %2").arg(devices.fileName(), devices.errorString());
+    QStringList names;
+    for (const QByteArray &line : devices.readAll().split('\n')) {
+        const qsizetype colon = line.indexOf(':');
+        if (colon > 0)
+            names.append(QString::fromUtf8(line.left(colon).trimmed()));
+    }
+    if (names == QStringList{QStringLiteral("lo")})
+        return {};
+    return QStringLiteral("The network interfaces %1 are in reach; run the test through loopback-only.sh.")
+        .arg(names.join(QStringLiteral(", ")));
+}
+
 QString RealToolProfile::writeConfigurationFiles(const QProcessEnvironment &environment) const
 {
     const QByteArray baseURL = m_baseURL.toUtf8();

@@ -25,6 +25,9 @@ public:
     // Variables to remove from the environment: each could point a tool at another binary,
     // a proxy, a cloud provider or a configuration outside the test's home.
     static const QStringList &clearedVariables();
+    // Empty when this process sees no network interface but the loopback one (as inside
+    // loopback-only.sh), else what it sees.
+    static QString networkIsolationProblem();
 
     QuickTaskCLIBackend backend() const { return m_backend; }
     // Variables to set, PATH (the tools first, then the system's) among them.

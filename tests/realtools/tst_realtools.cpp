@@ -1,8 +1,9 @@
 // The real codex, claude and opencode, as installed by `make real-tools`, against a
 // stand-in model server on the loopback interface: their versions pass verification, and
 // a quick task and a prompt rewrite through each come back with the server's text. Every
-// base URL points at that server and the tools' own update checks and telemetry are off,
-// so nothing leaves the machine. Without the tools each test says why and skips.
+// base URL points at that server and the tools' own update checks and telemetry are off;
+// loopback-only.sh runs the test where the loopback interface is the only one, so nothing
+// could leave the machine anyway. Without the tools each test says why and skips.
 #include "LoopbackModelServer.h"
 #include "RealToolProfile.h"
 #include "core/Clock.h"
@@ -130,6 +131,12 @@ class RealToolsTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString isolation = RealToolProfile::networkIsolationProblem();
+        QVERIFY2(isolation.isEmpty(), qPrintable(isolation));
+    }
+
     void versionPassesVerification_data() { addBackendRows(); }
     void versionPassesVerification()
     {
