@@ -216,7 +216,7 @@ void ComposerPanelController::cancelPressed()
 
 void ComposerPanelController::closeProgrammatically()
 {
-    ++m_availabilityGeneration; // a check still under way no longer applies
+    m_availabilityWatcher.reset(); // a check still under way no longer applies
     if (isScratch() && m_isFramePersistenceEnabled && onScratchFrameChanged)
         onScratchFrameChanged(m_panel->geometry());
     m_panel->isProgrammaticClose = true;
@@ -230,14 +230,16 @@ void ComposerPanelController::refreshScratchComposerAvailability(bool showChecki
 {
     if (!isScratch())
         return;
-    const int generation = ++m_availabilityGeneration;
     if (showCheckingState)
         applyAvailability(ScratchComposerAvailability::checking(m_backend));
-    m_availabilityTask = m_services.checkInstallations();
-    m_availabilityTask.then(this, [this,
-                                   generation](const QuickTaskCLIInstallationAvailabilities &availabilities) {
-        if (generation != m_availabilityGeneration)
+    // A watcher rather than a continuation: it goes with this controller, so a panel closed
+    // while its check runs is never called back.
+    m_availabilityWatcher = std::make_unique<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>>();
+    connect(m_availabilityWatcher.get(), &QFutureWatcherBase::finished, this, [this] {
+        const QFuture<QuickTaskCLIInstallationAvailabilities> task = m_availabilityWatcher->future();
+        if (task.isCanceled() || task.resultCount() < 1)
             return;
+        const QuickTaskCLIInstallationAvailabilities availabilities = task.result();
         const QuickTaskCLIBackend resolved =
             ScratchComposerAvailability::resolvedBackend(m_backend, availabilities);
         if (m_services.defaults && AppSettings(*m_services.defaults).quickTaskCLIBackend() != resolved)
@@ -247,6 +249,7 @@ void ComposerPanelController::refreshScratchComposerAvailability(bool showChecki
         applyAvailability(ScratchComposerAvailability::resolved(m_backend, availabilities.value(m_backend),
                                                                 m_presetSettings, models()));
     });
+    m_availabilityWatcher->setFuture(m_services.checkInstallations());
 }
 
 void ComposerPanelController::applyAvailability(const ScratchComposerAvailability &availability)

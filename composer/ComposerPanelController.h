@@ -10,6 +10,7 @@
 #include "settings/QuickTaskPresetSettings.h"
 
 #include <QFuture>
+#include <QFutureWatcher>
 #include <QObject>
 #include <QSet>
 #include <QUrl>
@@ -143,8 +144,7 @@ private:
     ScratchComposerAvailability m_availability;
     QList<ScratchAttachment> m_attachments;
     QSet<QString> m_ownedManagedAttachmentPaths;
-    QFuture<QuickTaskCLIInstallationAvailabilities> m_availabilityTask;
-    int m_availabilityGeneration = 0;
+    std::unique_ptr<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>> m_availabilityWatcher;
     std::optional<ComposerLayout::LayoutMetrics> m_lastAppliedLayoutMetrics;
     std::optional<int> m_automaticHeightAnchorBottom;
     bool m_hasPerformedInitialScratchAvailabilityRefresh = false;
