@@ -4,6 +4,7 @@
 #include "composer/ComposerTextView.h"
 #include "composer/ScratchAttachment.h"
 
+#include <QApplication>
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
@@ -23,17 +24,62 @@
 using namespace ComposerLayout;
 
 namespace {
-// Empty footer space moves the window, like the panel's background.
-class WindowMoveSpacer final : public QWidget {
+// Lets the pointer move the window from a widget's empty space. The move starts only once
+// the pointer travels while pressed: asking the window manager to move on the press
+// itself leaves some window managers in a move after a quick click, swallowing the next
+// input. A click without travel is reported instead.
+class WindowMoveHandle final : public QObject {
 public:
-    using QWidget::QWidget;
+    WindowMoveHandle(QWidget *area, std::function<void()> onClick)
+        : QObject(area)
+        , m_area(area)
+        , m_onClick(std::move(onClick))
+    {
+        area->installEventFilter(this);
+    }
 
 protected:
-    void mousePressEvent(QMouseEvent *event) override
+    bool eventFilter(QObject *watched, QEvent *event) override
     {
-        if (event->button() == Qt::LeftButton && window()->windowHandle())
-            window()->windowHandle()->startSystemMove();
+        if (watched != m_area)
+            return false;
+        switch (event->type()) {
+        case QEvent::MouseButtonPress: {
+            const auto *press = static_cast<QMouseEvent *>(event);
+            if (press->button() == Qt::LeftButton) {
+                m_pressedAt = press->globalPosition().toPoint();
+                m_isPressed = true;
+            }
+            break;
+        }
+        case QEvent::MouseMove: {
+            const auto *move = static_cast<QMouseEvent *>(event);
+            if (m_isPressed && (move->globalPosition().toPoint() - m_pressedAt).manhattanLength() >=
+                                   QApplication::startDragDistance()) {
+                m_isPressed = false;
+                if (QWindow *window = m_area->window()->windowHandle())
+                    window->startSystemMove();
+            }
+            break;
+        }
+        case QEvent::MouseButtonRelease:
+            if (m_isPressed && static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+                m_isPressed = false;
+                if (m_onClick)
+                    m_onClick();
+            }
+            break;
+        default:
+            break;
+        }
+        return false;
     }
+
+private:
+    QWidget *m_area;
+    std::function<void()> m_onClick;
+    QPoint m_pressedAt;
+    bool m_isPressed = false;
 };
 } // namespace
 
@@ -64,6 +110,11 @@ ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
 
     m_textView = new ComposerTextView(this);
     m_textView->setObjectName(QStringLiteral("ComposerText"));
+    // A click on the background returns the keyboard to the prompt, when it can be typed in.
+    new WindowMoveHandle(this, [this] {
+        if (!m_textView->isReadOnly())
+            m_textView->setFocus(Qt::MouseFocusReason);
+    });
     column->addWidget(m_textView);
 
     m_section = new QWidget(this);
@@ -84,7 +135,8 @@ ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
     m_closeButton->setFixedSize(footerHeight, footerHeight);
     m_closeButton->setFocusPolicy(Qt::NoFocus);
     m_footerLayout->addWidget(m_closeButton);
-    m_footerLayout->addWidget(new WindowMoveSpacer(footer), 1);
+    // Empty footer space is background too: its mouse events reach the panel's handle.
+    m_footerLayout->addStretch(1);
 
     m_cancelButton = new QPushButton(QStringLiteral("Cancel"), footer);
     m_cancelButton->setObjectName(QStringLiteral("ComposerCancel"));
@@ -222,13 +274,6 @@ void ComposerPanel::changeEvent(QEvent *event)
         if (onActiveChanged)
             onActiveChanged(isActiveWindow());
     }
-}
-
-void ComposerPanel::mousePressEvent(QMouseEvent *event)
-{
-    if (event->button() == Qt::LeftButton && windowHandle())
-        windowHandle()->startSystemMove();
-    QWidget::mousePressEvent(event);
 }
 
 void ComposerPanel::updateMask()

@@ -56,6 +56,44 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
 
+    // Dragging the panel's background moves it; a quick click there only returns the keyboard
+    // to the prompt, and what is typed next arrives.
+    void backgroundDragMovesAndClickKeepsTyping()
+    {
+        QTemporaryDir root;
+        FakeBackends fakes;
+        Application app(root.path(), fakes,
+                        {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}});
+        app.start();
+        app.startAgain();
+        const QString composer = app.waitForComposer();
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QFile::exists(QDir(fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"))),
+            10000);
+        QTest::qWait(500);
+        const Geometry before = geometry(composer);
+        // The header row, right of its title: background.
+        const QPoint grip(before.right() - 40, before.y + 12);
+        xdotool({QStringLiteral("mousemove"), QString::number(grip.x()), QString::number(grip.y()),
+                 QStringLiteral("mousedown"), QStringLiteral("1")});
+        for (int step = 1; step <= 10; ++step) {
+            QTest::qWait(30);
+            xdotool({QStringLiteral("mousemove"), QString::number(grip.x() - 12 * step),
+                     QString::number(grip.y() + 8 * step)});
+        }
+        xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+        QTRY_VERIFY_WITH_TIMEOUT(geometry(composer).x < before.x - 60, 5000);
+        QVERIFY(geometry(composer).y > before.y + 40);
+
+        const Geometry moved = geometry(composer);
+        click(moved.right() - 40, moved.y + 12);
+        type(QStringLiteral("after the click"));
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
+        QCOMPARE(fakes.recordedArguments(QStringLiteral("codex")).constLast(),
+                 QStringLiteral("after the click"));
+    }
+
     // No backend answers its version query: the composer says so and submits nothing.
     void unavailableBackendSubmitsNothing()
     {

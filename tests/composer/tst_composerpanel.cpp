@@ -164,6 +164,30 @@ private Q_SLOTS:
         QCOMPARE(delegate.cancelled, 3);
     }
 
+    // A click on the panel's background, the footer's empty space included, hands the
+    // keyboard back to the prompt.
+    void backgroundClickFocusesThePrompt()
+    {
+        ComposerPanelController controller(request(QStringLiteral("draft")), QStringLiteral("draft"));
+        controller.showWindow();
+        ComposerPanel *panel = controller.panel();
+        QVERIFY(QTest::qWaitForWindowActive(panel));
+        panel->submitButton()->setFocusPolicy(Qt::StrongFocus);
+        panel->submitButton()->setFocus();
+        QVERIFY(!panel->textView()->hasFocus());
+
+        QTest::mouseClick(panel, Qt::LeftButton, {}, QPoint(panel->width() / 2, 3));
+        QVERIFY(panel->textView()->hasFocus());
+
+        panel->submitButton()->setFocus();
+        const QPoint footerGap = panel->cancelButton()->geometry().topLeft() +
+                                 panel->cancelButton()->parentWidget()->pos() - QPoint(30, -5);
+        QCOMPARE(panel->childAt(footerGap), panel->cancelButton()->parentWidget());
+        QTest::mouseClick(panel->cancelButton()->parentWidget(), Qt::LeftButton, {},
+                          panel->cancelButton()->geometry().topLeft() - QPoint(30, -5));
+        QVERIFY(panel->textView()->hasFocus());
+    }
+
     void pastedFilesBecomePathText()
     {
         ComposerPanelController controller(request(QString()), QString());
