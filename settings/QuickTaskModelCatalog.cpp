@@ -264,14 +264,24 @@ QList<Model> availableModels(QuickTaskCLIBackend backend)
     Q_UNREACHABLE();
 }
 
+// The files are read where the tools themselves keep them: codex moves its folder with
+// CODEX_HOME, and opencode follows the XDG configuration folder.
 QString codexModelCachePath()
 {
-    return QDir(QDir::homePath()).filePath(QStringLiteral(".codex/models_cache.json"));
+    const QString codexHome = qEnvironmentVariable("CODEX_HOME");
+    const QString folder = QDir::isAbsolutePath(codexHome)
+                               ? codexHome
+                               : QDir(QDir::homePath()).filePath(QStringLiteral(".codex"));
+    return QDir(folder).filePath(QStringLiteral("models_cache.json"));
 }
 
 QString openCodeConfigPath()
 {
-    return QDir(QDir::homePath()).filePath(QStringLiteral(".config/opencode/opencode.json"));
+    const QString configHome = qEnvironmentVariable("XDG_CONFIG_HOME");
+    const QString folder = QDir::isAbsolutePath(configHome)
+                               ? configHome
+                               : QDir(QDir::homePath()).filePath(QStringLiteral(".config"));
+    return QDir(folder).filePath(QStringLiteral("opencode/opencode.json"));
 }
 
 QList<Model> loadCodexAvailableModels()

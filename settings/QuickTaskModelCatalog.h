@@ -54,7 +54,7 @@ QList<Model> availableModels(QuickTaskCLIBackend backend);
 
 // ~/.codex/models_cache.json, visible entries in file order; empty when the file is missing or bad.
 QList<Model> loadCodexAvailableModels();
-// The default entry, then the models of ~/.config/opencode/opencode.json.
+// The default entry, then the models of opencode.json in opencode's configuration folder.
 QList<Model> loadOpenCodeAvailableModels();
 const QList<Model> &claudeAvailableModels();
 // Stands for whatever model opencode's own configuration picks.

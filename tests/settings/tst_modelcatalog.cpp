@@ -157,6 +157,21 @@ private Q_SLOTS:
         QCOMPARE(models.at(3).description, QStringLiteral("Ollama (local)"));
     }
 
+    // The tools move their folders with CODEX_HOME and XDG_CONFIG_HOME; the catalog follows.
+    void toolFoldersFollowTheToolsEnvironment()
+    {
+        TestEnvironment env;
+        env.set("CODEX_HOME", env.path(QStringLiteral("elsewhere/codex")));
+        env.set("XDG_CONFIG_HOME", env.path(QStringLiteral("elsewhere/config")));
+        CatalogFiles::write(env, QStringLiteral("elsewhere/codex/models_cache.json"),
+                            CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
+                                QStringLiteral("moved"), {QStringLiteral("low")}, QStringLiteral("low"))}));
+        CatalogFiles::write(env, QStringLiteral("elsewhere/config/opencode/opencode.json"),
+                            CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
+        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("moved")});
+        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode).size(), 7);
+    }
+
     void openCodeWalkTrimsAndDeduplicates()
     {
         TestEnvironment env;

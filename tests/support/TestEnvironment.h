@@ -18,6 +18,7 @@ public:
         set("XDG_DATA_HOME", path(QStringLiteral(".local/share")));
         set("XDG_CONFIG_HOME", path(QStringLiteral(".config")));
         set("XDG_CACHE_HOME", path(QStringLiteral(".cache")));
+        unset("CODEX_HOME"); // codex's folder is HOME/.codex, as the tests write it
         QDir().mkpath(path(QStringLiteral(".local/share")));
         QDir().mkpath(path(QStringLiteral(".config")));
     }
@@ -40,12 +41,14 @@ public:
 
     void set(const char *name, const QString &value)
     {
-        m_saved.emplace_back(QByteArray(name), qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        m_saved.emplace_back(QByteArray(name),
+                             qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
         qputenv(name, value.toLocal8Bit());
     }
     void unset(const char *name)
     {
-        m_saved.emplace_back(QByteArray(name), qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        m_saved.emplace_back(QByteArray(name),
+                             qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
         qunsetenv(name);
     }
 
