@@ -419,6 +419,37 @@ inline void clickRowText(const QString &menu, const QStringList &actionTitles)
     click(frame.x + offset.x(), frame.y + offset.y());
 }
 
+// With OpenCode a folder brings up the alert: it is the one window besides the composer
+// and the tray icon. Answers it, then submits a prompt, which must reach opencode without
+// any file.
+inline void answerFolderAlertThenSubmit(const Application &app, const FakeBackends &fakes,
+                                        const QString &composer, const QString &screenshotName)
+{
+    const auto alertWindow = [&] {
+        for (const QString &id : app.visibleWindows()) {
+            if (id != composer && id != app.trayIconWindow())
+                return id;
+        }
+        return QString();
+    };
+    QString alert;
+    QTRY_VERIFY_WITH_TIMEOUT(!(alert = alertWindow()).isEmpty(), 5000);
+    QTest::qWait(300);
+    screenshot(screenshotName);
+    QVERIFY(fakes.recorded(QStringLiteral("opencode.argv")).isEmpty());
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), alert});
+    key(QStringLiteral("Return"));
+    QTRY_VERIFY_WITH_TIMEOUT(!app.visibleWindows().contains(alert), 5000);
+
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
+    type(QStringLiteral("List the files"));
+    key(QStringLiteral("ctrl+Return"));
+    QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("opencode.argv")).isEmpty(), 15000);
+    const QStringList arguments = fakes.recordedArguments(QStringLiteral("opencode"));
+    QVERIFY2(!arguments.contains(QStringLiteral("--file")), qPrintable(arguments.join(u' ')));
+    QCOMPARE(arguments.constLast(), QStringLiteral("List the files"));
+}
+
 inline int dunstCount(const QString &which)
 {
     return run(QStringLiteral("dunstctl"), {QStringLiteral("count"), which}).toInt();

@@ -132,30 +132,7 @@ private Q_SLOTS:
         QTest::qWait(500);
 
         QVERIFY(dragFiles({m_project}, onEmptyStrip(geometry(composer))));
-        // The alert is the one window besides the composer and the tray icon.
-        const auto alertWindow = [&] {
-            for (const QString &id : app.visibleWindows()) {
-                if (id != composer && id != app.trayIconWindow())
-                    return id;
-            }
-            return QString();
-        };
-        QString alert;
-        QTRY_VERIFY_WITH_TIMEOUT(!(alert = alertWindow()).isEmpty(), 5000);
-        QTest::qWait(300);
-        screenshot(QStringLiteral("opencode-folder-drop-alert"));
-        QVERIFY(fakes.recorded(QStringLiteral("opencode.argv")).isEmpty());
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), alert});
-        key(QStringLiteral("Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!app.visibleWindows().contains(alert), 5000);
-
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
-        type(QStringLiteral("List the files"));
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("opencode.argv")).isEmpty(), 15000);
-        const QStringList arguments = fakes.recordedArguments(QStringLiteral("opencode"));
-        QVERIFY2(!arguments.contains(QStringLiteral("--file")), qPrintable(arguments.join(u' ')));
-        QCOMPARE(arguments.constLast(), QStringLiteral("List the files"));
+        answerFolderAlertThenSubmit(app, fakes, composer, QStringLiteral("opencode-folder-drop-alert"));
     }
 
 private:

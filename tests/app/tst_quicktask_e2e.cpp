@@ -351,30 +351,8 @@ private Q_SLOTS:
             ClipboardOwner owner(QStringLiteral("text/uri-list"), uriList);
             QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("text/uri-list")), 5000);
             key(QStringLiteral("ctrl+v"));
-            // The alert is the one window besides the composer, the tray icon and the menu.
-            const auto alertWindow = [&] {
-                for (const QString &id : app.visibleWindows()) {
-                    if (id != composer && id != app.trayIconWindow())
-                        return id;
-                }
-                return QString();
-            };
-            QString alert;
-            QTRY_VERIFY_WITH_TIMEOUT(!(alert = alertWindow()).isEmpty(), 5000);
-            QTest::qWait(300);
-            screenshot(QStringLiteral("opencode-folder-alert"));
-            QVERIFY(fakes.recorded(QStringLiteral("opencode.argv")).isEmpty());
-            xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), alert});
-            key(QStringLiteral("Return"));
-            QTRY_VERIFY_WITH_TIMEOUT(!app.visibleWindows().contains(alert), 5000);
+            answerFolderAlertThenSubmit(app, fakes, composer, QStringLiteral("opencode-folder-alert"));
         }
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
-        type(QStringLiteral("List the files"));
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("opencode.argv")).isEmpty(), 15000);
-        const QStringList arguments = fakes.recordedArguments(QStringLiteral("opencode"));
-        QVERIFY2(!arguments.contains(QStringLiteral("--file")), qPrintable(arguments.join(u' ')));
-        QCOMPARE(arguments.constLast(), QStringLiteral("List the files"));
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
 
