@@ -58,6 +58,14 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
         QuickTaskStore(), errorLog, defaults, Clock::system(),
         QuickTaskDesktopServices{m_notifications.get(), m_clipboard.get(), m_fileOpener.get()});
     m_quickTaskManager->setFrontmostTerminalContextProvider([this] { return frontmostTerminalContext(); });
+    m_quickTaskManager->setAttachmentsInUseProvider([this] {
+        QSet<QString> paths;
+        for (const ComposerPanelController *controller : std::as_const(m_scratchPanelControllers)) {
+            for (const ScratchAttachment &attachment : controller->scratchAttachments())
+                paths.insert(attachment.path);
+        }
+        return paths;
+    });
     connect(m_quickTaskManager.get(), &QuickTaskManager::sessionsChanged, this,
             &AppDelegate::quickTaskStateChanged);
     connect(m_quickTaskManager.get(), &QuickTaskManager::runningSessionCountChanged, this,

@@ -350,8 +350,9 @@ void QuickTaskManager::removeSessions(const std::function<bool(const QuickTaskSe
     m_sessions = kept;
     save();
 
-    // A retried task reuses its pasted images, so a copy goes only with its last session.
-    QSet<QString> stillUsed;
+    // A retried task reuses its pasted images, so a copy goes only with its last session and
+    // stays while a retry's composer holds it.
+    QSet<QString> stillUsed = m_attachmentsInUse ? m_attachmentsInUse() : QSet<QString>();
     for (const QuickTaskSession &session : std::as_const(m_sessions)) {
         for (const ScratchAttachment &attachment : session.attachments)
             stillUsed.insert(attachment.path);
@@ -511,6 +512,11 @@ void QuickTaskManager::noteWorkingDirectory(const QString &path)
 void QuickTaskManager::setFrontmostTerminalContextProvider(SourceContextProvider provider)
 {
     m_frontmostTerminalContext = std::move(provider);
+}
+
+void QuickTaskManager::setAttachmentsInUseProvider(AttachmentsInUseProvider provider)
+{
+    m_attachmentsInUse = std::move(provider);
 }
 
 std::optional<QuickTaskSourceContext> QuickTaskManager::preferredScratchSourceContext() const

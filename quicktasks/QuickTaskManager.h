@@ -11,6 +11,7 @@
 #include <QFuture>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QString>
 #include <QUuid>
 
@@ -123,6 +124,11 @@ public:
     void setFrontmostTerminalContextProvider(SourceContextProvider provider);
     std::optional<QuickTaskSourceContext> preferredScratchSourceContext() const;
 
+    // Paths that drafts outside the manager still use (a retried task's composer that is
+    // still open): removing a session leaves those pasted copies in place.
+    using AttachmentsInUseProvider = std::function<QSet<QString>()>;
+    void setAttachmentsInUseProvider(AttachmentsInUseProvider provider);
+
     // The transcript's opening: prompt, backend, working directory, preset, reasoning and
     // start time, each under its underlined title, then the "Transcript" title.
     static QByteArray transcriptHeader(const QuickTaskSession &session, const QuickTaskPreset &preset);
@@ -160,6 +166,7 @@ private:
     const Clock &m_clock;
     QuickTaskDesktopServices m_services;
     SourceContextProvider m_frontmostTerminalContext;
+    AttachmentsInUseProvider m_attachmentsInUse;
     QList<QuickTaskSession> m_sessions;
     std::map<QUuid, std::unique_ptr<Runtime>> m_runtimes;
     int m_announcedRunningCount = 0;
