@@ -23,7 +23,7 @@
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "settings/AppSettings.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
 #include <QApplication>
@@ -61,7 +61,7 @@ AppDelegate::AppDelegate(ErrorLogManager &errorLog, UserDefaults &defaults, QObj
     m_quickTaskManager->setAttachmentsInUseProvider([this] {
         QSet<QString> paths;
         for (const ComposerPanelController *controller : std::as_const(m_scratchPanelControllers)) {
-            for (const ScratchAttachment &attachment : controller->scratchAttachments())
+            for (const PromptAttachment &attachment : controller->scratchAttachments())
                 paths.insert(attachment.path);
         }
         return paths;
@@ -201,7 +201,7 @@ void AppDelegate::openScratchComposer()
 }
 
 void AppDelegate::presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText,
-                                  const QList<ScratchAttachment> &initialAttachments,
+                                  const QList<PromptAttachment> &initialAttachments,
                                   const std::optional<QuickTaskSourceContext> &sourceContext)
 {
     ComposerServices services;
@@ -260,7 +260,7 @@ void AppDelegate::positionPanel(ComposerPanelController *controller)
 }
 
 void AppDelegate::composerPanelControllerDidSubmit(ComposerPanelController *controller, const QString &text,
-                                                   const QList<ScratchAttachment> &attachments,
+                                                   const QList<PromptAttachment> &attachments,
                                                    const std::optional<QuickTaskPreset> &preset,
                                                    const std::optional<ComposerRequest> &request)
 {
@@ -276,7 +276,7 @@ void AppDelegate::composerPanelControllerDidSubmit(ComposerPanelController *cont
 }
 
 void AppDelegate::submitScratchComposer(ComposerPanelController *controller, const QString &text,
-                                        const QList<ScratchAttachment> &attachments,
+                                        const QList<PromptAttachment> &attachments,
                                         const std::optional<QuickTaskPreset> &preset)
 {
     if (m_startingTasks.contains(controller))

@@ -58,7 +58,7 @@ public:
     }
 
     void composerPanelControllerDidSubmit(ComposerPanelController *controller, const QString &text,
-                                          const QList<ScratchAttachment> &attachments,
+                                          const QList<PromptAttachment> &attachments,
                                           const std::optional<QuickTaskPreset> &preset,
                                           const std::optional<ComposerRequest> &request) override;
     void composerPanelControllerDidCancel(ComposerPanelController *controller,
@@ -68,7 +68,7 @@ public:
 
 private:
     void presentComposer(const std::optional<ComposerRequest> &request, const QString &initialText,
-                         const QList<ScratchAttachment> &initialAttachments = {},
+                         const QList<PromptAttachment> &initialAttachments = {},
                          const std::optional<QuickTaskSourceContext> &sourceContext = std::nullopt);
     void positionPanel(ComposerPanelController *controller);
     void closeComposer(ComposerPanelController *controller);
@@ -76,7 +76,7 @@ private:
     void restoreFocusAfterClosingComposer(const std::optional<ComposerRequest> &request,
                                           const std::optional<QuickTaskSourceContext> &sourceContext);
     void submitScratchComposer(ComposerPanelController *controller, const QString &text,
-                               const QList<ScratchAttachment> &attachments,
+                               const QList<PromptAttachment> &attachments,
                                const std::optional<QuickTaskPreset> &preset);
     void presentErrorAlert(const QString &message, const QString &errorDescription, const QString &source);
     QWidget *makeSessionRow(const QUuid &sessionId, QWidget *parent);

@@ -5,7 +5,7 @@
 #include "platform/ApplicationInstance.h"
 #include "platform/InterruptWatcher.h"
 #include "quicktasks/StandardInput.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include <QApplication>
 #include <QTimer>

@@ -71,7 +71,7 @@ QString titleFor(const QString &path)
 
 } // namespace
 
-AttachmentPillView::AttachmentPillView(const ScratchAttachment &attachment, QWidget *parent)
+AttachmentPillView::AttachmentPillView(const PromptAttachment &attachment, QWidget *parent)
     : QWidget(parent)
     , m_attachment(attachment)
     , m_title(titleFor(attachment.path))

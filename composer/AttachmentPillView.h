@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 
 #include <QUuid>
 #include <QWidget>
@@ -14,9 +14,9 @@ class AttachmentPillView final : public QWidget {
     Q_OBJECT
 
 public:
-    explicit AttachmentPillView(const ScratchAttachment &attachment, QWidget *parent = nullptr);
+    explicit AttachmentPillView(const PromptAttachment &attachment, QWidget *parent = nullptr);
 
-    const ScratchAttachment &attachment() const { return m_attachment; }
+    const PromptAttachment &attachment() const { return m_attachment; }
     // The file name, or the whole path for a root folder.
     const QString &title() const { return m_title; }
     // The title as shown at the current width (elided when it does not fit).
@@ -37,7 +37,7 @@ protected:
 private:
     void layoutContent();
 
-    ScratchAttachment m_attachment;
+    PromptAttachment m_attachment;
     QString m_title;
     QLabel *m_iconLabel = nullptr;
     QLabel *m_titleLabel = nullptr;

@@ -26,7 +26,7 @@ AttachmentStripView::AttachmentStripView(QWidget *parent)
     setSizePolicy(policy);
 }
 
-void AttachmentStripView::setAttachments(const QList<ScratchAttachment> &attachments)
+void AttachmentStripView::setAttachments(const QList<PromptAttachment> &attachments)
 {
     if (attachments == m_attachments)
         return;
@@ -37,7 +37,7 @@ void AttachmentStripView::setAttachments(const QList<ScratchAttachment> &attachm
     QList<AttachmentPillView *> pills;
     pills.reserve(attachments.size());
     QList<AttachmentPillView *> unused = m_pillViews;
-    for (const ScratchAttachment &attachment : attachments) {
+    for (const PromptAttachment &attachment : attachments) {
         const auto reusable = std::find_if(unused.begin(), unused.end(), [&](AttachmentPillView *pill) {
             return pill->attachment() == attachment;
         });
@@ -218,7 +218,7 @@ void AttachmentStripView::changeEvent(QEvent *event)
 
 void AttachmentStripView::dragEnterEvent(QDragEnterEvent *event)
 {
-    if (ScratchAttachment::localFileUrls(event->mimeData()).isEmpty()) {
+    if (PromptAttachment::localFileUrls(event->mimeData()).isEmpty()) {
         event->ignore();
         return;
     }
@@ -228,7 +228,7 @@ void AttachmentStripView::dragEnterEvent(QDragEnterEvent *event)
 
 void AttachmentStripView::dragMoveEvent(QDragMoveEvent *event)
 {
-    if (ScratchAttachment::localFileUrls(event->mimeData()).isEmpty()) {
+    if (PromptAttachment::localFileUrls(event->mimeData()).isEmpty()) {
         event->ignore();
         return;
     }
@@ -244,7 +244,7 @@ void AttachmentStripView::dragLeaveEvent(QDragLeaveEvent *event)
 
 void AttachmentStripView::dropEvent(QDropEvent *event)
 {
-    const QList<QUrl> urls = ScratchAttachment::localFileUrls(event->mimeData());
+    const QList<QUrl> urls = PromptAttachment::localFileUrls(event->mimeData());
     setDropTargetHighlighted(false);
     if (urls.isEmpty()) {
         event->ignore();

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "settings/QuickTaskCLIBackend.h"
 
 #include <QList>
@@ -26,8 +26,8 @@ public:
 
     explicit AttachmentStripView(QWidget *parent = nullptr);
 
-    const QList<ScratchAttachment> &attachments() const { return m_attachments; }
-    void setAttachments(const QList<ScratchAttachment> &attachments);
+    const QList<PromptAttachment> &attachments() const { return m_attachments; }
+    void setAttachments(const QList<PromptAttachment> &attachments);
     // One per attachment, in order.
     const QList<AttachmentPillView *> &pillViews() const { return m_pillViews; }
 
@@ -80,7 +80,7 @@ private:
     void setDropTargetHighlighted(bool highlighted);
     bool showsPlaceholderBox() const { return m_attachments.isEmpty() && m_showsDropPlaceholder; }
 
-    QList<ScratchAttachment> m_attachments;
+    QList<PromptAttachment> m_attachments;
     QList<AttachmentPillView *> m_pillViews;
     QuickTaskCLIBackend m_backend = QuickTaskCLIBackend::codex;
     bool m_showsDropPlaceholder = true;

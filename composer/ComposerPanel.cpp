@@ -2,7 +2,7 @@
 
 #include "composer/ComposerLayout.h"
 #include "composer/ComposerTextView.h"
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -289,7 +289,7 @@ void ComposerPanel::updateMask()
 
 void ComposerPanel::dragEnterEvent(QDragEnterEvent *event)
 {
-    if (!onFilesDropped || ScratchAttachment::localFileUrls(event->mimeData()).isEmpty())
+    if (!onFilesDropped || PromptAttachment::localFileUrls(event->mimeData()).isEmpty())
         return;
     event->acceptProposedAction();
     if (onDropHighlight)
@@ -304,7 +304,7 @@ void ComposerPanel::dragLeaveEvent(QDragLeaveEvent *)
 
 void ComposerPanel::dropEvent(QDropEvent *event)
 {
-    const QList<QUrl> files = ScratchAttachment::localFileUrls(event->mimeData());
+    const QList<QUrl> files = PromptAttachment::localFileUrls(event->mimeData());
     if (onDropHighlight)
         onDropHighlight(false);
     if (files.isEmpty() || !onFilesDropped)

@@ -33,7 +33,7 @@ using namespace ComposerLayout;
 
 ComposerPanelController::ComposerPanelController(std::optional<ComposerRequest> request,
                                                  const QString &initialText,
-                                                 const QList<ScratchAttachment> &initialAttachments,
+                                                 const QList<PromptAttachment> &initialAttachments,
                                                  ComposerServices services, QObject *parent)
     : QObject(parent)
     , m_request(std::move(request))
@@ -80,7 +80,7 @@ ComposerPanelController::ComposerPanelController(std::optional<ComposerRequest> 
     };
 
     if (isScratch()) {
-        m_attachments = ScratchAttachment::normalized(initialAttachments);
+        m_attachments = PromptAttachment::normalized(initialAttachments);
         buildScratchViews();
         applyAvailability(ScratchComposerAvailability::checking(m_backend));
     }
@@ -194,7 +194,7 @@ void ComposerPanelController::completeInitialPlacement()
 
 void ComposerPanelController::submitPressed()
 {
-    const QList<ScratchAttachment> unsupported = unsupportedDirectoryAttachments();
+    const QList<PromptAttachment> unsupported = unsupportedDirectoryAttachments();
     if (!unsupported.isEmpty()) {
         presentUnsupportedDirectoryAttachmentAlert(int(unsupported.size()));
         return;
@@ -356,23 +356,23 @@ void ComposerPanelController::appendAttachments(const QList<QUrl> &urls)
 {
     if (!isScratch() || !m_availability.isReady())
         return;
-    QList<ScratchAttachment> added;
+    QList<PromptAttachment> added;
     for (const QUrl &url : urls) {
         if (url.isLocalFile())
-            added.append(ScratchAttachment::make(url.toLocalFile()));
+            added.append(PromptAttachment::make(url.toLocalFile()));
     }
     if (added.isEmpty())
         return;
     m_panel->setDropTargetEmphasis(false);
     if (m_backend == QuickTaskCLIBackend::opencode) {
         const qsizetype before = added.size();
-        added.removeIf([](const ScratchAttachment &attachment) { return attachment.isDirectory(); });
+        added.removeIf([](const PromptAttachment &attachment) { return attachment.isDirectory(); });
         if (added.size() != before)
             presentUnsupportedDirectoryAttachmentAlert(int(before - added.size()));
         if (added.isEmpty())
             return;
     }
-    m_attachments = ScratchAttachment::normalized(m_attachments + added);
+    m_attachments = PromptAttachment::normalized(m_attachments + added);
     updateAttachmentViews();
 }
 
@@ -380,22 +380,22 @@ void ComposerPanelController::removeAttachment(const QUuid &id)
 {
     const auto found =
         std::find_if(m_attachments.cbegin(), m_attachments.cend(),
-                     [&id](const ScratchAttachment &attachment) { return attachment.id == id; });
+                     [&id](const PromptAttachment &attachment) { return attachment.id == id; });
     if (found == m_attachments.cend())
         return;
-    const ScratchAttachment removed = *found;
-    m_attachments.removeIf([&id](const ScratchAttachment &attachment) { return attachment.id == id; });
+    const PromptAttachment removed = *found;
+    m_attachments.removeIf([&id](const PromptAttachment &attachment) { return attachment.id == id; });
     if (removed.isManagedCopy && m_ownedManagedAttachmentPaths.remove(removed.path))
         ScratchAttachmentImportStore::cleanup({removed});
     updateAttachmentViews();
 }
 
-QList<ScratchAttachment> ComposerPanelController::unsupportedDirectoryAttachments() const
+QList<PromptAttachment> ComposerPanelController::unsupportedDirectoryAttachments() const
 {
     if (!isScratch() || m_backend != QuickTaskCLIBackend::opencode)
         return {};
-    QList<ScratchAttachment> folders;
-    for (const ScratchAttachment &attachment : m_attachments) {
+    QList<PromptAttachment> folders;
+    for (const PromptAttachment &attachment : m_attachments) {
         if (attachment.isDirectory())
             folders.append(attachment);
     }
@@ -412,13 +412,13 @@ void ComposerPanelController::discardManagedImportedAttachments()
 {
     if (m_ownedManagedAttachmentPaths.isEmpty())
         return;
-    QList<ScratchAttachment> owned;
-    for (const ScratchAttachment &attachment : std::as_const(m_attachments)) {
+    QList<PromptAttachment> owned;
+    for (const PromptAttachment &attachment : std::as_const(m_attachments)) {
         if (m_ownedManagedAttachmentPaths.contains(attachment.path))
             owned.append(attachment);
     }
     ScratchAttachmentImportStore::cleanup(owned);
-    m_attachments.removeIf([this](const ScratchAttachment &attachment) {
+    m_attachments.removeIf([this](const PromptAttachment &attachment) {
         return m_ownedManagedAttachmentPaths.contains(attachment.path);
     });
     m_ownedManagedAttachmentPaths.clear();
@@ -459,7 +459,7 @@ bool ComposerPanelController::handlePaste(const QMimeData *data)
 {
     if (isScratch() && !m_availability.isReady())
         return false;
-    const QList<QUrl> files = ScratchAttachment::localFileUrls(data);
+    const QList<QUrl> files = PromptAttachment::localFileUrls(data);
     if (!files.isEmpty()) {
         if (isScratch())
             appendAttachments(files);
@@ -467,7 +467,7 @@ bool ComposerPanelController::handlePaste(const QMimeData *data)
             insertPaths(files);
         return true;
     }
-    std::optional<ScratchAttachment> image;
+    std::optional<PromptAttachment> image;
     try {
         image = ScratchAttachmentImportStore::importImage(data);
     } catch (const TarvelError &error) {
@@ -481,7 +481,7 @@ bool ComposerPanelController::handlePaste(const QMimeData *data)
         return false;
     if (isScratch()) {
         m_ownedManagedAttachmentPaths.insert(image->path);
-        m_attachments = ScratchAttachment::normalized(m_attachments + QList<ScratchAttachment>{*image});
+        m_attachments = PromptAttachment::normalized(m_attachments + QList<PromptAttachment>{*image});
         updateAttachmentViews();
     } else {
         m_panel->textView()->insertTypedText(image->path);
@@ -494,7 +494,7 @@ void ComposerPanelController::insertPaths(const QList<QUrl> &urls)
     QStringList paths;
     for (const QUrl &url : urls) {
         if (url.isLocalFile())
-            paths.append(ScratchAttachment::standardizedPath(url.toLocalFile()));
+            paths.append(PromptAttachment::standardizedPath(url.toLocalFile()));
     }
     if (!paths.isEmpty())
         m_panel->textView()->insertTypedText(paths.join(u'\n'));

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "composer/ComposerLayout.h"
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "composer/ScratchComposerAvailability.h"
 #include "core/ComposerRequest.h"
 #include "quicktasks/QuickTaskCLIInstallationAvailability.h"
@@ -34,7 +34,7 @@ class ComposerPanelControllerDelegate {
 public:
     virtual ~ComposerPanelControllerDelegate() = default;
     virtual void composerPanelControllerDidSubmit(ComposerPanelController *controller, const QString &text,
-                                                  const QList<ScratchAttachment> &attachments,
+                                                  const QList<PromptAttachment> &attachments,
                                                   const std::optional<QuickTaskPreset> &preset,
                                                   const std::optional<ComposerRequest> &request) = 0;
     virtual void composerPanelControllerDidCancel(ComposerPanelController *controller,
@@ -57,7 +57,7 @@ class ComposerPanelController final : public QObject {
 
 public:
     ComposerPanelController(std::optional<ComposerRequest> request, const QString &initialText,
-                            const QList<ScratchAttachment> &initialAttachments = {},
+                            const QList<PromptAttachment> &initialAttachments = {},
                             ComposerServices services = {}, QObject *parent = nullptr);
     ~ComposerPanelController() override;
 
@@ -84,10 +84,10 @@ public:
     QuickTaskCLIBackend backend() const { return m_backend; }
     const ScratchComposerAvailability &availability() const { return m_availability; }
     void refreshScratchComposerAvailability(bool showCheckingState);
-    const QList<ScratchAttachment> &scratchAttachments() const { return m_attachments; }
+    const QList<PromptAttachment> &scratchAttachments() const { return m_attachments; }
     void appendAttachments(const QList<QUrl> &urls);
     void removeAttachment(const QUuid &id);
-    QList<ScratchAttachment> unsupportedDirectoryAttachments() const;
+    QList<PromptAttachment> unsupportedDirectoryAttachments() const;
     // Throws away the pasted-image copies this panel made (a discarded draft).
     void discardScratchDraftAttachments();
     void discardManagedImportedAttachments();
@@ -142,7 +142,7 @@ private:
     QuickTaskCLIBackend m_backend = QuickTaskCLIBackend::codex;
     QuickTaskPresetSettings m_presetSettings;
     ScratchComposerAvailability m_availability;
-    QList<ScratchAttachment> m_attachments;
+    QList<PromptAttachment> m_attachments;
     QSet<QString> m_ownedManagedAttachmentPaths;
     std::unique_ptr<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>> m_availabilityWatcher;
     std::optional<ComposerLayout::LayoutMetrics> m_lastAppliedLayoutMetrics;

@@ -1,6 +1,6 @@
 #include "composer/ComposerTextView.h"
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 
 #include <QDropEvent>
 #include <QFontDatabase>
@@ -56,7 +56,7 @@ QMimeData *ComposerTextView::createMimeDataFromSelection() const
 
 void ComposerTextView::dropEvent(QDropEvent *event)
 {
-    const QList<QUrl> files = ScratchAttachment::localFileUrls(event->mimeData());
+    const QList<QUrl> files = PromptAttachment::localFileUrls(event->mimeData());
     if (files.isEmpty() || !onFilesDropped) {
         QTextEdit::dropEvent(event);
         return;

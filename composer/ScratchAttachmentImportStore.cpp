@@ -57,7 +57,7 @@ QString uniqueFilename(const QDateTime &at)
     return QStringLiteral("Pasted Image %1 %2.png").arg(stamp, suffix);
 }
 
-ScratchAttachment importImage(const QImage &image)
+PromptAttachment importImage(const QImage &image)
 {
     if (image.isNull())
         throw TarvelError(QStringLiteral("The pasted image is empty and could not be attached."));
@@ -68,10 +68,10 @@ ScratchAttachment importImage(const QImage &image)
     while (QFileInfo::exists(path))
         path = folder.filePath(uniqueFilename());
     DataFile::write(path, bytes);
-    return ScratchAttachment::make(path, true);
+    return PromptAttachment::make(path, true);
 }
 
-std::optional<ScratchAttachment> importImage(const QMimeData *data)
+std::optional<PromptAttachment> importImage(const QMimeData *data)
 {
     if (data == nullptr)
         return std::nullopt;
@@ -89,9 +89,9 @@ std::optional<ScratchAttachment> importImage(const QMimeData *data)
     return std::nullopt;
 }
 
-void cleanup(const QList<ScratchAttachment> &attachments)
+void cleanup(const QList<PromptAttachment> &attachments)
 {
-    for (const ScratchAttachment &attachment : attachments) {
+    for (const PromptAttachment &attachment : attachments) {
         if (!attachment.isManagedCopy)
             continue;
         try {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 
 #include <QDateTime>
 #include <QList>
@@ -27,15 +27,15 @@ QString uniqueFilename(const QDateTime &at = QDateTime::currentDateTime());
 // Writes the image as a private PNG file and returns it as a managed attachment.
 // Throws TarvelError when the image is null or cannot be encoded, SystemError when the
 // folder or the file cannot be written.
-ScratchAttachment importImage(const QImage &image);
+PromptAttachment importImage(const QImage &image);
 
 // The image carried by clipboard or drag data (an image object or encoded image bytes),
 // imported as above. Nothing when the data holds no image; throws TarvelError when it
 // holds one that cannot be read, and whatever importImage(QImage) throws.
-std::optional<ScratchAttachment> importImage(const QMimeData *data);
+std::optional<PromptAttachment> importImage(const QMimeData *data);
 
 // Deletes the files of the managed copies among the attachments; files the user attached
 // are never touched. Failures are ignored: a leftover copy is harmless.
-void cleanup(const QList<ScratchAttachment> &attachments);
+void cleanup(const QList<PromptAttachment> &attachments);
 
 } // namespace ScratchAttachmentImportStore

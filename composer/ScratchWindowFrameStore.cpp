@@ -1,7 +1,7 @@
 #include "composer/ScratchWindowFrameStore.h"
 
 #include "composer/PanelPlacement.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include <QRegularExpression>
 

@@ -1,7 +1,7 @@
 #include "quicktasks/ProcessSpawner.h"
 
 #include "core/TarvelError.h"
-#include "quicktasks/ProcessPlatform.h"
+#include "platform/ProcessPlatform.h"
 
 #include <QFile>
 #include <QFileInfo>

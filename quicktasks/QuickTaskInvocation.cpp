@@ -4,13 +4,13 @@
 
 namespace QuickTaskInvocation {
 
-QString augmentedPrompt(const QString &prompt, const QList<ScratchAttachment> &attachments)
+QString augmentedPrompt(const QString &prompt, const QList<PromptAttachment> &attachments)
 {
     if (attachments.isEmpty())
         return prompt;
     QStringList lines;
     lines.reserve(attachments.size());
-    for (const ScratchAttachment &attachment : attachments)
+    for (const PromptAttachment &attachment : attachments)
         lines.append(QStringLiteral("- ") + attachment.path);
     return QStringLiteral(
                "Attached Paths\n--------------\nThe following files and folders were attached from Tarvel "
@@ -21,13 +21,13 @@ QString augmentedPrompt(const QString &prompt, const QList<ScratchAttachment> &a
            prompt;
 }
 
-QStringList attachmentDirectoryPaths(const QList<ScratchAttachment> &attachments,
+QStringList attachmentDirectoryPaths(const QList<PromptAttachment> &attachments,
                                      const QString &workingDirectory)
 {
-    const QString working = ScratchAttachment::standardizedPath(workingDirectory);
+    const QString working = PromptAttachment::standardizedPath(workingDirectory);
     QStringList paths;
-    for (const ScratchAttachment &attachment : attachments) {
-        const QString path = ScratchAttachment::standardizedPath(attachment.path);
+    for (const PromptAttachment &attachment : attachments) {
+        const QString path = PromptAttachment::standardizedPath(attachment.path);
         const QString directory = attachment.isDirectory() ? path : QFileInfo(path).path();
         if (directory != working && !paths.contains(directory))
             paths.append(directory);
@@ -36,7 +36,7 @@ QStringList attachmentDirectoryPaths(const QList<ScratchAttachment> &attachments
 }
 
 QStringList buildProcessArguments(const QString &prompt, const QString &workingDirectory,
-                                  const QList<ScratchAttachment> &attachments, const QuickTaskPreset &preset,
+                                  const QList<PromptAttachment> &attachments, const QuickTaskPreset &preset,
                                   QuickTaskCLIBackend backend)
 {
     QStringList arguments;
@@ -49,7 +49,7 @@ QStringList buildProcessArguments(const QString &prompt, const QString &workingD
                   << QStringLiteral("-C") << workingDirectory;
         for (const QString &directory : attachmentDirectoryPaths(attachments, workingDirectory))
             arguments << QStringLiteral("--add-dir") << directory;
-        for (const ScratchAttachment &attachment : attachments) {
+        for (const PromptAttachment &attachment : attachments) {
             if (attachment.isImage())
                 arguments << QStringLiteral("--image") << attachment.path;
         }
@@ -66,7 +66,7 @@ QStringList buildProcessArguments(const QString &prompt, const QString &workingD
         arguments << QStringLiteral("run") << QStringLiteral("--variant") << preset.reasoningEffort;
         if (!preset.model.isEmpty())
             arguments << QStringLiteral("--model") << openCodeModelArgument(preset.model);
-        for (const ScratchAttachment &attachment : attachments) {
+        for (const PromptAttachment &attachment : attachments) {
             if (!attachment.isDirectory())
                 arguments << QStringLiteral("--file") << attachment.path;
         }

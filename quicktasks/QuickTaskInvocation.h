@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "settings/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPreset.h"
 
@@ -13,16 +13,16 @@ namespace QuickTaskInvocation {
 
 // The prompt unchanged without attachments; otherwise an "Attached Paths" block naming
 // each attachment's path, then the prompt.
-QString augmentedPrompt(const QString &prompt, const QList<ScratchAttachment> &attachments);
+QString augmentedPrompt(const QString &prompt, const QList<PromptAttachment> &attachments);
 
 // The folders a backend must be allowed to read for the attachments: a folder itself, a
 // file's parent. The working directory and repeats are left out.
-QStringList attachmentDirectoryPaths(const QList<ScratchAttachment> &attachments,
+QStringList attachmentDirectoryPaths(const QList<PromptAttachment> &attachments,
                                      const QString &workingDirectory);
 
 // The arguments after argv[0]; the augmented prompt always comes last, after "--".
 QStringList buildProcessArguments(const QString &prompt, const QString &workingDirectory,
-                                  const QList<ScratchAttachment> &attachments, const QuickTaskPreset &preset,
+                                  const QList<PromptAttachment> &attachments, const QuickTaskPreset &preset,
                                   QuickTaskCLIBackend backend);
 
 // The model as opencode's --model takes it. Tarvel keeps opencode models in the canonical

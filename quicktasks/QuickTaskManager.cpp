@@ -66,7 +66,7 @@ void appendSection(QByteArray &text, const QString &title, const QString &value)
 }
 
 // Only files Tarvel made itself are ever deleted: a managed copy lives in the import folder.
-bool isDeletableManagedCopy(const ScratchAttachment &attachment)
+bool isDeletableManagedCopy(const PromptAttachment &attachment)
 {
     if (!attachment.isManagedCopy)
         return false;
@@ -142,20 +142,20 @@ bool QuickTaskManager::normalizeRecoveredSessions()
 
 QFuture<QUuid> QuickTaskManager::startTask(const QString &prompt,
                                            const std::optional<QuickTaskSourceContext> &sourceContext,
-                                           const QList<ScratchAttachment> &attachments,
+                                           const QList<PromptAttachment> &attachments,
                                            const QuickTaskPreset &preset, QuickTaskCLIBackend backend)
 {
     QuickTaskSession prototype;
     prototype.backend = backend;
     prototype.prompt = prompt.trimmed();
     prototype.workingDirectory = resolvedWorkingDirectory();
-    prototype.attachments = ScratchAttachment::normalized(attachments);
+    prototype.attachments = PromptAttachment::normalized(attachments);
     prototype.sourceContext = sourceContext;
 
     if (backend == QuickTaskCLIBackend::opencode) {
         const auto folders =
             std::count_if(prototype.attachments.cbegin(), prototype.attachments.cend(),
-                          [](const ScratchAttachment &attachment) { return attachment.isDirectory(); });
+                          [](const PromptAttachment &attachment) { return attachment.isDirectory(); });
         if (folders > 0) {
             return failedFuture<QUuid>(
                 std::make_exception_ptr(QuickTaskError::unsupportedDirectoryAttachments(backend, folders)));
@@ -354,12 +354,12 @@ void QuickTaskManager::removeSessions(const std::function<bool(const QuickTaskSe
     // stays while a retry's composer holds it.
     QSet<QString> stillUsed = m_attachmentsInUse ? m_attachmentsInUse() : QSet<QString>();
     for (const QuickTaskSession &session : std::as_const(m_sessions)) {
-        for (const ScratchAttachment &attachment : session.attachments)
+        for (const PromptAttachment &attachment : session.attachments)
             stillUsed.insert(attachment.path);
     }
     for (const QuickTaskSession &session : std::as_const(removed)) {
         m_store.removeSessionFiles(session.id);
-        for (const ScratchAttachment &attachment : session.attachments) {
+        for (const PromptAttachment &attachment : session.attachments) {
             if (stillUsed.contains(attachment.path) || !isDeletableManagedCopy(attachment))
                 continue;
             try {

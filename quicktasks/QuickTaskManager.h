@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskSession.h"
 #include "quicktasks/QuickTaskStore.h"
@@ -72,7 +72,7 @@ public:
     // QuickTaskError or SystemError to show the user; nothing is left behind then.
     QFuture<QUuid> startTask(const QString &prompt,
                              const std::optional<QuickTaskSourceContext> &sourceContext,
-                             const QList<ScratchAttachment> &attachments, const QuickTaskPreset &preset,
+                             const QList<PromptAttachment> &attachments, const QuickTaskPreset &preset,
                              QuickTaskCLIBackend backend);
 
     // SIGINT to the task's process group now, SIGTERM at 0.6 s and SIGKILL at 2.0 s while it

@@ -83,7 +83,7 @@ QString QuickTaskSession::statusTitle(Status status)
 QJsonObject QuickTaskSession::toJson() const
 {
     QJsonArray attachmentArray;
-    for (const ScratchAttachment &attachment : attachments)
+    for (const PromptAttachment &attachment : attachments)
         attachmentArray.append(attachment.toJson());
     QJsonObject object{
         {kId, JSONCoding::encodeUuid(id)},
@@ -122,7 +122,7 @@ QuickTaskSession QuickTaskSession::fromJson(const QJsonObject &object)
     for (const QJsonValue &value : attachments.toArray()) {
         if (!value.isObject())
             throwBadValue(kAttachments);
-        session.attachments.append(ScratchAttachment::fromJson(value.toObject()));
+        session.attachments.append(PromptAttachment::fromJson(value.toObject()));
     }
 
     const QJsonValue sourceContext = object.value(kSourceContext);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "settings/QuickTaskCLIBackend.h"
 
 #include <QDateTime>
@@ -33,7 +33,7 @@ struct QuickTaskSession {
     // As typed (trimmed), without the block of attached paths.
     QString prompt;
     QString workingDirectory;
-    QList<ScratchAttachment> attachments;
+    QList<PromptAttachment> attachments;
     std::optional<QuickTaskSourceContext> sourceContext;
     QDateTime startedAt;
     std::optional<QDateTime> finishedAt;

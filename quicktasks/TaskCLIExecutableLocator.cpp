@@ -1,6 +1,6 @@
 #include "quicktasks/TaskCLIExecutableLocator.h"
 
-#include "quicktasks/ProcessPlatform.h"
+#include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/ShortProcess.h"
 

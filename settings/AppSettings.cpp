@@ -2,7 +2,7 @@
 
 #include "settings/QuickTaskModelCatalog.h"
 #include "settings/StoredByBackend.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include <functional>
 

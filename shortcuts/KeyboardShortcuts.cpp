@@ -1,7 +1,7 @@
 #include "shortcuts/KeyboardShortcuts.h"
 
 #include "core/JSONCoding.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include <QVariant>
 

@@ -1,8 +1,8 @@
 #include "shortcuts/Shortcut.h"
 
 #include "core/JSONCoding.h"
+#include "platform/HostPlatform.h"
 
-#include <QSysInfo>
 
 #include <array>
 
@@ -203,7 +203,7 @@ int requiredInteger(const QJsonObject &object, const QString &key)
 
 ShortcutDisplayStyle nativeShortcutDisplayStyle()
 {
-    return QSysInfo::kernelType() == u"darwin" ? ShortcutDisplayStyle::mac : ShortcutDisplayStyle::standard;
+    return HostPlatform::usesMacConventions() ? ShortcutDisplayStyle::mac : ShortcutDisplayStyle::standard;
 }
 
 std::optional<Shortcut> Shortcut::fromQtKey(int key, Qt::KeyboardModifiers modifiers)

@@ -21,7 +21,7 @@ const QStringList kFinishedRowActions{QStringLiteral("Copy"), QStringLiteral("Re
 QPoint onlyPillRemoveButton(const Geometry &panel, const QString &path)
 {
     using namespace ComposerLayout;
-    AttachmentPillView pill(ScratchAttachment::make(path));
+    AttachmentPillView pill(PromptAttachment::make(path));
     pill.resize(pill.preferredWidth(AttachmentStripView::maxPillWidth), AttachmentStripView::pillHeight);
     pill.setAttribute(Qt::WA_DontShowOnScreen);
     pill.show(); // lays it out at that size

@@ -65,12 +65,12 @@ private Q_SLOTS:
     {
         const QImage image = sampleImage(37, 21);
         const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-        const ScratchAttachment imported = ScratchAttachmentImportStore::importImage(image);
+        const PromptAttachment imported = ScratchAttachmentImportStore::importImage(image);
         const QDateTime after = QDateTime::currentDateTime().addSecs(1);
 
         QVERIFY(imported.isManagedCopy);
         QVERIFY(!imported.id.isNull());
-        QCOMPARE(imported.path, ScratchAttachment::standardizedPath(imported.path));
+        QCOMPARE(imported.path, PromptAttachment::standardizedPath(imported.path));
         const QFileInfo info(imported.path);
         QCOMPARE(info.absolutePath(), QDir(ScratchAttachmentImportStore::importFolder()).absolutePath());
         QCOMPARE(QFileInfo(ScratchAttachmentImportStore::importFolder()).fileName(),
@@ -102,8 +102,8 @@ private Q_SLOTS:
 
     void importsInTheSameSecondGetDifferentFiles()
     {
-        const ScratchAttachment first = ScratchAttachmentImportStore::importImage(sampleImage(4, 4));
-        const ScratchAttachment second = ScratchAttachmentImportStore::importImage(sampleImage(8, 8));
+        const PromptAttachment first = ScratchAttachmentImportStore::importImage(sampleImage(4, 4));
+        const PromptAttachment second = ScratchAttachmentImportStore::importImage(sampleImage(8, 8));
         QVERIFY(first.path != second.path);
         QVERIFY(first.id != second.id);
         QCOMPARE(QImage(first.path).size(), QSize(4, 4));
@@ -157,7 +157,7 @@ private Q_SLOTS:
             data.setData(QStringLiteral("image/bmp"), bytes);
         }
 
-        const std::optional<ScratchAttachment> imported = ScratchAttachmentImportStore::importImage(&data);
+        const std::optional<PromptAttachment> imported = ScratchAttachmentImportStore::importImage(&data);
         QVERIFY(imported.has_value());
         QVERIFY(imported->isManagedCopy);
         QVERIFY(namePattern().match(QFileInfo(imported->path).fileName()).hasMatch());
@@ -181,19 +181,19 @@ private Q_SLOTS:
 
     void cleanupDeletesOnlyManagedCopies()
     {
-        const ScratchAttachment pasted = ScratchAttachmentImportStore::importImage(sampleImage(5, 5));
+        const PromptAttachment pasted = ScratchAttachmentImportStore::importImage(sampleImage(5, 5));
         const QString userPath = m_environment->path(QStringLiteral("notes.txt"));
         QFile userFile(userPath);
         QVERIFY(userFile.open(QIODevice::WriteOnly));
         userFile.write("keep me");
         userFile.close();
-        const ScratchAttachment userAttachment = ScratchAttachment::make(userPath);
+        const PromptAttachment userAttachment = PromptAttachment::make(userPath);
         // Even a file inside the import folder stays when it is not marked as a managed copy.
-        const ScratchAttachment unmarked = ScratchAttachmentImportStore::importImage(sampleImage(6, 6));
-        ScratchAttachment unmarkedCopy = unmarked;
+        const PromptAttachment unmarked = ScratchAttachmentImportStore::importImage(sampleImage(6, 6));
+        PromptAttachment unmarkedCopy = unmarked;
         unmarkedCopy.isManagedCopy = false;
-        const ScratchAttachment missing =
-            ScratchAttachment::make(m_environment->path(QStringLiteral("gone.png")), true);
+        const PromptAttachment missing =
+            PromptAttachment::make(m_environment->path(QStringLiteral("gone.png")), true);
 
         ScratchAttachmentImportStore::cleanup({userAttachment, pasted, unmarkedCopy, missing});
 

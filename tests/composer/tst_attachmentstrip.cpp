@@ -13,9 +13,9 @@
 
 namespace {
 
-ScratchAttachment attachment(const QString &name)
+PromptAttachment attachment(const QString &name)
 {
-    return ScratchAttachment::make(QStringLiteral("/tmp/tarvel-strip-test/") + name);
+    return PromptAttachment::make(QStringLiteral("/tmp/tarvel-strip-test/") + name);
 }
 
 QString longName(QChar letter)
@@ -23,7 +23,7 @@ QString longName(QChar letter)
     return QString(60, letter) + QStringLiteral(" report final.txt");
 }
 
-QList<ScratchAttachment> threeWideAttachments()
+QList<PromptAttachment> threeWideAttachments()
 {
     return {attachment(longName(u'a')), attachment(longName(u'b')), attachment(longName(u'c'))};
 }
@@ -96,7 +96,7 @@ private Q_SLOTS:
 
     void pillWidthIsCappedAndTitleElided()
     {
-        const ScratchAttachment wide = attachment(longName(u'x'));
+        const PromptAttachment wide = attachment(longName(u'x'));
         AttachmentPillView widePill(wide);
         QCOMPARE(widePill.preferredWidth(AttachmentStripView::maxPillWidth),
                  AttachmentStripView::maxPillWidth);
@@ -142,7 +142,7 @@ private Q_SLOTS:
         AttachmentStripView strip;
         const QStringList names{QStringLiteral("notes.md"), QStringLiteral("screenshot.png"),
                                 QStringLiteral("main.cpp"), QStringLiteral("WWW mmm.txt")};
-        QList<ScratchAttachment> attachments;
+        QList<PromptAttachment> attachments;
         for (const QString &name : names)
             attachments.append(attachment(name));
         strip.setAttachments(attachments);
@@ -287,7 +287,7 @@ private Q_SLOTS:
     void removeButtonReportsItsAttachment()
     {
         AttachmentStripView strip;
-        const QList<ScratchAttachment> attachments{attachment(QStringLiteral("a.txt")),
+        const QList<PromptAttachment> attachments{attachment(QStringLiteral("a.txt")),
                                                    attachment(QStringLiteral("b.txt")),
                                                    attachment(QStringLiteral("c.txt"))};
         strip.setAttachments(attachments);
@@ -304,7 +304,7 @@ private Q_SLOTS:
     void removalFromInsideTheClickKeepsOtherPills()
     {
         AttachmentStripView strip;
-        QList<ScratchAttachment> attachments{attachment(QStringLiteral("a.txt")),
+        QList<PromptAttachment> attachments{attachment(QStringLiteral("a.txt")),
                                              attachment(QStringLiteral("b.txt")),
                                              attachment(QStringLiteral("c.txt"))};
         strip.setAttachments(attachments);
@@ -314,7 +314,7 @@ private Q_SLOTS:
 
         // The owner usually answers the click by handing back the shorter list at once.
         connect(&strip, &AttachmentStripView::removeAttachmentRequested, &strip, [&](const QUuid &id) {
-            attachments.removeIf([&](const ScratchAttachment &a) { return a.id == id; });
+            attachments.removeIf([&](const PromptAttachment &a) { return a.id == id; });
             strip.setAttachments(attachments);
         });
         QPointer<AttachmentPillView> removed = before[0];

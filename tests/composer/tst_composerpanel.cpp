@@ -15,7 +15,7 @@ struct RecordingDelegate final : ComposerPanelControllerDelegate {
     QStringList submitted;
     int cancelled = 0;
     void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &text,
-                                          const QList<ScratchAttachment> &,
+                                          const QList<PromptAttachment> &,
                                           const std::optional<QuickTaskPreset> &,
                                           const std::optional<ComposerRequest> &) override
     {

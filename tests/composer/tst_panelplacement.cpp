@@ -1,6 +1,6 @@
 #include "composer/PanelPlacement.h"
 #include "composer/ScratchWindowFrameStore.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QTest>

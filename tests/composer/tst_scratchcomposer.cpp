@@ -4,7 +4,7 @@
 #include "composer/ComposerPanelController.h"
 #include "composer/ComposerTextView.h"
 #include "settings/AppSettings.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 
@@ -21,10 +21,10 @@ using Availabilities = QuickTaskCLIInstallationAvailabilities;
 
 struct RecordingDelegate final : ComposerPanelControllerDelegate {
     int submits = 0;
-    QList<ScratchAttachment> attachments;
+    QList<PromptAttachment> attachments;
     std::optional<QuickTaskPreset> preset;
     void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &,
-                                          const QList<ScratchAttachment> &submitted,
+                                          const QList<PromptAttachment> &submitted,
                                           const std::optional<QuickTaskPreset> &chosen,
                                           const std::optional<ComposerRequest> &) override
     {
@@ -72,7 +72,7 @@ struct Fixture {
             return promise.future();
         };
         controller = std::make_unique<ComposerPanelController>(std::nullopt, QString(),
-                                                               QList<ScratchAttachment>{}, services);
+                                                               QList<PromptAttachment>{}, services);
         controller->setDelegate(&delegate);
         controller->showWindow();
     }

@@ -8,7 +8,7 @@
 #include "platform/FileOpener.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskManager.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QFuture>
@@ -87,7 +87,7 @@ struct QuickTaskManagerFixture {
     // Starts a task and waits for its launch; the session's id, or the error's description.
     std::optional<QUuid> start(QuickTaskCLIBackend backend,
                                const QString &prompt = QStringLiteral("Fix the build"),
-                               const QList<ScratchAttachment> &attachments = {}, QString *error = nullptr)
+                               const QList<PromptAttachment> &attachments = {}, QString *error = nullptr)
     {
         QFuture<QUuid> future =
             manager->startTask(prompt, QuickTaskSourceContext{QStringLiteral("xterm"), 4242}, attachments,

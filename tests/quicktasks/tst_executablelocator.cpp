@@ -1,6 +1,6 @@
 // Finding and verifying the backends, against fake programs on a private PATH.
 #include "fakebackends/FakeBackends.h"
-#include "quicktasks/ProcessPlatform.h"
+#include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "support/TestEnvironment.h"

@@ -1,6 +1,6 @@
 // What a quick task hands to its backend: the attachment record, the prompt with its
 // "Attached Paths" block, the argument lists, and what a fake backend actually receives.
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 #include "core/JSONCoding.h"
 #include "fakebackends/FakeBackends.h"
 #include "quicktasks/ProcessGroupTask.h"
@@ -39,11 +39,11 @@ struct AttachmentTree {
         folder = root.filePath(QStringLiteral("assets"));
         QDir().mkpath(folder);
     }
-    QList<ScratchAttachment> all() const
+    QList<PromptAttachment> all() const
     {
-        return {ScratchAttachment::make(inside), ScratchAttachment::make(first),
-                ScratchAttachment::make(second), ScratchAttachment::make(image),
-                ScratchAttachment::make(folder)};
+        return {PromptAttachment::make(inside), PromptAttachment::make(first),
+                PromptAttachment::make(second), PromptAttachment::make(image),
+                PromptAttachment::make(folder)};
     }
     QTemporaryDir temporary;
     QDir root{temporary.path()};
@@ -58,32 +58,32 @@ class InvocationTest final : public QObject {
 private Q_SLOTS:
     void attachmentJSONRoundTripsAndRejectsGaps()
     {
-        const ScratchAttachment attachment{QUuid::createUuid(), QStringLiteral("/tmp/a b/ü.png"), true};
-        QCOMPARE(ScratchAttachment::fromJson(attachment.toJson()), attachment);
+        const PromptAttachment attachment{QUuid::createUuid(), QStringLiteral("/tmp/a b/ü.png"), true};
+        QCOMPARE(PromptAttachment::fromJson(attachment.toJson()), attachment);
         QCOMPARE(attachment.toJson().value(QStringLiteral("id")).toString(),
                  JSONCoding::encodeUuid(attachment.id));
         for (const QString &key :
              {QStringLiteral("id"), QStringLiteral("path"), QStringLiteral("isManagedCopy")}) {
             QJsonObject object = attachment.toJson();
             object.remove(key);
-            QVERIFY_THROWS_EXCEPTION(DecodingError, ScratchAttachment::fromJson(object));
+            QVERIFY_THROWS_EXCEPTION(DecodingError, PromptAttachment::fromJson(object));
         }
     }
 
     void normalizingKeepsTheFirstOfEachPath()
     {
         const QUuid first = QUuid::createUuid();
-        const QList<ScratchAttachment> attachments{
+        const QList<PromptAttachment> attachments{
             {first, QStringLiteral("/projects/./docs/../docs/a.txt"), false},
             {QUuid::createUuid(), QStringLiteral("/projects/b/"), false},
             {QUuid::createUuid(), QStringLiteral("/projects/docs/a.txt"), true},
             {QUuid::createUuid(), QStringLiteral("/projects/b"), false},
         };
-        const QList<ScratchAttachment> normalized = ScratchAttachment::normalized(attachments);
+        const QList<PromptAttachment> normalized = PromptAttachment::normalized(attachments);
         QCOMPARE(normalized.size(), 2);
-        QCOMPARE(normalized[0], (ScratchAttachment{first, QStringLiteral("/projects/docs/a.txt"), false}));
+        QCOMPARE(normalized[0], (PromptAttachment{first, QStringLiteral("/projects/docs/a.txt"), false}));
         QCOMPARE(normalized[1].path, QStringLiteral("/projects/b"));
-        QCOMPARE(ScratchAttachment::make(QStringLiteral("/x/../y/")).path, QStringLiteral("/y"));
+        QCOMPARE(PromptAttachment::make(QStringLiteral("/x/../y/")).path, QStringLiteral("/y"));
     }
 
     void folderAndImageTestsLookAtTheFileSystem()
@@ -91,7 +91,7 @@ private Q_SLOTS:
         QTemporaryDir directory;
         const QDir root(directory.path());
         const auto attachment = [&](const QString &name) {
-            return ScratchAttachment::make(root.filePath(name));
+            return PromptAttachment::make(root.filePath(name));
         };
         writeFile(root.filePath(QStringLiteral("photo.dat")), kPng);
         writeFile(root.filePath(QStringLiteral("notes")), "plain words\n");
@@ -114,8 +114,8 @@ private Q_SLOTS:
     {
         QCOMPARE(QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it.\n"), {}),
                  QStringLiteral("Fix it.\n"));
-        const QList<ScratchAttachment> attachments{ScratchAttachment::make(QStringLiteral("/p/a.txt")),
-                                                   ScratchAttachment::make(QStringLiteral("/p/dir"))};
+        const QList<PromptAttachment> attachments{PromptAttachment::make(QStringLiteral("/p/a.txt")),
+                                                   PromptAttachment::make(QStringLiteral("/p/dir"))};
         QCOMPARE(
             QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it."), attachments),
             QStringLiteral("Attached Paths\n"
@@ -140,7 +140,7 @@ private Q_SLOTS:
                               tree.root.filePath(QStringLiteral("shots")), tree.folder}));
         // The working directory itself attached as a folder adds nothing either.
         QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths(
-                    {ScratchAttachment::make(tree.workingDirectory)}, tree.workingDirectory)
+                    {PromptAttachment::make(tree.workingDirectory)}, tree.workingDirectory)
                     .isEmpty());
     }
 
@@ -181,7 +181,7 @@ private Q_SLOTS:
         QFETCH(QString, expected);
         AttachmentTree tree;
         const QString prompt = QStringLiteral("Compare the \"docs\" -- and explain.");
-        const QList<ScratchAttachment> attachments = tree.all();
+        const QList<PromptAttachment> attachments = tree.all();
         QStringList arguments = expected.split(u'\n');
         for (QString &argument : arguments) {
             argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
@@ -222,8 +222,8 @@ private Q_SLOTS:
         environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
         AttachmentTree tree;
         const QString prompt = QStringLiteral("Line one\n\n  line \"two\" with 'quotes' and $HOME\n");
-        const QList<ScratchAttachment> attachments{ScratchAttachment::make(tree.first),
-                                                   ScratchAttachment::make(tree.image)};
+        const QList<PromptAttachment> attachments{PromptAttachment::make(tree.first),
+                                                   PromptAttachment::make(tree.image)};
 
         const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
         const QStringList arguments = QuickTaskInvocation::buildProcessArguments(

@@ -33,7 +33,7 @@ QString writeFile(const QString &path, const QByteArray &data = "x")
 }
 
 QuickTaskSession storedSession(QuickTaskSession::Status status, const QDateTime &startedAt,
-                               const QList<ScratchAttachment> &attachments = {})
+                               const QList<PromptAttachment> &attachments = {})
 {
     QuickTaskSession session;
     session.id = QUuid::createUuid();
@@ -286,8 +286,8 @@ private Q_SLOTS:
         QDir().mkpath(folder);
         QString error;
         QVERIFY(!fixture.start(QuickTaskCLIBackend::opencode, QStringLiteral("Look"),
-                               {ScratchAttachment::make(folder),
-                                ScratchAttachment::make(writeFile(folder + QStringLiteral("/a.txt")))},
+                               {PromptAttachment::make(folder),
+                                PromptAttachment::make(writeFile(folder + QStringLiteral("/a.txt")))},
                                &error));
         QCOMPARE(error,
                  QStringLiteral("OpenCode can use attached files, but 1 folder attachment is not supported "
@@ -413,11 +413,11 @@ private Q_SLOTS:
         const QDateTime base = fixture.clock.now().addSecs(-600);
         const QuickTaskSession first =
             storedSession(QuickTaskSession::Status::succeeded, base,
-                          {ScratchAttachment::make(pasted, true), ScratchAttachment::make(userFile),
-                           ScratchAttachment::make(outside, true), ScratchAttachment::make(shared, true)});
+                          {PromptAttachment::make(pasted, true), PromptAttachment::make(userFile),
+                           PromptAttachment::make(outside, true), PromptAttachment::make(shared, true)});
         // A retry of the same prompt, reusing one pasted image.
         const QuickTaskSession retried = storedSession(QuickTaskSession::Status::failed, base.addSecs(60),
-                                                       {ScratchAttachment::make(shared, true)});
+                                                       {PromptAttachment::make(shared, true)});
         fixture.manager->store().saveSessions({first, retried});
         fixture.manager->load();
         for (const QuickTaskSession &session : {first, retried}) {

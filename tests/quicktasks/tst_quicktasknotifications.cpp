@@ -4,7 +4,7 @@
 
 #include "core/JSONCoding.h"
 #include "platform/linux/FreedesktopNotificationCenter.h"
-#include "platform/linux/GuiClipboard.h"
+#include "platform/GuiClipboard.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>

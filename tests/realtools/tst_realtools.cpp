@@ -12,7 +12,7 @@
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/QuickTaskModelCatalog.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 #include "voice/PromptRewriteService.h"
 

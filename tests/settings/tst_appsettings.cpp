@@ -3,7 +3,7 @@
 #include "CatalogFiles.h"
 #include "settings/AppSettings.h"
 #include "settings/StoredByBackend.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QSignalSpy>

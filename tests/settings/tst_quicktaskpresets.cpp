@@ -2,7 +2,7 @@
 // selected-index rules and the menu titles with their shortcut labels.
 #include "settings/QuickTaskPreset.h"
 #include "settings/QuickTaskPresetSettings.h"
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 

@@ -1,6 +1,6 @@
 // The user-defaults store: typed values, no caching between instances, values of the wrong type,
 // and where the application's own store lives.
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QFile>

@@ -1,6 +1,6 @@
 // Named shortcuts: defaults, the storage and reading rules, the change signal, the mapping to and
 // from Qt keys, the display text and the composer's matching order.
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 #include "shortcuts/ComposerKeyMatcher.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"

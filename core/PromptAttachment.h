@@ -8,8 +8,9 @@ class QMimeData;
 #include <QUrl>
 #include <QUuid>
 
-// One file or folder attached to a scratch composer and later named to a backend.
-struct ScratchAttachment {
+// One file or folder attached to a prompt: shown in a composer's strip, kept with a quick task's
+// session and named to its backend.
+struct PromptAttachment {
     QUuid id;
     // Absolute and standardized ("." and ".." resolved, no trailing slash).
     QString path;
@@ -17,7 +18,7 @@ struct ScratchAttachment {
     bool isManagedCopy = false;
 
     // A new attachment with a fresh id and the standardized form of path.
-    static ScratchAttachment make(const QString &path, bool isManagedCopy = false);
+    static PromptAttachment make(const QString &path, bool isManagedCopy = false);
 
     // Both look at the file system on every call. A link to a folder counts as a folder.
     bool isDirectory() const;
@@ -26,18 +27,18 @@ struct ScratchAttachment {
 
     QJsonObject toJson() const;
     // Throws DecodingError.
-    static ScratchAttachment fromJson(const QJsonObject &object);
+    static PromptAttachment fromJson(const QJsonObject &object);
 
     // Makes a path absolute (against the current folder) and resolves "." and ".." without
     // following links.
     static QString standardizedPath(const QString &path);
     // Deduplicated by standardized path; the first occurrence wins and keeps its id and
     // isManagedCopy, carrying the standardized path.
-    static QList<ScratchAttachment> normalized(const QList<ScratchAttachment> &attachments);
+    static QList<PromptAttachment> normalized(const QList<PromptAttachment> &attachments);
     // The local files among dragged or pasted data; web addresses and the like are dropped.
     static QList<QUrl> localFileUrls(const QMimeData *data);
 
-    friend bool operator==(const ScratchAttachment &, const ScratchAttachment &) = default;
+    friend bool operator==(const PromptAttachment &, const PromptAttachment &) = default;
 };
 
-size_t qHash(const ScratchAttachment &attachment, size_t seed = 0) noexcept;
+size_t qHash(const PromptAttachment &attachment, size_t seed = 0) noexcept;

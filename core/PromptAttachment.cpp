@@ -1,4 +1,4 @@
-#include "composer/ScratchAttachment.h"
+#include "core/PromptAttachment.h"
 
 #include <QMimeData>
 
@@ -27,17 +27,17 @@ bool hasImageExtension(const QString &path)
 }
 } // namespace
 
-ScratchAttachment ScratchAttachment::make(const QString &path, bool isManagedCopy)
+PromptAttachment PromptAttachment::make(const QString &path, bool isManagedCopy)
 {
-    return ScratchAttachment{QUuid::createUuid(), standardizedPath(path), isManagedCopy};
+    return PromptAttachment{QUuid::createUuid(), standardizedPath(path), isManagedCopy};
 }
 
-bool ScratchAttachment::isDirectory() const
+bool PromptAttachment::isDirectory() const
 {
     return QFileInfo(path).isDir();
 }
 
-bool ScratchAttachment::isImage() const
+bool PromptAttachment::isImage() const
 {
     const QFileInfo info(path);
     if (info.isDir())
@@ -51,7 +51,7 @@ bool ScratchAttachment::isImage() const
     return hasImageExtension(path);
 }
 
-QJsonObject ScratchAttachment::toJson() const
+QJsonObject PromptAttachment::toJson() const
 {
     return QJsonObject{
         {kId, JSONCoding::encodeUuid(id)},
@@ -60,44 +60,44 @@ QJsonObject ScratchAttachment::toJson() const
     };
 }
 
-ScratchAttachment ScratchAttachment::fromJson(const QJsonObject &object)
+PromptAttachment PromptAttachment::fromJson(const QJsonObject &object)
 {
     const std::optional<bool> managed = JSONCoding::optionalBool(object, kIsManagedCopy);
     if (!managed)
         throw DecodingError(
             QStringLiteral("The required key \u201c%1\u201d is missing.").arg(kIsManagedCopy));
-    return ScratchAttachment{JSONCoding::requiredUuid(object, kId), JSONCoding::requiredString(object, kPath),
+    return PromptAttachment{JSONCoding::requiredUuid(object, kId), JSONCoding::requiredString(object, kPath),
                              *managed};
 }
 
-QString ScratchAttachment::standardizedPath(const QString &path)
+QString PromptAttachment::standardizedPath(const QString &path)
 {
     if (path.isEmpty())
         return path;
     return QDir::cleanPath(QDir::isAbsolutePath(path) ? path : QDir::current().absoluteFilePath(path));
 }
 
-QList<ScratchAttachment> ScratchAttachment::normalized(const QList<ScratchAttachment> &attachments)
+QList<PromptAttachment> PromptAttachment::normalized(const QList<PromptAttachment> &attachments)
 {
-    QList<ScratchAttachment> result;
+    QList<PromptAttachment> result;
     result.reserve(attachments.size());
     QSet<QString> seen;
-    for (const ScratchAttachment &attachment : attachments) {
+    for (const PromptAttachment &attachment : attachments) {
         const QString standardized = standardizedPath(attachment.path);
         if (seen.contains(standardized))
             continue;
         seen.insert(standardized);
-        result.append(ScratchAttachment{attachment.id, standardized, attachment.isManagedCopy});
+        result.append(PromptAttachment{attachment.id, standardized, attachment.isManagedCopy});
     }
     return result;
 }
 
-size_t qHash(const ScratchAttachment &attachment, size_t seed) noexcept
+size_t qHash(const PromptAttachment &attachment, size_t seed) noexcept
 {
     return qHashMulti(seed, attachment.id, attachment.path, attachment.isManagedCopy);
 }
 
-QList<QUrl> ScratchAttachment::localFileUrls(const QMimeData *data)
+QList<QUrl> PromptAttachment::localFileUrls(const QMimeData *data)
 {
     QList<QUrl> urls;
     if (data == nullptr || !data->hasUrls())

@@ -1,22 +1,17 @@
-#include "settings/UserDefaults.h"
+#include "core/UserDefaults.h"
 
 #include "core/AppConstants.h"
+#include "platform/HostPlatform.h"
 
 #include <QDir>
 #include <QSettings>
 #include <QStandardPaths>
-#include <QSysInfo>
 
 namespace {
 
-bool isMacHost()
-{
-    return QSysInfo::kernelType() == u"darwin";
-}
-
 std::unique_ptr<QSettings> openStandardSettings()
 {
-    if (isMacHost()) {
+    if (HostPlatform::usesMacConventions()) {
         // Qt reverses an organisation written as an Internet domain into the defaults domain, and with
         // no application name it uses that domain alone: "tarvel.zq" becomes the domain "zq.tarvel".
         return std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,

@@ -1,4 +1,4 @@
-#include "platform/linux/GuiClipboard.h"
+#include "platform/GuiClipboard.h"
 
 #include <QClipboard>
 #include <QGuiApplication>

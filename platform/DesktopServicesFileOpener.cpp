@@ -1,4 +1,4 @@
-#include "platform/linux/DesktopServicesFileOpener.h"
+#include "platform/DesktopServicesFileOpener.h"
 
 #include <QDesktopServices>
 #include <QFileInfo>

@@ -1,4 +1,4 @@
-#include "quicktasks/ProcessPlatform.h"
+#include "platform/ProcessPlatform.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,0 +1,10 @@
+#include "platform/HostPlatform.h"
+
+namespace HostPlatform {
+
+bool usesMacConventions()
+{
+    return true;
+}
+
+} // namespace HostPlatform
