@@ -1,4 +1,4 @@
-#include "quicktasks/CodexExecEvent.h"
+#include "backends/CodexExecEvent.h"
 
 #include "core/JSONCoding.h"
 

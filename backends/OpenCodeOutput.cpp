@@ -1,4 +1,4 @@
-#include "quicktasks/OpenCodeOutput.h"
+#include "backends/OpenCodeOutput.h"
 
 #include <QRegularExpression>
 

@@ -1,5 +1,6 @@
 #include "composer/AttachmentStripView.h"
 
+#include "backends/BackendProfiles.h"
 #include "composer/AttachmentPillView.h"
 
 #include <QDragEnterEvent>
@@ -82,14 +83,14 @@ void AttachmentStripView::setShowsDropPlaceholder(bool shows)
 
 QString AttachmentStripView::placeholderText(QuickTaskCLIBackend backend)
 {
-    if (backend == QuickTaskCLIBackend::opencode)
+    if (!BackendProfiles::of(backend).acceptsFolders())
         return QStringLiteral("Drop files here");
     return QStringLiteral("Drop files or folders here");
 }
 
 QString AttachmentStripView::highlightedPlaceholderText(QuickTaskCLIBackend backend)
 {
-    if (backend == QuickTaskCLIBackend::opencode)
+    if (!BackendProfiles::of(backend).acceptsFolders())
         return QStringLiteral("Drop to attach files");
     return QStringLiteral("Drop to attach files or folders");
 }

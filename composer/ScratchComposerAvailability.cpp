@@ -1,12 +1,12 @@
 #include "composer/ScratchComposerAvailability.h"
 
-using namespace QuickTaskCLIBackends;
+#include "backends/BackendProfiles.h"
 
 ScratchComposerAvailability ScratchComposerAvailability::checking(QuickTaskCLIBackend backend)
 {
     return {State::checking, QString(),
-            QStringLiteral("Checking ") + longTitle(backend) + QStringLiteral("\u2026"),
-            QStringLiteral("Verifying that `") + versionCommandDisplay(backend) +
+            QStringLiteral("Checking ") + BackendProfiles::of(backend).longTitle() + QStringLiteral("\u2026"),
+            QStringLiteral("Verifying that `") + BackendProfiles::of(backend).versionCommandDisplay() +
                 QStringLiteral("` returns a usable version string.")};
 }
 
@@ -27,9 +27,9 @@ ScratchComposerAvailability::resolvedBackend(QuickTaskCLIBackend chosen,
 {
     if (availabilities.value(chosen).isAvailable())
         return chosen;
-    for (QuickTaskCLIBackend backend : allCases()) {
-        if (availabilities.value(backend).isAvailable())
-            return backend;
+    for (const BackendProfile *profile : BackendProfiles::all()) {
+        if (availabilities.value(profile->backend()).isAvailable())
+            return profile->backend();
     }
     return chosen;
 }
@@ -49,17 +49,19 @@ ScratchComposerAvailability ScratchComposerAvailability::resolved(
     QuickTaskCLIBackend backend, const QuickTaskCLIInstallationAvailability &installation,
     const QuickTaskPresetSettings &settings, const QList<QuickTaskModelCatalog::Model> &models)
 {
+    const BackendProfile &profile = BackendProfiles::of(backend);
     if (!installation.isAvailable())
-        return unavailable(longTitle(backend) + QStringLiteral(" is unavailable."), installation.message());
+        return unavailable(profile.longTitle() + QStringLiteral(" is unavailable."), installation.message());
     if (hasUsableScratchPreset(settings, models, backend))
         return ready(installation.version());
-    if (backend == QuickTaskCLIBackend::codex && models.isEmpty()) {
+    if (profile.needsModelsForQuickTasks() && models.isEmpty()) {
         return unavailable(
-            QStringLiteral("Codex is installed, but quick tasks are not ready yet."),
-            QStringLiteral("Run `codex` once in Terminal so Tarvel can discover models, or open "
-                           "Preferences and keep a configured preset."));
+            QStringLiteral("%1 is installed, but quick tasks are not ready yet.").arg(profile.displayTitle()),
+            QStringLiteral("Run `%1` once in Terminal so Tarvel can discover models, or open "
+                           "Preferences and keep a configured preset.")
+                .arg(profile.rawValue()));
     }
     return unavailable(QStringLiteral("No quick-task preset is available."),
-                       QStringLiteral("Open Preferences and choose a valid ") + displayTitle(backend) +
+                       QStringLiteral("Open Preferences and choose a valid ") + profile.displayTitle() +
                            QStringLiteral(" model before submitting a quick task."));
 }

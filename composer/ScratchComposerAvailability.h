@@ -1,7 +1,7 @@
 #pragma once
 
 #include "quicktasks/QuickTaskCLIInstallationAvailability.h"
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskModelCatalog.h"
 #include "settings/QuickTaskPresetSettings.h"
 

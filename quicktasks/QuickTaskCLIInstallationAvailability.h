@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 
 #include <QMap>
 #include <QString>

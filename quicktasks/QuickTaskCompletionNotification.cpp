@@ -1,5 +1,6 @@
 #include "quicktasks/QuickTaskCompletionNotification.h"
 
+#include "backends/BackendProfiles.h"
 #include "core/JSONCoding.h"
 
 #include <QRegularExpression>
@@ -33,7 +34,7 @@ QString truncated(const QString &text, int limit)
 QString title(const QuickTaskSession &session)
 {
     return QStringLiteral("%1 task %2")
-        .arg(QuickTaskCLIBackends::displayTitle(session.backend),
+        .arg(BackendProfiles::of(session.backend).displayTitle(),
              QuickTaskSession::statusTitle(session.status));
 }
 

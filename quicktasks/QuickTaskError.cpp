@@ -1,5 +1,7 @@
 #include "quicktasks/QuickTaskError.h"
 
+#include "backends/BackendProfiles.h"
+
 QuickTaskError::QuickTaskError(Kind kind, QuickTaskCLIBackend backend, QString description)
     : TarvelError(std::move(description))
     , m_kind(kind)
@@ -11,7 +13,7 @@ QuickTaskError QuickTaskError::executableNotFound(QuickTaskCLIBackend backend)
 {
     return QuickTaskError(
         Kind::executableNotFound, backend,
-        QStringLiteral("Could not find the %1 executable.").arg(QuickTaskCLIBackends::longTitle(backend)));
+        QStringLiteral("Could not find the %1 executable.").arg(BackendProfiles::of(backend).longTitle()));
 }
 
 QuickTaskError QuickTaskError::versionCheckFailed(QuickTaskCLIBackend backend, const QString &message)
@@ -27,5 +29,5 @@ QuickTaskError QuickTaskError::unsupportedDirectoryAttachments(QuickTaskCLIBacke
         Kind::unsupportedDirectoryAttachments, backend,
         QStringLiteral("%1 can use attached files, but %2 %3 not supported yet. Remove folders or "
                        "choose Codex or Claude.")
-            .arg(QuickTaskCLIBackends::displayTitle(backend), QString::number(count), noun));
+            .arg(BackendProfiles::of(backend).displayTitle(), QString::number(count), noun));
 }

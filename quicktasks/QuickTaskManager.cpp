@@ -1,5 +1,6 @@
 #include "quicktasks/QuickTaskManager.h"
 
+#include "backends/BackendProfiles.h"
 #include "core/Clock.h"
 #include "core/DataFile.h"
 #include "core/FileStore.h"
@@ -10,7 +11,6 @@
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/QuickTaskCompletionNotification.h"
 #include "quicktasks/QuickTaskError.h"
-#include "quicktasks/QuickTaskInvocation.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
 #include "quicktasks/RelativeDateFormatter.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
@@ -152,14 +152,11 @@ QFuture<QUuid> QuickTaskManager::startTask(const QString &prompt,
     prototype.attachments = PromptAttachment::normalized(attachments);
     prototype.sourceContext = sourceContext;
 
-    if (backend == QuickTaskCLIBackend::opencode) {
-        const auto folders =
-            std::count_if(prototype.attachments.cbegin(), prototype.attachments.cend(),
-                          [](const PromptAttachment &attachment) { return attachment.isDirectory(); });
-        if (folders > 0) {
-            return failedFuture<QUuid>(
-                std::make_exception_ptr(QuickTaskError::unsupportedDirectoryAttachments(backend, folders)));
-        }
+    const qsizetype unsupported =
+        BackendProfiles::of(backend).unsupportedAttachments(prototype.attachments).size();
+    if (unsupported > 0) {
+        return failedFuture<QUuid>(
+            std::make_exception_ptr(QuickTaskError::unsupportedDirectoryAttachments(backend, unsupported)));
     }
 
     return TaskCLIExecutableLocator::prepareLaunch(backend).then(
@@ -191,8 +188,8 @@ QUuid QuickTaskManager::launch(const QuickTaskLaunchTarget &target, const QuickT
     auto runtime = std::make_unique<Runtime>(session.backend);
     runtime->process = new ProcessGroupTask(
         target.executablePath,
-        QuickTaskInvocation::buildProcessArguments(session.prompt, session.workingDirectory,
-                                                   session.attachments, preset, session.backend),
+        BackendProfiles::of(session.backend)
+            .quickTaskArguments(session.prompt, session.workingDirectory, session.attachments, preset),
         session.workingDirectory, target.environment, this);
     ProcessGroupTask *process = runtime->process;
 
@@ -255,7 +252,7 @@ void QuickTaskManager::applyOutputUpdate(const QUuid &id, Runtime &runtime,
     if (update.threadIDChanged)
         session->threadID = runtime.output.threadID();
     if (update.finalResponseChanged)
-        session->finalResponse = runtime.output.lastAgentMessage();
+        session->finalResponse = runtime.output.finalResponse();
     save();
     announceChange();
 }
@@ -283,10 +280,7 @@ void QuickTaskManager::complete(const QUuid &id, int terminationStatus)
         session.status = QuickTaskSession::Status::failed;
     session.finishedAt = m_clock.now();
     session.exitStatus = terminationStatus;
-    if (session.backend != QuickTaskCLIBackend::codex) {
-        const QStringList &lines = runtime->output.finalResponseLines();
-        session.finalResponse = lines.isEmpty() ? std::nullopt : std::optional<QString>(lines.join(u'\n'));
-    }
+    session.finalResponse = runtime->output.finalResponse();
     const QuickTaskSession finished = session;
     sortSessions();
     save();

@@ -4,7 +4,7 @@
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskSession.h"
 #include "quicktasks/QuickTaskStore.h"
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPreset.h"
 
 #include <QByteArray>

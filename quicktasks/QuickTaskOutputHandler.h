@@ -1,13 +1,15 @@
 #pragma once
 
+#include "backends/BackendOutputParser.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "quicktasks/OutputLineBuffer.h"
-#include "settings/QuickTaskCLIBackend.h"
 
 #include <QByteArray>
 #include <QByteArrayView>
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <optional>
 
 enum class OutputStream { standardOutput, standardError };
@@ -31,8 +33,7 @@ struct QuickTaskOutputUpdate {
 //
 // Every line goes to the raw log as "[stdout] <line>" or "[stderr] <line>". A stderr line
 // also goes to the transcript as "stderr: <line>"; a stdout line goes to the backend's
-// handler: codex events ("Thread: <id>", agent messages), claude lines as they are,
-// opencode lines cleaned of terminal codes.
+// output parser (BackendProfile::makeOutputParser).
 class QuickTaskOutputHandler final {
 public:
     // How many of the latest stderr lines are kept.
@@ -45,27 +46,18 @@ public:
     QuickTaskOutputUpdate finish();
 
     QuickTaskCLIBackend backend() const noexcept { return m_backend; }
-    const std::optional<QString> &threadID() const noexcept { return m_threadID; }
-    // codex: the last agent message so far.
-    const std::optional<QString> &lastAgentMessage() const noexcept { return m_lastAgentMessage; }
-    // claude and opencode: the answer lines so far.
-    const QStringList &finalResponseLines() const noexcept { return m_finalResponseLines; }
-    // codex: the last agent message; claude and opencode: the lines joined with "\n".
-    std::optional<QString> finalResponse() const;
+    std::optional<QString> threadID() const { return m_parser->threadID(); }
+    // The backend's answer so far.
+    std::optional<QString> finalResponse() const { return m_parser->finalResponse(); }
     // The latest non-empty stderr lines, oldest first.
     const QStringList &recentStderrLines() const noexcept { return m_recentStderrLines; }
 
 private:
     void handleLine(OutputStream stream, QByteArrayView rawLine, QuickTaskOutputUpdate &update);
-    void handleStandardOutputLine(QByteArrayView line, QuickTaskOutputUpdate &update);
-    void handleCodexEventLine(QByteArrayView line, QuickTaskOutputUpdate &update);
-    void handleOpenCodeOutputLine(QByteArrayView line, QuickTaskOutputUpdate &update);
 
     QuickTaskCLIBackend m_backend;
+    std::unique_ptr<BackendOutputParser> m_parser;
     OutputLineBuffer m_standardOutputBuffer;
     OutputLineBuffer m_standardErrorBuffer;
-    std::optional<QString> m_threadID;
-    std::optional<QString> m_lastAgentMessage;
-    QStringList m_finalResponseLines;
     QStringList m_recentStderrLines;
 };

@@ -1,5 +1,6 @@
 #include "quicktasks/QuickTaskSession.h"
 
+#include "backends/BackendProfiles.h"
 #include "core/JSONCoding.h"
 
 #include <QJsonArray>
@@ -87,7 +88,7 @@ QJsonObject QuickTaskSession::toJson() const
         attachmentArray.append(attachment.toJson());
     QJsonObject object{
         {kId, JSONCoding::encodeUuid(id)},
-        {kBackend, QuickTaskCLIBackends::rawValue(backend)},
+        {kBackend, BackendProfiles::of(backend).rawValue()},
         {kPrompt, prompt},
         {kWorkingDirectory, workingDirectory},
         {kAttachments, attachmentArray},
@@ -109,7 +110,7 @@ QuickTaskSession QuickTaskSession::fromJson(const QJsonObject &object)
     QuickTaskSession session;
     session.id = JSONCoding::requiredUuid(object, kId);
     const std::optional<QuickTaskCLIBackend> backend =
-        QuickTaskCLIBackends::fromRawValue(JSONCoding::requiredString(object, kBackend));
+        BackendProfiles::fromRawValue(JSONCoding::requiredString(object, kBackend));
     if (!backend)
         throwBadValue(kBackend);
     session.backend = *backend;

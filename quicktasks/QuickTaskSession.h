@@ -1,7 +1,7 @@
 #pragma once
 
 #include "core/PromptAttachment.h"
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 
 #include <QDateTime>
 #include <QJsonObject>

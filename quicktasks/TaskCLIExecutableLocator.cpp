@@ -1,5 +1,6 @@
 #include "quicktasks/TaskCLIExecutableLocator.h"
 
+#include "backends/BackendProfiles.h"
 #include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/ShortProcess.h"
@@ -8,7 +9,6 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QPromise>
-#include <QRegularExpression>
 #include <QSet>
 #include <QThreadPool>
 
@@ -26,26 +26,6 @@ bool isExecutableFile(const QString &path)
 {
     return !path.isEmpty() && QFileInfo(path).isFile() &&
            ::access(QFile::encodeName(path).constData(), X_OK) == 0;
-}
-
-QString overrideVariable(QuickTaskCLIBackend backend)
-{
-    switch (backend) {
-    case QuickTaskCLIBackend::codex:
-        return QStringLiteral("CODEX_BIN_PATH");
-    case QuickTaskCLIBackend::claude:
-        return QStringLiteral("CLAUDE_BIN_PATH");
-    case QuickTaskCLIBackend::opencode:
-        return QStringLiteral("OPENCODE_BIN_PATH");
-    }
-    Q_UNREACHABLE();
-}
-
-bool matchesExpectedVersion(QuickTaskCLIBackend backend, const QString &output)
-{
-    static const QRegularExpression codexVersion(QStringLiteral("^codex-cli\\s+\\S+"));
-    static const QRegularExpression digit(QStringLiteral("\\d"));
-    return (backend == QuickTaskCLIBackend::codex ? codexVersion : digit).match(output).hasMatch();
 }
 
 void appendEntries(QStringList &directories, QSet<QString> &seen, const QString &searchPath)
@@ -135,10 +115,11 @@ QStringList candidatePaths(QuickTaskCLIBackend backend, const QStringList &direc
         if (!path.isEmpty() && !paths.contains(path))
             paths.append(path);
     };
-    if (const auto fallback = QuickTaskCLIBackends::fallbackExecutablePath(backend))
+    const BackendProfile &profile = BackendProfiles::of(backend);
+    if (const auto fallback = profile.fallbackExecutablePath())
         add(*fallback);
-    add(qEnvironmentVariable(overrideVariable(backend).toLatin1().constData()));
-    const QString name = QuickTaskCLIBackends::executableName(backend);
+    add(qEnvironmentVariable(profile.overrideVariable().toLatin1().constData()));
+    const QString name = profile.rawValue();
     for (const QString &directory : directories)
         add(QDir(directory).filePath(name));
     return paths;
@@ -178,13 +159,13 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
 QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable,
                               const QProcessEnvironment &environment)
 {
-    const QString title = QuickTaskCLIBackends::longTitle(backend);
-    const QString command = QuickTaskCLIBackends::versionCommandDisplay(backend);
+    const BackendProfile &profile = BackendProfiles::of(backend);
+    const QString title = profile.longTitle();
+    const QString command = profile.versionCommandDisplay();
 
     ShortProcessResult result;
     try {
-        result = ShortProcess::run(executable, QuickTaskCLIBackends::versionArguments(backend), environment,
-                                   queryTimeLimit);
+        result = ShortProcess::run(executable, profile.versionArguments(), environment, queryTimeLimit);
     } catch (const TarvelError &error) {
         throw QuickTaskError::versionCheckFailed(
             backend, QStringLiteral("%1 is installed but could not be started for verification: %2")
@@ -198,16 +179,14 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
                 .arg(title, command));
     }
 
-    QString output = QString::fromUtf8(result.standardOutput).trimmed();
-    if (output.isEmpty() && backend != QuickTaskCLIBackend::codex)
-        output = QString::fromUtf8(result.standardError).trimmed();
+    const QString output = profile.versionOutput(result.standardOutput, result.standardError);
     const QString shown = output.isEmpty() ? QStringLiteral("no output") : output;
 
     if (result.exitStatus != 0) {
         throw QuickTaskError::versionCheckFailed(
             backend, QStringLiteral("%1 failed verification with `%2`: %3").arg(title, command, shown));
     }
-    if (!matchesExpectedVersion(backend, output)) {
+    if (!profile.isVersionAnswer(output)) {
         throw QuickTaskError::versionCheckFailed(
             backend,
             QStringLiteral("%1 returned an unexpected result for `%2`: %3").arg(title, command, shown));
@@ -237,7 +216,8 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
     const QStringList directories = candidateDirectories();
     const QProcessEnvironment environment = processEnvironment(directories);
     std::vector<std::pair<QuickTaskCLIBackend, std::future<QuickTaskCLIInstallationAvailability>>> checks;
-    for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases()) {
+    for (const BackendProfile *profile : BackendProfiles::all()) {
+        const QuickTaskCLIBackend backend = profile->backend();
         checks.emplace_back(backend, std::async(std::launch::async, [backend, &directories, &environment] {
                                 try {
                                     const QString executable = resolveExecutableURL(backend, directories);
@@ -263,13 +243,13 @@ QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities()
 
 bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
                           const QuickTaskCLIInstallationAvailabilities &availabilities,
-                          const std::function<bool()> &codexModelCacheListsModels)
+                          const std::function<bool()> &listsModels)
 {
     const auto found = availabilities.constFind(backend);
     if (found == availabilities.constEnd() || !found->isAvailable())
         return false;
-    if (backend == QuickTaskCLIBackend::codex)
-        return codexModelCacheListsModels && codexModelCacheListsModels();
+    if (BackendProfiles::of(backend).needsModelsForQuickTasks())
+        return listsModels && listsModels();
     return true;
 }
 

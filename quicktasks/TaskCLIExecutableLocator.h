@@ -1,7 +1,7 @@
 #pragma once
 
+#include "backends/QuickTaskCLIBackend.h"
 #include "quicktasks/QuickTaskCLIInstallationAvailability.h"
-#include "settings/QuickTaskCLIBackend.h"
 
 #include <QFuture>
 #include <QProcessEnvironment>
@@ -39,7 +39,7 @@ std::optional<QString> loginShellPath();
 QStringList candidateDirectories();
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 
-// The fixed fallback (opencode), the override variable, then each candidate directory.
+// The profile's fixed fallback, its override variable, then each candidate directory.
 QStringList candidatePaths(QuickTaskCLIBackend backend);
 QStringList candidatePaths(QuickTaskCLIBackend backend, const QStringList &directories);
 
@@ -69,11 +69,11 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities();
 // The same on a background thread.
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();
 
-// claude and opencode are ready when available; codex also needs at least one model in its
-// model cache, which codexModelCacheListsModels reports (asked only for codex). A backend
-// missing from the map is not ready.
+// Ready when available; a backend that needs a model list for quick tasks (codex) also needs
+// listsModels to say it has one (asked only for such a backend). A backend missing from the
+// map is not ready.
 bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
                           const QuickTaskCLIInstallationAvailabilities &availabilities,
-                          const std::function<bool()> &codexModelCacheListsModels);
+                          const std::function<bool()> &listsModels);
 
 } // namespace TaskCLIExecutableLocator

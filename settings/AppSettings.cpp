@@ -1,12 +1,12 @@
 #include "settings/AppSettings.h"
 
-#include "settings/QuickTaskModelCatalog.h"
-#include "settings/StoredByBackend.h"
+#include "backends/BackendProfiles.h"
 #include "core/UserDefaults.h"
+#include "settings/StoredByBackend.h"
 
 #include <functional>
 
-using QuickTaskModelCatalog::Model;
+using Model = BackendModel;
 
 const QString AppSettings::quickTaskBackendKey = QStringLiteral("QuickTaskBackend");
 const QString AppSettings::quickTaskPresetSettingsByBackendKey =
@@ -58,7 +58,7 @@ void updateVoiceSelection(UserDefaults &defaults, QuickTaskCLIBackend backend,
         defaults, AppSettings::voicePromptRewriteSettingsByBackendKey);
     VoicePromptRewriteSelection selection = container.slot(backend).value_or(VoicePromptRewriteSelection());
     change(selection);
-    container.slot(backend) = selection;
+    container.setSlot(backend, selection);
     defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, container);
 }
 
@@ -71,8 +71,9 @@ std::optional<QString> voiceModelIdentifier(UserDefaults &defaults, QuickTaskCLI
     const std::optional<QString> identifier = nonEmpty(selection->modelIdentifier);
     if (!identifier)
         return std::nullopt;
-    if (backend == QuickTaskCLIBackend::opencode)
-        return nonEmpty(QuickTaskModelCatalog::normalizedOpenCodeModelIdentifier(*identifier));
+    const BackendProfile &profile = BackendProfiles::of(backend);
+    if (!profile.checksModelsAgainstCatalog())
+        return nonEmpty(profile.canonicalModelIdentifier(*identifier));
     // With no catalog to check against (codex has not written its cache yet) the choice is not used,
     // but it is kept: the model may well be back once the cache is.
     if (models.isEmpty())
@@ -114,7 +115,7 @@ void AppSettings::removeObsoleteKeys()
 
 void AppSettings::normalizeQuickTaskCLIBackend()
 {
-    const QString normalized = QuickTaskCLIBackends::rawValue(quickTaskCLIBackend());
+    const QString normalized = BackendProfiles::of(quickTaskCLIBackend()).rawValue();
     if (m_defaults.string(quickTaskBackendKey) != normalized)
         m_defaults.setString(quickTaskBackendKey, normalized);
 }
@@ -133,26 +134,24 @@ void AppSettings::resetQuickTaskConfigurationForCurrentSchemaIfNeeded()
 QuickTaskCLIBackend AppSettings::quickTaskCLIBackend() const
 {
     const std::optional<QString> stored = m_defaults.string(quickTaskBackendKey);
-    if (stored == u"claude")
-        return QuickTaskCLIBackend::claude;
-    if (stored == u"opencode")
-        return QuickTaskCLIBackend::opencode;
-    return QuickTaskCLIBackend::codex;
+    const std::optional<QuickTaskCLIBackend> backend =
+        stored ? BackendProfiles::fromRawValue(*stored) : std::nullopt;
+    return backend.value_or(BackendProfiles::all().constFirst()->backend());
 }
 
 void AppSettings::setQuickTaskCLIBackend(QuickTaskCLIBackend backend)
 {
-    m_defaults.setString(quickTaskBackendKey, QuickTaskCLIBackends::rawValue(backend));
+    m_defaults.setString(quickTaskBackendKey, BackendProfiles::of(backend).rawValue());
 }
 
 QuickTaskPresetSettings AppSettings::quickTaskPresetSettings() const
 {
     const QuickTaskCLIBackend backend = quickTaskCLIBackend();
-    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
+    const QList<Model> models = BackendProfiles::of(backend).availableModels();
     auto container = loadContainer<QuickTaskPresetSettings>(m_defaults, quickTaskPresetSettingsByBackendKey);
     const QuickTaskPresetSettings settings =
         QuickTaskPresetSettings::sanitized(container.slot(backend), models, backend);
-    container.slot(backend) = settings;
+    container.setSlot(backend, settings);
     storeContainerIfChanged(m_defaults, quickTaskPresetSettingsByBackendKey, container);
     return settings;
 }
@@ -160,9 +159,9 @@ QuickTaskPresetSettings AppSettings::quickTaskPresetSettings() const
 void AppSettings::setQuickTaskPresetSettings(const QuickTaskPresetSettings &settings)
 {
     const QuickTaskCLIBackend backend = quickTaskCLIBackend();
-    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
+    const QList<Model> models = BackendProfiles::of(backend).availableModels();
     auto container = loadContainer<QuickTaskPresetSettings>(m_defaults, quickTaskPresetSettingsByBackendKey);
-    container.slot(backend) = settings.sanitized(models, backend);
+    container.setSlot(backend, settings.sanitized(models, backend));
     m_defaults.setRecord(quickTaskPresetSettingsByBackendKey, container);
 }
 
@@ -172,9 +171,9 @@ std::optional<QuickTaskPreset> AppSettings::selectedQuickTaskPreset() const
     const int index = settings.selectedPresetIndex;
     if (index < 0 || index >= settings.presets.size())
         return std::nullopt;
-    const QuickTaskCLIBackend backend = quickTaskCLIBackend();
+    const BackendProfile &profile = BackendProfiles::of(quickTaskCLIBackend());
     const QuickTaskPreset &preset = settings.presets.at(index);
-    if (!preset.isAvailable(QuickTaskModelCatalog::availableModels(backend), backend))
+    if (!profile.isAvailable(preset, profile.availableModels()))
         return std::nullopt;
     return preset;
 }
@@ -208,15 +207,15 @@ void AppSettings::setQuickTaskLastWorkingDirectory(const std::optional<QString> 
 std::optional<QString> AppSettings::voicePromptRewriteModelIdentifier() const
 {
     const QuickTaskCLIBackend backend = quickTaskCLIBackend();
-    return voiceModelIdentifier(m_defaults, backend, QuickTaskModelCatalog::availableModels(backend));
+    return voiceModelIdentifier(m_defaults, backend, BackendProfiles::of(backend).availableModels());
 }
 
 void AppSettings::setVoicePromptRewriteModelIdentifier(const std::optional<QString> &identifier)
 {
     const QuickTaskCLIBackend backend = quickTaskCLIBackend();
     std::optional<QString> chosen = nonEmpty(identifier);
-    if (chosen && backend == QuickTaskCLIBackend::opencode)
-        chosen = nonEmpty(QuickTaskModelCatalog::normalizedOpenCodeModelIdentifier(*chosen));
+    if (chosen)
+        chosen = nonEmpty(BackendProfiles::of(backend).canonicalModelIdentifier(*chosen));
     updateVoiceSelection(m_defaults, backend, [&chosen](VoicePromptRewriteSelection &selection) {
         selection.modelIdentifier = chosen;
         selection.overrideEnabled = chosen.has_value();
@@ -241,21 +240,12 @@ void AppSettings::setVoicePromptRewriteReasoningEffort(const std::optional<QStri
 QuickTaskPreset AppSettings::voicePromptRewritePreset() const
 {
     const QuickTaskCLIBackend backend = quickTaskCLIBackend();
-    const QList<Model> models = QuickTaskModelCatalog::availableModels(backend);
-    QuickTaskPreset preset =
-        QuickTaskPreset::voiceDraft(voiceModelIdentifier(m_defaults, backend, models), models, backend);
+    const BackendProfile &profile = BackendProfiles::of(backend);
+    const QList<Model> models = profile.availableModels();
+    QuickTaskPreset preset{profile.voiceDraft(voiceModelIdentifier(m_defaults, backend, models), models)};
+    // Only an effort the chosen model takes.
     const std::optional<QString> effort = voicePromptRewriteReasoningEffort();
-    if (!effort)
-        return preset;
-    // Only an effort the chosen model takes; opencode takes its fixed variants whatever the model.
-    bool accepted = false;
-    if (backend == QuickTaskCLIBackend::opencode) {
-        accepted = QuickTaskModelCatalog::openCodeReasoningVariants().contains(*effort);
-    } else {
-        const std::optional<Model> resolved = preset.resolvedModel(models, backend);
-        accepted = resolved && resolved->supports(*effort);
-    }
-    if (accepted)
+    if (effort && profile.acceptsReasoningEffort(preset, *effort, models))
         preset.reasoningEffort = *effort;
     return preset;
 }

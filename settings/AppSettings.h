@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPreset.h"
 #include "settings/QuickTaskPresetSettings.h"
 

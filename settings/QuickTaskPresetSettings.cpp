@@ -1,5 +1,6 @@
 #include "settings/QuickTaskPresetSettings.h"
 
+#include "backends/BackendProfiles.h"
 #include "core/JSONCoding.h"
 
 #include <QJsonArray>
@@ -17,16 +18,16 @@ QuickTaskPresetSettings
 QuickTaskPresetSettings::sanitized(const std::optional<QuickTaskPresetSettings> &stored,
                                    const QList<Model> &models, QuickTaskCLIBackend backend)
 {
+    const BackendProfile &profile = BackendProfiles::of(backend);
     QuickTaskPresetSettings result;
     if (stored) {
         for (const QuickTaskPreset &preset :
              stored->presets.first(std::min(stored->presets.size(), qsizetype(maximumPresetCount))))
-            result.presets.append(preset.sanitized(models, backend));
+            result.presets.append({profile.sanitized(preset, models)});
     }
     if (result.presets.isEmpty()) {
-        result.presets = {
-            QuickTaskPreset::defaultPreset(QuickTaskPreset::DefaultProfile::best, models, backend),
-            QuickTaskPreset::defaultPreset(QuickTaskPreset::DefaultProfile::fast, models, backend)};
+        result.presets = {{profile.defaultChoice(ModelRole::best, models)},
+                          {profile.defaultChoice(ModelRole::fast, models)}};
     }
     const int lastIndex = int(result.presets.size()) - 1;
     const int preferredIndex = stored ? std::clamp(stored->selectedPresetIndex, 0, lastIndex) : 0;
@@ -45,10 +46,11 @@ int QuickTaskPresetSettings::resolvedSelectedPresetIndex(QuickTaskCLIBackend bac
 {
     if (preferredIndex < 0 || preferredIndex >= presets.size())
         return 0;
-    if (presets.at(preferredIndex).isAvailable(models, backend))
+    const BackendProfile &profile = BackendProfiles::of(backend);
+    if (profile.isAvailable(presets.at(preferredIndex), models))
         return preferredIndex;
     for (int index = 0; index < presets.size(); ++index) {
-        if (presets.at(index).isAvailable(models, backend))
+        if (profile.isAvailable(presets.at(index), models))
             return index;
     }
     return preferredIndex;

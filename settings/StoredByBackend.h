@@ -1,45 +1,38 @@
 #pragma once
 
+#include "backends/BackendProfiles.h"
 #include "core/JSONCoding.h"
-#include "settings/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPresetSettings.h"
 #include "settings/VoicePromptRewriteSelection.h"
 
 #include <QJsonObject>
+#include <QMap>
 
 #include <optional>
 
 // One optional value per backend, stored together under one user-defaults key as
 // {"codex": ..., "claude": ..., "opencode": ...}; a backend with nothing stored is left out.
 template<typename T> struct StoredByBackend {
-    std::optional<T> codex;
-    std::optional<T> claude;
-    std::optional<T> opencode;
+    QMap<QuickTaskCLIBackend, T> values;
 
-    std::optional<T> &slot(QuickTaskCLIBackend backend)
+    std::optional<T> slot(QuickTaskCLIBackend backend) const
     {
-        switch (backend) {
-        case QuickTaskCLIBackend::codex:
-            return codex;
-        case QuickTaskCLIBackend::claude:
-            return claude;
-        case QuickTaskCLIBackend::opencode:
-            return opencode;
-        }
-        Q_UNREACHABLE();
+        const auto found = values.constFind(backend);
+        return found == values.constEnd() ? std::nullopt : std::optional<T>(*found);
     }
-    const std::optional<T> &slot(QuickTaskCLIBackend backend) const
+    void setSlot(QuickTaskCLIBackend backend, const std::optional<T> &value)
     {
-        return const_cast<StoredByBackend *>(this)->slot(backend);
+        if (value)
+            values.insert(backend, *value);
+        else
+            values.remove(backend);
     }
 
     QJsonObject toJson() const
     {
         QJsonObject object;
-        for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases()) {
-            if (const std::optional<T> &value = slot(backend))
-                object.insert(QuickTaskCLIBackends::rawValue(backend), value->toJson());
-        }
+        for (auto it = values.constBegin(); it != values.constEnd(); ++it)
+            object.insert(BackendProfiles::of(it.key()).rawValue(), it.value().toJson());
         return object;
     }
 
@@ -47,14 +40,14 @@ template<typename T> struct StoredByBackend {
     static StoredByBackend fromJson(const QJsonObject &object)
     {
         StoredByBackend stored;
-        for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases()) {
-            const QString key = QuickTaskCLIBackends::rawValue(backend);
+        for (const BackendProfile *profile : BackendProfiles::all()) {
+            const QString key = profile->rawValue();
             const QJsonValue value = object.value(key);
             if (value.isUndefined() || value.isNull())
                 continue;
             if (!value.isObject())
                 throw DecodingError(QStringLiteral("The value of \u201c%1\u201d is not an object.").arg(key));
-            stored.slot(backend) = T::fromJson(value.toObject());
+            stored.values.insert(profile->backend(), T::fromJson(value.toObject()));
         }
         return stored;
     }

@@ -1,10 +1,10 @@
 #include "voice/PromptRewriteOutput.h"
 
-#include "quicktasks/CodexExecEvent.h"
-#include "quicktasks/OpenCodeOutput.h"
+#include "backends/BackendProfiles.h"
 
 PromptRewriteOutput::PromptRewriteOutput(QuickTaskCLIBackend backend)
     : m_backend(backend)
+    , m_parser(BackendProfiles::of(backend).makeOutputParser())
 {
 }
 
@@ -37,35 +37,14 @@ void PromptRewriteOutput::processLine(OutputStream stream, QByteArrayView rawLin
             m_recentStderrLines.removeFirst();
         return;
     }
-    switch (m_backend) {
-    case QuickTaskCLIBackend::claude:
-        m_finalResponseLines.append(line);
-        return;
-    case QuickTaskCLIBackend::opencode: {
-        const QString cleaned = OpenCodeOutput::cleanOpencodeOutputLine(line);
-        if (!cleaned.trimmed().isEmpty())
-            m_finalResponseLines.append(cleaned);
-        return;
-    }
-    case QuickTaskCLIBackend::codex:
-        if (const std::optional<CodexExecEvent> event = CodexExecEvent::decode(line.toUtf8())) {
-            if (const std::optional<QString> text = event->agentMessageText())
-                m_finalResponse = text;
-        }
-        return;
-    }
+    m_parser->parseLine(line.toUtf8(), m_discardedTranscript);
+    m_discardedTranscript.clear();
 }
 
 std::variant<QString, VoicePromptDraftError> PromptRewriteOutput::outcome(int exitStatus,
                                                                           const QString &transcript) const
 {
-    std::optional<QString> response = m_finalResponse;
-    if (m_backend != QuickTaskCLIBackend::codex) {
-        const QString joined = m_finalResponseLines.join(u'\n').trimmed();
-        if (!joined.isEmpty())
-            response = joined;
-    }
-    const QString name = QuickTaskCLIBackends::displayTitle(m_backend);
+    const QString name = BackendProfiles::of(m_backend).displayTitle();
 
     if (exitStatus != 0) {
         const QString detail =
@@ -77,7 +56,7 @@ std::variant<QString, VoicePromptDraftError> PromptRewriteOutput::outcome(int ex
                       .join(QStringLiteral(" | "));
         return VoicePromptDraftError::promptRewriteFailed(transcript, detail);
     }
-    const QString draft = response.value_or(QString()).trimmed();
+    const QString draft = m_parser->finalResponse().value_or(QString()).trimmed();
     if (draft.isEmpty())
         return VoicePromptDraftError::promptRewriteFailed(
             transcript, name + QStringLiteral(" returned an empty prompt draft."));

@@ -1,21 +1,22 @@
 #pragma once
 
+#include "backends/BackendOutputParser.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "quicktasks/OutputLineBuffer.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
-#include "settings/QuickTaskCLIBackend.h"
 #include "voice/VoicePromptDraftError.h"
 
 #include <QByteArrayView>
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <optional>
 #include <variant>
 
 // What a rewrite run printed, turned into its answer. Lines are trimmed of white space and
-// blank ones dropped; codex's last agent message is the answer, claude's and opencode's
-// lines (opencode's cleaned of terminal codes) make it up together. Of standard error the
-// last six lines are kept, for the failure text.
+// blank ones dropped; standard output goes to the backend's output parser, whose answer is
+// the draft. Of standard error the last six lines are kept, for the failure text.
 class PromptRewriteOutput final {
 public:
     static constexpr qsizetype recentStderrLineLimit = 6;
@@ -28,8 +29,7 @@ public:
     // At exit: the unfinished last line of each stream.
     void finish();
 
-    const std::optional<QString> &finalResponse() const noexcept { return m_finalResponse; }
-    const QStringList &finalResponseLines() const noexcept { return m_finalResponseLines; }
+    std::optional<QString> finalResponse() const { return m_parser->finalResponse(); }
     const QStringList &recentStderrLines() const noexcept { return m_recentStderrLines; }
 
     // The draft for a run that ended with exitStatus (and was not cancelled), or the
@@ -40,9 +40,10 @@ private:
     void processLine(OutputStream stream, QByteArrayView rawLine);
 
     QuickTaskCLIBackend m_backend;
+    std::unique_ptr<BackendOutputParser> m_parser;
+    // What the parser would show in a transcript; a rewrite has none.
+    QByteArray m_discardedTranscript;
     OutputLineBuffer m_standardOutputBuffer;
     OutputLineBuffer m_standardErrorBuffer;
-    std::optional<QString> m_finalResponse;
-    QStringList m_finalResponseLines;
     QStringList m_recentStderrLines;
 };

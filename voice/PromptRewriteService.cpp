@@ -1,8 +1,8 @@
 #include "voice/PromptRewriteService.h"
 
+#include "backends/BackendProfiles.h"
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/QuickTaskError.h"
-#include "quicktasks/QuickTaskInvocation.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "voice/PromptRewriteOutput.h"
 #include "voice/VoicePromptDraftError.h"
@@ -72,50 +72,6 @@ PromptRewriteService::~PromptRewriteService()
         finish(runtime, std::make_exception_ptr(VoicePromptDraftError::cancelled()));
 }
 
-QStringList PromptRewriteService::buildProcessArguments(const QString &transcript,
-                                                        const QString &workingDirectory,
-                                                        const QuickTaskPreset &preset,
-                                                        QuickTaskCLIBackend backend)
-{
-    const QString prompt = instructionText + transcript;
-    switch (backend) {
-    case QuickTaskCLIBackend::codex:
-        return {QStringLiteral("exec"),
-                QStringLiteral("--json"),
-                QStringLiteral("--skip-git-repo-check"),
-                QStringLiteral("--model"),
-                preset.model,
-                QStringLiteral("-c"),
-                QStringLiteral("model_reasoning_effort=\"%1\"").arg(preset.reasoningEffort),
-                QStringLiteral("-C"),
-                workingDirectory,
-                QStringLiteral("--"),
-                prompt};
-    case QuickTaskCLIBackend::claude:
-        return {QStringLiteral("-p"),
-                QStringLiteral("--output-format"),
-                QStringLiteral("text"),
-                QStringLiteral("--no-session-persistence"),
-                QStringLiteral("--dangerously-skip-permissions"),
-                QStringLiteral("--model"),
-                preset.model,
-                QStringLiteral("--effort"),
-                preset.reasoningEffort,
-                QStringLiteral("--"),
-                prompt};
-    case QuickTaskCLIBackend::opencode: {
-        QStringList arguments{QStringLiteral("run"), QStringLiteral("--variant"), preset.reasoningEffort,
-                              QStringLiteral("--dir"), workingDirectory};
-        if (!preset.model.isEmpty())
-            arguments << QStringLiteral("--model")
-                      << QuickTaskInvocation::openCodeModelArgument(preset.model);
-        arguments << QStringLiteral("--") << prompt;
-        return arguments;
-    }
-    }
-    Q_UNREACHABLE();
-}
-
 QFuture<QString> PromptRewriteService::rewritePrompt(const QString &transcript,
                                                      const QString &workingDirectory,
                                                      const QuickTaskPreset &preset,
@@ -129,7 +85,8 @@ QFuture<QString> PromptRewriteService::rewritePrompt(const QString &transcript,
     m_runtime = runtime;
     QFuture<QString> future = runtime->promise.future();
 
-    const QStringList arguments = buildProcessArguments(transcript, workingDirectory, preset, backend);
+    const QStringList arguments =
+        BackendProfiles::of(backend).rewriteArguments(instructionText + transcript, workingDirectory, preset);
     TaskCLIExecutableLocator::prepareLaunch(backend)
         .then(this,
               [this, runtime, arguments, workingDirectory](const QuickTaskLaunchTarget &target) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPreset.h"
 
 #include <QFuture>
@@ -37,9 +37,6 @@ public:
     // group at once, SIGKILL after 0.6 s if it still runs.
     void cancel();
     bool isRewriting() const noexcept { return m_runtime != nullptr; }
-
-    static QStringList buildProcessArguments(const QString &transcript, const QString &workingDirectory,
-                                             const QuickTaskPreset &preset, QuickTaskCLIBackend backend);
 
 private:
     struct Runtime;

@@ -1,4 +1,5 @@
 // Finding and verifying the backends, against fake programs on a private PATH.
+#include "backends/BackendProfiles.h"
 #include "fakebackends/FakeBackends.h"
 #include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
@@ -239,7 +240,7 @@ private Q_SLOTS:
             const qsizetype equals = setting.indexOf(u'=');
             setup.environment.set(setting.left(equals).toLatin1().constData(), setting.mid(equals + 1));
         }
-        const QString executable = setup.fakes.executable(QuickTaskCLIBackends::executableName(backend));
+        const QString executable = setup.fakes.executable(BackendProfiles::of(backend).rawValue());
         try {
             QCOMPARE(Locator::verifiedVersionString(backend, executable), version);
             QVERIFY(!version.isEmpty());

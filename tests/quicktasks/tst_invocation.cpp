@@ -1,10 +1,11 @@
 // What a quick task hands to its backend: the attachment record, the prompt with its
-// "Attached Paths" block, the argument lists, and what a fake backend actually receives.
-#include "core/PromptAttachment.h"
+// "Attached Paths" block, and the argument lists as a fake backend actually receives them.
+#include "backends/BackendProfiles.h"
+#include "backends/QuickTaskInvocation.h"
 #include "core/JSONCoding.h"
+#include "core/PromptAttachment.h"
 #include "fakebackends/FakeBackends.h"
 #include "quicktasks/ProcessGroupTask.h"
-#include "quicktasks/QuickTaskInvocation.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "support/TestEnvironment.h"
 
@@ -41,9 +42,8 @@ struct AttachmentTree {
     }
     QList<PromptAttachment> all() const
     {
-        return {PromptAttachment::make(inside), PromptAttachment::make(first),
-                PromptAttachment::make(second), PromptAttachment::make(image),
-                PromptAttachment::make(folder)};
+        return {PromptAttachment::make(inside), PromptAttachment::make(first), PromptAttachment::make(second),
+                PromptAttachment::make(image), PromptAttachment::make(folder)};
     }
     QTemporaryDir temporary;
     QDir root{temporary.path()};
@@ -115,7 +115,7 @@ private Q_SLOTS:
         QCOMPARE(QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it.\n"), {}),
                  QStringLiteral("Fix it.\n"));
         const QList<PromptAttachment> attachments{PromptAttachment::make(QStringLiteral("/p/a.txt")),
-                                                   PromptAttachment::make(QStringLiteral("/p/dir"))};
+                                                  PromptAttachment::make(QStringLiteral("/p/dir"))};
         QCOMPARE(
             QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it."), attachments),
             QStringLiteral("Attached Paths\n"
@@ -139,12 +139,14 @@ private Q_SLOTS:
                  (QStringList{tree.root.filePath(QStringLiteral("docs")),
                               tree.root.filePath(QStringLiteral("shots")), tree.folder}));
         // The working directory itself attached as a folder adds nothing either.
-        QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths(
-                    {PromptAttachment::make(tree.workingDirectory)}, tree.workingDirectory)
+        QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths({PromptAttachment::make(tree.workingDirectory)},
+                                                              tree.workingDirectory)
                     .isEmpty());
     }
 
-    void argumentLists_data()
+    // Each backend's argument list, as the fake records its argv: the model and effort, the
+    // attachment folders (never the working directory), images and files, the prompt unquoted.
+    void backendReceivesTheArgumentList_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QString>("model");
@@ -174,13 +176,18 @@ private Q_SLOTS:
                               "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
                               "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
     }
-    void argumentLists()
+    void backendReceivesTheArgumentList()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QString, model);
         QFETCH(QString, expected);
+        TestEnvironment environment;
+        FakeBackends fakes;
+        environment.set("PATH", fakes.searchPath());
+        environment.set("SHELL", QStringLiteral("/bin/sh"));
+        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
         AttachmentTree tree;
-        const QString prompt = QStringLiteral("Compare the \"docs\" -- and explain.");
+        const QString prompt = QStringLiteral("Line one\n\n  line \"two\" -- with 'quotes' and $HOME\n");
         const QList<PromptAttachment> attachments = tree.all();
         QStringList arguments = expected.split(u'\n');
         for (QString &argument : arguments) {
@@ -188,62 +195,36 @@ private Q_SLOTS:
                 .replace(QStringLiteral("{R}"), tree.root.path())
                 .replace(QStringLiteral("{P}"), QuickTaskInvocation::augmentedPrompt(prompt, attachments));
         }
-        QCOMPARE(QuickTaskInvocation::buildProcessArguments(prompt, tree.workingDirectory, attachments,
-                                                            QuickTaskPreset{model, QStringLiteral("high")},
-                                                            backend),
-                 arguments);
-    }
 
-    void withoutAttachmentsThePromptIsPassedUnchanged()
-    {
-        const QStringList arguments = QuickTaskInvocation::buildProcessArguments(
-            QStringLiteral("-- hi"), QStringLiteral("/w"), {},
-            QuickTaskPreset{QString(), QStringLiteral("low")}, QuickTaskCLIBackend::codex);
-        QCOMPARE(arguments.mid(arguments.size() - 2),
-                 (QStringList{QStringLiteral("--"), QStringLiteral("-- hi")}));
-        // codex always passes --model, an empty one too.
-        QCOMPARE(arguments.mid(3, 2), (QStringList{QStringLiteral("--model"), QString()}));
-    }
-
-    void backendReceivesTheArgumentsInOrder_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::newRow("codex") << QuickTaskCLIBackend::codex;
-        QTest::newRow("claude") << QuickTaskCLIBackend::claude;
-        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode;
-    }
-    void backendReceivesTheArgumentsInOrder()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        TestEnvironment environment;
-        FakeBackends fakes;
-        environment.set("PATH", fakes.searchPath());
-        environment.set("SHELL", QStringLiteral("/bin/sh"));
-        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
-        AttachmentTree tree;
-        const QString prompt = QStringLiteral("Line one\n\n  line \"two\" with 'quotes' and $HOME\n");
-        const QList<PromptAttachment> attachments{PromptAttachment::make(tree.first),
-                                                   PromptAttachment::make(tree.image)};
-
+        const BackendProfile &profile = BackendProfiles::of(backend);
         const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
-        const QStringList arguments = QuickTaskInvocation::buildProcessArguments(
-            prompt, tree.workingDirectory, attachments,
-            QuickTaskPreset{QStringLiteral("m"), QStringLiteral("low")}, backend);
-        ProcessGroupTask task(target.executablePath, arguments, tree.workingDirectory, target.environment);
+        ProcessGroupTask task(target.executablePath,
+                              profile.quickTaskArguments(prompt, tree.workingDirectory, attachments,
+                                                         {model, QStringLiteral("high")}),
+                              tree.workingDirectory, target.environment);
         QSignalSpy finished(&task, &ProcessGroupTask::finished);
         task.run();
         QVERIFY(finished.wait(10000));
         QCOMPARE(finished.constFirst().constFirst().toInt(), 0);
 
-        const QString name = QuickTaskCLIBackends::executableName(backend);
-        const QStringList received = fakes.recordedArguments(name);
-        QCOMPARE(received, arguments);
-        QCOMPARE(received.constLast(), QuickTaskInvocation::augmentedPrompt(prompt, attachments));
-        QVERIFY(received.constLast().endsWith(prompt));
+        const QString name = profile.rawValue();
+        QCOMPARE(fakes.recordedArguments(name), arguments);
+        QVERIFY(arguments.constLast().endsWith(prompt));
         QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
                  QDir(tree.workingDirectory).canonicalPath());
         QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".path"))),
                  target.environment.value(QStringLiteral("PATH")));
+    }
+
+    void withoutAttachmentsThePromptIsPassedUnchanged()
+    {
+        const QStringList arguments = BackendProfiles::of(QuickTaskCLIBackend::codex)
+                                          .quickTaskArguments(QStringLiteral("-- hi"), QStringLiteral("/w"),
+                                                              {}, {QString(), QStringLiteral("low")});
+        QCOMPARE(arguments.mid(arguments.size() - 2),
+                 (QStringList{QStringLiteral("--"), QStringLiteral("-- hi")}));
+        // codex always passes --model, an empty one too.
+        QCOMPARE(arguments.mid(3, 2), (QStringList{QStringLiteral("--model"), QString()}));
     }
 };
 

@@ -1,7 +1,7 @@
 // Output handling without a process: line splitting, codex events, opencode cleaning, and
 // the raw-log and transcript lines of a quick task.
-#include "quicktasks/CodexExecEvent.h"
-#include "quicktasks/OpenCodeOutput.h"
+#include "backends/CodexExecEvent.h"
+#include "backends/OpenCodeOutput.h"
 #include "quicktasks/OutputFile.h"
 #include "quicktasks/OutputLineBuffer.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
@@ -184,7 +184,6 @@ private Q_SLOTS:
         QVERIFY(update.finalResponseChanged);
         QCOMPARE(handler.threadID(), QStringLiteral("th-9"));
         QCOMPARE(handler.finalResponse(), QStringLiteral("Second\nline"));
-        QVERIFY(handler.finalResponseLines().isEmpty());
         QCOMPARE(update.transcriptText, QByteArray("Thread: th-9\nFirst\nSecond\nline\n"));
         // Every line is in the raw log, the one that is no event too.
         QCOMPARE(update.rawLogText.count("[stdout] "), 5);
@@ -234,8 +233,6 @@ private Q_SLOTS:
         const QuickTaskOutputUpdate update =
             feed(handler, OutputStream::standardOutput,
                  {"\x1B[0m\n\x1B[94m\x1B[1m| \x1B[0mTodo", "\n\x1B[2K\r   \nThe answer\n<think></think>\n"});
-        QCOMPARE(handler.finalResponseLines(),
-                 (QStringList{QStringLiteral("| Todo"), QStringLiteral("The answer")}));
         QCOMPARE(handler.finalResponse(), QStringLiteral("| Todo\nThe answer"));
         QCOMPARE(update.transcriptText, QByteArray("| Todo\nThe answer\n"));
         // The raw log keeps the lines as they came.
@@ -247,7 +244,7 @@ private Q_SLOTS:
     {
         QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
         feed(handler, OutputStream::standardOutput, {"Line one\n\n", "\r\n  Line two", " continues"});
-        QCOMPARE(handler.finalResponseLines(), QStringList{QStringLiteral("Line one")});
+        QCOMPARE(handler.finalResponse(), QStringLiteral("Line one"));
         const QuickTaskOutputUpdate last = handler.finish();
         QCOMPARE(handler.finalResponse(), QStringLiteral("Line one\n  Line two continues"));
         QCOMPARE(last.rawLogText, QByteArray("[stdout]   Line two continues\n"));
@@ -267,7 +264,7 @@ private Q_SLOTS:
         QVERIFY(update.rawLogText.endsWith("[stderr] problem 8\n"));
         QCOMPARE(handler.recentStderrLines().size(), 6);
         QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 3"));
-        QVERIFY(handler.finalResponseLines().isEmpty());
+        QCOMPARE(handler.finalResponse(), std::nullopt);
 
         // At exit stdout's tail comes first, then stderr's.
         handler.consume(OutputStream::standardOutput, "answer");

@@ -1,6 +1,7 @@
 // The quick-task manager against the fake backends: a task's life from start to its end,
 // stopping process groups, the files it keeps, and what survives a restart.
 #include "QuickTaskManagerFixture.h"
+#include "backends/BackendProfiles.h"
 
 #include "core/DataFile.h"
 #include "core/JSONCoding.h"
@@ -128,14 +129,13 @@ private Q_SLOTS:
         QCOMPARE(running.count(), 2);
         QCOMPARE(running.at(1).at(0).toInt(), 0);
         QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{session});
-        QCOMPARE(
-            fixture.fakes.recorded(QuickTaskCLIBackends::executableName(backend) + QStringLiteral(".cwd"))
-                .trimmed(),
-            fixture.workingDirectory.toUtf8());
+        QCOMPARE(fixture.fakes.recorded(BackendProfiles::of(backend).rawValue() + QStringLiteral(".cwd"))
+                     .trimmed(),
+                 fixture.workingDirectory.toUtf8());
 
         const QByteArray transcript = fixture.read(fixture.manager->store().transcriptURL(*id));
         const QByteArray header = "Prompt\n------\nFix the build\n\nBackend\n-------\n" +
-                                  QuickTaskCLIBackends::displayTitle(backend).toUtf8() +
+                                  BackendProfiles::of(backend).displayTitle().toUtf8() +
                                   "\n\nWorking Directory\n-----------------\n" +
                                   fixture.workingDirectory.toUtf8() +
                                   "\n\nPreset\n------\ngpt-5.5\n\nReasoning\n---------\nhigh\n\n"
@@ -147,7 +147,7 @@ private Q_SLOTS:
 
         QCOMPARE(notifications.posted.size(), 1);
         QCOMPARE(notifications.posted.constFirst().title,
-                 QuickTaskCLIBackends::displayTitle(backend) + QStringLiteral(" task Succeeded"));
+                 BackendProfiles::of(backend).displayTitle() + QStringLiteral(" task Succeeded"));
         QCOMPARE(
             notifications.posted.constFirst().userInfo.value(QStringLiteral("QuickTaskSessionIdentifier")),
             JSONCoding::encodeUuid(*id));

@@ -116,7 +116,7 @@ QString RealToolProfile::binDirectory()
 
 QString RealToolProfile::missingReason(QuickTaskCLIBackend backend)
 {
-    const QString name = QuickTaskCLIBackends::executableName(backend);
+    const QString name = BackendProfiles::of(backend).rawValue();
     if (!QFileInfo(QDir(binDirectory()).filePath(name)).isExecutable()) {
         return QStringLiteral("%1 is not installed in %2; run `make real-tools` to install the real tools.")
             .arg(name, toolsDirectory());

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "settings/QuickTaskCLIBackend.h"
+#include "backends/BackendProfiles.h"
 
 #include <QMap>
 #include <QProcessEnvironment>

@@ -7,12 +7,12 @@
 #include "LoopbackModelServer.h"
 #include "RealToolProfile.h"
 #include "core/Clock.h"
+#include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/QuickTaskModelCatalog.h"
-#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 #include "voice/PromptRewriteService.h"
 
@@ -56,14 +56,14 @@ struct RealToolSetup {
             break;
         case QuickTaskCLIBackend::claude: {
             const QuickTaskModelCatalog::Model model =
-                QuickTaskModelCatalog::claudeAvailableModels().constFirst();
+                BackendProfiles::of(QuickTaskCLIBackend::claude).availableModels().constFirst();
             preset = QuickTaskPreset{model.identifier, model.resolvedDefaultReasoningEffort()};
             break;
         }
         case QuickTaskCLIBackend::opencode:
             // The model as the preferences would offer it, from the tool's own configuration.
             for (const QuickTaskModelCatalog::Model &model :
-                 QuickTaskModelCatalog::loadOpenCodeAvailableModels()) {
+                 BackendProfiles::of(QuickTaskCLIBackend::opencode).availableModels()) {
                 if (model.identifier.contains(QStringLiteral("echo")))
                     preset = QuickTaskPreset{model.identifier, QStringLiteral("low")};
             }
@@ -121,8 +121,8 @@ template<typename T, typename Start> std::variant<T, Failure> startPastVersionCh
 void addBackendRows()
 {
     QTest::addColumn<QuickTaskCLIBackend>("backend");
-    for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases())
-        QTest::newRow(qPrintable(QuickTaskCLIBackends::rawValue(backend))) << backend;
+    for (const BackendProfile *profile : BackendProfiles::all())
+        QTest::newRow(qPrintable(profile->rawValue())) << profile->backend();
 }
 
 } // namespace
@@ -159,12 +159,11 @@ private Q_SLOTS:
                     break;
             }
             qInfo("%s answered its version query in %lld ms%s",
-                  qPrintable(QuickTaskCLIBackends::executableName(backend)),
+                  qPrintable(BackendProfiles::of(backend).rawValue()),
                   static_cast<long long>(timer.elapsed()), version.isEmpty() ? " (too late)" : "");
         }
         QVERIFY2(!version.isEmpty(), qPrintable(failure));
-        qInfo("%s printed \"%s\"", qPrintable(QuickTaskCLIBackends::executableName(backend)),
-              qPrintable(version));
+        qInfo("%s printed \"%s\"", qPrintable(BackendProfiles::of(backend).rawValue()), qPrintable(version));
     }
 
     void quickTaskEndsWithTheServersAnswer_data() { addBackendRows(); }

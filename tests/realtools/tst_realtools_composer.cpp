@@ -137,15 +137,15 @@ private Q_SLOTS:
     void taskFromTheComposerEndsWithTheServersAnswer_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
-        for (QuickTaskCLIBackend backend : QuickTaskCLIBackends::allCases())
-            QTest::newRow(qPrintable(QuickTaskCLIBackends::rawValue(backend))) << backend;
+        for (const BackendProfile *profile : BackendProfiles::all())
+            QTest::newRow(qPrintable(profile->rawValue())) << profile->backend();
     }
     void taskFromTheComposerEndsWithTheServersAnswer()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         if (const QString reason = RealToolProfile::missingReason(backend); !reason.isEmpty())
             QSKIP(qPrintable(reason));
-        const QString name = QuickTaskCLIBackends::rawValue(backend);
+        const QString name = BackendProfiles::of(backend).rawValue();
         QTemporaryDir root;
         LoopbackModelServer server(root.filePath(QStringLiteral("requests.jsonl")));
         QVERIFY2(server.port() > 0, "The loopback model server did not start.");

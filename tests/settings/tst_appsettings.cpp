@@ -1,9 +1,9 @@
 // AppSettings over a real INI store and real catalog files in a temporary HOME: the backend choice,
 // presets with their write-back, the start-up housekeeping and the voice-rewrite selection.
 #include "CatalogFiles.h"
+#include "core/UserDefaults.h"
 #include "settings/AppSettings.h"
 #include "settings/StoredByBackend.h"
-#include "core/UserDefaults.h"
 #include "support/TestEnvironment.h"
 
 #include <QSignalSpy>
@@ -85,7 +85,7 @@ private Q_SLOTS:
         QCOMPARE(f.settings.quickTaskCLIBackend(), expected);
         f.settings.normalizeQuickTaskCLIBackend();
         QCOMPARE(f.defaults.string(AppSettings::quickTaskBackendKey),
-                 QuickTaskCLIBackends::rawValue(expected));
+                 BackendProfiles::of(expected).rawValue());
     }
 
     void readingPresetsSanitisesAndWritesBack()
@@ -98,8 +98,8 @@ private Q_SLOTS:
         codex.presets[1] = preset("gpt-5.1-codex-mini", "xhigh");
         codex.presets[2] = preset("gone", "high");
         codex.selectedPresetIndex = 2;
-        stored.codex = codex;
-        stored.claude = QuickTaskPresetSettings{{preset("opus", "max")}, 0};
+        stored.setSlot(QuickTaskCLIBackend::codex, codex);
+        stored.setSlot(QuickTaskCLIBackend::claude, QuickTaskPresetSettings{{preset("opus", "max")}, 0});
         f.defaults.setRecord(AppSettings::quickTaskPresetSettingsByBackendKey, stored);
 
         const QuickTaskPresetSettings read = f.settings.quickTaskPresetSettings();
@@ -107,8 +107,9 @@ private Q_SLOTS:
         QCOMPARE(read.presets.at(1), preset("gpt-5.1-codex-mini", "medium"));
         QCOMPARE(read.presets.at(2), preset("", ""));
         QCOMPARE(read.selectedPresetIndex, 0); // index 2 is unconfigured now
-        QCOMPARE(f.storedPresets().codex, read);
-        QCOMPARE(f.storedPresets().claude, stored.claude); // other backends untouched
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::codex), read);
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::claude),
+                 stored.slot(QuickTaskCLIBackend::claude)); // other backends untouched
         QCOMPARE(f.settings.selectedQuickTaskPreset(), preset("gpt-5.1-codex-mini", "high"));
 
         // A second read finds nothing to fix and leaves the store alone.
@@ -135,7 +136,7 @@ private Q_SLOTS:
         const QuickTaskPresetSettings read = f.settings.quickTaskPresetSettings();
         QCOMPARE(read.presets, (QList<QuickTaskPreset>{preset("gpt-5.2-codex", "xhigh"),
                                                        preset("gpt-5.1-codex-mini", "medium")}));
-        QCOMPARE(f.storedPresets().codex, read);
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::codex), read);
     }
 
     void presetsArePerBackend()
@@ -144,14 +145,14 @@ private Q_SLOTS:
         f.settings.setQuickTaskCLIBackend(QuickTaskCLIBackend::opencode);
         f.settings.setQuickTaskPresetSettings(
             {{preset("anthropic/claude-x", "xhigh"), preset("", "max")}, 1});
-        QCOMPARE(f.storedPresets().opencode,
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::opencode),
                  (QuickTaskPresetSettings{{preset("anthropic//claude-x", "medium"), preset("", "max")}, 1}));
-        QCOMPARE(f.storedPresets().codex, std::nullopt);
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::codex), std::nullopt);
 
         f.settings.setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
         QCOMPARE(f.settings.quickTaskPresetSettings().presets,
                  (QList<QuickTaskPreset>{preset("sonnet", "high"), preset("sonnet", "low")}));
-        QVERIFY(f.storedPresets().opencode.has_value());
+        QVERIFY(f.storedPresets().slot(QuickTaskCLIBackend::opencode).has_value());
     }
 
     void schemaReset()
@@ -231,7 +232,8 @@ private Q_SLOTS:
         f.settings.setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("sonnet", "low"));
-        QCOMPARE(f.storedVoice().codex->modelIdentifier, QStringLiteral("gpt-5.2-codex"));
+        QCOMPARE(f.storedVoice().slot(QuickTaskCLIBackend::codex)->modelIdentifier,
+                 QStringLiteral("gpt-5.2-codex"));
     }
 
     void voiceRewriteStaleModelIsCleared()
@@ -243,12 +245,13 @@ private Q_SLOTS:
         // While codex has no cache there is nothing to check against: not used, but kept.
         QFile::remove(f.env.path(QStringLiteral(".codex/models_cache.json")));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-        QCOMPARE(f.storedVoice().codex->modelIdentifier, QStringLiteral("gpt-5.2-codex"));
+        QCOMPARE(f.storedVoice().slot(QuickTaskCLIBackend::codex)->modelIdentifier,
+                 QStringLiteral("gpt-5.2-codex"));
 
         // The model is gone from a cache that exists: forgotten for good, the effort kept.
         CatalogFiles::writeCodexCache(f.env, CatalogFiles::codexCache(QJsonArray{codexEntries().at(1)}));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-        const VoicePromptRewriteSelection stored = *f.storedVoice().codex;
+        const VoicePromptRewriteSelection stored = *f.storedVoice().slot(QuickTaskCLIBackend::codex);
         QCOMPARE(stored.modelIdentifier, std::nullopt);
         QCOMPARE(stored.reasoningEffort, QStringLiteral("high"));
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.1-codex-mini", "high"));
@@ -261,7 +264,9 @@ private Q_SLOTS:
     {
         Fixture f;
         StoredVoicePromptRewriteSettingsByBackend stored;
-        stored.codex = VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false};
+        stored.setSlot(
+            QuickTaskCLIBackend::codex,
+            VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false});
         f.defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, stored);
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.2-codex", "low"));

@@ -1,6 +1,8 @@
 // The model catalog: reading codex's cache and opencode's config from a real HOME, the opencode
 // identifier canon and order, default model choices and the effort derivations.
 #include "CatalogFiles.h"
+#include "backends/BackendProfiles.h"
+#include "backends/OpenCodeBackendProfile.h"
 #include "settings/QuickTaskModelCatalog.h"
 #include "support/TestEnvironment.h"
 
@@ -69,7 +71,7 @@ private Q_SLOTS:
                 CatalogFiles::codexEntry(QStringLiteral("listed"), {QStringLiteral("low")},
                                          QStringLiteral("low")),
             }));
-        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()),
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
                  (QStringList{QStringLiteral("no-key"), QStringLiteral("listed")}));
     }
 
@@ -103,7 +105,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         TestEnvironment env;
         CatalogFiles::writeCodexCache(env, contents);
-        QVERIFY(Catalog::loadCodexAvailableModels().isEmpty());
+        QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
     }
 
     void missingFilesAreNotErrors()
@@ -111,7 +113,7 @@ private Q_SLOTS:
         TestEnvironment env;
         QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
         QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode),
-                 QList<Model>{Catalog::openCodeDefaultModel()});
+                 QList<Model>{OpenCodeBackendProfile::defaultModel()});
         QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::claude)),
                  (QStringList{QStringLiteral("sonnet"), QStringLiteral("opus")}));
     }
@@ -119,15 +121,17 @@ private Q_SLOTS:
     void everyQueryReadsTheFileAgain()
     {
         TestEnvironment env;
-        QVERIFY(Catalog::loadCodexAvailableModels().isEmpty());
+        QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
         CatalogFiles::writeCodexCache(
             env, CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
                      QStringLiteral("first"), {QStringLiteral("low")}, QStringLiteral("low"))}));
-        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("first")});
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
+                 QStringList{QStringLiteral("first")});
         CatalogFiles::writeCodexCache(
             env, CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
                      QStringLiteral("second"), {QStringLiteral("low")}, QStringLiteral("low"))}));
-        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("second")});
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
+                 QStringList{QStringLiteral("second")});
     }
 
     void openCodeConfigAsOpenCodeWritesIt()
@@ -145,13 +149,13 @@ private Q_SLOTS:
                                                    QStringLiteral("ollama//qwen2.5-coder:14b"),
                                                    QStringLiteral("openrouter//anthropic/claude-sonnet-4-5"),
                                                    QStringLiteral("openrouter//Deepseek/deepseek-chat")}));
-        QCOMPARE(models.at(0), Catalog::openCodeDefaultModel());
+        QCOMPARE(models.at(0), OpenCodeBackendProfile::defaultModel());
 
         const Model &haiku = models.at(2);
         QCOMPARE(haiku.displayName, QStringLiteral("Claude Haiku 4.5"));
         QCOMPARE(haiku.description, QStringLiteral("Anthropic Claude Haiku 4.5"));
         QCOMPARE(haiku.defaultReasoningLevel, QStringLiteral("medium"));
-        QCOMPARE(haiku.supportedReasoningLevels, Catalog::openCodeReasoningVariants());
+        QCOMPARE(haiku.supportedReasoningLevels, OpenCodeBackendProfile::reasoningVariants());
         // Without a model name the identifier is shown and the provider alone describes it.
         QCOMPARE(models.at(3).displayName, QStringLiteral("ollama//llama3.1:8b"));
         QCOMPARE(models.at(3).description, QStringLiteral("Ollama (local)"));
@@ -168,7 +172,8 @@ private Q_SLOTS:
                                 QStringLiteral("moved"), {QStringLiteral("low")}, QStringLiteral("low"))}));
         CatalogFiles::write(env, QStringLiteral("elsewhere/config/opencode/opencode.json"),
                             CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
-        QCOMPARE(identifiers(Catalog::loadCodexAvailableModels()), QStringList{QStringLiteral("moved")});
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
+                 QStringList{QStringLiteral("moved")});
         QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode).size(), 7);
     }
 
@@ -183,7 +188,7 @@ private Q_SLOTS:
                 "beta": {"name": " Beta ", "models": {}}
             }
         })");
-        const QList<Model> models = Catalog::loadOpenCodeAvailableModels();
+        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::opencode);
         // "alpha" + "" gives "alpha"; "alpha" + "/gpt" and "alpha " + "gpt" canonicalise to the same
         // "alpha//gpt" as "alpha" + " gpt ", and the first in key order wins; the blank provider
         // contributes bare model keys.
@@ -203,7 +208,7 @@ private Q_SLOTS:
             "model": " p / B ",
             "provider": {"p": {"models": {"c": {}, "b": {}, "a": {}, "A": {}, "B": {}}}}
         })");
-        QCOMPARE(identifiers(Catalog::loadOpenCodeAvailableModels()),
+        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::opencode)),
                  (QStringList{QString(), QStringLiteral("p//B"), QStringLiteral("p//b"),
                               QStringLiteral("p//A"), QStringLiteral("p//a"), QStringLiteral("p//c")}));
     }
@@ -225,7 +230,8 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         TestEnvironment env;
         CatalogFiles::writeOpenCodeConfig(env, contents);
-        QCOMPARE(Catalog::loadOpenCodeAvailableModels(), QList<Model>{Catalog::openCodeDefaultModel()});
+        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode),
+                 QList<Model>{OpenCodeBackendProfile::defaultModel()});
     }
 
     void openCodeIdentifierCanon_data()
@@ -252,9 +258,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, text);
         QFETCH(QString, normalized);
-        QCOMPARE(Catalog::normalizedOpenCodeModelIdentifier(text), normalized);
+        QCOMPARE(OpenCodeBackendProfile::normalizedModelIdentifier(text), normalized);
         // Stable: the canonical form normalises to itself.
-        QCOMPARE(Catalog::normalizedOpenCodeModelIdentifier(normalized), normalized);
+        QCOMPARE(OpenCodeBackendProfile::normalizedModelIdentifier(normalized), normalized);
     }
 
     void resolvedAndPreferredEfforts_data()
@@ -313,27 +319,24 @@ private Q_SLOTS:
     void codexDefaultModels()
     {
         QFETCH(QList<Model>, models);
-        QTEST(Catalog::defaultBestModel(models, QuickTaskCLIBackend::codex)->identifier, "best");
-        QTEST(Catalog::defaultFastModel(models, QuickTaskCLIBackend::codex)->identifier, "fast");
-        QTEST(Catalog::defaultVoiceDraftModel(models, QuickTaskCLIBackend::codex)->identifier, "best");
+        const BackendProfile &codex = BackendProfiles::of(QuickTaskCLIBackend::codex);
+        QTEST(codex.defaultChoice(ModelRole::best, models).model, "best");
+        QTEST(codex.defaultChoice(ModelRole::fast, models).model, "fast");
+        QTEST(codex.defaultChoice(ModelRole::voiceDraft, models).model, "best");
     }
 
-    void defaultModelsOfTheOtherBackends()
+    void claudeDefaultsToSonnetElseTheFirst()
     {
-        const QList<Model> &claude = Catalog::claudeAvailableModels();
-        QCOMPARE(Catalog::defaultFastModel(claude, QuickTaskCLIBackend::claude)->identifier,
-                 QStringLiteral("sonnet"));
         const QList<Model> noSonnet{model(QStringLiteral("opus"), kAll),
                                     model(QStringLiteral("Sonnet"), kAll)};
-        QCOMPARE(Catalog::defaultBestModel(noSonnet, QuickTaskCLIBackend::claude)->identifier,
-                 QStringLiteral("opus"));
-        QVERIFY(!Catalog::defaultBestModel({}, QuickTaskCLIBackend::codex));
-        QVERIFY(!Catalog::defaultBestModel({Catalog::openCodeDefaultModel()}, QuickTaskCLIBackend::opencode));
+        QCOMPARE(
+            BackendProfiles::of(QuickTaskCLIBackend::claude).defaultChoice(ModelRole::best, noSonnet).model,
+            QStringLiteral("opus"));
     }
 
     void menuRows()
     {
-        const QList<Model> openCode{Catalog::openCodeDefaultModel(),
+        const QList<Model> openCode{OpenCodeBackendProfile::defaultModel(),
                                     model(QStringLiteral("OpenAI//GPT"), kAll)};
         QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::opencode, openCode),
                  (QList<QuickTaskPresetModelOption>{

@@ -1,15 +1,17 @@
 // Quick-task presets: sanitising against each backend's catalog, the default presets, the
 // selected-index rules and the menu titles with their shortcut labels.
+#include "backends/BackendProfiles.h"
+#include "backends/OpenCodeBackendProfile.h"
+#include "core/UserDefaults.h"
 #include "settings/QuickTaskPreset.h"
 #include "settings/QuickTaskPresetSettings.h"
-#include "core/UserDefaults.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 
 #include <QtTest>
 
 using QuickTaskModelCatalog::Model;
-using Profile = QuickTaskPreset::DefaultProfile;
+using Profile = ModelRole;
 
 namespace {
 
@@ -43,9 +45,9 @@ QList<Model> codexCatalog()
 
 QList<Model> openCodeCatalog()
 {
-    return {QuickTaskModelCatalog::openCodeDefaultModel(),
+    return {OpenCodeBackendProfile::defaultModel(),
             Model{QStringLiteral("anthropic//claude-x"), QStringLiteral("Claude X"), QString(),
-                  QStringLiteral("medium"), QuickTaskModelCatalog::openCodeReasoningVariants()}};
+                  QStringLiteral("medium"), OpenCodeBackendProfile::reasoningVariants()}};
 }
 
 } // namespace
@@ -64,7 +66,8 @@ private Q_SLOTS:
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
         const QList<Model> catalog = codexCatalog();
-        const QList<Model> &claudeCatalog = QuickTaskModelCatalog::claudeAvailableModels();
+        const QList<Model> &claudeCatalog =
+            BackendProfiles::of(QuickTaskCLIBackend::claude).availableModels();
 
         QTest::newRow("codex: supported effort kept")
             << codex << catalog << preset("gpt-5.2-codex", "xhigh") << preset("gpt-5.2-codex", "xhigh");
@@ -110,9 +113,10 @@ private Q_SLOTS:
         QFETCH(QList<Model>, models);
         QFETCH(QuickTaskPreset, stored);
         QFETCH(QuickTaskPreset, expected);
-        const QuickTaskPreset sanitized = stored.sanitized(models, backend);
+        const BackendProfile &profile = BackendProfiles::of(backend);
+        const ModelChoice sanitized = profile.sanitized(stored, models);
         QCOMPARE(sanitized, expected);
-        QCOMPARE(sanitized.sanitized(models, backend), expected); // idempotent
+        QCOMPARE(profile.sanitized(sanitized, models), expected); // idempotent
     }
 
     void defaultPresets_data()
@@ -129,8 +133,9 @@ private Q_SLOTS:
         QTest::newRow("codex without catalog") << QuickTaskCLIBackend::codex << QList<Model>{}
                                                << preset("", "") << preset("", "") << preset("", "");
         QTest::newRow("claude") << QuickTaskCLIBackend::claude
-                                << QuickTaskModelCatalog::claudeAvailableModels() << preset("sonnet", "high")
-                                << preset("sonnet", "low") << preset("sonnet", "low");
+                                << BackendProfiles::of(QuickTaskCLIBackend::claude).availableModels()
+                                << preset("sonnet", "high") << preset("sonnet", "low")
+                                << preset("sonnet", "low");
         QTest::newRow("opencode") << QuickTaskCLIBackend::opencode << openCodeCatalog() << preset("", "max")
                                   << preset("", "low") << preset("", "low");
     }
@@ -139,9 +144,10 @@ private Q_SLOTS:
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QList<Model>, models);
-        QTEST(QuickTaskPreset::defaultPreset(Profile::best, models, backend), "best");
-        QTEST(QuickTaskPreset::defaultPreset(Profile::fast, models, backend), "fast");
-        QTEST(QuickTaskPreset::defaultPreset(Profile::voiceDraft, models, backend), "voiceDraft");
+        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::best, models)}, "best");
+        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::fast, models)}, "fast");
+        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::voiceDraft, models)},
+              "voiceDraft");
     }
 
     void configuredAndAvailable_data()
@@ -181,12 +187,12 @@ private Q_SLOTS:
 
     void resolvedModelUsesTheOpenCodeCanon()
     {
-        const auto resolved = preset("anthropic/claude-x", "low")
-                                  .resolvedModel(openCodeCatalog(), QuickTaskCLIBackend::opencode);
+        const BackendProfile &opencode = BackendProfiles::of(QuickTaskCLIBackend::opencode);
+        const auto resolved = opencode.resolvedModel(preset("anthropic/claude-x", "low"), openCodeCatalog());
         QVERIFY(resolved);
         QCOMPARE(resolved->displayName, QStringLiteral("Claude X"));
-        QCOMPARE(preset("", "low").resolvedModel(openCodeCatalog(), QuickTaskCLIBackend::opencode),
-                 QuickTaskModelCatalog::openCodeDefaultModel());
+        QCOMPARE(opencode.resolvedModel(preset("", "low"), openCodeCatalog()),
+                 OpenCodeBackendProfile::defaultModel());
     }
 
     void settingsSanitizing()

@@ -1,5 +1,6 @@
 // The prompt rewrite against the fake backends: what each backend is given, how its answer
 // becomes the draft, every failure text, and cancelling.
+#include "backends/BackendProfiles.h"
 #include "core/TarvelError.h"
 #include "fakebackends/FakeBackends.h"
 #include "quicktasks/QuickTaskError.h"
@@ -135,7 +136,7 @@ private Q_SLOTS:
                 "- Output only the rewritten prompt text.\n\n"
                 "Dictated notes:\n") +
             kTranscript;
-        const QString name = QuickTaskCLIBackends::executableName(backend);
+        const QString name = BackendProfiles::of(backend).rawValue();
         QCOMPARE(fixture.fakes.recordedArguments(name).join(u'\n'),
                  QString(arguments).replace(QStringLiteral("{D}"), fixture.workingDirectory) + u'\n' +
                      prompt);
