@@ -10,11 +10,6 @@
 namespace {
 const QString kExternalEditor = QStringLiteral("External Editor");
 const QString kRequestQueue = QStringLiteral("Request Queue");
-
-QString plural(int count, const QString &singular, const QString &pluralForm)
-{
-    return count == 1 ? singular : pluralForm;
-}
 } // namespace
 
 RequestIntake::RequestIntake(ErrorLogManager &errorLog, const Clock &clock, QObject *parent)
@@ -24,40 +19,35 @@ RequestIntake::RequestIntake(ErrorLogManager &errorLog, const Clock &clock, QObj
 {
 }
 
-void RequestIntake::processPendingRequests()
+std::optional<ComposerRequest> RequestIntake::takeNextRequest()
 {
-    if (isBusy()) {
-        loadQueuedRequests();
-        return;
-    }
     QList<PendingRequest> pending;
     try {
         pending = recoverablePendingRequests();
     } catch (const TarvelError &error) {
         presentErrorAlert(QStringLiteral("Failed to read pending requests."), error.description(),
                           kRequestQueue);
-        return;
+        return std::nullopt;
     }
     m_queuedRequests.clear();
     if (pending.isEmpty()) {
         Q_EMIT queueChanged();
-        return;
+        return std::nullopt;
     }
     const ComposerRequest first = pending.takeFirst().request;
     for (const PendingRequest &entry : std::as_const(pending))
         m_queuedRequests.append(entry.request);
-    m_currentRequest = first;
     if (first.cwd)
         Q_EMIT workingDirectoryNoted(*first.cwd);
     Q_EMIT queueChanged();
-    Q_EMIT composerRequested(first);
+    return first;
 }
 
-void RequestIntake::loadQueuedRequests()
+void RequestIntake::loadQueuedRequests(const QUuid &onScreen)
 {
     try {
         QList<ComposerRequest> queued;
-        for (const PendingRequest &entry : recoverablePendingRequests())
+        for (const PendingRequest &entry : recoverablePendingRequests(onScreen))
             queued.append(entry.request);
         m_queuedRequests = queued;
         Q_EMIT queueChanged();
@@ -66,7 +56,7 @@ void RequestIntake::loadQueuedRequests()
     }
 }
 
-QList<PendingRequest> RequestIntake::recoverablePendingRequests()
+QList<PendingRequest> RequestIntake::recoverablePendingRequests(const std::optional<QUuid> &onScreen)
 {
     QList<PendingRequest> result;
     for (const QString &url : RequestFileIO::pendingRequestURLs()) {
@@ -85,19 +75,16 @@ QList<PendingRequest> RequestIntake::recoverablePendingRequests()
             quarantineMalformedPendingRequest(url, error.description());
             continue;
         }
-        if (m_currentRequest && m_currentRequest->id == request.id)
+        if (onScreen == request.id)
             continue;
         result.append({url, request});
     }
     return result;
 }
 
-bool RequestIntake::finishCurrentRequest(ComposerResponse::Disposition disposition,
-                                         const std::optional<QString> &text)
+bool RequestIntake::answer(const ComposerRequest &request, ComposerResponse::Disposition disposition,
+                           const std::optional<QString> &text)
 {
-    if (!m_currentRequest)
-        return false;
-    const ComposerRequest request = *m_currentRequest;
     try {
         completeExternalEditorRequest(request.id, disposition, text);
     } catch (const TarvelError &error) {
@@ -107,7 +94,6 @@ bool RequestIntake::finishCurrentRequest(ComposerResponse::Disposition dispositi
                           error.description(), kExternalEditor);
         return false;
     }
-    m_currentRequest.reset();
     if (request.cwd)
         Q_EMIT workingDirectoryNoted(*request.cwd);
     Q_EMIT queueChanged();
@@ -160,15 +146,13 @@ void RequestIntake::quarantineMalformedPendingRequest(const QString &url, const 
                       kRequestQueue);
 }
 
-int RequestIntake::activeEditorRequestCount()
+int RequestIntake::waitingRequestCount(const std::optional<QUuid> &onScreen)
 {
-    int count = isBusy() ? 1 : 0;
     try {
-        count += int(recoverablePendingRequests().size());
+        return int(recoverablePendingRequests(onScreen).size());
     } catch (const TarvelError &) {
-        count += int(m_queuedRequests.size());
+        return int(m_queuedRequests.size());
     }
-    return count;
 }
 
 void RequestIntake::cancelPendingEditorRequestsOnTermination()
@@ -198,32 +182,7 @@ void RequestIntake::cancelPendingEditorRequestsOnTermination()
         }
         retireAnswered(*id);
     }
-    m_currentRequest.reset();
     m_queuedRequests.clear();
-}
-
-QString RequestIntake::quitConfirmationDetail(int runningTaskCount, int waitingEditorRequestCount,
-                                              int openScratchComposerCount)
-{
-    QStringList lines;
-    if (runningTaskCount >= 1) {
-        lines.append(QStringLiteral("%1 running %2 will be stopped.")
-                         .arg(runningTaskCount)
-                         .arg(plural(runningTaskCount, QStringLiteral("task"), QStringLiteral("tasks"))));
-    }
-    if (waitingEditorRequestCount >= 1) {
-        lines.append(QStringLiteral("%1 waiting editor %2 will be cancelled.")
-                         .arg(waitingEditorRequestCount)
-                         .arg(plural(waitingEditorRequestCount, QStringLiteral("request"),
-                                     QStringLiteral("requests"))));
-    }
-    if (openScratchComposerCount >= 1) {
-        lines.append(QStringLiteral("%1 open quick-task %2 will be closed.")
-                         .arg(openScratchComposerCount)
-                         .arg(plural(openScratchComposerCount, QStringLiteral("composer"),
-                                     QStringLiteral("composers"))));
-    }
-    return lines.join(u'\n');
 }
 
 void RequestIntake::presentErrorAlert(const QString &message, const QString &errorDescription,

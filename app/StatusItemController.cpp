@@ -1,5 +1,6 @@
 #include "app/StatusItemController.h"
 
+#include "app/QuickTaskMenuItemView.h"
 #include "app/StatusItemIcon.h"
 
 #include <QCursor>
@@ -93,7 +94,7 @@ void StatusItemController::menuWillOpen()
     if (!m_refreshTimer) {
         m_refreshTimer = new QTimer(this);
         m_refreshTimer->setInterval(kRefreshIntervalMs);
-        connect(m_refreshTimer, &QTimer::timeout, this, &StatusItemController::menuRefreshTick);
+        connect(m_refreshTimer, &QTimer::timeout, this, &StatusItemController::refreshSessionRows);
         m_refreshTimer->start();
     }
 }
@@ -111,6 +112,7 @@ void StatusItemController::rebuildMenu()
     // a row's Delete. Build the new items first and drop the old ones after.
     const QList<QAction *> previous = m_menu->actions();
     const QRect before = m_menu->isVisible() ? m_menu->geometry() : QRect();
+    m_sessionRows.clear(); // their rows are about to go
     const StatusMenuState state = stateProvider ? stateProvider() : StatusMenuState();
     for (const StatusMenuEntry &entry : StatusMenuModel::build(state)) {
         QAction *action = nullptr;
@@ -119,10 +121,10 @@ void StatusItemController::rebuildMenu()
             action = m_menu->addSeparator();
             break;
         case StatusMenuEntry::Kind::sessionRow: {
-            if (!sessionRowFactory)
+            if (!sessionRow)
                 continue;
             auto *widgetAction = new QWidgetAction(m_menu.get());
-            widgetAction->setDefaultWidget(sessionRowFactory(entry.sessionId, m_menu.get()));
+            widgetAction->setDefaultWidget(makeSessionRow(entry.sessionId));
             widgetAction->setData(entry.sessionId);
             m_menu->addAction(widgetAction);
             action = widgetAction;
@@ -151,5 +153,46 @@ void StatusItemController::rebuildMenu()
         const QScreen *screen = m_menu->screen();
         if (screen && before.right() >= screen->availableGeometry().right())
             m_menu->move(before.right() - m_menu->width() + 1, before.top());
+    }
+}
+
+void StatusItemController::refreshIfOpen()
+{
+    if (m_isMenuOpen)
+        rebuildMenu();
+}
+
+QWidget *StatusItemController::makeSessionRow(const QUuid &sessionId)
+{
+    const std::optional<SessionMenuRow> row = sessionRow(sessionId);
+    QList<QuickTaskInlineAction> actions;
+    for (const SessionMenuRow::Action action : row ? row->actions : QList<SessionMenuRow::Action>()) {
+        actions.append({SessionMenuRow::actionTitle(action), SessionMenuRow::dismissesMenu(action),
+                        [this, sessionId, action] {
+                            if (onSessionAction)
+                                onSessionAction(sessionId, action);
+                        }});
+    }
+    auto *view = new QuickTaskMenuItemView(
+        row ? row->title : QString(), row ? row->detail : QString(), actions,
+        [this, sessionId] {
+            if (onSessionOpened)
+                onSessionOpened(sessionId);
+        },
+        m_menu.get());
+    view->dismissMenu = [this] {
+        m_menu->hide();
+    };
+    m_sessionRows.insert(sessionId, view);
+    return view;
+}
+
+void StatusItemController::refreshSessionRows()
+{
+    for (auto it = m_sessionRows.cbegin(); it != m_sessionRows.cend(); ++it) {
+        if (!it.value())
+            continue;
+        if (const std::optional<SessionMenuRow> row = sessionRow(it.key()))
+            it.value()->update(row->title, row->detail);
     }
 }

@@ -1,6 +1,10 @@
 #pragma once
 
 #include "app/StatusMenuModel.h"
+#include "app/TrayMenuPresenter.h"
+
+#include <QHash>
+#include <QPointer>
 
 #include <QObject>
 
@@ -8,6 +12,7 @@
 #include <memory>
 
 class QMenu;
+class QuickTaskMenuItemView;
 class QSystemTrayIcon;
 class QTimer;
 class QWidget;
@@ -25,8 +30,10 @@ public:
     ~StatusItemController() override;
 
     std::function<StatusMenuState()> stateProvider;
-    // Makes the custom row of one quick-task session.
-    std::function<QWidget *(const QUuid &sessionId, QWidget *parent)> sessionRowFactory;
+    // The custom row of one quick-task session, and what its buttons and its body do.
+    std::function<std::optional<SessionMenuRow>(const QUuid &sessionId)> sessionRow;
+    std::function<void(const QUuid &sessionId, SessionMenuRow::Action action)> onSessionAction;
+    std::function<void(const QUuid &sessionId)> onSessionOpened;
 
     void show();
     void hide();
@@ -42,12 +49,16 @@ public:
 
     void rebuildMenu();
 
+    // Rebuilds the menu when it is open.
+    void refreshIfOpen();
+
 Q_SIGNALS:
     void actionTriggered(StatusMenuEntry::Action action);
-    // Once a second while the menu is open: session rows refresh in place.
-    void menuRefreshTick();
 
 private:
+    QWidget *makeSessionRow(const QUuid &sessionId);
+    // Once a second while the menu is open: session rows refresh in place.
+    void refreshSessionRows();
     void refreshIcon();
     void menuWillOpen();
     void menuDidClose();
@@ -56,6 +67,7 @@ private:
     QSystemTrayIcon *m_trayIcon = nullptr;
     QTimer *m_blinkTimer = nullptr;
     QTimer *m_refreshTimer = nullptr;
+    QHash<QUuid, QPointer<QuickTaskMenuItemView>> m_sessionRows;
     bool m_trayExportsMenus = false;
     bool m_isMenuOpen = false;
     bool m_showsPromptLine = true;

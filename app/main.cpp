@@ -1,11 +1,10 @@
 #include "app/AppDelegate.h"
 #include "core/AppConstants.h"
 #include "core/TarvelError.h"
+#include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "platform/ApplicationInstance.h"
-#include "platform/InterruptWatcher.h"
 #include "quicktasks/StandardInput.h"
-#include "core/UserDefaults.h"
 
 #include <QApplication>
 #include <QTimer>
@@ -33,16 +32,9 @@ int main(int argc, char *argv[])
     if (instance->claim() == ApplicationInstance::Claim::alreadyRunning)
         return 0;
 
-    AppDelegate delegate(ErrorLogManager::shared(), UserDefaults::standard());
+    AppDelegate delegate(PlatformServices::create(), ErrorLogManager::shared(), UserDefaults::standard());
     QObject::connect(instance.get(), &ApplicationInstance::reopenRequested, &delegate,
                      &AppDelegate::openScratchComposer);
-    // A logout or kill(1) ends Tarvel as Quit does, without asking: waiting helpers are
-    // answered and tasks stopped.
-    InterruptWatcher interrupts;
-    QObject::connect(&interrupts, &InterruptWatcher::interrupted, &delegate, [&delegate] {
-        delegate.applicationWillTerminate();
-        QCoreApplication::exit(0);
-    });
     QTimer::singleShot(0, &delegate, &AppDelegate::applicationDidFinishLaunching);
     return QApplication::exec();
 }

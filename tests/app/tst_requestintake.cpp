@@ -37,55 +37,43 @@ struct Fixture {
     FixedClock clock;
     ErrorLogManager log{clock};
     RequestIntake intake{log, clock};
-    QSignalSpy presented{&intake, &RequestIntake::composerRequested};
     QSignalSpy alerts{&intake, &RequestIntake::alertRequested};
-
-    QUuid presentedId(int index) const { return presented.at(index).at(0).value<ComposerRequest>().id; }
 };
 } // namespace
-
-Q_DECLARE_METATYPE(ComposerRequest)
 
 class RequestIntakeTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { qRegisterMetaType<ComposerRequest>(); }
-
-    void requestsOpenOneAtATimeOldestFirst()
+    void requestsAreTakenOldestFirstAndAnsweredOnce()
     {
         Fixture f;
         const ComposerRequest first = writeRequest(QStringLiteral("one"), QStringLiteral("/home/u/alpha"));
         const ComposerRequest second = writeRequest(QStringLiteral("two"));
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presented.count(), 1);
-        QCOMPARE(f.presentedId(0), first.id);
+        QSignalSpy directories(&f.intake, &RequestIntake::workingDirectoryNoted);
+        QCOMPARE(f.intake.takeNextRequest()->id, first.id);
+        QCOMPARE(directories.count(), 1);
         QCOMPARE(f.intake.queuedRequests().size(), 1);
 
-        // A third arrives while busy: it is queued behind, nothing new opens.
+        // A third arrives while the first is on screen: queued behind, the first not again.
         const ComposerRequest third = writeRequest(QStringLiteral("three"));
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presented.count(), 1);
+        f.intake.loadQueuedRequests(first.id);
         QCOMPARE(f.intake.queuedRequests().size(), 2);
         QCOMPARE(f.intake.queuedRequests().at(0).id, second.id);
         QCOMPARE(f.intake.queuedRequests().at(1).id, third.id);
-        QCOMPARE(f.intake.activeEditorRequestCount(), 3);
+        QCOMPARE(f.intake.waitingRequestCount(first.id), 2);
 
-        QVERIFY(
-            f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("ONE")));
-        QVERIFY(!f.intake.isBusy());
+        QVERIFY(f.intake.answer(first, ComposerResponse::Disposition::submitted, QStringLiteral("ONE")));
         const ComposerResponse response = RequestFileIO::readResponse(first.id);
         QCOMPARE(response.disposition, ComposerResponse::Disposition::submitted);
         QCOMPARE(response.updatedText, std::optional<QString>(QStringLiteral("ONE")));
         QVERIFY(!DataFile::exists(FileStore::requestURL(first.id)));
         QVERIFY(!RequestFileIO::completedRequestMarkerExists(first.id));
 
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presentedId(1), second.id);
-        QVERIFY(f.intake.finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt));
+        QCOMPARE(f.intake.takeNextRequest()->id, second.id);
+        QVERIFY(f.intake.answer(second, ComposerResponse::Disposition::cancelled, std::nullopt));
         QCOMPARE(RequestFileIO::readResponse(second.id).updatedText, std::nullopt);
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presentedId(2), third.id);
+        QCOMPARE(f.intake.takeNextRequest()->id, third.id);
         QCOMPARE(f.log.entries().size(), 0);
     }
 
@@ -97,8 +85,7 @@ private Q_SLOTS:
             {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, QStringLiteral("done")});
         const ComposerRequest marked = writeRequest(QStringLiteral("marked"));
         RequestFileIO::markRequestCompleted(marked.id);
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presented.count(), 0);
+        QVERIFY(!f.intake.takeNextRequest());
         QVERIFY(!DataFile::exists(FileStore::requestURL(answered.id)));
         QVERIFY(!DataFile::exists(FileStore::requestURL(marked.id)));
         QVERIFY(!RequestFileIO::completedRequestMarkerExists(marked.id));
@@ -113,9 +100,7 @@ private Q_SLOTS:
         writeRaw(JSONCoding::encodeUuid(id) + QStringLiteral(".json"), R"({"id":"x"})");
         const ComposerRequest good = writeRequest(QStringLiteral("fine"));
 
-        f.intake.processPendingRequests();
-        QCOMPARE(f.presented.count(), 1);
-        QCOMPARE(f.presentedId(0), good.id);
+        QCOMPARE(f.intake.takeNextRequest()->id, good.id);
         QCOMPARE(f.alerts.count(), 0);
 
         QCOMPARE(f.log.entries().size(), 2);
@@ -142,30 +127,26 @@ private Q_SLOTS:
         QVERIFY(RequestFileIO::responseExists(id));
     }
 
-    void failedResponseKeepsTheRequestOnScreen()
+    void failedResponseIsReportedAndCanBeRetried()
     {
         Fixture f;
         const ComposerRequest request = writeRequest(QStringLiteral("keep me"));
-        f.intake.processPendingRequests();
+        QVERIFY(f.intake.takeNextRequest());
         QVERIFY(QDir(FileStore::responsesDirectory()).removeRecursively());
         DataFile::write(FileStore::responsesDirectory(), "a file where the folder belongs");
 
-        QVERIFY(
-            !f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("text")));
-        QVERIFY(f.intake.isBusy());
-        QCOMPARE(f.intake.currentRequest()->id, request.id);
+        QVERIFY(!f.intake.answer(request, ComposerResponse::Disposition::submitted, QStringLiteral("text")));
         QCOMPARE(f.alerts.count(), 1);
         QCOMPARE(f.alerts.at(0).at(0).toString(), QStringLiteral("Failed to write the editor response."));
         QCOMPARE(f.log.entries().at(0).title, QStringLiteral("Failed to write the editor response."));
         QCOMPARE(f.log.entries().at(0).source, QStringLiteral("External Editor"));
 
-        QVERIFY(!f.intake.finishCurrentRequest(ComposerResponse::Disposition::cancelled, std::nullopt));
+        QVERIFY(!f.intake.answer(request, ComposerResponse::Disposition::cancelled, std::nullopt));
         QCOMPARE(f.alerts.at(1).at(0).toString(), QStringLiteral("Failed to write the cancel response."));
 
         // Fixing the folder lets the user try again.
         QFile::remove(FileStore::responsesDirectory());
-        QVERIFY(
-            f.intake.finishCurrentRequest(ComposerResponse::Disposition::submitted, QStringLiteral("text")));
+        QVERIFY(f.intake.answer(request, ComposerResponse::Disposition::submitted, QStringLiteral("text")));
     }
 
     void terminationAnswersEveryWaitingRequest()
@@ -174,8 +155,8 @@ private Q_SLOTS:
         const ComposerRequest onScreen = writeRequest(QStringLiteral("a"));
         const ComposerRequest waiting = writeRequest(QStringLiteral("b"));
         writeRaw(QStringLiteral("notes.json"), "{}");
-        f.intake.processPendingRequests();
-        QCOMPARE(f.intake.activeEditorRequestCount(), 2);
+        QCOMPARE(f.intake.takeNextRequest()->id, onScreen.id);
+        QCOMPARE(f.intake.waitingRequestCount(onScreen.id), 1);
 
         f.intake.cancelPendingEditorRequestsOnTermination();
         for (const QUuid &id : {onScreen.id, waiting.id}) {
@@ -184,32 +165,6 @@ private Q_SLOTS:
         }
         QVERIFY(RequestFileIO::pendingRequestURLs().isEmpty());
         QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 1);
-    }
-
-    void quitConfirmationLines_data()
-    {
-        QTest::addColumn<int>("tasks");
-        QTest::addColumn<int>("requests");
-        QTest::addColumn<int>("composers");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("one request") << 0 << 1 << 0
-                                     << QStringLiteral("1 waiting editor request will be cancelled.");
-        QTest::newRow("all plural") << 2 << 3 << 4
-                                    << QStringLiteral("2 running tasks will be stopped.\n"
-                                                      "3 waiting editor requests will be cancelled.\n"
-                                                      "4 open quick-task composers will be closed.");
-        QTest::newRow("singulars, gap") << 1 << 0 << 1
-                                        << QStringLiteral("1 running task will be stopped.\n"
-                                                          "1 open quick-task composer will be closed.");
-        QTest::newRow("nothing") << 0 << 0 << 0 << QString();
-    }
-    void quitConfirmationLines()
-    {
-        QFETCH(int, tasks);
-        QFETCH(int, requests);
-        QFETCH(int, composers);
-        QFETCH(QString, expected);
-        QCOMPARE(RequestIntake::quitConfirmationDetail(tasks, requests, composers), expected);
     }
 };
 

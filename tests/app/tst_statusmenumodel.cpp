@@ -1,37 +1,38 @@
-// The status menu's layout rules.
+// The status menu: its layout rules, and what the presenter puts in a session's row.
+#include "app/RequestIntake.h"
 #include "app/StatusMenuModel.h"
+#include "app/TrayMenuPresenter.h"
+#include "core/Clock.h"
+#include "core/UserDefaults.h"
+#include "errorlog/ErrorLogManager.h"
+#include "quicktasks/QuickTaskManager.h"
+#include "quicktasks/QuickTaskStore.h"
+#include "support/TestEnvironment.h"
 
 #include <QtTest>
 
 namespace {
-QStringList render(const QList<StatusMenuEntry> &entries)
+using Kind = StatusMenuEntry::Kind;
+
+QStringList titles(const QList<StatusMenuEntry> &entries)
 {
-    QStringList lines;
-    for (const StatusMenuEntry &entry : entries) {
-        switch (entry.kind) {
-        case StatusMenuEntry::Kind::separator:
-            lines.append(QStringLiteral("---"));
-            break;
-        case StatusMenuEntry::Kind::sessionRow:
-            lines.append(QStringLiteral("[session]"));
-            break;
-        case StatusMenuEntry::Kind::disabledText:
-            lines.append(QStringLiteral("(") + entry.title + u')');
-            break;
-        case StatusMenuEntry::Kind::action:
-            lines.append(entry.enabled ? entry.title : QStringLiteral("(") + entry.title + u')');
-            break;
-        }
-    }
-    return lines;
+    QStringList result;
+    for (const StatusMenuEntry &entry : entries)
+        result.append(entry.kind == Kind::separator ? QStringLiteral("---") : entry.title);
+    return result;
 }
+
+class FixedClock final : public Clock {
+public:
+    QDateTime now() const override { return QDateTime(QDate(2026, 3, 1), QTime(9, 0), Qt::UTC); }
+};
 } // namespace
 
 class StatusMenuModelTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void idleMenu()
+    void menuRules()
     {
         StatusMenuState state;
         int scans = 0;
@@ -39,98 +40,97 @@ private Q_SLOTS:
             ++scans;
             return false;
         };
-        QCOMPARE(render(StatusMenuModel::build(state)),
-                 (QStringList{QStringLiteral("Quick Tasks"), QStringLiteral("---"),
-                              QStringLiteral("(Preferences\u2026)"), QStringLiteral("---"),
-                              QStringLiteral("Quit Tarvel")}));
+        const QStringList idle = titles(StatusMenuModel::build(state));
+        QCOMPARE(idle.constFirst(), QStringLiteral("Quick Tasks"));
+        QCOMPARE(idle.constLast(), QStringLiteral("Quit Tarvel"));
+        QVERIFY(!idle.contains(QStringLiteral("Errors")));
+        QVERIFY(!idle.contains(QStringLiteral("Resume Waiting Edit")));
+        QCOMPARE(idle.at(idle.indexOf(QStringLiteral("Preferences\u2026")) - 1), QStringLiteral("---"));
         QCOMPARE(scans, 1);
 
-        // The first error brings the Errors item.
+        // The request on screen names its folder; nothing can be resumed while one is edited.
+        state.isEditingRequest = true;
+        state.editingRequestCwd = QStringLiteral("/home/u/project/");
+        state.queuedRequestCount = 2;
         state.hasErrors = true;
-        state.preferencesAvailable = true;
-        QVERIFY(render(StatusMenuModel::build(state)).contains(QStringLiteral("Errors")));
-        QVERIFY(render(StatusMenuModel::build(state)).contains(QStringLiteral("Preferences\u2026")));
-    }
+        QStringList busy = titles(StatusMenuModel::build(state));
+        QVERIFY(busy.contains(QStringLiteral("Editing project")));
+        QVERIFY(busy.contains(QStringLiteral("2 queued request(s)")));
+        QVERIFY(busy.contains(QStringLiteral("Errors")));
+        QVERIFY(!busy.contains(QStringLiteral("Resume Waiting Edit")));
+        state.editingRequestCwd.reset();
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Editing scratch")));
 
-    void editingAndQueuedRequests_data()
-    {
-        QTest::addColumn<bool>("editing");
-        QTest::addColumn<QString>("cwd");
-        QTest::addColumn<int>("queued");
-        QTest::addColumn<bool>("waitingOnDisk");
-        QTest::addColumn<QStringList>("expected");
-        const QString quick = QStringLiteral("Quick Tasks");
-        const QString sep = QStringLiteral("---");
-        const QString prefs = QStringLiteral("(Preferences\u2026)");
-        const QString quit = QStringLiteral("Quit Tarvel");
-        QTest::newRow("editing with cwd, two queued")
-            << true << QStringLiteral("/home/u/project/") << 2 << false
-            << QStringList{quick,
-                           sep,
-                           QStringLiteral("(Editing project)"),
-                           sep,
-                           QStringLiteral("(2 queued request(s))"),
-                           sep,
-                           prefs,
-                           sep,
-                           quit};
-        QTest::newRow("editing without cwd")
-            << true << QString() << 0 << true
-            << QStringList{quick, sep, QStringLiteral("(Editing scratch)"), sep, prefs, sep, quit};
-        QTest::newRow("queued but nothing on screen")
-            << false << QString() << 1 << false << QStringList{quick,
-                                                               sep,
-                                                               QStringLiteral("(1 queued request(s))"),
-                                                               QStringLiteral("Resume Waiting Edit"),
-                                                               sep,
-                                                               prefs,
-                                                               sep,
-                                                               quit};
-        QTest::newRow("waiting only on disk")
-            << false << QString() << 0 << true
-            << QStringList{quick, QStringLiteral("Resume Waiting Edit"), sep, prefs, sep, quit};
-    }
-    void editingAndQueuedRequests()
-    {
-        QFETCH(bool, editing);
-        QFETCH(QString, cwd);
-        QFETCH(int, queued);
-        QFETCH(bool, waitingOnDisk);
-        QFETCH(QStringList, expected);
-        StatusMenuState state;
-        state.isEditingRequest = editing;
-        if (!cwd.isEmpty())
-            state.editingRequestCwd = cwd;
-        state.queuedRequestCount = queued;
-        state.hasWaitingRequests = [=] {
-            return waitingOnDisk;
+        // Queued requests, or ones found only on disk, can be resumed when none is on screen.
+        state.isEditingRequest = false;
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Resume Waiting Edit")));
+        state.queuedRequestCount = 0;
+        state.hasWaitingRequests = [] {
+            return true;
         };
-        QCOMPARE(render(StatusMenuModel::build(state)), expected);
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Resume Waiting Edit")));
     }
 
-    void sessionsAndClearFinished()
+    void sessionsAndSeparators()
     {
         StatusMenuState state;
         state.sessionIds = {QUuid::createUuid(), QUuid::createUuid()};
         state.hasFinishedSessions = true;
         const QList<StatusMenuEntry> entries = StatusMenuModel::build(state);
-        QCOMPARE(render(entries), (QStringList{QStringLiteral("Quick Tasks"), QStringLiteral("[session]"),
-                                               QStringLiteral("[session]"), QStringLiteral("---"),
-                                               QStringLiteral("Clear Finished Tasks"), QStringLiteral("---"),
-                                               QStringLiteral("(Preferences\u2026)"), QStringLiteral("---"),
-                                               QStringLiteral("Quit Tarvel")}));
+        QCOMPARE(entries.at(1).kind, Kind::sessionRow);
         QCOMPARE(entries.at(1).sessionId, state.sessionIds.at(0));
+        QCOMPARE(entries.at(2).sessionId, state.sessionIds.at(1));
         QCOMPARE(entries.at(3).identifier, StatusMenuIdentifiers::quickTaskClearFinishedSeparator);
         QCOMPARE(entries.at(4).identifier, StatusMenuIdentifiers::quickTaskClearFinishedItem);
-    }
-
-    void separatorsNeverDoubleOrDangle()
-    {
-        using Kind = StatusMenuEntry::Kind;
+        // Separators never double up or dangle at either end.
+        for (int index = 1; index < entries.size(); ++index)
+            QVERIFY(entries.at(index).kind != Kind::separator ||
+                    entries.at(index - 1).kind != Kind::separator);
         const StatusMenuEntry sep{Kind::separator, {}, {}, {}, {}, true};
         const StatusMenuEntry item{Kind::action, QStringLiteral("x"), {}, {}, {}, true};
-        QCOMPARE(render(StatusMenuModel::normalizeSeparators({sep, item, sep, sep, item, sep})),
+        QCOMPARE(titles(StatusMenuModel::normalizeSeparators({sep, item, sep, sep, item, sep})),
                  (QStringList{QStringLiteral("x"), QStringLiteral("---"), QStringLiteral("x")}));
+    }
+
+    void sessionRowsFollowTheSession()
+    {
+        TestEnvironment environment;
+        FixedClock clock;
+        UserDefaults defaults(environment.path(QStringLiteral("defaults.ini")));
+        ErrorLogManager errorLog(clock);
+        const QuickTaskStore store;
+        QuickTaskSession done;
+        done.id = QUuid::createUuid();
+        done.backend = QuickTaskCLIBackend::claude;
+        done.prompt = QStringLiteral("Summarise\nthe release notes for the team in three short sentences");
+        done.startedAt = clock.now().addSecs(-900);
+        done.finishedAt = clock.now().addSecs(-480);
+        done.status = QuickTaskSession::Status::succeeded;
+        QuickTaskSession failed = done;
+        failed.id = QUuid::createUuid();
+        failed.status = QuickTaskSession::Status::failed;
+        done.finalResponse = QStringLiteral("Done.");
+        store.saveSessions({done, failed});
+        QuickTaskManager tasks(store, errorLog, defaults, clock);
+        tasks.load();
+        RequestIntake intake(errorLog, clock);
+        TrayMenuPresenter presenter(tasks, intake, errorLog, clock);
+
+        using Action = SessionMenuRow::Action;
+        const SessionMenuRow row = *presenter.sessionRow(done.id);
+        // One line, cut to fit; the age counts from the end, not the start.
+        QVERIFY(!row.title.contains(u'\n'));
+        QVERIFY(row.title.size() < done.prompt.size());
+        QCOMPARE(row.detail, QStringLiteral("Claude \u00b7 Succeeded \u00b7 8 minutes ago"));
+        QCOMPARE(row.actions, (QList<Action>{Action::copy, Action::retry, Action::remove}));
+        QCOMPARE(presenter.sessionRow(failed.id)->actions, (QList<Action>{Action::retry, Action::remove}));
+        QVERIFY(!SessionMenuRow::dismissesMenu(Action::remove)); // the menu stays on the other rows
+
+        QSignalSpy changed(&presenter, &TrayMenuPresenter::menuChanged);
+        presenter.perform(failed.id, Action::remove);
+        QVERIFY(!presenter.sessionRow(failed.id));
+        QTRY_COMPARE(changed.count(), 1); // later, not under the row's own click
+        QCOMPARE(presenter.menuState(std::nullopt).sessionIds, QList<QUuid>{done.id});
     }
 };
 

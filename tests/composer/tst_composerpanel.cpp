@@ -1,8 +1,9 @@
 // The composer panel's height rule and its submit/cancel paths (offscreen).
 #include "composer/ComposerLayout.h"
 #include "composer/ComposerPanel.h"
-#include "composer/ComposerPanelController.h"
+#include "composer/ComposerSurface.h"
 #include "composer/ComposerTextView.h"
+#include "composer/EditorComposer.h"
 
 #include <QClipboard>
 #include <QGuiApplication>
@@ -11,28 +12,6 @@
 #include <QtTest>
 
 namespace {
-struct RecordingDelegate final : ComposerPanelControllerDelegate {
-    QStringList submitted;
-    int cancelled = 0;
-    void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &text,
-                                          const QList<PromptAttachment> &,
-                                          const std::optional<QuickTaskPreset> &,
-                                          const std::optional<ComposerRequest> &) override
-    {
-        submitted.append(text);
-    }
-    void composerPanelControllerDidCancel(ComposerPanelController *,
-                                          const std::optional<ComposerRequest> &) override
-    {
-        ++cancelled;
-    }
-};
-
-ComposerRequest request(const QString &text)
-{
-    return ComposerRequest{QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, text, {}, {}, {}};
-}
-
 QString lines(int count)
 {
     QStringList list;
@@ -104,10 +83,11 @@ private Q_SLOTS:
 
     void panelGrowsUpwardFromAFixedBottomUpTo32Lines()
     {
-        ComposerPanelController controller(request(QStringLiteral("one line")), QStringLiteral("one line"));
+        EditorComposer composer(QStringLiteral("one line"));
+        ComposerSurface &controller = composer.surface();
         ComposerPanel *panel = controller.panel();
         panel->move(100, 300);
-        controller.showWindow();
+        composer.showWindow();
         QVERIFY(QTest::qWaitForWindowExposed(panel));
         controller.recalculateHeight();
         controller.completeInitialPlacement();
@@ -139,36 +119,37 @@ private Q_SLOTS:
 
     void submitCancelAndClose()
     {
-        RecordingDelegate delegate;
-        ComposerPanelController controller(request(QStringLiteral("draft")), QStringLiteral("draft"));
-        controller.setDelegate(&delegate);
+        EditorComposer controller(QStringLiteral("draft"));
+        QSignalSpy submitted(&controller, &EditorComposer::submitted);
+        QSignalSpy cancelled(&controller, &EditorComposer::cancelled);
         controller.showWindow();
         QVERIFY(QTest::qWaitForWindowExposed(controller.panel()));
 
         QTest::keyClicks(controller.panel()->textView(), QStringLiteral(" more"));
         QTest::keyClick(controller.panel()->textView(), Qt::Key_Return, Qt::ControlModifier);
-        QCOMPARE(delegate.submitted, QStringList{QStringLiteral("draft more")});
+        QCOMPARE(submitted.count(), 1);
+        QCOMPARE(submitted.at(0).at(0).toString(), QStringLiteral("draft more"));
 
         controller.panel()->submitButton()->click();
-        QCOMPARE(delegate.submitted.size(), 2);
+        QCOMPARE(submitted.count(), 2);
 
         QTest::keyClick(controller.panel()->textView(), Qt::Key_Escape);
         controller.panel()->cancelButton()->click();
-        // A window-manager close is a cancel and leaves the window up for the delegate.
+        // A window-manager close is a cancel and leaves the window up for the coordinator.
         controller.panel()->close();
-        QCOMPARE(delegate.cancelled, 3);
+        QCOMPARE(cancelled.count(), 3);
         QVERIFY(controller.panel()->isVisible());
 
-        controller.closeProgrammatically();
+        controller.surface().closeProgrammatically();
         QVERIFY(!controller.panel()->isVisible());
-        QCOMPARE(delegate.cancelled, 3);
+        QCOMPARE(cancelled.count(), 3);
     }
 
     // A click on the panel's background, the footer's empty space included, hands the
     // keyboard back to the prompt.
     void backgroundClickFocusesThePrompt()
     {
-        ComposerPanelController controller(request(QStringLiteral("draft")), QStringLiteral("draft"));
+        EditorComposer controller(QStringLiteral("draft"));
         controller.showWindow();
         ComposerPanel *panel = controller.panel();
         QVERIFY(QTest::qWaitForWindowActive(panel));
@@ -190,7 +171,7 @@ private Q_SLOTS:
 
     void pastedFilesBecomePathText()
     {
-        ComposerPanelController controller(request(QString()), QString());
+        EditorComposer controller((QString()));
         QTemporaryDir dir;
         auto *data = new QMimeData;
         data->setUrls({QUrl::fromLocalFile(dir.filePath(QStringLiteral("a/../notes.txt"))),

@@ -1,10 +1,11 @@
 // The scratch composer's availability, presets, attachments and submit rules (offscreen).
 #include "composer/AttachmentStripView.h"
 #include "composer/ComposerPanel.h"
-#include "composer/ComposerPanelController.h"
+#include "composer/ComposerSurface.h"
 #include "composer/ComposerTextView.h"
-#include "settings/AppSettings.h"
+#include "composer/ScratchComposer.h"
 #include "core/UserDefaults.h"
+#include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 
@@ -19,23 +20,11 @@
 namespace {
 using Availabilities = QuickTaskCLIInstallationAvailabilities;
 
-struct RecordingDelegate final : ComposerPanelControllerDelegate {
+// What the composer handed over when submitted.
+struct Submissions {
     int submits = 0;
     QList<PromptAttachment> attachments;
     std::optional<QuickTaskPreset> preset;
-    void composerPanelControllerDidSubmit(ComposerPanelController *, const QString &,
-                                          const QList<PromptAttachment> &submitted,
-                                          const std::optional<QuickTaskPreset> &chosen,
-                                          const std::optional<ComposerRequest> &) override
-    {
-        ++submits;
-        attachments = submitted;
-        preset = chosen;
-    }
-    void composerPanelControllerDidCancel(ComposerPanelController *,
-                                          const std::optional<ComposerRequest> &) override
-    {
-    }
 };
 
 QuickTaskModelCatalog::Model model(const QString &identifier, const QStringList &efforts)
@@ -54,8 +43,8 @@ struct Fixture {
     UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
     KeyboardShortcuts shortcuts{defaults};
     QPromise<Availabilities> promise;
-    RecordingDelegate delegate;
-    std::unique_ptr<ComposerPanelController> controller;
+    Submissions delegate;
+    std::unique_ptr<ScratchComposer> controller;
 
     explicit Fixture(QuickTaskCLIBackend backend = QuickTaskCLIBackend::codex)
     {
@@ -71,9 +60,14 @@ struct Fixture {
         services.checkInstallations = [this] {
             return promise.future();
         };
-        controller = std::make_unique<ComposerPanelController>(std::nullopt, QString(),
-                                                               QList<PromptAttachment>{}, services);
-        controller->setDelegate(&delegate);
+        controller = std::make_unique<ScratchComposer>(QString(), QList<PromptAttachment>{}, services);
+        QObject::connect(controller.get(), &ScratchComposer::submitted,
+                         [this](const QString &, const QList<PromptAttachment> &attachments,
+                                const std::optional<QuickTaskPreset> &preset) {
+                             ++delegate.submits;
+                             delegate.attachments = attachments;
+                             delegate.preset = preset;
+                         });
         controller->showWindow();
     }
 
@@ -228,10 +222,10 @@ private Q_SLOTS:
             f.controller->appendAttachments(
                 {QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder),
                  QUrl::fromLocalFile(files.filePath(QStringLiteral("src/../notes.md")))});
-            QCOMPARE(f.controller->scratchAttachments().size(), 2);
+            QCOMPARE(f.controller->attachments().size(), 2);
             QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 2);
-            f.controller->removeAttachment(f.controller->scratchAttachments().constFirst().id);
-            QCOMPARE(f.controller->scratchAttachments().size(), 1);
+            f.controller->removeAttachment(f.controller->attachments().constFirst().id);
+            QCOMPARE(f.controller->attachments().size(), 1);
             QVERIFY(QFile::exists(file)); // the user's own file is never deleted
         }
         {
@@ -243,8 +237,8 @@ private Q_SLOTS:
                 f.controller->panel()->findChild<QMessageBox *>(QStringLiteral("FolderAttachmentAlert"));
             QVERIFY(alert);
             QCOMPARE(alert->text(), QStringLiteral("OpenCode cannot use folder attachment."));
-            QCOMPARE(f.controller->scratchAttachments().size(), 1); // the file still came in
-            QVERIFY(!f.controller->scratchAttachments().constFirst().isDirectory());
+            QCOMPARE(f.controller->attachments().size(), 1); // the file still came in
+            QVERIFY(!f.controller->attachments().constFirst().isDirectory());
         }
     }
 
@@ -253,7 +247,7 @@ private Q_SLOTS:
         QTemporaryDir files;
         Fixture f;
         f.controller->appendAttachments({QUrl::fromLocalFile(files.path())});
-        QVERIFY(f.controller->scratchAttachments().isEmpty());
+        QVERIFY(f.controller->attachments().isEmpty());
     }
 };
 

@@ -1,0 +1,242 @@
+#include "app/ComposerCoordinator.h"
+
+#include "app/RequestIntake.h"
+#include "app/WindowActivationCoordinator.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerSurface.h"
+#include "composer/EditorComposer.h"
+#include "composer/PanelPlacement.h"
+#include "composer/ScratchWindowFrameStore.h"
+#include "composer/TerminalWindowLocator.h"
+#include "core/TarvelError.h"
+#include "errorlog/ErrorLogManager.h"
+#include "platform/WindowSystem.h"
+#include "quicktasks/QuickTaskManager.h"
+#include "settings/AppSettings.h"
+
+#include <QGuiApplication>
+#include <QPointer>
+#include <QScreen>
+
+namespace {
+const QString kQuickTasks = QStringLiteral("Quick Tasks");
+} // namespace
+
+ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager &tasks,
+                                         WindowSystem &windows, WindowActivationCoordinator &activation,
+                                         ScratchWindowFrameStore &frames, ErrorLogManager &errorLog,
+                                         ComposerServices services, QObject *parent)
+    : QObject(parent)
+    , m_intake(intake)
+    , m_tasks(tasks)
+    , m_windows(windows)
+    , m_activation(activation)
+    , m_frames(frames)
+    , m_errorLog(errorLog)
+    , m_services(std::move(services))
+{
+}
+
+ComposerCoordinator::~ComposerCoordinator() = default;
+
+void ComposerCoordinator::processPendingRequests()
+{
+    if (m_terminated)
+        return;
+    if (m_request) {
+        m_intake.loadQueuedRequests(m_request->id);
+        return;
+    }
+    std::optional<ComposerRequest> request = m_intake.takeNextRequest();
+    if (!request)
+        return;
+    m_request = std::move(request);
+    auto *editor = new EditorComposer(m_request->initialText, this);
+    m_editor = editor;
+    // A composer on its way out must not answer the request that followed it.
+    connect(editor, &EditorComposer::submitted, this, [this, editor](const QString &text) {
+        if (editor == m_editor)
+            answerEditorRequest(ComposerResponse::Disposition::submitted, text);
+    });
+    connect(editor, &EditorComposer::cancelled, this, [this, editor] {
+        if (editor == m_editor)
+            answerEditorRequest(ComposerResponse::Disposition::cancelled, std::nullopt);
+    });
+    present(m_editor->surface(), false);
+    m_editor->showWindow();
+    m_activation.requestWindowActivation(m_editor->panel());
+    m_editor->surface().completeInitialPlacement();
+}
+
+void ComposerCoordinator::openScratchComposer(const QString &initialText,
+                                              const QList<PromptAttachment> &attachments,
+                                              const std::optional<QuickTaskSourceContext> &sourceContext)
+{
+    auto *composer = new ScratchComposer(initialText, attachments, m_services, this);
+    connect(composer, &ScratchComposer::submitted, this,
+            [this, composer](const QString &text, const QList<PromptAttachment> &submitted,
+                             const std::optional<QuickTaskPreset> &preset) {
+                submitScratch(composer, text, submitted, preset);
+            });
+    connect(composer, &ScratchComposer::cancelled, this, [this, composer] {
+        composer->discardDraftAttachments();
+        closeScratch(composer);
+    });
+    m_scratchComposers.append(composer);
+    m_sourceContexts.insert(composer,
+                            sourceContext ? sourceContext : m_tasks.preferredScratchSourceContext());
+    composer->surface().onFrameChanged = [this](const QRect &frame) {
+        m_frames.save(frame);
+    };
+    present(composer->surface(), true);
+    composer->showWindow();
+    m_activation.requestWindowActivation(composer->panel());
+    composer->surface().completeInitialPlacement();
+}
+
+void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratchFrame)
+{
+    surface.setCompositingAvailable(m_windows.compositorRunning());
+    place(surface, restoresScratchFrame);
+}
+
+void ComposerCoordinator::place(ComposerSurface &surface, bool restoresScratchFrame)
+{
+    ComposerPanel *panel = surface.panel();
+    QList<ScreenArea> screens = m_windows.screens();
+    int primary = m_windows.primaryScreenIndex();
+    if (screens.isEmpty()) {
+        for (const QScreen *screen : QGuiApplication::screens())
+            screens.append({screen->geometry(), screen->availableGeometry()});
+        primary = int(QGuiApplication::screens().indexOf(QGuiApplication::primaryScreen()));
+    }
+    if (restoresScratchFrame) {
+        const QScreen *screen = panel->screen() ? panel->screen() : QGuiApplication::primaryScreen();
+        const std::optional<QRect> workArea =
+            screen ? std::optional<QRect>(screen->availableGeometry()) : std::nullopt;
+        if (const auto restored = m_frames.restoredFrame(panel->geometry(), workArea)) {
+            panel->setGeometry(*restored);
+            return;
+        }
+    }
+    // An editor goes over the terminal that asked; a scratch composer over the one in front.
+    const std::optional<QRect> terminal =
+        TerminalWindowLocator(m_windows).bestFrame(restoresScratchFrame ? std::nullopt : m_request);
+    if (const auto frame = PanelPlacement::requestPanelFrame(panel->size(), terminal, screens, primary))
+        panel->setGeometry(*frame);
+}
+
+void ComposerCoordinator::answerEditorRequest(ComposerResponse::Disposition disposition,
+                                              const std::optional<QString> &text)
+{
+    if (!m_request || !m_intake.answer(*m_request, disposition, text))
+        return; // the composer stays open so nothing typed is lost
+    const ComposerRequest request = *std::exchange(m_request, std::nullopt);
+    EditorComposer *editor = std::exchange(m_editor, nullptr);
+    editor->surface().closeProgrammatically();
+    editor->deleteLater();
+    processPendingRequests();
+    restoreFocus(request.sourceApplicationBundleIdentifier, request.sourceApplicationPID);
+}
+
+void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString &text,
+                                        const QList<PromptAttachment> &attachments,
+                                        const std::optional<QuickTaskPreset> &preset)
+{
+    if (m_startingTasks.contains(composer))
+        return; // already on its way
+    if (text.trimmed().isEmpty()) {
+        composer->discardDraftAttachments();
+        closeScratch(composer);
+        return;
+    }
+    const std::optional<QuickTaskPreset> chosen =
+        preset ? preset : AppSettings(*m_services.defaults).selectedQuickTaskPreset();
+    if (!chosen) {
+        presentErrorAlert(
+            QStringLiteral("No quick-task model preset is available."),
+            QStringLiteral("Choose a valid model in Preferences before starting a quick task."));
+        return;
+    }
+    const QuickTaskCLIBackend backend = composer->backend();
+    m_startingTasks.insert(composer);
+    const QPointer<ScratchComposer> guarded(composer);
+    m_tasks.startTask(text, m_sourceContexts.value(composer), attachments, *chosen, backend)
+        .then(this,
+              [this, guarded](const QUuid &) {
+                  if (!guarded)
+                      return;
+                  m_startingTasks.remove(guarded.data());
+                  // The attachments now belong to the session: close without discarding them.
+                  closeScratch(guarded.data());
+              })
+        .onFailed(this, [this, guarded, backend](const TarvelError &error) {
+            if (guarded)
+                m_startingTasks.remove(guarded.data());
+            presentErrorAlert(QStringLiteral("Failed to start the ") +
+                                  QuickTaskCLIBackends::displayTitle(backend) + QStringLiteral(" task."),
+                              error.description());
+        });
+}
+
+void ComposerCoordinator::closeScratch(ScratchComposer *composer)
+{
+    const std::optional<QuickTaskSourceContext> context = m_sourceContexts.take(composer);
+    m_scratchComposers.removeOne(composer);
+    m_startingTasks.remove(composer);
+    composer->closeProgrammatically();
+    composer->deleteLater();
+    processPendingRequests();
+    if (context)
+        restoreFocus(context->bundleIdentifier, context->processIdentifier);
+    else
+        restoreFocus(std::nullopt, std::nullopt);
+}
+
+void ComposerCoordinator::restoreFocus(const std::optional<QString> &executableName,
+                                       const std::optional<qint32> &pid)
+{
+    // Another composer still open takes the focus: the one that opened last is in front.
+    QWidget *topmost =
+        m_editor ? m_editor->panel()
+                 : (m_scratchComposers.isEmpty() ? nullptr : m_scratchComposers.constLast()->panel());
+    if (topmost) {
+        m_activation.requestWindowActivation(topmost);
+        return;
+    }
+    if (executableName || pid)
+        m_activation.restoreFocus(executableName, pid);
+}
+
+QSet<QString> ComposerCoordinator::attachmentsInUse() const
+{
+    QSet<QString> paths;
+    for (const ScratchComposer *composer : m_scratchComposers) {
+        for (const PromptAttachment &attachment : composer->attachments())
+            paths.insert(attachment.path);
+    }
+    return paths;
+}
+
+std::optional<QuickTaskSourceContext> ComposerCoordinator::frontmostTerminalContext() const
+{
+    const std::optional<TopLevelWindow> active = m_windows.activeWindow();
+    if (!active || active->pid <= 0 || !TerminalWindowLocator::isTerminalWindow(*active))
+        return std::nullopt;
+    return QuickTaskSourceContext{m_windows.executableName(active->pid), qint32(active->pid)};
+}
+
+void ComposerCoordinator::closeAllForTermination()
+{
+    m_terminated = true;
+    for (ScratchComposer *composer : std::as_const(m_scratchComposers))
+        composer->closeProgrammatically();
+    if (m_editor)
+        m_editor->surface().closeProgrammatically();
+}
+
+void ComposerCoordinator::presentErrorAlert(const QString &message, const QString &errorDescription)
+{
+    m_errorLog.record(message, errorDescription, kQuickTasks);
+    Q_EMIT alertRequested(message, errorDescription);
+}

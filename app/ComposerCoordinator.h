@@ -1,0 +1,84 @@
+#pragma once
+
+#include "composer/ScratchComposer.h"
+#include "core/ComposerRequest.h"
+#include "core/ComposerResponse.h"
+#include "quicktasks/QuickTaskSession.h"
+
+#include <QHash>
+#include <QList>
+#include <QObject>
+#include <QSet>
+
+#include <optional>
+
+class ComposerSurface;
+class EditorComposer;
+class ErrorLogManager;
+class QuickTaskManager;
+class RequestIntake;
+class ScratchWindowFrameStore;
+class WindowActivationCoordinator;
+class WindowSystem;
+
+// Presents, places and closes the composers and hands the focus back afterwards. It is
+// the one holder of the editor request on screen: it takes requests from the intake one
+// at a time and has the intake answer them. Scratch composers start quick tasks.
+class ComposerCoordinator final : public QObject {
+    Q_OBJECT
+
+public:
+    ComposerCoordinator(RequestIntake &intake, QuickTaskManager &tasks, WindowSystem &windows,
+                        WindowActivationCoordinator &activation, ScratchWindowFrameStore &frames,
+                        ErrorLogManager &errorLog, ComposerServices services, QObject *parent = nullptr);
+    ~ComposerCoordinator() override;
+
+    // Opens the oldest waiting request when no editor is on screen; refreshes the queue
+    // when one is.
+    void processPendingRequests();
+    // A scratch composer; a retried task brings its text, attachments and terminal.
+    void openScratchComposer(const QString &initialText = QString(),
+                             const QList<PromptAttachment> &attachments = {},
+                             const std::optional<QuickTaskSourceContext> &sourceContext = std::nullopt);
+
+    const std::optional<ComposerRequest> &currentRequest() const { return m_request; }
+    EditorComposer *editorComposer() const { return m_editor; }
+    const QList<ScratchComposer *> &scratchComposers() const { return m_scratchComposers; }
+    // The files that open scratch composers show: their managed copies must stay.
+    QSet<QString> attachmentsInUse() const;
+    // The terminal in front, which a new quick task belongs to.
+    std::optional<QuickTaskSourceContext> frontmostTerminalContext() const;
+
+    // At the end: no more requests are served, and every composer closes without answering.
+    void stopServingRequests() { m_terminated = true; }
+    void closeAllForTermination();
+
+Q_SIGNALS:
+    // A failure of something the user just did: recorded already, to be shown.
+    void alertRequested(const QString &message, const QString &informativeText);
+
+private:
+    void present(ComposerSurface &surface, bool restoresScratchFrame);
+    void place(ComposerSurface &surface, bool restoresScratchFrame);
+    void answerEditorRequest(ComposerResponse::Disposition disposition, const std::optional<QString> &text);
+    void submitScratch(ScratchComposer *composer, const QString &text,
+                       const QList<PromptAttachment> &attachments,
+                       const std::optional<QuickTaskPreset> &preset);
+    void closeScratch(ScratchComposer *composer);
+    void restoreFocus(const std::optional<QString> &executableName, const std::optional<qint32> &pid);
+    void presentErrorAlert(const QString &message, const QString &errorDescription);
+
+    RequestIntake &m_intake;
+    QuickTaskManager &m_tasks;
+    WindowSystem &m_windows;
+    WindowActivationCoordinator &m_activation;
+    ScratchWindowFrameStore &m_frames;
+    ErrorLogManager &m_errorLog;
+    ComposerServices m_services;
+    std::optional<ComposerRequest> m_request;
+    EditorComposer *m_editor = nullptr;
+    QList<ScratchComposer *> m_scratchComposers;
+    QHash<ScratchComposer *, std::optional<QuickTaskSourceContext>> m_sourceContexts;
+    QSet<ScratchComposer *> m_startingTasks;
+    bool m_terminated = false;
+};

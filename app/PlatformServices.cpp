@@ -1,0 +1,25 @@
+#include "app/PlatformServices.h"
+
+#include "platform/Clipboard.h"
+#include "platform/DistributedNotificationObserver.h"
+#include "platform/FileOpener.h"
+#include "platform/TrayHost.h"
+#include "platform/UserNotificationCenter.h"
+#include "platform/WindowSystem.h"
+
+PlatformServices::PlatformServices() = default;
+PlatformServices::PlatformServices(PlatformServices &&) noexcept = default;
+PlatformServices &PlatformServices::operator=(PlatformServices &&) noexcept = default;
+PlatformServices::~PlatformServices() = default;
+
+PlatformServices PlatformServices::create()
+{
+    PlatformServices services;
+    services.windowSystem = WindowSystem::create();
+    services.trayExportsMenus = TrayHost::exportsMenus();
+    services.notifications = UserNotificationCenter::create();
+    services.clipboard = Clipboard::create();
+    services.fileOpener = FileOpener::create();
+    services.notificationObserver = DistributedNotificationObserver::create();
+    return services;
+}

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <memory>
+
+class Clipboard;
+class DistributedNotificationObserver;
+class FileOpener;
+class UserNotificationCenter;
+class WindowSystem;
+
+// The operating-system services the application uses, made once by main() and handed
+// in, so that everything above the platform can run against fakes.
+struct PlatformServices {
+    std::unique_ptr<WindowSystem> windowSystem;
+    std::unique_ptr<UserNotificationCenter> notifications;
+    std::unique_ptr<Clipboard> clipboard;
+    std::unique_ptr<FileOpener> fileOpener;
+    // Delivers the helper's "request created" signal; it starts listening at launch.
+    std::unique_ptr<DistributedNotificationObserver> notificationObserver;
+    // A StatusNotifierItem host draws exported menus itself and loses custom rows.
+    bool trayExportsMenus = false;
+
+    PlatformServices();
+    PlatformServices(PlatformServices &&) noexcept;
+    PlatformServices &operator=(PlatformServices &&) noexcept;
+    ~PlatformServices();
+
+    // This system's implementations. Call after the QApplication exists.
+    static PlatformServices create();
+};

@@ -1,0 +1,85 @@
+#pragma once
+
+#include "composer/ComposerLayout.h"
+#include "core/PromptAttachment.h"
+
+#include <QObject>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class ComposerPanel;
+class QMimeData;
+
+// What both composers share: the panel and its text, the height rule with the bottom
+// edge anchored once placed, pasted and dropped files, and the submit/cancel gestures.
+// An editor or scratch composer owns one and adds its own parts through the hooks.
+// A control that belongs on both composers (a microphone button) goes here.
+class ComposerSurface final : public QObject {
+    Q_OBJECT
+
+public:
+    ComposerSurface(ComposerLayout::Mode mode, const QString &initialText, QObject *parent = nullptr);
+    ~ComposerSurface() override;
+
+    ComposerPanel *panel() const { return m_panel.get(); }
+    ComposerLayout::Mode mode() const { return m_mode; }
+    QString text() const;
+
+    // Sizes the panel for its text; called once the owner has added its parts.
+    void applyInitialSize();
+    void setCompositingAvailable(bool available);
+    // Shows the window, with the keyboard focus in the text when asked.
+    void show(bool focusText);
+    // From the first placement on, the bottom edge stays put while the height follows the text.
+    void completeInitialPlacement();
+    // Closes the window without treating it as a cancel.
+    void closeProgrammatically();
+
+    // The height rule, applied at once (normally deferred to the event loop).
+    void recalculateHeight();
+    void scheduleHeightRecalculation();
+    double maximumVisibleTextHeight() const;
+    const std::optional<ComposerLayout::LayoutMetrics> &lastAppliedLayoutMetrics() const
+    {
+        return m_lastAppliedLayoutMetrics;
+    }
+
+    // Inserts the local files' paths as text, one per line.
+    void insertPaths(const QList<QUrl> &urls);
+
+    // Hooks for the owner. Paste: whether it takes pastes now, where pasted files go
+    // (their paths by default) and what becomes of a pasted image (a managed copy).
+    std::function<bool()> acceptsPaste;
+    std::function<void(const QList<QUrl> &)> onPastedFiles;
+    std::function<void(const PromptAttachment &)> onPastedImage;
+    // A key the composer takes before the text does.
+    std::function<bool(int key, Qt::KeyboardModifiers, const QString &text)> onKey;
+    // Completes the layout input with the owner's section (scratch: readiness, strip).
+    std::function<void(ComposerLayout::Input &)> completeLayoutInput;
+    // The frame after the first placement, whenever it moves or resizes, and at close.
+    std::function<void(const QRect &)> onFrameChanged;
+
+Q_SIGNALS:
+    void submitRequested();
+    // Escape, the Cancel button or a close by the window manager.
+    void cancelRequested();
+    void closed();
+
+private:
+    bool handlePaste(const QMimeData *data);
+    ComposerLayout::Input layoutInput() const;
+    void windowDidMove();
+    void windowDidResize();
+    void reportFrame();
+
+    ComposerLayout::Mode m_mode;
+    std::unique_ptr<ComposerPanel> m_panel;
+    std::optional<ComposerLayout::LayoutMetrics> m_lastAppliedLayoutMetrics;
+    std::optional<int> m_automaticHeightAnchorBottom;
+    bool m_heightRecalculationScheduled = false;
+    bool m_isApplyingAutomaticFrame = false;
+    bool m_isFramePersistenceEnabled = false;
+};

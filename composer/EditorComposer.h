@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QObject>
+
+class ComposerPanel;
+class ComposerSurface;
+
+// The composer of an editor request: the request's text, edited for the helper that
+// waits for it. Pasted files and images become their paths in the text. Which request
+// it edits is its owner's business.
+class EditorComposer final : public QObject {
+    Q_OBJECT
+
+public:
+    explicit EditorComposer(const QString &initialText, QObject *parent = nullptr);
+    ~EditorComposer() override;
+
+    ComposerSurface &surface() const { return *m_surface; }
+    ComposerPanel *panel() const;
+    QString text() const;
+
+    void showWindow();
+
+Q_SIGNALS:
+    void submitted(const QString &text);
+    void cancelled();
+
+private:
+    ComposerSurface *m_surface = nullptr;
+};

@@ -1,0 +1,391 @@
+#include "composer/ScratchComposer.h"
+
+#include "composer/AttachmentStripView.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerSurface.h"
+#include "composer/ComposerTextView.h"
+#include "composer/ScratchAttachmentImportStore.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
+#include "settings/AppSettings.h"
+#include "shortcuts/ComposerKeyMatcher.h"
+#include "shortcuts/KeyboardShortcuts.h"
+
+#include <QApplication>
+#include <QComboBox>
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+#include <QStackedWidget>
+#include <QStandardItemModel>
+#include <QVBoxLayout>
+
+using namespace ComposerLayout;
+
+ScratchComposer::ScratchComposer(const QString &initialText,
+                                 const QList<PromptAttachment> &initialAttachments, ComposerServices services,
+                                 QObject *parent)
+    : QObject(parent)
+    , m_services(std::move(services))
+    , m_surface(new ComposerSurface(Mode::scratch, initialText, this))
+{
+    if (!m_services.checkInstallations)
+        m_services.checkInstallations = [] {
+            return TaskCLIExecutableLocator::installationAvailabilities();
+        };
+    connect(m_surface, &ComposerSurface::submitRequested, this, &ScratchComposer::submitPressed);
+    connect(m_surface, &ComposerSurface::cancelRequested, this, &ScratchComposer::cancelled);
+    m_surface->acceptsPaste = [this] {
+        return m_availability.isReady();
+    };
+    m_surface->onPastedFiles = [this](const QList<QUrl> &urls) {
+        appendAttachments(urls);
+    };
+    m_surface->onPastedImage = [this](const PromptAttachment &image) {
+        attachPastedImage(image);
+    };
+    m_surface->onKey = [this](int key, Qt::KeyboardModifiers modifiers, const QString &text) {
+        return handleComposerKey(key, modifiers, text);
+    };
+    m_surface->completeLayoutInput = [this](Input &input) {
+        input.scratchReady = m_availability.isReady();
+        AttachmentStripView *strip = m_strip;
+        input.stripHeightForWidth = [strip](double available) {
+            return double(strip->measuredHeight(int(available)));
+        };
+    };
+
+    m_attachments = PromptAttachment::normalized(initialAttachments);
+    buildViews();
+    applyAvailability(ScratchComposerAvailability::checking(m_backend));
+    m_surface->applyInitialSize();
+}
+
+ScratchComposer::~ScratchComposer() = default;
+
+void ScratchComposer::buildViews()
+{
+    if (m_services.defaults)
+        m_backend = AppSettings(*m_services.defaults).quickTaskCLIBackend();
+
+    ComposerPanel *panel = m_surface->panel();
+    panel->headerLabel()->setText(QStringLiteral("Quick Task"));
+
+    // Between the text and the footer: the availability overlay or the attachment strip.
+    m_section = new QStackedWidget(panel);
+    auto *overlay = new QWidget(m_section);
+    auto *overlayLayout = new QVBoxLayout(overlay);
+    overlayLayout->setContentsMargins(0, 0, 0, 0);
+    overlayLayout->setSpacing(0);
+    m_overlayTitle = new QLabel(overlay);
+    m_overlayTitle->setObjectName(QStringLiteral("AvailabilityTitle"));
+    QFont titleFont = m_overlayTitle->font();
+    titleFont.setBold(true);
+    m_overlayTitle->setFont(titleFont);
+    m_overlayDetail = new QLabel(overlay);
+    m_overlayDetail->setObjectName(QStringLiteral("AvailabilityDetail"));
+    m_overlayDetail->setForegroundRole(QPalette::PlaceholderText);
+    m_overlayDetail->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    for (QLabel *label : {m_overlayTitle, m_overlayDetail}) {
+        label->setTextFormat(Qt::PlainText);
+        overlayLayout->addWidget(label);
+    }
+    m_strip = new AttachmentStripView(m_section);
+    m_strip->setObjectName(QStringLiteral("AttachmentStrip"));
+    m_strip->setBackend(m_backend);
+    m_strip->setAttachments(m_attachments); // a retried task comes with its attachments
+    connect(m_strip, &AttachmentStripView::fileUrlsDropped, this, &ScratchComposer::appendAttachments);
+    connect(m_strip, &AttachmentStripView::removeAttachmentRequested, this,
+            &ScratchComposer::removeAttachment);
+    connect(m_strip, &AttachmentStripView::dropTargetHighlighted, this,
+            [panel](bool highlighted) { panel->setDropTargetEmphasis(highlighted); });
+    m_section->addWidget(overlay);
+    m_section->addWidget(m_strip);
+    panel->setSectionWidget(m_section);
+
+    panel->onFilesDropped = [this](const QList<QUrl> &urls) {
+        appendAttachments(urls);
+    };
+    panel->onDropHighlight = [this, panel](bool highlighted) {
+        panel->setDropTargetEmphasis(highlighted && m_availability.isReady());
+    };
+
+    m_presetPopup = new QComboBox(panel);
+    m_presetPopup->setObjectName(QStringLiteral("PresetPopup"));
+    m_presetPopup->setFixedHeight(footerHeight);
+    m_presetPopup->setMinimumWidth(220);
+    m_presetPopup->setFocusPolicy(Qt::NoFocus);
+    m_presetPopup->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    panel->footerLayout()->insertWidget(2, m_presetPopup);
+    connect(m_presetPopup, &QComboBox::activated, this, [this](int index) {
+        if (m_services.defaults && index >= 0 && index < m_presetSettings.presets.size()) {
+            m_presetSettings.selectedPresetIndex = index;
+            AppSettings(*m_services.defaults).setQuickTaskPresetSettings(m_presetSettings);
+        }
+    });
+    reloadPresets();
+}
+
+ComposerPanel *ScratchComposer::panel() const
+{
+    return m_surface->panel();
+}
+
+QString ScratchComposer::text() const
+{
+    return m_surface->text();
+}
+
+void ScratchComposer::showWindow()
+{
+    m_surface->show(m_availability.isReady());
+    if (!m_hasPerformedInitialAvailabilityRefresh) {
+        m_hasPerformedInitialAvailabilityRefresh = true;
+        refreshScratchComposerAvailability(false);
+    }
+}
+
+void ScratchComposer::submitPressed()
+{
+    const QList<PromptAttachment> unsupported = unsupportedDirectoryAttachments();
+    if (!unsupported.isEmpty()) {
+        presentUnsupportedDirectoryAttachmentAlert(int(unsupported.size()));
+        return;
+    }
+    if (!m_availability.isReady()) {
+        QApplication::beep();
+        return;
+    }
+    Q_EMIT submitted(text(), m_attachments, selectedPreset());
+}
+
+void ScratchComposer::closeProgrammatically()
+{
+    m_availabilityWatcher.reset(); // a check still under way no longer applies
+    m_surface->closeProgrammatically();
+}
+
+// Availability ------------------------------------------------------------------------------
+
+void ScratchComposer::refreshScratchComposerAvailability(bool showCheckingState)
+{
+    if (showCheckingState)
+        applyAvailability(ScratchComposerAvailability::checking(m_backend));
+    // A watcher rather than a continuation: it goes with this composer, so a panel closed
+    // while its check runs is never called back.
+    m_availabilityWatcher = std::make_unique<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>>();
+    connect(m_availabilityWatcher.get(), &QFutureWatcherBase::finished, this, [this] {
+        const QFuture<QuickTaskCLIInstallationAvailabilities> task = m_availabilityWatcher->future();
+        if (task.isCanceled() || task.resultCount() < 1)
+            return;
+        const QuickTaskCLIInstallationAvailabilities availabilities = task.result();
+        const QuickTaskCLIBackend resolved =
+            ScratchComposerAvailability::resolvedBackend(m_backend, availabilities);
+        if (m_services.defaults && AppSettings(*m_services.defaults).quickTaskCLIBackend() != resolved)
+            AppSettings(*m_services.defaults).setQuickTaskCLIBackend(resolved);
+        m_backend = resolved;
+        reloadPresets();
+        applyAvailability(ScratchComposerAvailability::resolved(m_backend, availabilities.value(m_backend),
+                                                                m_presetSettings, models()));
+    });
+    m_availabilityWatcher->setFuture(m_services.checkInstallations());
+}
+
+void ScratchComposer::applyAvailability(const ScratchComposerAvailability &availability)
+{
+    m_availability = availability;
+    const bool ready = availability.isReady();
+    ComposerTextView *textView = panel()->textView();
+    textView->setReadOnly(!ready);
+    textView->setFocusPolicy(ready ? Qt::StrongFocus : Qt::NoFocus);
+    if (!ready && textView->hasFocus())
+        textView->clearFocus();
+    if (ready && panel()->isVisible())
+        textView->setFocus(Qt::OtherFocusReason);
+    m_overlayTitle->setText(availability.title);
+    m_overlayDetail->setText(availability.detail);
+    m_section->setCurrentIndex(ready ? 1 : 0);
+    m_strip->setBackend(m_backend);
+    m_strip->setShowsDropPlaceholder(ready);
+    applySubmitButtonState();
+    m_surface->scheduleHeightRecalculation();
+    Q_EMIT availabilityChanged();
+}
+
+void ScratchComposer::applySubmitButtonState()
+{
+    const bool foldersUnsupported = !unsupportedDirectoryAttachments().isEmpty();
+    QPushButton *submit = panel()->submitButton();
+    submit->setEnabled(!foldersUnsupported && m_availability.isReady());
+    submit->setToolTip(foldersUnsupported
+                           ? QuickTaskCLIBackends::displayTitle(m_backend) +
+                                 QStringLiteral(" can use attached files, but not folders. Remove folder "
+                                                "attachments or choose Codex or Claude.")
+                           : QStringLiteral("Submit"));
+}
+
+QList<QuickTaskModelCatalog::Model> ScratchComposer::models() const
+{
+    return QuickTaskModelCatalog::availableModels(m_backend);
+}
+
+// Presets -----------------------------------------------------------------------------------
+
+void ScratchComposer::reloadPresets()
+{
+    const QList<QuickTaskModelCatalog::Model> available = models();
+    m_presetSettings = m_services.defaults
+                           ? AppSettings(*m_services.defaults).quickTaskPresetSettings()
+                           : QuickTaskPresetSettings::sanitized(std::nullopt, available, m_backend);
+    m_presetPopup->clear();
+    for (int index = 0; index < m_presetSettings.presets.size(); ++index) {
+        const QuickTaskPreset &preset = m_presetSettings.presets.at(index);
+        const QString title = m_services.shortcuts ? preset.menuTitle(index, m_backend, *m_services.shortcuts)
+                                                   : preset.model + u' ' + preset.reasoningEffort;
+        m_presetPopup->addItem(title, index);
+        const bool usable = preset.isConfigured(m_backend) && preset.isAvailable(available, m_backend);
+        if (auto *model = qobject_cast<QStandardItemModel *>(m_presetPopup->model()))
+            model->item(index)->setEnabled(usable);
+    }
+    if (m_presetSettings.selectedPresetIndex >= 0 &&
+        m_presetSettings.selectedPresetIndex < m_presetPopup->count())
+        m_presetPopup->setCurrentIndex(m_presetSettings.selectedPresetIndex);
+}
+
+void ScratchComposer::selectQuickTaskPreset(int index)
+{
+    if (index < 0 || index >= m_presetPopup->count())
+        return;
+    if (auto *model = qobject_cast<QStandardItemModel *>(m_presetPopup->model());
+        model && !model->item(index)->isEnabled())
+        return;
+    m_presetPopup->setCurrentIndex(index);
+    Q_EMIT m_presetPopup->activated(index);
+}
+
+std::optional<QuickTaskPreset> ScratchComposer::selectedPreset() const
+{
+    const int index = m_presetPopup->currentIndex();
+    if (index < 0 || index >= m_presetSettings.presets.size())
+        return std::nullopt;
+    const QuickTaskPreset &preset = m_presetSettings.presets.at(index);
+    if (!preset.isConfigured(m_backend) || !preset.isAvailable(models(), m_backend))
+        return std::nullopt;
+    return preset;
+}
+
+bool ScratchComposer::handleComposerKey(int key, Qt::KeyboardModifiers modifiers, const QString &text)
+{
+    if (!m_services.shortcuts)
+        return false;
+    const ComposerKeyMatch match = ComposerKeyMatcher::match({key, modifiers, text}, *m_services.shortcuts);
+    if (match.action != ComposerKeyAction::selectPreset)
+        return false;
+    selectQuickTaskPreset(match.presetIndex);
+    return true;
+}
+
+// Attachments -------------------------------------------------------------------------------
+
+void ScratchComposer::appendAttachments(const QList<QUrl> &urls)
+{
+    if (!m_availability.isReady())
+        return;
+    QList<PromptAttachment> added;
+    for (const QUrl &url : urls) {
+        if (url.isLocalFile())
+            added.append(PromptAttachment::make(url.toLocalFile()));
+    }
+    if (added.isEmpty())
+        return;
+    panel()->setDropTargetEmphasis(false);
+    if (m_backend == QuickTaskCLIBackend::opencode) {
+        const qsizetype before = added.size();
+        added.removeIf([](const PromptAttachment &attachment) { return attachment.isDirectory(); });
+        if (added.size() != before)
+            presentUnsupportedDirectoryAttachmentAlert(int(before - added.size()));
+        if (added.isEmpty())
+            return;
+    }
+    m_attachments = PromptAttachment::normalized(m_attachments + added);
+    updateAttachmentViews();
+}
+
+void ScratchComposer::attachPastedImage(const PromptAttachment &image)
+{
+    m_ownedManagedAttachmentPaths.insert(image.path);
+    m_attachments = PromptAttachment::normalized(m_attachments + QList<PromptAttachment>{image});
+    updateAttachmentViews();
+}
+
+void ScratchComposer::removeAttachment(const QUuid &id)
+{
+    const auto found =
+        std::find_if(m_attachments.cbegin(), m_attachments.cend(),
+                     [&id](const PromptAttachment &attachment) { return attachment.id == id; });
+    if (found == m_attachments.cend())
+        return;
+    const PromptAttachment removed = *found;
+    m_attachments.removeIf([&id](const PromptAttachment &attachment) { return attachment.id == id; });
+    if (removed.isManagedCopy && m_ownedManagedAttachmentPaths.remove(removed.path))
+        ScratchAttachmentImportStore::cleanup({removed});
+    updateAttachmentViews();
+}
+
+QList<PromptAttachment> ScratchComposer::unsupportedDirectoryAttachments() const
+{
+    if (m_backend != QuickTaskCLIBackend::opencode)
+        return {};
+    QList<PromptAttachment> folders;
+    for (const PromptAttachment &attachment : m_attachments) {
+        if (attachment.isDirectory())
+            folders.append(attachment);
+    }
+    return folders;
+}
+
+void ScratchComposer::discardDraftAttachments()
+{
+    if (m_ownedManagedAttachmentPaths.isEmpty())
+        return;
+    QList<PromptAttachment> owned;
+    for (const PromptAttachment &attachment : std::as_const(m_attachments)) {
+        if (m_ownedManagedAttachmentPaths.contains(attachment.path))
+            owned.append(attachment);
+    }
+    ScratchAttachmentImportStore::cleanup(owned);
+    m_attachments.removeIf([this](const PromptAttachment &attachment) {
+        return m_ownedManagedAttachmentPaths.contains(attachment.path);
+    });
+    m_ownedManagedAttachmentPaths.clear();
+    updateAttachmentViews();
+}
+
+void ScratchComposer::updateAttachmentViews()
+{
+    m_strip->setAttachments(m_attachments);
+    applySubmitButtonState();
+    if (m_availability.isReady())
+        panel()->textView()->setFocus(Qt::OtherFocusReason);
+    m_surface->scheduleHeightRecalculation();
+}
+
+void ScratchComposer::presentUnsupportedDirectoryAttachmentAlert(int count)
+{
+    if (m_isShowingFolderAlert)
+        return;
+    m_isShowingFolderAlert = true;
+    auto *alert = new QMessageBox(
+        QMessageBox::Information, QStringLiteral("Tarvel"),
+        QuickTaskCLIBackends::displayTitle(m_backend) + QStringLiteral(" cannot use ") +
+            (count == 1 ? QStringLiteral("folder attachment") : QStringLiteral("folder attachments")) + u'.',
+        QMessageBox::Ok, panel());
+    alert->setObjectName(QStringLiteral("FolderAttachmentAlert"));
+    alert->setInformativeText(
+        QStringLiteral("Remove folders or choose Codex or Claude. File attachments still work."));
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    connect(alert, &QMessageBox::finished, this, [this] { m_isShowingFolderAlert = false; });
+    alert->open();
+}

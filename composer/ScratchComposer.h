@@ -1,0 +1,108 @@
+#pragma once
+
+#include "composer/ScratchComposerAvailability.h"
+#include "core/PromptAttachment.h"
+#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
+#include "settings/QuickTaskModelCatalog.h"
+#include "settings/QuickTaskPreset.h"
+#include "settings/QuickTaskPresetSettings.h"
+
+#include <QFuture>
+#include <QFutureWatcher>
+#include <QObject>
+#include <QSet>
+#include <QUrl>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class AttachmentStripView;
+class ComposerPanel;
+class ComposerSurface;
+class KeyboardShortcuts;
+class QComboBox;
+class QLabel;
+class QStackedWidget;
+class UserDefaults;
+
+// What a scratch composer consults: settings, shortcuts, and the backends' state (tests
+// answer the installation check themselves).
+struct ComposerServices {
+    UserDefaults *defaults = nullptr;
+    KeyboardShortcuts *shortcuts = nullptr;
+    std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
+};
+
+// A free-standing composer for a quick task: text, attachments, a preset, and a check
+// that the backend can run before anything can be typed.
+class ScratchComposer final : public QObject {
+    Q_OBJECT
+
+public:
+    explicit ScratchComposer(const QString &initialText,
+                             const QList<PromptAttachment> &initialAttachments = {},
+                             ComposerServices services = {}, QObject *parent = nullptr);
+    ~ScratchComposer() override;
+
+    ComposerSurface &surface() const { return *m_surface; }
+    ComposerPanel *panel() const;
+    QString text() const;
+
+    // Shows the window; the text takes the focus once the backend is ready.
+    void showWindow();
+    void submitPressed();
+    // Closes without treating it as a cancel; a check under way no longer applies.
+    void closeProgrammatically();
+
+    QuickTaskCLIBackend backend() const { return m_backend; }
+    const ScratchComposerAvailability &availability() const { return m_availability; }
+    void refreshScratchComposerAvailability(bool showCheckingState);
+    const QList<PromptAttachment> &attachments() const { return m_attachments; }
+    void appendAttachments(const QList<QUrl> &urls);
+    void removeAttachment(const QUuid &id);
+    QList<PromptAttachment> unsupportedDirectoryAttachments() const;
+    // Throws away the pasted-image copies this panel made (a discarded draft).
+    void discardDraftAttachments();
+    void selectQuickTaskPreset(int index);
+    std::optional<QuickTaskPreset> selectedPreset() const;
+    QComboBox *presetPopup() const { return m_presetPopup; }
+    QLabel *availabilityTitle() const { return m_overlayTitle; }
+    QLabel *availabilityDetail() const { return m_overlayDetail; }
+    AttachmentStripView *attachmentStrip() const { return m_strip; }
+    // Whether the alert about folders OpenCode cannot use is up.
+    bool isShowingUnsupportedDirectoryAttachmentAlert() const { return m_isShowingFolderAlert; }
+
+Q_SIGNALS:
+    void submitted(const QString &text, const QList<PromptAttachment> &attachments,
+                   const std::optional<QuickTaskPreset> &preset);
+    void cancelled();
+    void availabilityChanged();
+
+private:
+    void buildViews();
+    void applyAvailability(const ScratchComposerAvailability &availability);
+    void applySubmitButtonState();
+    void reloadPresets();
+    void updateAttachmentViews();
+    void attachPastedImage(const PromptAttachment &image);
+    void presentUnsupportedDirectoryAttachmentAlert(int count);
+    bool handleComposerKey(int key, Qt::KeyboardModifiers modifiers, const QString &text);
+    QList<QuickTaskModelCatalog::Model> models() const;
+
+    ComposerServices m_services;
+    ComposerSurface *m_surface = nullptr;
+    QStackedWidget *m_section = nullptr;
+    AttachmentStripView *m_strip = nullptr;
+    QLabel *m_overlayTitle = nullptr;
+    QLabel *m_overlayDetail = nullptr;
+    QComboBox *m_presetPopup = nullptr;
+    QuickTaskCLIBackend m_backend = QuickTaskCLIBackend::codex;
+    QuickTaskPresetSettings m_presetSettings;
+    ScratchComposerAvailability m_availability;
+    QList<PromptAttachment> m_attachments;
+    QSet<QString> m_ownedManagedAttachmentPaths;
+    std::unique_ptr<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>> m_availabilityWatcher;
+    bool m_hasPerformedInitialAvailabilityRefresh = false;
+    bool m_isShowingFolderAlert = false;
+};

@@ -1,0 +1,142 @@
+// The composer coordinator against real request files and a fake window system (offscreen).
+#include "app/ComposerCoordinator.h"
+#include "app/QuitPolicy.h"
+#include "app/RequestIntake.h"
+#include "app/WindowActivationCoordinator.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerTextView.h"
+#include "composer/EditorComposer.h"
+#include "composer/ScratchWindowFrameStore.h"
+#include "core/Clock.h"
+#include "core/DataFile.h"
+#include "core/FileStore.h"
+#include "core/UserDefaults.h"
+#include "errorlog/ErrorLogManager.h"
+#include "platform/WindowSystem.h"
+#include "quicktasks/QuickTaskManager.h"
+#include "quicktasks/QuickTaskStore.h"
+#include "support/TestEnvironment.h"
+
+#include <QPointer>
+#include <QPushButton>
+#include <QtTest>
+
+namespace {
+// Records which processes were asked to take the focus back.
+class FakeWindowSystem final : public WindowSystem {
+public:
+    QList<qint64> activatedApplications;
+    bool isAvailable() const override { return false; }
+    QList<TopLevelWindow> topLevelWindows() const override { return {}; }
+    std::optional<TopLevelWindow> activeWindow() const override { return std::nullopt; }
+    bool activateWindow(quint64) override { return true; }
+    bool activateApplication(qint64 pid) override
+    {
+        activatedApplications.append(pid);
+        return true;
+    }
+    QString executableName(qint64) const override { return {}; }
+    bool compositorRunning() const override { return true; }
+    QList<ScreenArea> screens() const override { return {}; }
+    int primaryScreenIndex() const override { return -1; }
+};
+
+ComposerRequest writeRequest(const QString &text, qint32 pid)
+{
+    const ComposerRequest request{
+        QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, text, {}, {}, pid};
+    RequestFileIO::writeRequest(request);
+    QTest::qWait(12); // distinct birth times: the queue is ordered by age
+    return request;
+}
+
+struct Fixture {
+    TestEnvironment env;
+    UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
+    ErrorLogManager log{Clock::system()};
+    FakeWindowSystem windows;
+    WindowActivationCoordinator activation{windows};
+    ScratchWindowFrameStore frames{defaults};
+    RequestIntake intake{log, Clock::system()};
+    QuickTaskManager tasks{QuickTaskStore(), log, defaults, Clock::system()};
+    ComposerCoordinator composers{
+        intake, tasks, windows, activation, frames, log, ComposerServices{&defaults, nullptr, {}}};
+};
+} // namespace
+
+class ComposerCoordinatorTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void oneRequestOnScreenAnsweredOnceFocusBackToItsTerminal()
+    {
+        Fixture f;
+        const ComposerRequest first = writeRequest(QStringLiteral("one"), 4001);
+        const ComposerRequest second = writeRequest(QStringLiteral("two"), 4002);
+        f.composers.processPendingRequests();
+        f.composers.processPendingRequests(); // the second waits behind the first
+        QCOMPARE(f.composers.currentRequest()->id, first.id);
+        QCOMPARE(f.composers.editorComposer()->text(), QStringLiteral("one"));
+        QCOMPARE(f.intake.queuedRequests().size(), 1);
+
+        const QPointer<EditorComposer> firstComposer = f.composers.editorComposer();
+        QTest::keyClicks(firstComposer->panel()->textView(), QStringLiteral("!"));
+        firstComposer->panel()->submitButton()->click();
+        QCOMPARE(RequestFileIO::readResponse(first.id).updatedText,
+                 std::optional<QString>(QStringLiteral("one!")));
+        // The next request opens at once; the focus goes to it, not to the first terminal.
+        QCOMPARE(f.composers.currentRequest()->id, second.id);
+        QVERIFY(f.windows.activatedApplications.isEmpty());
+
+        // The first composer, closed but not yet gone, cannot answer the second request.
+        QVERIFY(firstComposer);
+        firstComposer->panel()->cancelButton()->click();
+        QVERIFY(!RequestFileIO::responseExists(second.id));
+
+        f.composers.editorComposer()->panel()->cancelButton()->click();
+        QCOMPARE(RequestFileIO::readResponse(second.id).disposition,
+                 ComposerResponse::Disposition::cancelled);
+        QVERIFY(!f.composers.currentRequest());
+        QCOMPARE(f.windows.activatedApplications, QList<qint64>{4002});
+        QTRY_VERIFY(!firstComposer);
+        QCOMPARE(f.log.entries().size(), 0);
+    }
+
+    void unwrittenAnswerKeepsTheComposer()
+    {
+        Fixture f;
+        const ComposerRequest request = writeRequest(QStringLiteral("keep me"), 4001);
+        f.composers.processPendingRequests();
+        QVERIFY(QDir(FileStore::responsesDirectory()).removeRecursively());
+        DataFile::write(FileStore::responsesDirectory(), "a file where the folder belongs");
+        QSignalSpy alerts(&f.intake, &RequestIntake::alertRequested);
+        f.composers.editorComposer()->panel()->submitButton()->click();
+        QCOMPARE(alerts.count(), 1);
+        QCOMPARE(f.composers.currentRequest()->id, request.id);
+        QVERIFY(f.composers.editorComposer()->panel()->isVisible());
+
+        // Ending answers it after all, and closes the composer without a cancel of its own.
+        QFile::remove(FileStore::responsesDirectory());
+        QuitPolicy quit(f.tasks, f.intake, f.composers, f.activation);
+        quit.terminate();
+        QCOMPARE(RequestFileIO::readResponse(request.id).disposition,
+                 ComposerResponse::Disposition::cancelled);
+        QVERIFY(!f.composers.editorComposer()->panel()->isVisible());
+        f.composers.processPendingRequests(); // serves nothing any more
+        writeRequest(QStringLiteral("late"), 4001);
+        f.composers.processPendingRequests();
+        QCOMPARE(f.composers.currentRequest()->id, request.id);
+    }
+
+    void quitConfirmationLines()
+    {
+        QCOMPARE(QuitPolicy::confirmationDetail(0, 1, 0),
+                 QStringLiteral("1 waiting editor request will be cancelled."));
+        QCOMPARE(QuitPolicy::confirmationDetail(2, 0, 1),
+                 QStringLiteral("2 running tasks will be stopped.\n"
+                                "1 open quick-task composer will be closed."));
+    }
+};
+
+QTEST_MAIN(ComposerCoordinatorTest)
+#include "tst_composercoordinator.moc"
