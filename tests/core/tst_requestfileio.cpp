@@ -73,7 +73,8 @@ private Q_SLOTS:
         RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
                                       ComposerResponse::Disposition::submitted, QStringLiteral("bye")});
         QCOMPARE(permissions(FileStore::responseURL(request.id)), 0600);
-        QCOMPARE(RequestFileIO::readResponse(request.id).updatedText, std::optional<QString>(QStringLiteral("bye")));
+        QCOMPARE(RequestFileIO::readResponse(request.id).updatedText,
+                 std::optional<QString>(QStringLiteral("bye")));
 
         // Rewriting leaves no temporary files behind.
         RequestFileIO::writeRequest(request);
@@ -84,10 +85,13 @@ private Q_SLOTS:
     {
         TestEnvironment env;
         const QUuid id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
-        QCOMPARE(QFileInfo(FileStore::requestURL(id)).fileName(), QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.json"));
+        QCOMPARE(QFileInfo(FileStore::requestURL(id)).fileName(),
+                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.json"));
         QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(id)).fileName(),
                  QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.done"));
-        QCOMPARE(RequestFileIO::requestIdentifier(QStringLiteral("/x/6f9619ff-8b86-d011-b42d-00c04fc964ff.json")), id);
+        QCOMPARE(
+            RequestFileIO::requestIdentifier(QStringLiteral("/x/6f9619ff-8b86-d011-b42d-00c04fc964ff.json")),
+            id);
         QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/abc.json")));
         QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/notes.txt")));
     }
@@ -97,7 +101,8 @@ private Q_SLOTS:
         TestEnvironment env;
         FileStore::ensureDirectoriesExist();
         const QDir requests(FileStore::requestsDirectory());
-        const QStringList written = {QStringLiteral("c.json"), QStringLiteral("a.json"), QStringLiteral("b.json")};
+        const QStringList written = {QStringLiteral("c.json"), QStringLiteral("a.json"),
+                                     QStringLiteral("b.json")};
         for (const QString &name : written) {
             writeRaw(requests.filePath(name), "{}");
             QTest::qWait(15); // distinct birth times
@@ -107,24 +112,6 @@ private Q_SLOTS:
         writeRaw(requests.filePath(QStringLiteral("draft.json.tmp")), "{}");
         QVERIFY(requests.mkdir(QStringLiteral("folder.json")));
         QCOMPARE(names(RequestFileIO::pendingRequestURLs()), written);
-    }
-
-    void loadStopsAtTheFirstBadFile()
-    {
-        TestEnvironment env;
-        const ComposerRequest first = makeRequest(QStringLiteral("one"));
-        RequestFileIO::writeRequest(first);
-        QTest::qWait(15);
-        const ComposerRequest second = makeRequest(QStringLiteral("two"));
-        RequestFileIO::writeRequest(second);
-        const auto loaded = RequestFileIO::loadPendingRequests();
-        QCOMPARE(loaded.size(), 2);
-        QCOMPARE(loaded[0].request.initialText, QStringLiteral("one"));
-        QCOMPARE(loaded[1].request, RequestFileIO::readRequest(FileStore::requestURL(second.id)));
-
-        QTest::qWait(15);
-        writeRaw(QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("abc.json")), "{not json");
-        QVERIFY_THROWS_EXCEPTION(DecodingError, RequestFileIO::loadPendingRequests());
     }
 
     void completionAndRetirement()
@@ -138,8 +125,8 @@ private Q_SLOTS:
         QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
         QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(request.id)).size(), 0);
 
-        RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
-                                      ComposerResponse::Disposition::cancelled, {}});
+        RequestFileIO::writeResponse(
+            {request.id, QDateTime::currentDateTimeUtc(), ComposerResponse::Disposition::cancelled, {}});
         RequestFileIO::retireCompletedRequestArtifacts(request.id);
         QVERIFY(!DataFile::exists(FileStore::requestURL(request.id)));
         QVERIFY(!RequestFileIO::completedRequestMarkerExists(request.id));
@@ -186,8 +173,8 @@ private Q_SLOTS:
         QVERIFY(!DataFile::exists(bad));
         const QRegularExpression pattern(QStringLiteral(
             "^abc-invalid-[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\.json$"));
-        for (const auto &[destination, content] :
-             {std::pair{firstDestination, QByteArray("first")}, std::pair{secondDestination, QByteArray("second")}}) {
+        for (const auto &[destination, content] : {std::pair{firstDestination, QByteArray("first")},
+                                                   std::pair{secondDestination, QByteArray("second")}}) {
             QVERIFY2(pattern.match(QFileInfo(destination).fileName()).hasMatch(), qPrintable(destination));
             QCOMPARE(QFileInfo(destination).absolutePath(), FileStore::malformedRequestsDirectory());
             QCOMPARE(DataFile::read(destination), content);
@@ -195,19 +182,6 @@ private Q_SLOTS:
         // A source that vanished stays an error and nothing is created.
         QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::quarantineMalformedRequest(bad));
         QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 2);
-    }
-
-    void unwritableDataFolderIsASentence()
-    {
-        TestEnvironment env;
-        writeRaw(env.path(QStringLiteral(".local/share/Tarvel")), "a file where the folder belongs");
-        try {
-            RequestFileIO::writeRequest(makeRequest(QStringLiteral("x")));
-            QFAIL("wrote");
-        } catch (const SystemError &error) {
-            QVERIFY2(error.description().startsWith(QStringLiteral("Could not create the folder")),
-                     qPrintable(error.description()));
-        }
     }
 };
 

