@@ -12,7 +12,6 @@
 #include "quicktasks/QuickTaskCompletionNotification.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
-#include "quicktasks/RelativeDateFormatter.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 
@@ -475,26 +474,6 @@ bool QuickTaskManager::hasFinishedSessions() const
 {
     return std::any_of(m_sessions.cbegin(), m_sessions.cend(),
                        [](const QuickTaskSession &session) { return !session.isRunning(); });
-}
-
-QString QuickTaskManager::relativeTimestamp(const QuickTaskSession &session) const
-{
-    return RelativeDateFormatter::localizedString(session.finishedAt.value_or(session.startedAt),
-                                                  m_clock.now());
-}
-
-QString QuickTaskManager::menuTitle(const QuickTaskSession &session)
-{
-    return QuickTaskCompletionNotification::truncated(
-        QuickTaskCompletionNotification::singleLine(session.prompt),
-        QuickTaskCompletionNotification::bodyPromptLimit);
-}
-
-QString QuickTaskManager::menuDetail(const QuickTaskSession &session) const
-{
-    return QStringList{QuickTaskCLIBackends::displayTitle(session.backend),
-                       QuickTaskSession::statusTitle(session.status), relativeTimestamp(session)}
-        .join(QStringLiteral(" \u00b7 "));
 }
 
 void QuickTaskManager::noteWorkingDirectory(const QString &path)

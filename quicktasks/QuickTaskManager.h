@@ -108,12 +108,6 @@ public:
     int runningSessionCount() const;
     bool hasRunningSessions() const;
     bool hasFinishedSessions() const;
-    // When the session finished (or started, while it runs), relative to now: "2 minutes ago".
-    QString relativeTimestamp(const QuickTaskSession &session) const;
-    // A session's row in the status menu: the prompt on one line, and
-    // "<backend> · <status> · <relative time>".
-    static QString menuTitle(const QuickTaskSession &session);
-    QString menuDetail(const QuickTaskSession &session) const;
 
     // Remembers where the next task runs (the folder of the editor request on screen).
     void noteWorkingDirectory(const QString &path);
