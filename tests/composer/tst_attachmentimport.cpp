@@ -52,36 +52,24 @@ private Q_SLOTS:
     void init() { m_environment = std::make_unique<TestEnvironment>(); }
     void cleanup() { m_environment.reset(); }
 
-    void fileNameCarriesLocalTimeAndRandomSuffix()
+    void importWritesAPrivatePngWithAUniqueName()
     {
-        const QDateTime at(QDate(2026, 3, 1), QTime(9, 15, 42));
-        const QString name = ScratchAttachmentImportStore::uniqueFilename(at);
-        QVERIFY2(namePattern().match(name).hasMatch(), qPrintable(name));
-        QVERIFY2(name.startsWith(u"Pasted Image 2026-03-01 09.15.42 "), qPrintable(name));
-        QVERIFY(ScratchAttachmentImportStore::uniqueFilename(at) != name);
-    }
+        const QString name =
+            ScratchAttachmentImportStore::uniqueFilename(QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42)));
+        QVERIFY2(name.startsWith(u"Pasted Image 2026-03-01 09.15.42 ") &&
+                     namePattern().match(name).hasMatch(),
+                 qPrintable(name));
 
-    void importWritesAPrivatePngInTheImportFolder()
-    {
-        const QImage image = sampleImage(37, 21);
-        const QDateTime before = QDateTime::currentDateTime().addSecs(-1);
-        const PromptAttachment imported = ScratchAttachmentImportStore::importImage(image);
-        const QDateTime after = QDateTime::currentDateTime().addSecs(1);
-
-        QVERIFY(imported.isManagedCopy);
-        QVERIFY(!imported.id.isNull());
-        QCOMPARE(imported.path, PromptAttachment::standardizedPath(imported.path));
+        const PromptAttachment imported = ScratchAttachmentImportStore::importImage(sampleImage(37, 21));
+        const PromptAttachment second = ScratchAttachmentImportStore::importImage(sampleImage(8, 8));
+        QVERIFY(imported.isManagedCopy && imported.isImage());
+        QVERIFY(imported.path != second.path); // the same second, another file
         const QFileInfo info(imported.path);
         QCOMPARE(info.absolutePath(), QDir(ScratchAttachmentImportStore::importFolder()).absolutePath());
         QCOMPARE(QFileInfo(ScratchAttachmentImportStore::importFolder()).fileName(),
                  QStringLiteral("ImportedAttachments"));
         QVERIFY(imported.path.startsWith(m_environment->root()));
-
-        const QString name = info.fileName();
-        QVERIFY2(namePattern().match(name).hasMatch(), qPrintable(name));
-        const QDateTime stamp =
-            QDateTime::fromString(name.mid(13, 19), QStringLiteral("yyyy-MM-dd HH.mm.ss"));
-        QVERIFY2(stamp >= before.addMSecs(-before.time().msec()) && stamp <= after, qPrintable(name));
+        QVERIFY2(namePattern().match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
 
         QFile file(imported.path);
         QVERIFY(file.open(QIODevice::ReadOnly));
@@ -89,41 +77,20 @@ private Q_SLOTS:
         const QImage reread(imported.path);
         QCOMPARE(reread.size(), QSize(37, 21));
         QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
-        QCOMPARE(reread.pixelColor(36, 20), QColor(30, 120, 200));
-        QVERIFY(imported.isImage());
-
-        const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
-                                                QFileDevice::ExeGroup | QFileDevice::ReadOther |
-                                                QFileDevice::WriteOther | QFileDevice::ExeOther;
-        QCOMPARE(info.permissions() & others, QFileDevice::Permissions());
-        QVERIFY(info.permissions().testFlags(QFileDevice::ReadOwner | QFileDevice::WriteOwner));
-        QVERIFY(!info.permissions().testFlag(QFileDevice::ExeOwner));
+        QCOMPARE(info.permissions() & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                        QFileDevice::ReadUser | QFileDevice::WriteUser),
+                 QFileDevice::Permissions());
     }
 
-    void importsInTheSameSecondGetDifferentFiles()
+    void failuresThrowAndWriteNothing()
     {
-        const PromptAttachment first = ScratchAttachmentImportStore::importImage(sampleImage(4, 4));
-        const PromptAttachment second = ScratchAttachmentImportStore::importImage(sampleImage(8, 8));
-        QVERIFY(first.path != second.path);
-        QVERIFY(first.id != second.id);
-        QCOMPARE(QImage(first.path).size(), QSize(4, 4));
-        QCOMPARE(QImage(second.path).size(), QSize(8, 8));
-    }
+        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(QImage()));
+        QMimeData broken;
+        broken.setData(QStringLiteral("image/png"), QByteArray("not a png at all"));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(&broken));
+        QVERIFY(!QFileInfo::exists(ScratchAttachmentImportStore::importFolder()) ||
+                QDir(ScratchAttachmentImportStore::importFolder()).isEmpty(QDir::Files));
 
-    void nullImageThrowsAndWritesNothing()
-    {
-        try {
-            ScratchAttachmentImportStore::importImage(QImage());
-            QFAIL("a null image was imported");
-        } catch (const TarvelError &error) {
-            QVERIFY(error.description().endsWith(u'.'));
-        }
-        QVERIFY(QDir(ScratchAttachmentImportStore::importFolder()).isEmpty(QDir::Files) ||
-                !QFileInfo::exists(ScratchAttachmentImportStore::importFolder()));
-    }
-
-    void unwritableFolderThrows()
-    {
         // A file where the folder should be: neither the folder nor the PNG can be made.
         QDir().mkpath(FileStore::baseDirectory());
         QFile blocker(ScratchAttachmentImportStore::importFolder());
@@ -160,7 +127,6 @@ private Q_SLOTS:
         const std::optional<PromptAttachment> imported = ScratchAttachmentImportStore::importImage(&data);
         QVERIFY(imported.has_value());
         QVERIFY(imported->isManagedCopy);
-        QVERIFY(namePattern().match(QFileInfo(imported->path).fileName()).hasMatch());
         const QImage reread(imported->path, "PNG");
         QCOMPARE(reread.size(), QSize(12, 9));
         QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
@@ -173,10 +139,6 @@ private Q_SLOTS:
         QVERIFY(!ScratchAttachmentImportStore::importImage(&text).has_value());
         QVERIFY(!ScratchAttachmentImportStore::importImage(static_cast<const QMimeData *>(nullptr)));
         QVERIFY(!QFileInfo::exists(ScratchAttachmentImportStore::importFolder()));
-
-        QMimeData broken;
-        broken.setData(QStringLiteral("image/png"), QByteArray("not a png at all"));
-        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(&broken));
     }
 
     void cleanupDeletesOnlyManagedCopies()

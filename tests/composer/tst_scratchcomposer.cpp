@@ -94,52 +94,30 @@ class ScratchComposerTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void availabilityTexts_data()
+    void unavailableBackendsSayWhatIsMissing()
     {
-        QTest::addColumn<int>("backend");
-        QTest::addColumn<bool>("installed");
-        QTest::addColumn<bool>("withModels");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QString>("detail");
-        QTest::newRow("codex missing")
-            << int(QuickTaskCLIBackend::codex) << false << true << QStringLiteral("Codex CLI is unavailable.")
-            << QStringLiteral("Could not find the Codex CLI executable.");
-        QTest::newRow("codex without models")
-            << int(QuickTaskCLIBackend::codex) << true << false
-            << QStringLiteral("Codex is installed, but quick tasks are not ready yet.")
-            << QStringLiteral(
-                   "Run `codex` once in Terminal so Tarvel can discover models, or open Preferences and "
-                   "keep a configured preset.");
-        QTest::newRow("claude without a usable preset")
-            << int(QuickTaskCLIBackend::claude) << true << true
-            << QStringLiteral("No quick-task preset is available.")
-            << QStringLiteral(
-                   "Open Preferences and choose a valid Claude model before submitting a quick task.");
-    }
-    void availabilityTexts()
-    {
-        QFETCH(int, backend);
-        QFETCH(bool, installed);
-        QFETCH(bool, withModels);
-        QFETCH(QString, title);
-        QFETCH(QString, detail);
-        const auto which = QuickTaskCLIBackend(backend);
-        const auto installation = installed
-                                      ? QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))
-                                      : QuickTaskCLIInstallationAvailability::unavailable(detail);
         QuickTaskPresetSettings unusable;
         unusable.presets = {{QStringLiteral("no-such-model"), QStringLiteral("high")}};
-        const QList<QuickTaskModelCatalog::Model> models =
-            withModels ? QList<QuickTaskModelCatalog::Model>{model(QStringLiteral("gpt-5.5"),
-                                                                   {QStringLiteral("high")})}
-                       : QList<QuickTaskModelCatalog::Model>{};
-        const ScratchComposerAvailability result = ScratchComposerAvailability::resolved(
-            which, installation,
-            which == QuickTaskCLIBackend::codex && !withModels ? QuickTaskPresetSettings{} : unusable,
-            models);
-        QCOMPARE(result.state, ScratchComposerAvailability::State::unavailable);
-        QCOMPARE(result.title, title);
-        QCOMPARE(result.detail, detail);
+        const QList<QuickTaskModelCatalog::Model> models{
+            model(QStringLiteral("gpt-5.5"), {QStringLiteral("high")})};
+        const auto installed = QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"));
+        const auto check = [](const ScratchComposerAvailability &result, const QString &title) {
+            QCOMPARE(result.state, ScratchComposerAvailability::State::unavailable);
+            QCOMPARE(result.title, title);
+        };
+        const ScratchComposerAvailability missing = ScratchComposerAvailability::resolved(
+            QuickTaskCLIBackend::codex,
+            QuickTaskCLIInstallationAvailability::unavailable(
+                QStringLiteral("Could not find the Codex CLI executable.")),
+            unusable, models);
+        check(missing, QStringLiteral("Codex CLI is unavailable."));
+        QCOMPARE(missing.detail, QStringLiteral("Could not find the Codex CLI executable."));
+        check(ScratchComposerAvailability::resolved(QuickTaskCLIBackend::codex, installed, {}, {}),
+              QStringLiteral("Codex is installed, but quick tasks are not ready yet."));
+        const ScratchComposerAvailability noPreset =
+            ScratchComposerAvailability::resolved(QuickTaskCLIBackend::claude, installed, unusable, models);
+        check(noPreset, QStringLiteral("No quick-task preset is available."));
+        QVERIFY(noPreset.detail.contains(QStringLiteral("Claude")));
     }
 
     void checkingThenReady()
