@@ -1,41 +1,35 @@
 #pragma once
 
-// What the desktop tests of quick tasks share: xdotool and xwininfo wrappers, screenshots,
-// an X clipboard owner, file drags from another process, a running copy of tarvel with its
-// own folders and the fake backends on its PATH, and the positions of things in its tray
-// menu. Include it from a test that runs inside tests/e2e/desktop-session.sh.
-#include "app/QuickTaskMenuItemView.h"
+// What the desktop tests share: xdotool and xwininfo wrappers, screenshots, an X clipboard
+// owner, file drags from another process, and a running copy of tarvel with its own folders
+// (and the fake backends on its PATH when given). It drives the built programs only, never
+// the product's code. Include it from a test that runs inside tests/e2e/desktop-session.sh.
 #include "fakebackends/FakeBackends.h"
 
-#include <QAbstractButton>
 #include <QDir>
-#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QLabel>
-#include <QLayout>
-#include <QMenu>
 #include <QProcess>
 #include <QRegularExpression>
-#include <QWidgetAction>
+#include <QTemporaryFile>
 #include <QtTest>
 
 #include <csignal>
+#include <functional>
 #include <memory>
 
 namespace desktop_test {
 inline const QString kTarvel = QStringLiteral(TARVEL_APP_PATH);
+inline const QString kTarvelEdit = QStringLiteral(TARVEL_EDIT_PATH);
 inline const QString kArtifacts = QStringLiteral(TARVEL_ARTIFACTS_DIR);
 inline const QString kTestData = QStringLiteral(TARVEL_TEST_DATA_DIR);
 
-inline QString run(const QString &program, const QStringList &arguments, int *exitCode = nullptr)
+inline QString run(const QString &program, const QStringList &arguments)
 {
     QProcess process;
     process.start(program, arguments);
     process.waitForFinished(10000);
-    if (exitCode)
-        *exitCode = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
     return QString::fromUtf8(process.readAllStandardOutput()).trimmed();
 }
 
@@ -47,10 +41,12 @@ inline QString xdotool(const QStringList &arguments)
 struct Geometry {
     int x = 0, y = 0, width = 0, height = 0;
     int right() const { return x + width; }
+    int bottom() const { return y + height; }
     int centerX() const { return x + width / 2; }
     int centerY() const { return y + height / 2; }
 };
 
+// The client area, as xwininfo reports it (xdotool counts the frame twice).
 inline Geometry geometry(const QString &windowId)
 {
     const QString info = run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), windowId});
@@ -62,6 +58,13 @@ inline Geometry geometry(const QString &windowId)
             field(QStringLiteral("Width")), field(QStringLiteral("Height"))};
 }
 
+inline QStringList windowsOf(qint64 pid)
+{
+    return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--pid"),
+                    QString::number(pid)})
+        .split(u'\n', Qt::SkipEmptyParts);
+}
+
 inline void screenshot(const QString &name, const QString &window = QString())
 {
     QDir().mkpath(kArtifacts);
@@ -71,14 +74,6 @@ inline void screenshot(const QString &name, const QString &window = QString())
         arguments.append(window);
     if (!helper.isEmpty())
         run(helper, arguments);
-}
-
-inline QImage windowImage(const QString &window)
-{
-    QProcess import;
-    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
-    import.waitForFinished(10000);
-    return QImage::fromData(import.readAllStandardOutput(), "PNG");
 }
 
 inline void type(const QString &text)
@@ -95,6 +90,11 @@ inline void click(int x, int y)
 {
     xdotool({QStringLiteral("mousemove"), QString::number(x), QString::number(y), QStringLiteral("click"),
              QStringLiteral("1")});
+}
+
+inline void activate(const QString &window)
+{
+    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), window});
 }
 
 inline void writeFile(const QString &path, const QByteArray &content)
@@ -114,12 +114,19 @@ inline QByteArray readFile(const QString &path)
 // Owns the X clipboard with the given content, as a copy in another application would.
 class ClipboardOwner final {
 public:
-    ClipboardOwner(const QString &mimeType, const QString &file)
+    ClipboardOwner(const QString &mimeType, const QByteArray &content)
     {
+        if (m_content.open()) {
+            m_content.write(content);
+            m_content.flush();
+        }
         m_process.start(QStringLiteral("xclip"),
                         {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
-                         QStringLiteral("-t"), mimeType, QStringLiteral("-i"), file});
+                         QStringLiteral("-t"), mimeType, QStringLiteral("-i"), m_content.fileName()});
         m_process.waitForStarted();
+        const bool offered = QTest::qWaitFor([&] { return offers(mimeType); }, 5000);
+        if (!offered)
+            qWarning("xclip does not offer %s", qPrintable(mimeType));
     }
     ~ClipboardOwner()
     {
@@ -138,6 +145,7 @@ public:
     }
 
 private:
+    QTemporaryFile m_content;
     QProcess m_process;
 };
 
@@ -145,6 +153,19 @@ inline QString clipboardText()
 {
     return run(QStringLiteral("xclip"),
                {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard")});
+}
+
+// Pastes files into the focused window as a file manager's copy offers them. The clipboard
+// stays theirs while the returned owner lives.
+inline std::unique_ptr<ClipboardOwner> pasteFiles(const QStringList &paths)
+{
+    QByteArray uriList;
+    for (const QString &path : paths)
+        uriList += QUrl::fromLocalFile(path).toEncoded() + "\r\n";
+    auto owner = std::make_unique<ClipboardOwner>(QStringLiteral("text/uri-list"), uriList);
+    key(QStringLiteral("ctrl+v"));
+    QTest::qWait(300);
+    return owner;
 }
 
 // Drags files from another process to a point on the screen over XDND, as from a file
@@ -187,13 +208,39 @@ inline bool dragFiles(const QStringList &paths, const QPoint &target)
     return source.exitStatus() == QProcess::NormalExit && source.exitCode() == 0;
 }
 
-// A running copy of the application with its own home, data and settings folders, and the
-// fake backends first on its PATH.
+// The values that follow each occurrence of option in a backend's arguments.
+inline QStringList valuesOf(const QStringList &arguments, const QString &option)
+{
+    QStringList values;
+    for (qsizetype index = 0; index + 1 < arguments.size(); ++index) {
+        if (arguments.at(index) == option)
+            values.append(arguments.at(++index));
+    }
+    return values;
+}
+
+// The paths an "Attached Paths" block in a prompt lists, in its order.
+inline QStringList attachedPaths(const QString &prompt)
+{
+    QStringList paths;
+    for (const QString &line : prompt.section(QStringLiteral("\n\n"), 0, 1).split(u'\n')) {
+        if (line.startsWith(QStringLiteral("- ")))
+            paths.append(line.mid(2));
+    }
+    return paths;
+}
+
+// A running copy of the application with its own home, data and settings folders, tarvel-edit
+// as its editor, and the fake backends first on its PATH when given.
 class Application final {
 public:
     Application(const QString &root, const FakeBackends &fakes, const QMap<QString, QString> &extra = {})
+        : Application(root, extra)
+    {
+        m_fakes = &fakes;
+    }
+    explicit Application(const QString &root, const QMap<QString, QString> &extra = {})
         : m_root(root)
-        , m_fakes(fakes)
         , m_extra(extra)
     {
         QDir().mkpath(home() + QStringLiteral("/.codex"));
@@ -203,7 +250,8 @@ public:
     ~Application() { kill(SIGKILL); }
 
     QString home() const { return m_root + QStringLiteral("/home"); }
-    QString dataFolder() const { return m_root + QStringLiteral("/data/Tarvel"); }
+    QString dataHome() const { return m_root + QStringLiteral("/data"); }
+    QString dataFolder() const { return dataHome() + QStringLiteral("/Tarvel"); }
     QString settingsFile() const { return m_root + QStringLiteral("/config/Tarvel/Tarvel.conf"); }
     QString importFolder() const { return dataFolder() + QStringLiteral("/ImportedAttachments"); }
 
@@ -211,11 +259,16 @@ public:
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("HOME"), home());
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), dataHome());
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
-        environment.insert(QStringLiteral("PATH"), m_fakes.searchPath());
         environment.insert(QStringLiteral("SHELL"), QStringLiteral("/bin/sh"));
-        environment.insert(QStringLiteral("FAKE_RECORD_DIR"), m_fakes.recordDirectory());
+        environment.insert(QStringLiteral("TARVEL_APP_PATH"), kTarvel);
+        environment.insert(QStringLiteral("VISUAL"), kTarvelEdit);
+        environment.insert(QStringLiteral("EDITOR"), kTarvelEdit);
+        if (m_fakes) {
+            environment.insert(QStringLiteral("PATH"), m_fakes->searchPath());
+            environment.insert(QStringLiteral("FAKE_RECORD_DIR"), m_fakes->recordDirectory());
+        }
         for (auto it = m_extra.cbegin(); it != m_extra.cend(); ++it)
             environment.insert(it.key(), it.value());
         return environment;
@@ -228,6 +281,7 @@ public:
         m_process->setProcessChannelMode(QProcess::ForwardedChannels);
         m_process->start(kTarvel, {});
         QVERIFY(m_process->waitForStarted());
+        // The tray icon is the last thing start-up makes.
         QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
     }
 
@@ -241,14 +295,18 @@ public:
         QCOMPARE(second.exitCode(), 0);
     }
 
-    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+    bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }
 
-    QStringList visibleWindows() const
+    void kill(int signal)
     {
-        return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--pid"),
-                        QString::number(pid())})
-            .split(u'\n', Qt::SkipEmptyParts);
+        if (m_process && m_process->state() != QProcess::NotRunning) {
+            ::kill(pid_t(m_process->processId()), signal);
+            m_process->waitForFinished(5000);
+        }
     }
+
+    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+    QStringList visibleWindows() const { return windowsOf(pid()); }
 
     QString trayIconWindow() const
     {
@@ -259,16 +317,21 @@ public:
         return {};
     }
 
-    QString windowNamed(const QString &prefix) const
+    static bool isComposer(const QString &window)
+    {
+        const QString name = xdotool({QStringLiteral("getwindowname"), window});
+        return name.startsWith(u"Tarvel Quick Task") || name.startsWith(u"Tarvel Composer");
+    }
+
+    // The visible composer panel, editor or scratch, if one is up.
+    QString composerWindow() const
     {
         for (const QString &id : visibleWindows()) {
-            if (xdotool({QStringLiteral("getwindowname"), id}).startsWith(prefix))
+            if (isComposer(id))
                 return id;
         }
         return {};
     }
-
-    QString composerWindow() const { return windowNamed(QStringLiteral("Tarvel Quick Task")); }
 
     QString waitForComposer() const
     {
@@ -276,17 +339,59 @@ public:
         [&] {
             QTRY_VERIFY_WITH_TIMEOUT(!(id = composerWindow()).isEmpty(), 10000);
         }();
+        QTest::qWait(300); // let activation settle before typing
         return id;
+    }
+
+    // Opens a scratch composer with open() and returns it once the fake backend has answered
+    // its version check (tests that wait for it give the check a delay) and the answer has
+    // reached the composer through the event loop.
+    QString readyComposerAfter(const std::function<void()> &open,
+                               const QString &backend = QStringLiteral("codex")) const
+    {
+        const QString answered = backend + QStringLiteral(".version-answered");
+        m_fakes->forget(answered);
+        open();
+        const QString composer = waitForComposer();
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_fakes->recordPath(answered)), 10000);
+        }();
+        QTest::qWait(500);
+        return composer;
+    }
+    QString openReadyComposer(const QString &backend = QStringLiteral("codex")) const
+    {
+        return readyComposerAfter([this] { startAgain(); }, backend);
+    }
+
+    // The one window besides the given ones and the tray icon: an alert.
+    QString otherWindow(const QStringList &known) const
+    {
+        for (const QString &id : visibleWindows()) {
+            if (!known.contains(id) && id != trayIconWindow())
+                return id;
+        }
+        return {};
+    }
+
+    // Answers the alert over the composer with its default button and gives the keyboard
+    // back to the composer.
+    void dismissAlert(const QString &composer) const
+    {
+        QString alert;
+        QTRY_VERIFY_WITH_TIMEOUT(!(alert = otherWindow({composer})).isEmpty(), 5000);
+        QTest::qWait(300);
+        activate(alert);
+        key(QStringLiteral("Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(!visibleWindows().contains(alert), 5000);
+        activate(composer);
     }
 
     // The open tray menu: a visible window below the tray that is no composer.
     QString menuWindow() const
     {
         for (const QString &id : visibleWindows()) {
-            const Geometry frame = geometry(id);
-            const QString name = xdotool({QStringLiteral("getwindowname"), id});
-            if (frame.y >= 28 && !name.startsWith(u"Tarvel Quick Task") &&
-                !name.startsWith(u"Tarvel Composer"))
+            if (geometry(id).y >= 28 && !isComposer(id))
                 return id;
         }
         return {};
@@ -330,125 +435,12 @@ public:
         return index < list.size() ? list.at(index).toObject().value(u"status").toString() : QString();
     }
 
-    void kill(int signal)
-    {
-        if (m_process && m_process->state() != QProcess::NotRunning) {
-            ::kill(pid_t(m_process->processId()), signal);
-            m_process->waitForFinished(5000);
-        }
-    }
-
 private:
     QString m_root;
-    const FakeBackends &m_fakes;
+    const FakeBackends *m_fakes = nullptr;
     QMap<QString, QString> m_extra;
     std::unique_ptr<QProcess> m_process;
 };
-
-// The tray menu with one session row, built in this process the way tarvel builds it (same
-// display, style and fonts), to measure where things sit in the real one.
-struct MeasuredMenu {
-    QMenu menu;
-    QuickTaskMenuItemView *row = nullptr;
-    QRect rowRect;
-    QAction *clear = nullptr;
-
-    explicit MeasuredMenu(const QStringList &actionTitles)
-    {
-        menu.addAction(QStringLiteral("Quick Tasks"));
-        QList<QuickTaskInlineAction> actions;
-        for (const QString &actionTitle : actionTitles)
-            actions.append({actionTitle, true, {}});
-        row = new QuickTaskMenuItemView(QStringLiteral("Describe the picture"),
-                                        QStringLiteral("Codex \u00b7 Succeeded \u00b7 now"), actions, {},
-                                        &menu);
-        auto *rowAction = new QWidgetAction(&menu);
-        rowAction->setDefaultWidget(row);
-        menu.addAction(rowAction);
-        menu.addSeparator();
-        clear = menu.addAction(QStringLiteral("Clear Finished Tasks"));
-        menu.addSeparator();
-        menu.addAction(QStringLiteral("Quit Tarvel"));
-        menu.adjustSize();
-        rowRect = menu.actionGeometry(rowAction);
-        row->setGeometry(rowRect);
-        row->layout()->activate();
-    }
-};
-
-// Where something sits in the tray menu with one session row: the x offset from the menu's
-// right edge and the y offset from its top. The row's buttons are right-aligned, and only
-// the items above a target decide its height.
-inline QPoint menuOffset(const QStringList &actionTitles, const QString &buttonTitle,
-                         bool clearFinishedItem = false)
-{
-    MeasuredMenu measured(actionTitles);
-    if (clearFinishedItem) {
-        const QRect item = measured.menu.actionGeometry(measured.clear);
-        return {measured.menu.width() - item.center().x(), item.center().y()};
-    }
-    const auto *button =
-        measured.row->findChild<QAbstractButton *>(QStringLiteral("InlineAction_") + buttonTitle);
-    if (!button)
-        return {};
-    const QPoint center = measured.rowRect.topLeft() + button->geometry().center();
-    return {measured.menu.width() - center.x(), center.y()};
-}
-
-inline void clickInMenu(const QString &menu, const QPoint &offset)
-{
-    QVERIFY(!offset.isNull());
-    const Geometry frame = geometry(menu);
-    click(frame.right() - offset.x(), frame.y + offset.y());
-}
-
-inline void clickInlineButton(const QString &menu, const QStringList &actionTitles, const QString &title)
-{
-    clickInMenu(menu, menuOffset(actionTitles, title));
-}
-
-// Clicks the row's prompt line, away from its buttons; the line is left-aligned.
-inline void clickRowText(const QString &menu, const QStringList &actionTitles)
-{
-    MeasuredMenu measured(actionTitles);
-    const auto *title = measured.row->findChild<QLabel *>(QStringLiteral("SessionTitle"));
-    QVERIFY(title);
-    const QPoint offset =
-        measured.rowRect.topLeft() + title->geometry().topLeft() + QPoint(8, title->height() / 2);
-    const Geometry frame = geometry(menu);
-    click(frame.x + offset.x(), frame.y + offset.y());
-}
-
-// With OpenCode a folder brings up the alert: it is the one window besides the composer
-// and the tray icon. Answers it, then submits a prompt, which must reach opencode without
-// any file.
-inline void answerFolderAlertThenSubmit(const Application &app, const FakeBackends &fakes,
-                                        const QString &composer, const QString &screenshotName)
-{
-    const auto alertWindow = [&] {
-        for (const QString &id : app.visibleWindows()) {
-            if (id != composer && id != app.trayIconWindow())
-                return id;
-        }
-        return QString();
-    };
-    QString alert;
-    QTRY_VERIFY_WITH_TIMEOUT(!(alert = alertWindow()).isEmpty(), 5000);
-    QTest::qWait(300);
-    screenshot(screenshotName);
-    QVERIFY(fakes.recorded(QStringLiteral("opencode.argv")).isEmpty());
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), alert});
-    key(QStringLiteral("Return"));
-    QTRY_VERIFY_WITH_TIMEOUT(!app.visibleWindows().contains(alert), 5000);
-
-    xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
-    type(QStringLiteral("List the files"));
-    key(QStringLiteral("ctrl+Return"));
-    QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("opencode.argv")).isEmpty(), 15000);
-    const QStringList arguments = fakes.recordedArguments(QStringLiteral("opencode"));
-    QVERIFY2(!arguments.contains(QStringLiteral("--file")), qPrintable(arguments.join(u' ')));
-    QCOMPARE(arguments.constLast(), QStringLiteral("List the files"));
-}
 
 inline int dunstCount(const QString &which)
 {

@@ -1,7 +1,7 @@
 // Files dropped on a scratch composer by another process over XDND, on the headless desktop
 // with the real tarvel and the fake backends: on the attachment strip and the panel they
-// become attachments, on the text their paths; OpenCode refuses folders. What a drop did is
-// read from what reaches the backend. Runs inside tests/e2e/desktop-session.sh.
+// become attachments, on the text their paths; OpenCode refuses folders, pasted or dropped.
+// What a drop did is read from what reaches the backend. Runs inside tests/e2e/desktop-session.sh.
 #include "DesktopTestSupport.h"
 
 #include "composer/AttachmentStripView.h"
@@ -71,13 +71,8 @@ private Q_SLOTS:
         FakeBackends fakes;
         Application app(m_root.filePath(QStringLiteral("codex")), fakes,
                         {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}});
-        const QString answered =
-            QDir(fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
         app.start();
-        app.startAgain();
-        const QString composer = app.waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500);
+        const QString composer = app.openReadyComposer();
         type(QStringLiteral("Compare with "));
 
         // Once the drop on the text is done, the editor is as quiet as before it.
@@ -95,44 +90,45 @@ private Q_SLOTS:
         screenshot(QStringLiteral("scratch-dropped-file"), composer);
 
         // The drag source had the focus; give it back to the composer.
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
+        activate(composer);
         key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        const QStringList arguments = fakes.recordedArguments(QStringLiteral("codex"));
-        const QString prompt =
-            QStringLiteral(
-                "Attached Paths\n--------------\nThe following files and folders were attached from "
-                "Tarvel and are available on disk:\n- ") +
-            m_picture + QStringLiteral("\n- ") + m_project +
-            QStringLiteral("\n\nUse these exact paths when reading, editing, or referencing the attached "
-                           "items.\n\nCompare with ") +
-            m_notes;
-        const QStringList expected{
-            QStringLiteral("-C"),        app.home(), QStringLiteral("--add-dir"), QFileInfo(m_picture).path(),
-            QStringLiteral("--add-dir"), m_project,  QStringLiteral("--image"),   m_picture,
-            QStringLiteral("--"),        prompt};
-        QCOMPARE(arguments.mid(arguments.indexOf(QStringLiteral("-C"))), expected);
+        const QStringList arguments = fakes.nextArguments(QStringLiteral("codex"));
+        QVERIFY(!arguments.isEmpty());
+        QCOMPARE(valuesOf(arguments, QStringLiteral("--add-dir")),
+                 (QStringList{QFileInfo(m_picture).path(), m_project}));
+        QCOMPARE(valuesOf(arguments, QStringLiteral("--image")), QStringList{m_picture});
+        QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{m_picture, m_project}));
+        QVERIFY2(arguments.constLast().endsWith(QStringLiteral(" items.\n\nCompare with ") + m_notes),
+                 qPrintable(arguments.constLast()));
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
 
-    // OpenCode takes files only: a folder dropped on the strip gets the alert, submits
-    // nothing, and is not attached.
-    void openCodeRefusesADroppedFolder()
+    // OpenCode takes files only: a folder pasted or dropped on the strip gets the alert and is
+    // not attached; nothing is submitted until the prompt is, without any file.
+    void openCodeRefusesFolders()
     {
         FakeBackends fakes;
         Application app(m_root.filePath(QStringLiteral("opencode")), fakes,
                         {{QStringLiteral("FAKE_OPENCODE_VERSION_DELAY"), QStringLiteral("0.1")}});
         writeFile(app.settingsFile(), "[General]\nQuickTaskBackend=opencode\n");
-        const QString answered =
-            QDir(fakes.recordDirectory()).filePath(QStringLiteral("opencode.version-answered"));
         app.start();
-        app.startAgain();
-        const QString composer = app.waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500);
-
+        const QString composer = app.openReadyComposer(QStringLiteral("opencode"));
+        {
+            const auto folder = pasteFiles({m_project});
+            app.dismissAlert(composer);
+        }
         QVERIFY(dragFiles({m_project}, onEmptyStrip(geometry(composer))));
-        answerFolderAlertThenSubmit(app, fakes, composer, QStringLiteral("opencode-folder-drop-alert"));
+        screenshot(QStringLiteral("opencode-folder-alert"));
+        app.dismissAlert(composer);
+        QVERIFY(fakes.recorded(QStringLiteral("opencode.argv")).isEmpty());
+
+        type(QStringLiteral("List the files"));
+        key(QStringLiteral("ctrl+Return"));
+        const QStringList arguments = fakes.nextArguments(QStringLiteral("opencode"));
+        QVERIFY2(!arguments.isEmpty() && !arguments.contains(QStringLiteral("--file")),
+                 qPrintable(arguments.join(u' ')));
+        QCOMPARE(arguments.constLast(), QStringLiteral("List the files"));
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
 
 private:

@@ -2,12 +2,24 @@
 // scratch composers opened from the tray menu or by a second start, attachments pasted
 // through the X clipboard, session rows clicked in the tray menu, and the completion
 // notification answered through dunst. Runs inside tests/e2e/desktop-session.sh.
-#include "DesktopTestSupport.h"
+#include "TrayMenuGeometry.h"
 
-#include <QApplication>
+#include <QBuffer>
+#include <QImage>
 #include <QTemporaryDir>
 
 using namespace desktop_test;
+using Variables = QMap<QString, QString>;
+
+namespace {
+QImage windowImage(const QString &window)
+{
+    QProcess import;
+    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
+    import.waitForFinished(10000);
+    return QImage::fromData(import.readAllStandardOutput(), "PNG");
+}
+} // namespace
 
 class QuickTaskEndToEndTest final : public QObject {
     Q_OBJECT
@@ -18,40 +30,57 @@ private Q_SLOTS:
         QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
         QVERIFY2(!QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty(), "xclip is needed");
         QVERIFY(m_root.isValid());
-        writeFile(m_root.filePath(QStringLiteral("files/notes.txt")), "notes\n");
-        QImage picture(48, 32, QImage::Format_RGB32);
-        picture.fill(QColor(30, 120, 200));
-        QVERIFY(picture.save(m_root.filePath(QStringLiteral("picture.png"))));
+        writeFile(m_notes, "notes\n");
     }
 
-    // Checking, then ready; typing while the check runs goes nowhere.
-    void composerChecksTheBackendThenBecomesReady()
+    // While the backend's version check runs, and when no backend answers it, typing goes
+    // nowhere and Ctrl+Return only beeps; once it has answered, the prompt is submitted.
+    void composerSubmitsOnlyOnceItsBackendIsReady_data()
     {
+        QTest::addColumn<Variables>("environment");
+        QTest::addColumn<bool>("available");
+        QTest::newRow("slow version check")
+            << Variables{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("1.5")}} << true;
+        QTest::newRow("no backend answers")
+            << Variables{{QStringLiteral("FAKE_CODEX_VERSION_EXIT"), QStringLiteral("1")},
+                         {QStringLiteral("FAKE_CLAUDE_VERSION_EXIT"), QStringLiteral("1")},
+                         {QStringLiteral("FAKE_OPENCODE_VERSION_EXIT"), QStringLiteral("1")}}
+            << false;
+    }
+    void composerSubmitsOnlyOnceItsBackendIsReady()
+    {
+        QFETCH(Variables, environment);
+        QFETCH(bool, available);
         QTemporaryDir root;
         FakeBackends fakes;
-        Application app(root.path(), fakes,
-                        {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("1.5")}});
+        Application app(root.path(), fakes, environment);
         app.start();
-        const QString answered =
-            QDir(fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
-
+        const QString answered = fakes.recordPath(QStringLiteral("codex.version-answered"));
         QFile::remove(answered);
         const QString composer = app.openComposerFromMenu();
         type(QStringLiteral("early"));
         screenshot(QStringLiteral("scratch-checking"), composer);
         QVERIFY2(!QFile::exists(answered), "the check ended before the composer could be seen checking");
-        key(QStringLiteral("ctrl+Return")); // not ready: a beep, nothing else
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500); // the answer reaches the composer through the event loop
+        key(QStringLiteral("ctrl+Return"));
+        if (available)
+            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
+        QTest::qWait(available ? 500 : 2500); // the answer reaches the composer through the event loop
+        screenshot(available ? QStringLiteral("scratch-ready") : QStringLiteral("scratch-unavailable"),
+                   composer);
         QCOMPARE(app.composerWindow(), composer);
-        screenshot(QStringLiteral("scratch-ready"), composer);
 
-        QFile::remove(answered);
         type(QStringLiteral("Summarize the notes"));
         key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        QCOMPARE(fakes.recordedArguments(QStringLiteral("codex")).constLast(),
-                 QStringLiteral("Summarize the notes"));
+        if (!available) {
+            QTest::qWait(1500);
+            QCOMPARE(app.composerWindow(), composer);
+            QVERIFY(fakes.recorded(QStringLiteral("codex.argv")).isEmpty());
+            QVERIFY(app.sessions().isEmpty());
+            key(QStringLiteral("Escape"));
+            QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
+            return;
+        }
+        QCOMPARE(lastArgument(fakes), QStringLiteral("Summarize the notes"));
         QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
@@ -62,15 +91,9 @@ private Q_SLOTS:
     {
         QTemporaryDir root;
         FakeBackends fakes;
-        Application app(root.path(), fakes,
-                        {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}});
+        Application app(root.path(), fakes, kQuickCheck);
         app.start();
-        app.startAgain();
-        const QString composer = app.waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QFile::exists(QDir(fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"))),
-            10000);
-        QTest::qWait(500);
+        const QString composer = app.openReadyComposer();
         const Geometry before = geometry(composer);
         // The header row, right of its title: background.
         const QPoint grip(before.right() - 40, before.y + 12);
@@ -89,64 +112,37 @@ private Q_SLOTS:
         click(moved.right() - 40, moved.y + 12);
         type(QStringLiteral("after the click"));
         key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        QCOMPARE(fakes.recordedArguments(QStringLiteral("codex")).constLast(),
-                 QStringLiteral("after the click"));
+        QCOMPARE(lastArgument(fakes), QStringLiteral("after the click"));
     }
 
-    // No backend answers its version query: the composer says so and submits nothing.
-    void unavailableBackendSubmitsNothing()
-    {
-        QTemporaryDir root;
-        FakeBackends fakes;
-        Application app(root.path(), fakes,
-                        {{QStringLiteral("FAKE_CODEX_VERSION_EXIT"), QStringLiteral("1")},
-                         {QStringLiteral("FAKE_CLAUDE_VERSION_EXIT"), QStringLiteral("1")},
-                         {QStringLiteral("FAKE_OPENCODE_VERSION_EXIT"), QStringLiteral("1")}});
-        app.start();
-        app.startAgain();
-        const QString composer = app.waitForComposer();
-        QTest::qWait(2500); // the three checks fail fast; let the overlay settle
-        screenshot(QStringLiteral("scratch-unavailable"), composer);
-        type(QStringLiteral("anything"));
-        key(QStringLiteral("ctrl+Return"));
-        QTest::qWait(1500);
-        QCOMPARE(app.composerWindow(), composer);
-        QVERIFY(fakes.recorded(QStringLiteral("codex.argv")).isEmpty());
-        QVERIFY(app.sessions().isEmpty());
-        key(QStringLiteral("Escape"));
-        QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
-    }
-
-    // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray menu.
+    // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray
+    // menu; while the task runs, a row in the menu and a blinking icon.
     void quickTaskWithAttachmentsRunsAndSucceeds()
     {
-        m_app = std::make_unique<Application>(
-            m_root.filePath(QStringLiteral("main")), m_fakes,
-            QMap<QString, QString>{
-                {QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
-                {QStringLiteral("FAKE_STEPS"),
-                 m_fakes.writeSteps({
-                     QStringLiteral("sleep 3"),
-                     QStringLiteral("out {\"type\":\"thread.started\",\"thread_id\":\"t1\"}\\n"),
-                     QStringLiteral("out {\"type\":\"item.completed\",\"item\":{\"id\":\"i0\",\"type\":"
-                                    "\"agent_message\",\"text\":\"The picture is blue.\"}}\\n"),
-                 })}});
+        Variables environment = kQuickCheck;
+        environment.insert(
+            QStringLiteral("FAKE_STEPS"),
+            m_fakes.writeSteps({
+                QStringLiteral("sleep 3"),
+                QStringLiteral("out {\"type\":\"thread.started\",\"thread_id\":\"t1\"}\\n"),
+                QStringLiteral("out {\"type\":\"item.completed\",\"item\":{\"id\":\"i0\",\"type\":"
+                               "\"agent_message\",\"text\":\"The picture is blue.\"}}\\n"),
+            }));
+        m_app = std::make_unique<Application>(m_root.filePath(QStringLiteral("main")), m_fakes, environment);
         Application &app = *m_app;
         // Notifications of earlier tests would offer their own "Copy" in dunst's menu.
         run(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
         app.start();
-        const QString answered =
-            QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
-        QFile::remove(answered);
-        app.openComposerFromMenu();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500);
+        app.readyComposerAfter([&] { app.openComposerFromMenu(); });
 
         type(QStringLiteral("Describe the picture"));
+        QImage picture(48, 32, QImage::Format_RGB32);
+        picture.fill(QColor(30, 120, 200));
+        QByteArray png;
+        QBuffer buffer(&png);
+        QVERIFY(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
         {
-            ClipboardOwner image(QStringLiteral("image/png"), m_root.filePath(QStringLiteral("picture.png")));
-            QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("image/png")), 5000);
+            ClipboardOwner image(QStringLiteral("image/png"), png);
             key(QStringLiteral("ctrl+v"));
             QTRY_COMPARE_WITH_TIMEOUT(QDir(app.importFolder()).entryList(QDir::Files).size(), 1, 5000);
         }
@@ -158,61 +154,39 @@ private Q_SLOTS:
                      .hasMatch(),
                  qPrintable(pasted));
         m_pastedImage = QDir(app.importFolder()).filePath(pasted);
-        const QString notes = m_root.filePath(QStringLiteral("files/notes.txt"));
-        const QString uriList = m_root.filePath(QStringLiteral("uri-list"));
-        writeFile(uriList, QUrl::fromLocalFile(notes).toEncoded() + "\r\n");
-        ClipboardOwner files(QStringLiteral("text/uri-list"), uriList);
-        QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("text/uri-list")), 5000);
-        key(QStringLiteral("ctrl+v"));
+        const auto files = pasteFiles({m_notes});
         screenshot(QStringLiteral("scratch-with-attachments"), app.composerWindow());
-        QFile::remove(answered);
         key(QStringLiteral("ctrl+Return"));
 
-        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        const QStringList arguments = m_fakes.recordedArguments(QStringLiteral("codex"));
+        // A model of codex's own list and an effort; the picture as an image; both folders
+        // readable; the prompt names the attachments in their order.
+        const QStringList arguments = m_fakes.nextArguments(QStringLiteral("codex"));
         QVERIFY(arguments.size() > 7);
-        const QString model = arguments.at(4);
-        const QString effort = arguments.at(6).section(u'"', 1, 1);
+        QCOMPARE(arguments.mid(0, 3), (QStringList{QStringLiteral("exec"), QStringLiteral("--json"),
+                                                   QStringLiteral("--skip-git-repo-check")}));
+        const QString model = valuesOf(arguments, QStringLiteral("--model")).value(0);
         const QJsonArray models =
             QJsonDocument::fromJson(readFile(app.home() + QStringLiteral("/.codex/models_cache.json")))
                 .object()
                 .value(u"models")
                 .toArray();
-        bool known = false;
-        for (const QJsonValue &entry : models)
-            known = known || entry.toObject().value(u"slug").toString() == model;
-        QVERIFY2(known, qPrintable(model));
-        const QString prompt =
-            QStringLiteral(
-                "Attached Paths\n--------------\nThe following files and folders were attached from "
-                "Tarvel and are available on disk:\n- ") +
-            m_pastedImage + QStringLiteral("\n- ") + notes +
-            QStringLiteral("\n\nUse these exact paths when reading, editing, or referencing the attached "
-                           "items.\n\nDescribe the picture");
-        const QStringList expected{QStringLiteral("exec"),
-                                   QStringLiteral("--json"),
-                                   QStringLiteral("--skip-git-repo-check"),
-                                   QStringLiteral("--model"),
-                                   model,
-                                   QStringLiteral("-c"),
-                                   QStringLiteral("model_reasoning_effort=\"%1\"").arg(effort),
-                                   QStringLiteral("-C"),
-                                   app.home(),
-                                   QStringLiteral("--add-dir"),
-                                   app.importFolder(),
-                                   QStringLiteral("--add-dir"),
-                                   m_root.filePath(QStringLiteral("files")),
-                                   QStringLiteral("--image"),
-                                   m_pastedImage,
-                                   QStringLiteral("--"),
-                                   prompt};
-        QCOMPARE(arguments, expected);
-        QVERIFY(!effort.isEmpty());
+        QVERIFY2(std::any_of(models.begin(), models.end(),
+                             [&](const QJsonValue &entry) { return entry[u"slug"].toString() == model; }),
+                 qPrintable(model));
+        QVERIFY(QRegularExpression(QStringLiteral("^model_reasoning_effort=\"\\w+\"$"))
+                    .match(valuesOf(arguments, QStringLiteral("-c")).value(0))
+                    .hasMatch());
+        QCOMPARE(valuesOf(arguments, QStringLiteral("-C")), QStringList{app.home()});
+        QCOMPARE(valuesOf(arguments, QStringLiteral("--add-dir")),
+                 (QStringList{app.importFolder(), QFileInfo(m_notes).path()}));
+        QCOMPARE(valuesOf(arguments, QStringLiteral("--image")), QStringList{m_pastedImage});
+        QCOMPARE(arguments.at(arguments.size() - 2), QStringLiteral("--"));
+        QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{m_pastedImage, m_notes}));
+        QVERIFY(arguments.constLast().endsWith(QStringLiteral(" items.\n\nDescribe the picture")));
         QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
 
-        // While it runs: a row in the menu, and the icon blinks.
         QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
-        const QString menu = app.openMenu();
+        app.openMenu();
         screenshot(QStringLiteral("menu-running"));
         app.closeMenu();
         QList<QImage> icons;
@@ -225,7 +199,6 @@ private Q_SLOTS:
             QTest::qWait(150);
         }
         QVERIFY2(icons.size() >= 2, "the tray icon did not change while the task ran");
-        Q_UNUSED(menu);
 
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 20000);
         QCOMPARE(app.sessions().at(0).toObject().value(u"finalResponse").toString(),
@@ -235,9 +208,6 @@ private Q_SLOTS:
         const QImage still = windowImage(app.trayIconWindow());
         QTest::qWait(800);
         QCOMPARE(windowImage(app.trayIconWindow()), still);
-        app.openMenu();
-        screenshot(QStringLiteral("menu-rows"));
-        app.closeMenu();
     }
 
     // dunst shows the completion; its "Copy" action, chosen in dunst's context menu, copies the answer.
@@ -247,14 +217,12 @@ private Q_SLOTS:
             QSKIP("needs the finished task of the previous test");
         QTRY_VERIFY_WITH_TIMEOUT(dunstCount(QStringLiteral("displayed")) >= 1, 10000);
         screenshot(QStringLiteral("notification"));
-        writeFile(m_root.filePath(QStringLiteral("other.txt")), "something else\n");
         {
-            ClipboardOwner other(QStringLiteral("UTF8_STRING"), m_root.filePath(QStringLiteral("other.txt")));
+            ClipboardOwner other(QStringLiteral("UTF8_STRING"), "something else");
             QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("something else"), 5000);
         }
         run(QStringLiteral("dunstctl"), {QStringLiteral("context")});
         QTest::qWait(1000); // dmenu maps and grabs the keyboard
-        screenshot(QStringLiteral("notification-context-menu"));
         type(QStringLiteral("Copy"));
         key(QStringLiteral("Return"));
         QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("The picture is blue."), 10000);
@@ -266,43 +234,37 @@ private Q_SLOTS:
         if (!m_app || m_pastedImage.isEmpty())
             QSKIP("needs the finished task of the previous test");
         Application &app = *m_app;
-        // The first test run here (the composer's own check) left nothing; one session is listed.
         QCOMPARE(app.sessions().size(), 1);
         QVERIFY(QFile::exists(m_pastedImage));
         const QString menu = app.openMenu();
+        screenshot(QStringLiteral("menu-rows"));
         const int heightWithRow = geometry(menu).height;
         clickInlineButton(menu, {QStringLiteral("Copy"), QStringLiteral("Retry"), QStringLiteral("Delete")},
                           QStringLiteral("Delete"));
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(m_pastedImage), 5000);
-        QVERIFY(QFile::exists(m_root.filePath(QStringLiteral("files/notes.txt"))));
-        QTest::qWait(300);
-        screenshot(QStringLiteral("menu-after-delete"));
+        QVERIFY(QFile::exists(m_notes));
         QCOMPARE(app.menuWindow(), menu);
         QTRY_VERIFY_WITH_TIMEOUT(geometry(menu).height < heightWithRow, 5000);
         app.closeMenu();
         m_app.reset();
     }
 
-    // Stop on a task that ignores SIGINT and SIGTERM and has a child of its own.
+    // Stop on a task that ignores SIGINT and SIGTERM and has a child of its own ends them
+    // all; "Clear Finished Tasks" then removes the stopped session.
     void stopEndsTheWholeProcessGroup()
     {
         m_app.reset(); // a copy still running would take the next start for a second one
         QTemporaryDir root;
         FakeBackends fakes;
-        Application app(
-            root.path(), fakes,
-            {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
-             {QStringLiteral("FAKE_STEPS"),
-              fakes.writeSteps({QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
-                                QStringLiteral("ready"), QStringLiteral("hang")})}});
+        Variables environment = kQuickCheck;
+        environment.insert(
+            QStringLiteral("FAKE_STEPS"),
+            fakes.writeSteps({QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
+                              QStringLiteral("ready"), QStringLiteral("hang")}));
+        Application app(root.path(), fakes, environment);
         app.start();
-        const QString answered =
-            QDir(fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
-        app.startAgain();
-        app.waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500);
+        app.openReadyComposer();
         type(QStringLiteral("Run forever"));
         key(QStringLiteral("ctrl+Return"));
         QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
@@ -317,47 +279,22 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("cancelled"), 10000);
         QTRY_VERIFY_WITH_TIMEOUT(!isProcessAlive(*grandchild), 5000);
-        const QString stopped = app.openMenu();
-        screenshot(QStringLiteral("menu-stopped"));
 
-        // "Clear Finished Tasks" removes the stopped session.
-        clickInMenu(stopped, menuOffset({}, {}, true));
+        clickClearFinishedTasks(app.openMenu());
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
     }
 
-    // OpenCode takes files only: a pasted folder gets the alert and is not attached.
-    void openCodeRefusesFolders()
+private:
+    static QString lastArgument(const FakeBackends &fakes)
     {
-        m_app.reset(); // a copy still running would take the next start for a second one
-        QTemporaryDir root;
-        FakeBackends fakes;
-        Application app(root.path(), fakes,
-                        {{QStringLiteral("FAKE_OPENCODE_VERSION_DELAY"), QStringLiteral("0.1")}});
-        writeFile(app.settingsFile(), "[General]\nQuickTaskBackend=opencode\n");
-        app.start();
-        const QString answered =
-            QDir(fakes.recordDirectory()).filePath(QStringLiteral("opencode.version-answered"));
-        app.startAgain();
-        const QString composer = app.waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(500);
-        screenshot(QStringLiteral("scratch-ready-opencode"), composer);
-
-        const QString folder = m_root.filePath(QStringLiteral("files"));
-        const QString uriList = root.filePath(QStringLiteral("uri-list"));
-        writeFile(uriList, QUrl::fromLocalFile(folder).toEncoded() + "\r\n");
-        {
-            ClipboardOwner owner(QStringLiteral("text/uri-list"), uriList);
-            QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("text/uri-list")), 5000);
-            key(QStringLiteral("ctrl+v"));
-            answerFolderAlertThenSubmit(app, fakes, composer, QStringLiteral("opencode-folder-alert"));
-        }
-        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
+        const QStringList arguments = fakes.nextArguments(QStringLiteral("codex"));
+        return arguments.isEmpty() ? QStringLiteral("<codex did not run>") : arguments.constLast();
     }
 
-private:
+    const Variables kQuickCheck{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}};
     QTemporaryDir m_root;
+    const QString m_notes = m_root.filePath(QStringLiteral("files/notes.txt"));
     FakeBackends m_fakes;
     std::unique_ptr<Application> m_app;
     QString m_pastedImage;

@@ -2,7 +2,7 @@
 // puts the answer on the X clipboard, the row itself opens the transcript through xdg-open
 // (a recording stand-in first on tarvel's PATH), and Retry opens a composer with the same
 // prompt and attachment. Runs inside tests/e2e/desktop-session.sh.
-#include "DesktopTestSupport.h"
+#include "TrayMenuGeometry.h"
 
 #include "composer/AttachmentPillView.h"
 #include "composer/AttachmentStripView.h"
@@ -52,22 +52,13 @@ private Q_SLOTS:
             m_root.filePath(QStringLiteral("app")), m_fakes,
             QMap<QString, QString>{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}});
         m_app->start();
-        m_app->openComposerFromMenu();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
-        QTest::qWait(500);
+        m_app->readyComposerAfter([this] { m_app->openComposerFromMenu(); });
         type(QStringLiteral("Describe the picture"));
-        const QString uriList = m_root.filePath(QStringLiteral("uri-list"));
-        writeFile(uriList, QUrl::fromLocalFile(m_picture).toEncoded() + "\r\n");
-        {
-            ClipboardOwner files(QStringLiteral("text/uri-list"), uriList);
-            QTRY_VERIFY_WITH_TIMEOUT(ClipboardOwner::offers(QStringLiteral("text/uri-list")), 5000);
-            key(QStringLiteral("ctrl+v"));
-            QTest::qWait(300);
-        }
+        pasteFiles({m_picture});
         key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(m_app->sessionStatus(), QStringLiteral("succeeded"), 15000);
-        m_firstRun = m_fakes.recordedArguments(QStringLiteral("codex"));
+        m_firstRun = m_fakes.nextArguments(QStringLiteral("codex"));
         QVERIFY2(m_firstRun.contains(m_picture), qPrintable(m_firstRun.join(u' ')));
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->sessionStatus(), QStringLiteral("succeeded"), 15000);
         QCOMPARE(m_app->sessions().at(0).toObject().value(u"finalResponse").toString(),
                  QStringLiteral("Fake answer."));
     }
@@ -105,20 +96,10 @@ private Q_SLOTS:
     // backend gets what the first run got.
     void retryOpensAComposerWithThePromptAndAttachment()
     {
-        const QString menu = m_app->openMenu();
-        QFile::remove(versionAnswered());
-        clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Retry"));
-        QTRY_VERIFY_WITH_TIMEOUT(m_app->menuWindow().isEmpty(), 5000);
-        const QString composer = m_app->waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
-        QTest::qWait(500);
+        const QString composer = retryFirstRow();
         screenshot(QStringLiteral("scratch-retry"), composer);
-
-        QFile::remove(QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.argv")));
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
         key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        QCOMPARE(m_fakes.recordedArguments(QStringLiteral("codex")), m_firstRun);
+        QCOMPARE(m_fakes.nextArguments(QStringLiteral("codex")), m_firstRun);
         QTRY_COMPARE_WITH_TIMEOUT(m_app->sessions().size(), 2, 5000);
     }
 
@@ -127,30 +108,30 @@ private Q_SLOTS:
     {
         QTRY_VERIFY_WITH_TIMEOUT(
             m_app->sessionStatus(0) == u"succeeded" && m_app->sessionStatus(1) == u"succeeded", 15000);
-        const QString menu = m_app->openMenu();
-        QFile::remove(versionAnswered());
-        clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Retry")); // the first row's
-        const QString composer = m_app->waitForComposer();
-        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(versionAnswered()), 10000);
-        QTest::qWait(500);
+        const QString composer = retryFirstRow();
         const QPoint remove = onlyPillRemoveButton(geometry(composer), m_picture);
         click(remove.x(), remove.y());
         QTest::qWait(300);
         screenshot(QStringLiteral("scratch-retry-pill-removed"), composer);
-
-        QFile::remove(QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.argv")));
-        xdotool({QStringLiteral("windowactivate"), QStringLiteral("--sync"), composer});
+        activate(composer);
         key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(QStringLiteral("codex.argv")).isEmpty(), 15000);
-        const QStringList arguments = m_fakes.recordedArguments(QStringLiteral("codex"));
-        QVERIFY2(!arguments.contains(m_picture), qPrintable(arguments.join(u' ')));
+        const QStringList arguments = m_fakes.nextArguments(QStringLiteral("codex"));
+        QVERIFY2(!arguments.isEmpty() && !arguments.contains(m_picture), qPrintable(arguments.join(u' ')));
         QCOMPARE(arguments.constLast(), QStringLiteral("Describe the picture"));
     }
 
 private:
-    QString versionAnswered() const
+    // Retry in the first row; the composer it opens, once ready and with the keyboard.
+    QString retryFirstRow()
     {
-        return QDir(m_fakes.recordDirectory()).filePath(QStringLiteral("codex.version-answered"));
+        const QString menu = m_app->openMenu();
+        const QString composer = m_app->readyComposerAfter(
+            [&] { clickInlineButton(menu, kFinishedRowActions, QStringLiteral("Retry")); });
+        [&] {
+            QTRY_VERIFY_WITH_TIMEOUT(m_app->menuWindow().isEmpty(), 5000);
+        }();
+        activate(composer);
+        return composer;
     }
 
     QTemporaryDir m_root;

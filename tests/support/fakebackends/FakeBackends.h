@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QStringList>
 #include <QTemporaryDir>
+#include <QTest>
 
 #include <optional>
 
@@ -42,11 +43,13 @@ public:
         return path;
     }
 
+    QString recordPath(const QString &file) const { return QDir(recordDirectory()).filePath(file); }
     QByteArray recorded(const QString &file) const
     {
-        QFile recordFile(QDir(recordDirectory()).filePath(file));
+        QFile recordFile(recordPath(file));
         return recordFile.open(QIODevice::ReadOnly) ? recordFile.readAll() : QByteArray();
     }
+    void forget(const QString &file) const { QFile::remove(recordPath(file)); }
     // The arguments a run of the named fake received, after argv[0].
     QStringList recordedArguments(const QString &name) const
     {
@@ -56,6 +59,16 @@ public:
             arguments.append(QString::fromUtf8(argument));
         if (!arguments.isEmpty())
             arguments.removeLast(); // after the last NUL
+        return arguments;
+    }
+    // The arguments of the named fake's next run: waits for its record, then forgets it.
+    QStringList nextArguments(const QString &name, int milliseconds = 15000) const
+    {
+        const QString file = name + QStringLiteral(".argv");
+        if (!QTest::qWaitFor([&] { return !recorded(file).isEmpty(); }, milliseconds))
+            return {};
+        const QStringList arguments = recordedArguments(name);
+        forget(file);
         return arguments;
     }
     bool isReady() const { return QFile::exists(QDir(recordDirectory()).filePath(QStringLiteral("ready"))); }
