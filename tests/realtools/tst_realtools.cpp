@@ -1,31 +1,24 @@
 // The real codex, claude and opencode, as installed by `make real-tools`, against a
-// stand-in model server on the loopback interface: their versions pass verification, and
-// a quick task and a prompt rewrite through each come back with the server's text. Every
-// base URL points at that server and the tools' own update checks and telemetry are off;
-// loopback-only.sh runs the test where the loopback interface is the only one, so nothing
-// could leave the machine anyway. Without the tools each test says why and skips.
+// stand-in model server on the loopback interface: a prompt rewrite through each comes back
+// with the server's text. (Their version checks and quick tasks run through the real tarvel
+// in tst_realtools_composer.) Every base URL points at that server and the tools' own update
+// checks and telemetry are off; loopback-only.sh runs the test where the loopback interface
+// is the only one, so nothing could leave the machine anyway. Without the tools it says why
+// and skips.
 #include "LoopbackModelServer.h"
 #include "RealToolProfile.h"
-#include "core/Clock.h"
-#include "core/UserDefaults.h"
-#include "errorlog/ErrorLogManager.h"
-#include "quicktasks/QuickTaskError.h"
-#include "quicktasks/QuickTaskManager.h"
-#include "quicktasks/TaskCLIExecutableLocator.h"
+#include "core/TarvelError.h"
 #include "settings/QuickTaskModelCatalog.h"
 #include "support/TestEnvironment.h"
 #include "voice/PromptRewriteService.h"
 
 #include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
 #include <QtTest>
 
 #include <variant>
 
 namespace {
 
-const QString kTaskPrompt = QStringLiteral("Real tools quick task: say something.");
 const QString kTranscript = QStringLiteral("um fix the the login bug in auth dot py and uh add a test");
 constexpr int kRunTimeout = 180000;
 
@@ -135,69 +128,6 @@ private Q_SLOTS:
     {
         const QString isolation = RealToolProfile::networkIsolationProblem();
         QVERIFY2(isolation.isEmpty(), qPrintable(isolation));
-    }
-
-    void versionPassesVerification_data() { addBackendRows(); }
-    void versionPassesVerification()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        if (const QString reason = RealToolProfile::missingReason(backend); !reason.isEmpty())
-            QSKIP(qPrintable(reason));
-        RealToolSetup setup(backend);
-        const QString executable = TaskCLIExecutableLocator::resolveExecutableURL(backend);
-        QVERIFY(executable.startsWith(RealToolProfile::binDirectory()));
-        QString version;
-        QString failure;
-        for (int attempt = 1; attempt <= kVersionCheckAttempts && version.isEmpty(); ++attempt) {
-            QElapsedTimer timer;
-            timer.start();
-            try {
-                version = TaskCLIExecutableLocator::verifiedVersionString(backend, executable);
-            } catch (const QuickTaskError &error) {
-                failure = error.description();
-                if (!isVersionCheckTimeOut(failure))
-                    break;
-            }
-            qInfo("%s answered its version query in %lld ms%s",
-                  qPrintable(BackendProfiles::of(backend).rawValue()),
-                  static_cast<long long>(timer.elapsed()), version.isEmpty() ? " (too late)" : "");
-        }
-        QVERIFY2(!version.isEmpty(), qPrintable(failure));
-        qInfo("%s printed \"%s\"", qPrintable(BackendProfiles::of(backend).rawValue()), qPrintable(version));
-    }
-
-    void quickTaskEndsWithTheServersAnswer_data() { addBackendRows(); }
-    void quickTaskEndsWithTheServersAnswer()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        if (const QString reason = RealToolProfile::missingReason(backend); !reason.isEmpty())
-            QSKIP(qPrintable(reason));
-        RealToolSetup setup(backend);
-        QVERIFY2(setup.server.port() > 0, "The loopback model server did not start.");
-        QVERIFY(!setup.preset.model.isEmpty());
-
-        UserDefaults defaults(setup.environment.path(QStringLiteral("defaults.ini")));
-        ErrorLogManager errorLog(Clock::system());
-        QuickTaskManager manager(QuickTaskStore(), errorLog, defaults, Clock::system());
-        manager.noteWorkingDirectory(setup.workingDirectory);
-        const std::variant<QUuid, Failure> started = startPastVersionCheck<QUuid>(
-            [&] { return manager.startTask(kTaskPrompt, std::nullopt, {}, setup.preset, backend); });
-        if (const Failure *failure = std::get_if<Failure>(&started))
-            QFAIL(qPrintable(failure->description));
-        const QUuid id = std::get<QUuid>(started);
-        QVERIFY(QTest::qWaitFor([&] { return !manager.session(id)->isRunning(); }, kRunTimeout));
-
-        const QuickTaskSession session = *manager.session(id);
-        const QByteArray rawLog = [&] {
-            QFile file(manager.store().rawLogURL(id));
-            return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-        }();
-        QVERIFY2(session.status == QuickTaskSession::Status::succeeded, rawLog.constData());
-        QCOMPARE(session.finalResponse, LoopbackModelServer::taskAnswer());
-        QVERIFY(setup.server.received(setup.profile.modelRequestPath(), kTaskPrompt));
-        if (backend == QuickTaskCLIBackend::codex)
-            QVERIFY(session.threadID && !session.threadID->isEmpty());
-        QVERIFY(errorLog.entries().isEmpty());
     }
 
     void rewriteReturnsTheServersDraft_data() { addBackendRows(); }
