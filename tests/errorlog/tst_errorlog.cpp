@@ -1,11 +1,15 @@
-// The error log: recording rules, the cap, persistence and change signals.
+// The error log: recording rules, the cap, persistence and change signals, and the errors
+// window that follows it (offscreen).
 #include "core/Clock.h"
 #include "core/DataFile.h"
 #include "core/JSONCoding.h"
 #include "errorlog/ErrorLogManager.h"
+#include "errorlog/ErrorsWindow.h"
 #include "support/TestEnvironment.h"
 
+#include <QLabel>
 #include <QSignalSpy>
+#include <QToolButton>
 #include <QtTest>
 
 namespace {
@@ -17,6 +21,13 @@ public:
 private:
     QDateTime m_now = QDateTime(QDate(2026, 11, 14), QTime(17, 0), Qt::UTC);
 };
+QStringList titles(const QWidget &window)
+{
+    QStringList result;
+    for (const QLabel *label : window.findChildren<QLabel *>(QStringLiteral("ErrorTitle")))
+        result.append(label->text());
+    return result;
+}
 } // namespace
 
 class ErrorLogTest final : public QObject {
@@ -98,7 +109,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("content");
         QTest::newRow("garbage") << QByteArray("\x01\x02 not json");
         QTest::newRow("object") << QByteArray("{}");
-        QTest::newRow("bad entry") << QByteArray(R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])");
+        QTest::newRow("bad entry") << QByteArray(
+            R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])");
     }
     void damagedFileStartsEmptyAndIsReplaced()
     {
@@ -136,7 +148,35 @@ private Q_SLOTS:
         QCOMPARE(log.entries().size(), 2);
         QCOMPARE(log.entries().at(0).title, QStringLiteral("Older"));
     }
+
+    void listFollowsTheLog()
+    {
+        TestEnvironment env;
+        ErrorLogManager log(Clock::system());
+        log.load();
+        ErrorsWindow window(log, QStringLiteral("Tarvel"));
+        QCOMPARE(window.windowTitle(), QStringLiteral("Tarvel Errors"));
+        window.show();
+        QVERIFY(window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
+
+        log.record(QStringLiteral("First"), QStringLiteral("one"), QStringLiteral("Launch"));
+        log.record(QStringLiteral("Second"), QStringLiteral("two"), QStringLiteral("Launch"));
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QCOMPARE(titles(window), (QStringList{QStringLiteral("Second"), QStringLiteral("First")}));
+        QVERIFY(!window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
+
+        // Removing rows one by one ends with the empty text again.
+        for (int remaining = 2; remaining > 0; --remaining) {
+            auto buttons = window.findChildren<QToolButton *>(QStringLiteral("ErrorRemove"));
+            QCOMPARE(buttons.size(), remaining);
+            buttons.first()->click();
+            QTRY_COMPARE(log.entries().size(), remaining - 1);
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        }
+        QCOMPARE(titles(window), QStringList());
+        QVERIFY(window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
+    }
 };
 
-QTEST_GUILESS_MAIN(ErrorLogTest)
+QTEST_MAIN(ErrorLogTest)
 #include "tst_errorlog.moc"
