@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Checks the desktop harness itself: every helper is ready when the command starts, the
-# command sees a private home, runtime folder and bus, its exit status comes back, and
-# afterwards, also when the harness is stopped with SIGTERM, no helper is left running and
-# no file is left behind.
+# Checks the desktop harness itself: the command sees a private home, runtime folder and bus,
+# its exit status comes back, and afterwards, also when the harness is stopped with SIGTERM,
+# no helper is left running and no file is left behind. (That the helpers are up and ready,
+# the compositor only when asked, is what the desktop tests themselves rely on and check.)
 #   desktop-session-selftest.sh PATH-TO-tarvel-desktop-probe
 set -uo pipefail
 
@@ -28,14 +28,6 @@ expect() {
     shift
     "$@" >/dev/null 2>&1 || { echo "FAIL (inside): $what" >&2; fails=$((fails + 1)); }
 }
-wm=$(xprop -root _NET_SUPPORTING_WM_CHECK | awk '{print $NF}')
-expect "openbox manages the display" sh -c "xprop -id $wm _NET_WM_NAME | grep -q Openbox"
-expect "the tray owns its selection" "$PROBE" selection-owner _NET_SYSTEM_TRAY_S0
-expect "no compositor unless asked" sh -c '! "$PROBE" selection-owner _NET_WM_CM_S0'
-expect "dunst serves notifications" sh -c 'gdbus call --session --dest org.freedesktop.Notifications \
-    --object-path /org/freedesktop/Notifications \
-    --method org.freedesktop.Notifications.GetServerInformation | grep -q dunst'
-expect "Qt is sent to X" test "$QT_QPA_PLATFORM" = xcb
 expect "a bus of its own" test "$DBUS_SESSION_BUS_ADDRESS" != "$OUTER_BUS"
 expect "a home of its own" test "$HOME" = "$TARVEL_DESKTOP_DIR/home" -a "$HOME" != "$OUTER_HOME"
 expect "the XDG folders in that home" test -d "$XDG_CONFIG_HOME" -a "$XDG_DATA_HOME" = "$HOME/.local/share"
@@ -65,10 +57,6 @@ status=0
 "$harness" --probe "$PROBE" -- bash -c "$inside" || status=$?
 [ "$status" = 7 ] || fail "the command's status came back as $status, not 7"
 expect_cleaned_up "a normal run"
-
-status=0
-"$harness" --probe "$PROBE" --compositor -- "$PROBE" selection-owner _NET_WM_CM_S0 >/dev/null || status=$?
-[ "$status" = 0 ] || fail "--compositor: no owner of _NET_WM_CM_S0"
 
 "$harness" --probe "$PROBE" -- bash -c \
     'echo "$TARVEL_DESKTOP_DIR" >"$REPORT/dir"; echo "$TARVEL_DESKTOP_PIDS" >"$REPORT/pids"; exec sleep 120' &
