@@ -1,4 +1,4 @@
-// Quick-task presets: sanitising against each backend's catalog, the default presets, the
+// Quick-task presets: sanitising against each backend's catalog, the default choices, the
 // selected-index rules and the menu titles with their shortcut labels.
 #include "backends/BackendProfiles.h"
 #include "backends/OpenCodeBackendProfile.h"
@@ -11,7 +11,6 @@
 #include <QtTest>
 
 using QuickTaskModelCatalog::Model;
-using Profile = ModelRole;
 
 namespace {
 
@@ -20,27 +19,23 @@ QuickTaskPreset preset(const char *model, const char *effort)
     return {QString::fromUtf8(model), QString::fromUtf8(effort)};
 }
 
-QStringList levels(std::initializer_list<const char *> names)
+Model model(const char *identifier, std::initializer_list<const char *> levels, const char *defaultLevel = "",
+            const char *description = "")
 {
-    QStringList list;
-    for (const char *name : names)
-        list.append(QString::fromUtf8(name));
-    return list;
+    QStringList supported;
+    for (const char *level : levels)
+        supported.append(QString::fromUtf8(level));
+    return Model{QString::fromUtf8(identifier), QString::fromUtf8(identifier), QString::fromUtf8(description),
+                 QString::fromUtf8(defaultLevel), supported};
 }
 
 // A codex catalog as the cache typically lists it.
 QList<Model> codexCatalog()
 {
-    return {
-        Model{QStringLiteral("gpt-5.2-codex"), QStringLiteral("gpt-5.2-codex"),
-              QStringLiteral("Frontier agentic coding model."), QStringLiteral("medium"),
-              levels({"low", "medium", "high", "xhigh"})},
-        Model{QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("gpt-5.1-codex-mini"),
-              QStringLiteral("Cheaper, faster, but less capable."), QStringLiteral("medium"),
-              levels({"medium", "high"})},
-        Model{QStringLiteral("odd"), QStringLiteral("odd"), QString(), QStringLiteral("xhigh"),
-              levels({"low", "high"})},
-    };
+    return {model("gpt-5.2-codex", {"low", "medium", "high", "xhigh"}, "medium",
+                  "Frontier agentic coding model."),
+            model("gpt-5.1-codex-mini", {"medium", "high"}, "medium", "Cheaper, faster, but less capable."),
+            model("odd", {"low", "high"}, "xhigh")};
 }
 
 QList<Model> openCodeCatalog()
@@ -119,35 +114,63 @@ private Q_SLOTS:
         QCOMPARE(profile.sanitized(sanitized, models), expected); // idempotent
     }
 
-    void defaultPresets_data()
+    // The best, fast and voice-draft defaults: which model each backend picks, and the effort
+    // each role takes from it (highest, the model's own default, lowest).
+    void defaultChoices_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QList<Model>>("models");
         QTest::addColumn<QuickTaskPreset>("best");
         QTest::addColumn<QuickTaskPreset>("fast");
         QTest::addColumn<QuickTaskPreset>("voiceDraft");
+        const auto codex = QuickTaskCLIBackend::codex;
+        const auto claude = QuickTaskCLIBackend::claude;
         // The mini model's description mentions "faster", which makes it the fast choice.
-        QTest::newRow("codex") << QuickTaskCLIBackend::codex << codexCatalog()
-                               << preset("gpt-5.2-codex", "xhigh") << preset("gpt-5.1-codex-mini", "medium")
-                               << preset("gpt-5.2-codex", "low");
-        QTest::newRow("codex without catalog") << QuickTaskCLIBackend::codex << QList<Model>{}
-                                               << preset("", "") << preset("", "") << preset("", "");
-        QTest::newRow("claude") << QuickTaskCLIBackend::claude
-                                << BackendProfiles::of(QuickTaskCLIBackend::claude).availableModels()
+        QTest::newRow("codex") << codex << codexCatalog() << preset("gpt-5.2-codex", "xhigh")
+                               << preset("gpt-5.1-codex-mini", "medium") << preset("gpt-5.2-codex", "low");
+        QTest::newRow("codex without catalog")
+            << codex << QList<Model>{} << preset("", "") << preset("", "") << preset("", "");
+        // Best skips mini and spark models; a spark model is fast. The default "low" is not
+        // offered, and a model without levels takes "medium".
+        QTest::newRow("codex: spark")
+            << codex
+            << QList<Model>{model("gpt-5.1-codex-mini", {"low"}),
+                            model("GPT-5.2-Codex", {"medium", "xhigh"}, "low"),
+                            model("gpt-5.3-codex-spark", {}, "high")}
+            << preset("GPT-5.2-Codex", "xhigh") << preset("gpt-5.3-codex-spark", "medium")
+            << preset("GPT-5.2-Codex", "medium");
+        QTest::newRow("codex: all mini, fast by description")
+            << codex
+            << QList<Model>{model("a-mini", {"low", "high"}, "high"),
+                            model("b-mini", {"low"}, "", "Ultra-Fast responses")}
+            << preset("a-mini", "high") << preset("b-mini", "low") << preset("a-mini", "low");
+        QTest::newRow("codex: an earlier fast description beats a later mini")
+            << codex
+            << QList<Model>{model("big", {"low"}, "", "Deep and FAST reasoning"),
+                            model("small-mini", {"low"})}
+            << preset("big", "low") << preset("big", "low") << preset("big", "low");
+        QTest::newRow("codex: nothing fast, no levels")
+            << codex << QList<Model>{model("x", {}, "high"), model("y", {"low"})} << preset("x", "medium")
+            << preset("x", "medium") << preset("x", "medium");
+        QTest::newRow("claude") << claude << BackendProfiles::of(claude).availableModels()
                                 << preset("sonnet", "high") << preset("sonnet", "low")
                                 << preset("sonnet", "low");
+        // Without "sonnet" (the match is exact) the first; without high or low the nearest end.
+        QTest::newRow("claude without sonnet")
+            << claude << QList<Model>{model("opus", {"minimal", "xhigh"}), model("Sonnet", {"low", "high"})}
+            << preset("opus", "xhigh") << preset("opus", "minimal") << preset("opus", "minimal");
         QTest::newRow("opencode") << QuickTaskCLIBackend::opencode << openCodeCatalog() << preset("", "max")
                                   << preset("", "low") << preset("", "low");
     }
 
-    void defaultPresets()
+    void defaultChoices()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QList<Model>, models);
-        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::best, models)}, "best");
-        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::fast, models)}, "fast");
-        QTEST(QuickTaskPreset{BackendProfiles::of(backend).defaultChoice(Profile::voiceDraft, models)},
-              "voiceDraft");
+        const BackendProfile &profile = BackendProfiles::of(backend);
+        QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::best, models)}, "best");
+        QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::fast, models)}, "fast");
+        QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::voiceDraft, models)}, "voiceDraft");
     }
 
     void configuredAndAvailable_data()
@@ -158,12 +181,8 @@ private Q_SLOTS:
         QTest::addColumn<bool>("configured");
         QTest::addColumn<bool>("available");
         const auto codex = QuickTaskCLIBackend::codex;
-        QTest::newRow("codex in catalog")
-            << codex << codexCatalog() << preset("gpt-5.2-codex", "high") << true << true;
         QTest::newRow("codex effort not taken")
             << codex << codexCatalog() << preset("gpt-5.1-codex-mini", "low") << true << false;
-        QTest::newRow("codex model gone")
-            << codex << codexCatalog() << preset("gpt-4o", "low") << true << false;
         QTest::newRow("codex without catalog")
             << codex << QList<Model>{} << preset("gpt-4o", "low") << true << true;
         QTest::newRow("codex half") << codex << QList<Model>{} << preset("gpt-4o", "") << false << false;
@@ -185,43 +204,6 @@ private Q_SLOTS:
         QTEST(subject.isAvailable(models, backend), "available");
     }
 
-    void resolvedModelUsesTheOpenCodeCanon()
-    {
-        const BackendProfile &opencode = BackendProfiles::of(QuickTaskCLIBackend::opencode);
-        const auto resolved = opencode.resolvedModel(preset("anthropic/claude-x", "low"), openCodeCatalog());
-        QVERIFY(resolved);
-        QCOMPARE(resolved->displayName, QStringLiteral("Claude X"));
-        QCOMPARE(opencode.resolvedModel(preset("", "low"), openCodeCatalog()),
-                 OpenCodeBackendProfile::defaultModel());
-    }
-
-    void settingsSanitizing()
-    {
-        const QList<Model> catalog = codexCatalog();
-        const auto codex = QuickTaskCLIBackend::codex;
-
-        // Nothing stored: the best and fast defaults.
-        const QuickTaskPresetSettings fresh =
-            QuickTaskPresetSettings::sanitized(std::nullopt, catalog, codex);
-        QCOMPARE(fresh.presets, (QList<QuickTaskPreset>{preset("gpt-5.2-codex", "xhigh"),
-                                                        preset("gpt-5.1-codex-mini", "medium")}));
-        QCOMPARE(fresh.selectedPresetIndex, 0);
-        QCOMPARE(QuickTaskPresetSettings{}.sanitized(catalog, codex), fresh);
-
-        // Ten stored read back as the first nine, each sanitised.
-        QuickTaskPresetSettings ten;
-        for (int index = 0; index < 10; ++index)
-            ten.presets.append(index == 9 ? preset("gpt-5.2-codex", "high")
-                                          : preset("gpt-5.1-codex-mini", "low"));
-        ten.selectedPresetIndex = 9;
-        const QuickTaskPresetSettings nine = ten.sanitized(catalog, codex);
-        QCOMPARE(nine.presets.size(), 9);
-        QVERIFY(std::all_of(nine.presets.cbegin(), nine.presets.cend(), [](const QuickTaskPreset &p) {
-            return p == preset("gpt-5.1-codex-mini", "medium");
-        }));
-        QCOMPARE(nine.selectedPresetIndex, 8);
-    }
-
     void selectedIndexRules_data()
     {
         QTest::addColumn<QList<QuickTaskPreset>>("presets");
@@ -234,6 +216,9 @@ private Q_SLOTS:
             << QList<QuickTaskPreset>{good, good, good} << 1 << codexCatalog() << 1;
         QTest::newRow("clamped to the last")
             << QList<QuickTaskPreset>{good, good, good} << 5 << codexCatalog() << 2;
+        // Only nine are kept: the tenth selected becomes the ninth.
+        QTest::newRow("clamped after the cut to nine")
+            << QList<QuickTaskPreset>(10, good) << 9 << codexCatalog() << 8;
         QTest::newRow("clamped, then the first available")
             << QList<QuickTaskPreset>{unknown, good, unknown} << 5 << codexCatalog() << 1;
         QTest::newRow("negative clamps to the first, then the first available")
@@ -250,14 +235,6 @@ private Q_SLOTS:
         QFETCH(QList<Model>, models);
         const QuickTaskPresetSettings stored{presets, storedIndex};
         QTEST(stored.sanitized(models, QuickTaskCLIBackend::codex).selectedPresetIndex, "expected");
-    }
-
-    void resolvedSelectedIndexOutOfRange()
-    {
-        const QuickTaskPresetSettings settings{{preset("", "low"), preset("", "max")}, 0};
-        QCOMPARE(settings.resolvedSelectedPresetIndex(QuickTaskCLIBackend::opencode, 2, {}), 0);
-        QCOMPARE(settings.resolvedSelectedPresetIndex(QuickTaskCLIBackend::opencode, -1, {}), 0);
-        QCOMPARE(settings.resolvedSelectedPresetIndex(QuickTaskCLIBackend::opencode, 1, {}), 1);
     }
 
     void menuTitles()
