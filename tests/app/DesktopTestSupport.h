@@ -124,8 +124,14 @@ public:
                         {QStringLiteral("-quiet"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
                          QStringLiteral("-t"), mimeType, QStringLiteral("-i"), m_content.fileName()});
         m_process.waitForStarted();
-        const bool offered = QTest::qWaitFor([&] { return offers(mimeType); }, 5000);
-        if (!offered)
+        const auto offered = [&] {
+            return run(QStringLiteral("xclip"),
+                       {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
+                        QStringLiteral("-t"), QStringLiteral("TARGETS")})
+                .split(u'\n')
+                .contains(mimeType);
+        };
+        if (!QTest::qWaitFor(offered, 5000))
             qWarning("xclip does not offer %s", qPrintable(mimeType));
     }
     ~ClipboardOwner()
@@ -134,14 +140,6 @@ public:
             ::kill(pid_t(m_process.processId()), SIGTERM);
             m_process.waitForFinished(3000);
         }
-    }
-    static bool offers(const QString &mimeType)
-    {
-        return run(QStringLiteral("xclip"),
-                   {QStringLiteral("-o"), QStringLiteral("-selection"), QStringLiteral("clipboard"),
-                    QStringLiteral("-t"), QStringLiteral("TARGETS")})
-            .split(u'\n')
-            .contains(mimeType);
     }
 
 private:
@@ -250,8 +248,7 @@ public:
     ~Application() { kill(SIGKILL); }
 
     QString home() const { return m_root + QStringLiteral("/home"); }
-    QString dataHome() const { return m_root + QStringLiteral("/data"); }
-    QString dataFolder() const { return dataHome() + QStringLiteral("/Tarvel"); }
+    QString dataFolder() const { return m_root + QStringLiteral("/data/Tarvel"); }
     QString settingsFile() const { return m_root + QStringLiteral("/config/Tarvel/Tarvel.conf"); }
     QString importFolder() const { return dataFolder() + QStringLiteral("/ImportedAttachments"); }
 
@@ -259,7 +256,7 @@ public:
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(QStringLiteral("HOME"), home());
-        environment.insert(QStringLiteral("XDG_DATA_HOME"), dataHome());
+        environment.insert(QStringLiteral("XDG_DATA_HOME"), m_root + QStringLiteral("/data"));
         environment.insert(QStringLiteral("XDG_CONFIG_HOME"), m_root + QStringLiteral("/config"));
         environment.insert(QStringLiteral("SHELL"), QStringLiteral("/bin/sh"));
         environment.insert(QStringLiteral("TARVEL_APP_PATH"), kTarvel);
