@@ -2,14 +2,13 @@
 
 #include "core/Clock.h"
 #include "core/FileStore.h"
+#include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
-#include "fakebackends/FakeBackends.h"
+#include "fakebackends/FakeBackendSetup.h"
 #include "platform/Clipboard.h"
 #include "platform/FileOpener.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskManager.h"
-#include "core/UserDefaults.h"
-#include "support/TestEnvironment.h"
 
 #include <QFuture>
 #include <QtTest>
@@ -61,17 +60,10 @@ public:
     QStringList removed;
 };
 
-// A manager over a private profile, with the fake backends alone on PATH and no login
-// shell to ask.
-struct QuickTaskManagerFixture {
+// A manager over the private profile of the fake backends.
+struct QuickTaskManagerFixture : FakeBackendSetup {
     explicit QuickTaskManagerFixture(QuickTaskDesktopServices services = {})
     {
-        environment.set("PATH", fakes.searchPath());
-        environment.set("SHELL", environment.path(QStringLiteral("no-login-shell")));
-        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
-        environment.unset("FAKE_STEPS");
-        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
-            environment.unset(name);
         workingDirectory = environment.path(QStringLiteral("project"));
         QDir().mkpath(workingDirectory);
         defaults = std::make_unique<UserDefaults>(environment.path(QStringLiteral("defaults.ini")));
@@ -80,9 +72,6 @@ struct QuickTaskManagerFixture {
         manager->noteWorkingDirectory(workingDirectory);
         manager->load();
     }
-
-    // The steps the next run of a fake follows (see fakebackend.sh).
-    void useSteps(const QStringList &steps) { environment.set("FAKE_STEPS", fakes.writeSteps(steps)); }
 
     // Starts a task and waits for its launch; the session's id, or the error's description.
     std::optional<QUuid> start(QuickTaskCLIBackend backend,
@@ -124,8 +113,6 @@ struct QuickTaskManagerFixture {
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    TestEnvironment environment;
-    FakeBackends fakes;
     ManualClock clock;
     QString workingDirectory;
     std::unique_ptr<UserDefaults> defaults;

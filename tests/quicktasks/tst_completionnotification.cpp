@@ -1,5 +1,6 @@
-// The completion notification's texts: title per status, and the cuts of prompt and
-// response at 64, 48 and 96 characters.
+// The completion notification's texts: the cuts of prompt and response at 64, 48 and 96
+// characters (titles and actions are checked where tasks finish, in tst_quicktaskmanager and
+// tst_quicktasknotifications); and the relative times of the menu rows.
 #include "quicktasks/QuickTaskCompletionNotification.h"
 #include "quicktasks/RelativeDateFormatter.h"
 
@@ -29,29 +30,6 @@ class CompletionNotificationTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void titleNamesBackendAndOutcome_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QuickTaskSession::Status>("status");
-        QTest::addColumn<QString>("title");
-        QTest::newRow("succeeded") << QuickTaskCLIBackend::codex << QuickTaskSession::Status::succeeded
-                                   << QStringLiteral("Codex task Succeeded");
-        QTest::newRow("failed") << QuickTaskCLIBackend::claude << QuickTaskSession::Status::failed
-                                << QStringLiteral("Claude task Failed");
-        QTest::newRow("cancelled") << QuickTaskCLIBackend::opencode << QuickTaskSession::Status::cancelled
-                                   << QStringLiteral("OpenCode task Stopped");
-    }
-    void titleNamesBackendAndOutcome()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QuickTaskSession::Status, status);
-        QFETCH(QString, title);
-        QuickTaskSession session = sessionWith(QStringLiteral("x"));
-        session.backend = backend;
-        session.status = status;
-        QCOMPARE(QuickTaskCompletionNotification::title(session), title);
-    }
-
     void cutsAtTheirLimits_data()
     {
         QTest::addColumn<QString>("prompt");
@@ -96,19 +74,6 @@ private Q_SLOTS:
         const QuickTaskSession session = sessionWith(prompt, response);
         QCOMPARE(QuickTaskCompletionNotification::subtitle(session), subtitle);
         QCOMPARE(QuickTaskCompletionNotification::body(session), body);
-    }
-
-    void requestCarriesTheSessionForItsActions()
-    {
-        const QuickTaskSession session = sessionWith(QStringLiteral("Go"), QStringLiteral("Went."));
-        const UserNotificationRequest request = QuickTaskCompletionNotification::request(session);
-        const QString id = session.id.toString(QUuid::WithoutBraces).toUpper();
-        QCOMPARE(request.identifier, id);
-        QCOMPARE(request.userInfo,
-                 (QMap<QString, QString>{{QStringLiteral("QuickTaskSessionIdentifier"), id}}));
-        QCOMPARE(request.categoryIdentifier, QStringLiteral("QuickTaskCompletion"));
-        QCOMPARE(request.threadIdentifier, QStringLiteral("TarvelQuickTasks"));
-        QVERIFY(request.playsDefaultSound);
     }
 
     void relativeTimestamps_data()

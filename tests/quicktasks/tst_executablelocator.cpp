@@ -1,10 +1,9 @@
 // Finding and verifying the backends, against fake programs on a private PATH.
 #include "backends/BackendProfiles.h"
-#include "fakebackends/FakeBackends.h"
+#include "fakebackends/FakeBackendSetup.h"
 #include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
-#include "support/TestEnvironment.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -30,29 +29,6 @@ QString writeShell(const FakeBackends &fakes, const QString &body)
     return path;
 }
 
-// Every test starts from the fakes alone: their folder first on PATH, a login shell that
-// adds nothing, and no override variable.
-struct LocatorEnvironment {
-    LocatorEnvironment()
-    {
-        environment.set("PATH", fakes.searchPath());
-        environment.set("SHELL", writeShell(fakes, QStringLiteral("exit 0")));
-        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
-            environment.unset(name);
-    }
-    TestEnvironment environment;
-    FakeBackends fakes;
-};
-
-QString fixedDirectoryHolding(const QString &name)
-{
-    for (const char *directory : {"/opt/homebrew/bin", "/usr/local/bin", "/usr/bin"}) {
-        if (QFileInfo::exists(QDir(QString::fromLatin1(directory)).filePath(name)))
-            return QString::fromLatin1(directory);
-    }
-    return QString();
-}
-
 } // namespace
 
 class ExecutableLocatorTest final : public QObject {
@@ -70,6 +46,8 @@ private Q_SLOTS:
         // The default shell answers, so an empty SHELL still gives a path.
         environment.set("SHELL", QString());
         QVERIFY(Locator::loginShellPath().has_value());
+        environment.set("SHELL", environment.path(QStringLiteral("no-such-shell")));
+        QCOMPARE(Locator::loginShellPath(), std::nullopt);
     }
 
     void loginShellPathQuery_data()
@@ -92,7 +70,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, body);
         QFETCH(QString, expected);
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         setup.environment.set("SHELL", writeShell(setup.fakes, body));
         QElapsedTimer clock;
         clock.start();
@@ -101,13 +79,6 @@ private Q_SLOTS:
         QVERIFY(clock.elapsed() < 5000);
         QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.argv")),
                  QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
-    }
-
-    void missingLoginShellGivesNoPath()
-    {
-        TestEnvironment environment;
-        environment.set("SHELL", environment.path(QStringLiteral("no-such-shell")));
-        QCOMPARE(Locator::loginShellPath(), std::nullopt);
     }
 
     void candidateDirectoriesKeepFirstOccurrences()
@@ -126,27 +97,11 @@ private Q_SLOTS:
                               QStringLiteral("/opt/homebrew/bin")}));
     }
 
-    void candidatePathsPutFallbackAndOverrideFirst()
-    {
-        TestEnvironment environment;
-        const QString home = environment.root();
-        const QStringList directories{QStringLiteral("/a"), QStringLiteral("/b")};
-        environment.set("OPENCODE_BIN_PATH", QStringLiteral("/custom/opencode"));
-        environment.set("CODEX_BIN_PATH", QStringLiteral("/a/codex"));
-        environment.set("CLAUDE_BIN_PATH", QString());
-        QCOMPARE(
-            Locator::candidatePaths(QuickTaskCLIBackend::opencode, directories),
-            (QStringList{home + QStringLiteral("/.opencode/bin/opencode"), QStringLiteral("/custom/opencode"),
-                         QStringLiteral("/a/opencode"), QStringLiteral("/b/opencode")}));
-        QCOMPARE(Locator::candidatePaths(QuickTaskCLIBackend::codex, directories),
-                 (QStringList{QStringLiteral("/a/codex"), QStringLiteral("/b/codex")}));
-        QCOMPARE(Locator::candidatePaths(QuickTaskCLIBackend::claude, directories),
-                 (QStringList{QStringLiteral("/a/claude"), QStringLiteral("/b/claude")}));
-    }
-
+    // The first executable file of the candidates wins: the backend's own fallback, then the
+    // override variable (an empty one is ignored), then the folders in order.
     void resolutionTakesTheFirstExecutableFile()
     {
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         const QString first = setup.environment.path(QStringLiteral("first"));
         const QString second = setup.environment.path(QStringLiteral("second"));
         QDir().mkpath(first + QStringLiteral("/claude")); // a folder, not a program
@@ -155,28 +110,21 @@ private Q_SLOTS:
         QVERIFY(plain.open(QIODevice::WriteOnly));
         plain.close();
         const QStringList directories{first, second, setup.fakes.binDirectory()};
+        setup.environment.set("CLAUDE_BIN_PATH", QString());
         QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::claude, directories),
                  setup.fakes.executable(QStringLiteral("claude")));
 
-        // The override beats the search path.
         const QString custom = setup.environment.path(QStringLiteral("custom-claude"));
         QVERIFY(QFile::copy(setup.fakes.executable(QStringLiteral("claude")), custom));
         setup.environment.set("CLAUDE_BIN_PATH", custom);
         QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::claude, directories), custom);
-    }
 
-    void missingExecutableIsReportedByName()
-    {
-        LocatorEnvironment setup;
-        if (!fixedDirectoryHolding(QStringLiteral("codex")).isEmpty())
-            QSKIP("a codex is installed in one of the fixed folders");
-        try {
-            Locator::resolveExecutableURL(QuickTaskCLIBackend::codex, {setup.environment.root()});
-            QFAIL("codex should not have been found");
-        } catch (const QuickTaskError &error) {
-            QCOMPARE(error.kind(), QuickTaskError::Kind::executableNotFound);
-            QCOMPARE(error.description(), QStringLiteral("Could not find the Codex CLI executable."));
-        }
+        // opencode's own install folder comes before its override.
+        const QString installed = setup.environment.path(QStringLiteral(".opencode/bin/opencode"));
+        QDir().mkpath(QFileInfo(installed).path());
+        QVERIFY(QFile::copy(custom, installed));
+        setup.environment.set("OPENCODE_BIN_PATH", custom);
+        QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::opencode, directories), installed);
     }
 
     void versionVerification_data()
@@ -235,7 +183,7 @@ private Q_SLOTS:
         QFETCH(QStringList, settings);
         QFETCH(QString, version);
         QFETCH(QString, message);
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         for (const QString &setting : settings) {
             const qsizetype equals = setting.indexOf(u'=');
             setup.environment.set(setting.left(equals).toLatin1().constData(), setting.mid(equals + 1));
@@ -253,7 +201,7 @@ private Q_SLOTS:
 
     void programThatCannotStartIsExplained()
     {
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         // Executable, but neither a binary nor a script.
         const QString broken = setup.environment.path(QStringLiteral("claude"));
         QFile file(broken);
@@ -275,7 +223,7 @@ private Q_SLOTS:
 
     void availabilitiesArriveOnTheMainThreadWithoutBlockingIt()
     {
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         setup.environment.set("FAKE_CLAUDE_VERSION_HANG", QStringLiteral("1"));
         setup.environment.set("FAKE_OPENCODE_VERSION_STDOUT", QStringLiteral("1.18.33"));
         setup.environment.set("PATH", setup.fakes.searchPath());
@@ -309,7 +257,7 @@ private Q_SLOTS:
 
     void launchTargetCarriesTheSearchPath()
     {
-        LocatorEnvironment setup;
+        FakeBackendSetup setup;
         setup.environment.set("SHELL", writeShell(setup.fakes, QStringLiteral("printf /from/login")));
         setup.environment.set("TARVEL_TEST_MARKER", QStringLiteral("kept"));
         QuickTaskLaunchTarget target;
@@ -326,45 +274,6 @@ private Q_SLOTS:
         QCOMPARE(path.mid(0, 4), (QStringList{setup.fakes.binDirectory(), QStringLiteral("/usr/bin"),
                                               QStringLiteral("/bin"), QStringLiteral("/from/login")}));
         QCOMPARE(target.environment.value(QStringLiteral("TARVEL_TEST_MARKER")), QStringLiteral("kept"));
-    }
-
-    void failedLaunchPreparationArrivesAsTheError()
-    {
-        LocatorEnvironment setup;
-        setup.environment.set("FAKE_CODEX_VERSION_STDOUT", QStringLiteral("what?"));
-        QString message;
-        Locator::prepareLaunch(QuickTaskCLIBackend::codex)
-            .then(this, [&](const QuickTaskLaunchTarget &) { message = QStringLiteral("succeeded"); })
-            .onFailed(this, [&](const QuickTaskError &error) { message = error.description(); });
-        QVERIFY(QTest::qWaitFor([&] { return !message.isEmpty(); }, kFutureTimeout));
-        QCOMPARE(message, QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: what?"));
-    }
-
-    void readiness_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<bool>("available");
-        QTest::addColumn<bool>("codexHasModels");
-        QTest::addColumn<bool>("ready");
-        QTest::newRow("claude available") << QuickTaskCLIBackend::claude << true << false << true;
-        QTest::newRow("opencode unavailable") << QuickTaskCLIBackend::opencode << false << true << false;
-        QTest::newRow("codex with models") << QuickTaskCLIBackend::codex << true << true << true;
-        QTest::newRow("codex with empty cache") << QuickTaskCLIBackend::codex << true << false << false;
-        QTest::newRow("codex unavailable") << QuickTaskCLIBackend::codex << false << true << false;
-    }
-    void readiness()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(bool, available);
-        QFETCH(bool, codexHasModels);
-        QFETCH(bool, ready);
-        const QuickTaskCLIInstallationAvailabilities availabilities{
-            {backend, available ? QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))
-                                : QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("No."))}};
-        QCOMPARE(Locator::isReadyForQuickTasks(backend, availabilities, [=] { return codexHasModels; }),
-                 ready);
-        // A backend missing from the map is never ready.
-        QVERIFY(!Locator::isReadyForQuickTasks(backend, {}, [] { return true; }));
     }
 };
 

@@ -1,13 +1,11 @@
-// What a quick task hands to its backend: the attachment record, the prompt with its
+// What a quick task hands to its backend: the attachments it keeps, the prompt with its
 // "Attached Paths" block, and the argument lists as a fake backend actually receives them.
 #include "backends/BackendProfiles.h"
 #include "backends/QuickTaskInvocation.h"
-#include "core/JSONCoding.h"
 #include "core/PromptAttachment.h"
-#include "fakebackends/FakeBackends.h"
+#include "fakebackends/FakeBackendSetup.h"
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
-#include "support/TestEnvironment.h"
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -40,10 +38,12 @@ struct AttachmentTree {
         folder = root.filePath(QStringLiteral("assets"));
         QDir().mkpath(folder);
     }
+    // The working directory itself attached as a folder, too.
     QList<PromptAttachment> all() const
     {
-        return {PromptAttachment::make(inside), PromptAttachment::make(first), PromptAttachment::make(second),
-                PromptAttachment::make(image), PromptAttachment::make(folder)};
+        return {PromptAttachment::make(inside), PromptAttachment::make(first),
+                PromptAttachment::make(second), PromptAttachment::make(image),
+                PromptAttachment::make(folder), PromptAttachment::make(workingDirectory)};
     }
     QTemporaryDir temporary;
     QDir root{temporary.path()};
@@ -56,20 +56,6 @@ class InvocationTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void attachmentJSONRoundTripsAndRejectsGaps()
-    {
-        const PromptAttachment attachment{QUuid::createUuid(), QStringLiteral("/tmp/a b/ü.png"), true};
-        QCOMPARE(PromptAttachment::fromJson(attachment.toJson()), attachment);
-        QCOMPARE(attachment.toJson().value(QStringLiteral("id")).toString(),
-                 JSONCoding::encodeUuid(attachment.id));
-        for (const QString &key :
-             {QStringLiteral("id"), QStringLiteral("path"), QStringLiteral("isManagedCopy")}) {
-            QJsonObject object = attachment.toJson();
-            object.remove(key);
-            QVERIFY_THROWS_EXCEPTION(DecodingError, PromptAttachment::fromJson(object));
-        }
-    }
-
     void normalizingKeepsTheFirstOfEachPath()
     {
         const QUuid first = QUuid::createUuid();
@@ -128,24 +114,16 @@ private Q_SLOTS:
                            "Use these exact paths when reading, editing, or referencing the attached items.\n"
                            "\n"
                            "Fix it."));
-    }
-
-    void attachmentDirectories()
-    {
+        // A working directory given with a trailing slash still holds its files.
         AttachmentTree tree;
-        // The file inside the working directory adds nothing; two files of one folder add it once.
-        QCOMPARE(QuickTaskInvocation::attachmentDirectoryPaths(tree.all(),
-                                                               tree.workingDirectory + QStringLiteral("/")),
-                 (QStringList{tree.root.filePath(QStringLiteral("docs")),
-                              tree.root.filePath(QStringLiteral("shots")), tree.folder}));
-        // The working directory itself attached as a folder adds nothing either.
-        QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths({PromptAttachment::make(tree.workingDirectory)},
-                                                              tree.workingDirectory)
+        QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths({PromptAttachment::make(tree.inside)},
+                                                              tree.workingDirectory + QStringLiteral("/"))
                     .isEmpty());
     }
 
     // Each backend's argument list, as the fake records its argv: the model and effort, the
-    // attachment folders (never the working directory), images and files, the prompt unquoted.
+    // attachment folders (each once, never the working directory or a folder inside it), images
+    // and files, the prompt unquoted.
     void backendReceivesTheArgumentList_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
@@ -181,11 +159,7 @@ private Q_SLOTS:
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QString, model);
         QFETCH(QString, expected);
-        TestEnvironment environment;
-        FakeBackends fakes;
-        environment.set("PATH", fakes.searchPath());
-        environment.set("SHELL", QStringLiteral("/bin/sh"));
-        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
+        FakeBackendSetup setup;
         AttachmentTree tree;
         const QString prompt = QStringLiteral("Line one\n\n  line \"two\" -- with 'quotes' and $HOME\n");
         const QList<PromptAttachment> attachments = tree.all();
@@ -208,11 +182,11 @@ private Q_SLOTS:
         QCOMPARE(finished.constFirst().constFirst().toInt(), 0);
 
         const QString name = profile.rawValue();
-        QCOMPARE(fakes.recordedArguments(name), arguments);
+        QCOMPARE(setup.fakes.recordedArguments(name), arguments);
         QVERIFY(arguments.constLast().endsWith(prompt));
-        QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
+        QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
                  QDir(tree.workingDirectory).canonicalPath());
-        QCOMPARE(QString::fromUtf8(fakes.recorded(name + QStringLiteral(".path"))),
+        QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".path"))),
                  target.environment.value(QStringLiteral("PATH")));
     }
 

@@ -1,5 +1,6 @@
-// Output handling without a process: line splitting, codex events, opencode cleaning, and
-// the raw-log and transcript lines of a quick task.
+// Output handling without a process: line splitting, codex events, opencode cleaning, the
+// stderr lines a quick task keeps and its output files. What each backend's output becomes in
+// a task's transcript and final response is checked through the fakes in tst_quicktaskmanager.
 #include "backends/CodexExecEvent.h"
 #include "backends/OpenCodeOutput.h"
 #include "quicktasks/OutputFile.h"
@@ -20,20 +21,6 @@ QList<QByteArray> splitInChunks(const QByteArray &text, const QList<qsizetype> &
     }
     chunks.append(text.mid(start));
     return chunks;
-}
-
-QuickTaskOutputUpdate feed(QuickTaskOutputHandler &handler, OutputStream stream,
-                           const QList<QByteArray> &chunks)
-{
-    QuickTaskOutputUpdate total;
-    for (const QByteArray &chunk : chunks) {
-        const QuickTaskOutputUpdate update = handler.consume(stream, chunk);
-        total.rawLogText += update.rawLogText;
-        total.transcriptText += update.transcriptText;
-        total.threadIDChanged |= update.threadIDChanged;
-        total.finalResponseChanged |= update.finalResponseChanged;
-    }
-    return total;
 }
 
 } // namespace
@@ -162,43 +149,6 @@ private Q_SLOTS:
         QCOMPARE(CodexExecEvent::isSurelyIgnored(line), skippable);
     }
 
-    void codexTaskKeepsTheLastAgentMessage()
-    {
-        QuickTaskOutputHandler handler(QuickTaskCLIBackend::codex);
-        const QByteArray stream =
-            R"({"type":"thread.started","thread_id":"th-9"})"
-            "\n"
-            "not an event\n"
-            R"({"type":"item.completed","item":{"type":"agent_message","text":"First"}})"
-            "\n"
-            R"({"type":"turn.completed","usage":{"input_tokens":5}})"
-            "\n"
-            "{\"type\":\"item.completed\",\"item\":{\"type\":\"agent_message\",\"text\":\"Second\\nline\"}}"
-            "\n";
-        // Cut inside the second event so that its line arrives in two reads.
-        const qsizetype cut = stream.indexOf("First") + 2;
-        const QuickTaskOutputUpdate update =
-            feed(handler, OutputStream::standardOutput, {stream.left(cut), stream.mid(cut)});
-
-        QVERIFY(update.threadIDChanged);
-        QVERIFY(update.finalResponseChanged);
-        QCOMPARE(handler.threadID(), QStringLiteral("th-9"));
-        QCOMPARE(handler.finalResponse(), QStringLiteral("Second\nline"));
-        QCOMPARE(update.transcriptText, QByteArray("Thread: th-9\nFirst\nSecond\nline\n"));
-        // Every line is in the raw log, the one that is no event too.
-        QCOMPARE(update.rawLogText.count("[stdout] "), 5);
-        QVERIFY(update.rawLogText.contains("[stdout] not an event\n"));
-        QVERIFY(handler.finish().isEmpty());
-    }
-
-    void codexTaskWithoutAnswerHasNoFinalResponse()
-    {
-        QuickTaskOutputHandler handler(QuickTaskCLIBackend::codex);
-        handler.consume(OutputStream::standardOutput, R"({"type":"turn.started"})"
-                                                      "\n");
-        QCOMPARE(handler.finalResponse(), std::nullopt);
-    }
-
     void opencodeLineCleaning_data()
     {
         QTest::addColumn<QString>("line");
@@ -227,31 +177,6 @@ private Q_SLOTS:
         QCOMPARE(OpenCodeOutput::cleanOpencodeOutputLine(line), expected);
     }
 
-    void opencodeTaskCollectsCleanedLines()
-    {
-        QuickTaskOutputHandler handler(QuickTaskCLIBackend::opencode);
-        const QuickTaskOutputUpdate update =
-            feed(handler, OutputStream::standardOutput,
-                 {"\x1B[0m\n\x1B[94m\x1B[1m| \x1B[0mTodo", "\n\x1B[2K\r   \nThe answer\n<think></think>\n"});
-        QCOMPARE(handler.finalResponse(), QStringLiteral("| Todo\nThe answer"));
-        QCOMPARE(update.transcriptText, QByteArray("| Todo\nThe answer\n"));
-        // The raw log keeps the lines as they came.
-        QVERIFY(update.rawLogText.contains("[stdout] \x1B[94m\x1B[1m| \x1B[0mTodo\n"));
-        QVERIFY(!update.finalResponseChanged);
-    }
-
-    void claudeTaskDropsEmptyLinesAndFinishesTheTail()
-    {
-        QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
-        feed(handler, OutputStream::standardOutput, {"Line one\n\n", "\r\n  Line two", " continues"});
-        QCOMPARE(handler.finalResponse(), QStringLiteral("Line one"));
-        const QuickTaskOutputUpdate last = handler.finish();
-        QCOMPARE(handler.finalResponse(), QStringLiteral("Line one\n  Line two continues"));
-        QCOMPARE(last.rawLogText, QByteArray("[stdout]   Line two continues\n"));
-        QCOMPARE(last.transcriptText, QByteArray("  Line two continues\n"));
-        QVERIFY(handler.finish().isEmpty());
-    }
-
     void standardErrorGoesToBothLogsAndKeepsTheLatestSix()
     {
         QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
@@ -259,7 +184,7 @@ private Q_SLOTS:
         for (int i = 1; i <= 8; ++i)
             errors += "problem " + QByteArray::number(i) + '\n';
         const QuickTaskOutputUpdate update =
-            feed(handler, OutputStream::standardError, {errors + "unfinished"});
+            handler.consume(OutputStream::standardError, errors + "unfinished");
         QVERIFY(update.transcriptText.startsWith("stderr: problem 1\nstderr: problem 2\n"));
         QVERIFY(update.rawLogText.endsWith("[stderr] problem 8\n"));
         QCOMPARE(handler.recentStderrLines().size(), 6);
