@@ -2,6 +2,7 @@
 
 #include "app/RequestIntake.h"
 #include "app/WindowActivationCoordinator.h"
+#include "backends/BackendProfiles.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
 #include "composer/EditorComposer.h"
@@ -174,7 +175,7 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
             if (guarded)
                 m_startingTasks.remove(guarded.data());
             presentErrorAlert(QStringLiteral("Failed to start the ") +
-                                  QuickTaskCLIBackends::displayTitle(backend) + QStringLiteral(" task."),
+                                  BackendProfiles::of(backend).displayTitle() + QStringLiteral(" task."),
                               error.description());
         });
 }

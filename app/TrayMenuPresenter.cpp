@@ -1,6 +1,7 @@
 #include "app/TrayMenuPresenter.h"
 
 #include "app/RequestIntake.h"
+#include "backends/BackendProfiles.h"
 #include "core/AppConstants.h"
 #include "core/Clock.h"
 #include "core/TarvelError.h"
@@ -125,7 +126,7 @@ QString TrayMenuPresenter::sessionDetail(const QuickTaskSession &session) const
     // When it finished (or started, while it runs), relative to now: "2 minutes ago".
     const QString when =
         RelativeDateFormatter::localizedString(session.finishedAt.value_or(session.startedAt), m_clock.now());
-    return QStringList{QuickTaskCLIBackends::displayTitle(session.backend),
+    return QStringList{BackendProfiles::of(session.backend).displayTitle(),
                        QuickTaskSession::statusTitle(session.status), when}
         .join(QStringLiteral(" \u00b7 "));
 }

@@ -34,8 +34,3 @@ std::optional<QuickTaskCLIBackend> fromRawValue(const QString &rawValue)
 }
 
 } // namespace BackendProfiles
-
-QString QuickTaskCLIBackends::displayTitle(QuickTaskCLIBackend backend)
-{
-    return BackendProfiles::of(backend).displayTitle();
-}

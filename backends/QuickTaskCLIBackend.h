@@ -1,15 +1,6 @@
 #pragma once
 
-#include <QString>
-
 // The command-line assistants Tarvel drives. The raw values are persisted (settings,
 // sessions), so an enumerator is never renamed or reused; what each backend is lives in its
 // profile (BackendProfiles::of).
 enum class QuickTaskCLIBackend { codex, claude, opencode };
-
-namespace QuickTaskCLIBackends {
-
-// "Codex", "Claude", "OpenCode": shorthand for BackendProfiles::of(backend).displayTitle().
-QString displayTitle(QuickTaskCLIBackend backend);
-
-} // namespace QuickTaskCLIBackends

@@ -1,5 +1,6 @@
 #include "composer/ScratchComposer.h"
 
+#include "backends/BackendProfiles.h"
 #include "composer/AttachmentStripView.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
@@ -219,7 +220,7 @@ void ScratchComposer::applySubmitButtonState()
     QPushButton *submit = panel()->submitButton();
     submit->setEnabled(!foldersUnsupported && m_availability.isReady());
     submit->setToolTip(foldersUnsupported
-                           ? QuickTaskCLIBackends::displayTitle(m_backend) +
+                           ? BackendProfiles::of(m_backend).displayTitle() +
                                  QStringLiteral(" can use attached files, but not folders. Remove folder "
                                                 "attachments or choose Codex or Claude.")
                            : QStringLiteral("Submit"));
@@ -227,7 +228,7 @@ void ScratchComposer::applySubmitButtonState()
 
 QList<QuickTaskModelCatalog::Model> ScratchComposer::models() const
 {
-    return QuickTaskModelCatalog::availableModels(m_backend);
+    return BackendProfiles::of(m_backend).availableModels();
 }
 
 // Presets -----------------------------------------------------------------------------------
@@ -300,11 +301,11 @@ void ScratchComposer::appendAttachments(const QList<QUrl> &urls)
     if (added.isEmpty())
         return;
     panel()->setDropTargetEmphasis(false);
-    if (m_backend == QuickTaskCLIBackend::opencode) {
-        const qsizetype before = added.size();
-        added.removeIf([](const PromptAttachment &attachment) { return attachment.isDirectory(); });
-        if (added.size() != before)
-            presentUnsupportedDirectoryAttachmentAlert(int(before - added.size()));
+    if (const QList<PromptAttachment> refused = BackendProfiles::of(m_backend).unsupportedAttachments(added);
+        !refused.isEmpty()) {
+        added.removeIf(
+            [&refused](const PromptAttachment &attachment) { return refused.contains(attachment); });
+        presentUnsupportedDirectoryAttachmentAlert(int(refused.size()));
         if (added.isEmpty())
             return;
     }
@@ -335,14 +336,7 @@ void ScratchComposer::removeAttachment(const QUuid &id)
 
 QList<PromptAttachment> ScratchComposer::unsupportedDirectoryAttachments() const
 {
-    if (m_backend != QuickTaskCLIBackend::opencode)
-        return {};
-    QList<PromptAttachment> folders;
-    for (const PromptAttachment &attachment : m_attachments) {
-        if (attachment.isDirectory())
-            folders.append(attachment);
-    }
-    return folders;
+    return BackendProfiles::of(m_backend).unsupportedAttachments(m_attachments);
 }
 
 void ScratchComposer::discardDraftAttachments()
@@ -378,7 +372,7 @@ void ScratchComposer::presentUnsupportedDirectoryAttachmentAlert(int count)
     m_isShowingFolderAlert = true;
     auto *alert = new QMessageBox(
         QMessageBox::Information, QStringLiteral("Tarvel"),
-        QuickTaskCLIBackends::displayTitle(m_backend) + QStringLiteral(" cannot use ") +
+        BackendProfiles::of(m_backend).displayTitle() + QStringLiteral(" cannot use ") +
             (count == 1 ? QStringLiteral("folder attachment") : QStringLiteral("folder attachments")) + u'.',
         QMessageBox::Ok, panel());
     alert->setObjectName(QStringLiteral("FolderAttachmentAlert"));

@@ -291,7 +291,7 @@ void QuickTaskManager::complete(const QUuid &id, int terminationStatus)
 
     if (finished.status == QuickTaskSession::Status::failed) {
         m_errorLog.record(
-            QStringLiteral("%1 task failed").arg(QuickTaskCLIBackends::displayTitle(finished.backend)),
+            QStringLiteral("%1 task failed").arg(BackendProfiles::of(finished.backend).displayTitle()),
             failureDetail(finished, runtime->output.recentStderrLines()), errorSource);
     }
 
@@ -501,7 +501,7 @@ QByteArray QuickTaskManager::transcriptHeader(const QuickTaskSession &session, c
 {
     QByteArray text;
     appendSection(text, QStringLiteral("Prompt"), session.prompt);
-    appendSection(text, QStringLiteral("Backend"), QuickTaskCLIBackends::displayTitle(session.backend));
+    appendSection(text, QStringLiteral("Backend"), BackendProfiles::of(session.backend).displayTitle());
     appendSection(text, QStringLiteral("Working Directory"), session.workingDirectory);
     appendSection(text, QStringLiteral("Preset"),
                   preset.model.isEmpty() ? QStringLiteral("default") : preset.model);

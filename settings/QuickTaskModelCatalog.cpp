@@ -4,11 +4,6 @@
 
 namespace QuickTaskModelCatalog {
 
-QList<Model> availableModels(QuickTaskCLIBackend backend)
-{
-    return BackendProfiles::of(backend).availableModels();
-}
-
 QList<QuickTaskPresetModelOption> presetModelOptions(QuickTaskCLIBackend backend, const QList<Model> &models)
 {
     const BackendProfile &profile = BackendProfiles::of(backend);

@@ -20,9 +20,6 @@ namespace QuickTaskModelCatalog {
 
 using Model = BackendModel;
 
-// Shorthand for BackendProfiles::of(backend).availableModels().
-QList<Model> availableModels(QuickTaskCLIBackend backend);
-
 QList<QuickTaskPresetModelOption> presetModelOptions(QuickTaskCLIBackend backend, const QList<Model> &models);
 
 } // namespace QuickTaskModelCatalog
