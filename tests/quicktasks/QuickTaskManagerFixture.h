@@ -5,7 +5,6 @@
 #include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "fakebackends/FakeBackendSetup.h"
-#include "platform/Clipboard.h"
 #include "platform/FileOpener.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskManager.h"
@@ -23,15 +22,6 @@ public:
 
 private:
     QDateTime m_now = QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42), Qt::UTC);
-};
-
-class RecordingClipboard final : public Clipboard {
-public:
-    void setText(const QString &text) override { m_text = text; }
-    QString text() const override { return m_text; }
-
-private:
-    QString m_text;
 };
 
 class RecordingFileOpener final : public FileOpener {

@@ -210,22 +210,27 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<int>("exitStatus");
         QTest::addColumn<int>("minimumMilliseconds");
-        // Deaf to SIGINT and SIGTERM: only the SIGKILL at 2.0 s ends it.
+        QTest::addColumn<QByteArray>("signalsSeen"); // by the leader, in its raw log
+        // Deaf to SIGINT and SIGTERM, and so is its grandchild: each is sent once, then only the
+        // SIGKILL at 2.0 s ends it.
         QTest::newRow("ignores SIGINT and SIGTERM")
             << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
-                           QStringLiteral("ready"), QStringLiteral("hang")}
-            << 137 << 1900;
-        // Answers SIGINT by finishing normally: still the user's stop, not a success.
+                           QStringLiteral("report-stop-signals"), QStringLiteral("ready"),
+                           QStringLiteral("hang")}
+            << 137 << 1900 << QByteArray("[stdout] got INT\n[stdout] got TERM\n");
+        // Answers SIGINT by finishing normally: still the user's stop, not a success; its
+        // grandchild, which ignores SIGINT as background jobs do, is killed all the same.
         QTest::newRow("exits 0 after SIGINT")
             << QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("grandchild"),
                            QStringLiteral("ready"), QStringLiteral("sleep 30"), QStringLiteral("exit 0")}
-            << 0 << 0;
+            << 0 << 0 << QByteArray("[stdout] got INT\n");
     }
     void stoppedTaskEndsCancelledWithItsWholeGroup()
     {
         QFETCH(QStringList, steps);
         QFETCH(int, exitStatus);
         QFETCH(int, minimumMilliseconds);
+        QFETCH(QByteArray, signalsSeen);
 
         RecordingNotificationCenter notifications;
         QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
@@ -252,6 +257,10 @@ private Q_SLOTS:
         QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Codex task Stopped"));
         QVERIFY(fixture.read(fixture.manager->store().transcriptURL(*id))
                     .endsWith("\nStatus: Stopped\nExit: " + QByteArray::number(exitStatus) + '\n'));
+        const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
+        QVERIFY2(rawLog.contains(signalsSeen), rawLog.constData());
+        QCOMPARE(rawLog.count("got INT"), 1); // each signal is sent once
+        QVERIFY(rawLog.count("got TERM") <= 1);
     }
 
     void stopAllAtTerminationLeavesNothingRunning()
@@ -466,20 +475,13 @@ private Q_SLOTS:
         QCOMPARE(changes.count(), 2);
     }
 
-    void copyOpenRetryAndWorkingDirectory()
+    // Copy and open go through the notification's actions in tst_quicktasknotifications.
+    void retryAndWorkingDirectory()
     {
-        RecordingClipboard clipboard;
-        RecordingFileOpener opener;
-        QuickTaskManagerFixture fixture({nullptr, &clipboard, &opener});
+        QuickTaskManagerFixture fixture;
         const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Say hi"));
         QVERIFY(id);
         QVERIFY(fixture.waitUntilFinished(*id));
-
-        QVERIFY(fixture.manager->copyFinalResponse(*id));
-        QCOMPARE(clipboard.text(), QStringLiteral("Fake answer."));
-        QVERIFY(fixture.manager->openTranscript(*id));
-        QCOMPARE(opener.opened, QStringList{fixture.manager->store().transcriptURL(*id)});
-        QVERIFY(!fixture.manager->copyFinalResponse(QUuid::createUuid()));
 
         QSignalSpy retries(fixture.manager.get(), &QuickTaskManager::retryRequested);
         fixture.manager->retry(*id);

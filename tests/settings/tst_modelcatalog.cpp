@@ -1,6 +1,7 @@
 // The model catalog: reading codex's cache and opencode's config from a real HOME, and the opencode
 // identifier canon and order.
 #include "CatalogFiles.h"
+#include "backends/BackendProfiles.h"
 #include "backends/OpenCodeBackendProfile.h"
 #include "settings/QuickTaskModelCatalog.h"
 #include "support/TestEnvironment.h"
@@ -20,6 +21,12 @@ QStringList identifiers(const QList<Model> &models)
     return list;
 }
 
+// What the backend's profile reads from its files on every call.
+QList<Model> modelsOf(QuickTaskCLIBackend backend)
+{
+    return BackendProfiles::of(backend).availableModels();
+}
+
 Model named(const QString &identifier)
 {
     return Model{identifier, identifier, QString(), QString(), {}};
@@ -36,7 +43,7 @@ private Q_SLOTS:
         TestEnvironment env;
         CatalogFiles::writeCodexCache(env, CatalogFiles::sample(QStringLiteral("codex/models_cache.json")));
 
-        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::codex);
+        const QList<Model> models = modelsOf(QuickTaskCLIBackend::codex);
         // File order, hidden and internal models left out.
         QCOMPARE(identifiers(models),
                  (QStringList{QStringLiteral("gpt-5.2-codex"), QStringLiteral("gpt-5.1-codex-max"),
@@ -61,7 +68,7 @@ private Q_SLOTS:
             env, CatalogFiles::codexCache(QJsonArray{
                      entry("hidden", QStringLiteral("hide")), entry("no-key", QString()),
                      entry("capital", QStringLiteral("List")), entry("listed", QStringLiteral("list"))}));
-        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
+        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::codex)),
                  (QStringList{QStringLiteral("no-key"), QStringLiteral("listed")}));
     }
 
@@ -95,16 +102,16 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         TestEnvironment env;
         CatalogFiles::writeCodexCache(env, contents);
-        QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
+        QVERIFY(modelsOf(QuickTaskCLIBackend::codex).isEmpty());
     }
 
     void missingFilesAreNotErrors()
     {
         TestEnvironment env;
-        QVERIFY(Catalog::availableModels(QuickTaskCLIBackend::codex).isEmpty());
-        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode),
+        QVERIFY(modelsOf(QuickTaskCLIBackend::codex).isEmpty());
+        QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode),
                  QList<Model>{OpenCodeBackendProfile::defaultModel()});
-        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::claude)),
+        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::claude)),
                  (QStringList{QStringLiteral("sonnet"), QStringLiteral("opus")}));
     }
 
@@ -114,7 +121,7 @@ private Q_SLOTS:
         CatalogFiles::writeOpenCodeConfig(env,
                                           CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
 
-        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::opencode);
+        const QList<Model> models = modelsOf(QuickTaskCLIBackend::opencode);
         // The default entry, then the configured default model (matched without regard to case), then
         // the rest in case-insensitive order: "openrouter//Deepseek" after "openrouter//anthropic".
         QCOMPARE(identifiers(models), (QStringList{QString(), QStringLiteral("anthropic//claude-sonnet-4-5"),
@@ -146,9 +153,8 @@ private Q_SLOTS:
                                 QStringLiteral("moved"), {QStringLiteral("low")}, QStringLiteral("low"))}));
         CatalogFiles::write(env, QStringLiteral("elsewhere/config/opencode/opencode.json"),
                             CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
-        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::codex)),
-                 QStringList{QStringLiteral("moved")});
-        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode).size(), 7);
+        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::codex)), QStringList{QStringLiteral("moved")});
+        QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode).size(), 7);
     }
 
     void openCodeWalkTrimsAndDeduplicates()
@@ -162,7 +168,7 @@ private Q_SLOTS:
                 "beta": {"name": " Beta ", "models": {}}
             }
         })");
-        const QList<Model> models = Catalog::availableModels(QuickTaskCLIBackend::opencode);
+        const QList<Model> models = modelsOf(QuickTaskCLIBackend::opencode);
         // "alpha" + "" gives "alpha"; "alpha" + "/gpt" and "alpha " + "gpt" canonicalise to the same
         // "alpha//gpt" as "alpha" + " gpt ", and the first in key order wins; the blank provider
         // contributes bare model keys.
@@ -182,7 +188,7 @@ private Q_SLOTS:
             "model": " p / B ",
             "provider": {"p": {"models": {"c": {}, "b": {}, "a": {}, "A": {}, "B": {}}}}
         })");
-        QCOMPARE(identifiers(Catalog::availableModels(QuickTaskCLIBackend::opencode)),
+        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::opencode)),
                  (QStringList{QString(), QStringLiteral("p//B"), QStringLiteral("p//b"),
                               QStringLiteral("p//A"), QStringLiteral("p//a"), QStringLiteral("p//c")}));
     }
@@ -204,7 +210,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, contents);
         TestEnvironment env;
         CatalogFiles::writeOpenCodeConfig(env, contents);
-        QCOMPARE(Catalog::availableModels(QuickTaskCLIBackend::opencode),
+        QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode),
                  QList<Model>{OpenCodeBackendProfile::defaultModel()});
     }
 

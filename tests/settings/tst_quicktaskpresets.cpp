@@ -51,55 +51,65 @@ class QuickTaskPresetTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // What a stored preset becomes against each backend's models (idempotent), and whether it was
+    // complete enough to run and usable with them as it was stored: the scratch composer asks that
+    // of the presets it is given.
     void sanitizing_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QList<Model>>("models");
         QTest::addColumn<QuickTaskPreset>("stored");
         QTest::addColumn<QuickTaskPreset>("expected");
+        QTest::addColumn<bool>("configured");
+        QTest::addColumn<bool>("available");
         const auto codex = QuickTaskCLIBackend::codex;
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
         const QList<Model> catalog = codexCatalog();
-        const QList<Model> &claudeCatalog =
-            BackendProfiles::of(QuickTaskCLIBackend::claude).availableModels();
+        const QList<Model> claudeCatalog = BackendProfiles::of(claude).availableModels();
+        const QList<Model> none;
 
-        QTest::newRow("codex: supported effort kept")
-            << codex << catalog << preset("gpt-5.2-codex", "xhigh") << preset("gpt-5.2-codex", "xhigh");
+        QTest::newRow("codex: supported effort kept") << codex << catalog << preset("gpt-5.2-codex", "xhigh")
+                                                      << preset("gpt-5.2-codex", "xhigh") << true << true;
         QTest::newRow("codex: unsupported effort becomes the model's default")
             << codex << catalog << preset("gpt-5.1-codex-mini", "low")
-            << preset("gpt-5.1-codex-mini", "medium");
+            << preset("gpt-5.1-codex-mini", "medium") << true << false;
         QTest::newRow("codex: model default not offered, first level")
-            << codex << catalog << preset("odd", "medium") << preset("odd", "low");
+            << codex << catalog << preset("odd", "medium") << preset("odd", "low") << true << false;
         QTest::newRow("codex: unknown model unconfigured")
-            << codex << catalog << preset("gpt-4o", "high") << preset("", "");
+            << codex << catalog << preset("gpt-4o", "high") << preset("", "") << true << false;
         QTest::newRow("codex: model match is exact")
-            << codex << catalog << preset("GPT-5.2-Codex", "high") << preset("", "");
+            << codex << catalog << preset("GPT-5.2-Codex", "high") << preset("", "") << true << false;
         QTest::newRow("codex: legacy placeholder becomes the best default")
-            << codex << catalog << preset("latest_best", "low") << preset("gpt-5.2-codex", "xhigh");
+            << codex << catalog << preset("latest_best", "low") << preset("gpt-5.2-codex", "xhigh") << true
+            << false;
+        // Nothing to check against yet: a complete preset is kept rather than lose the user's pick.
         QTest::newRow("codex, no catalog: complete preset kept")
-            << codex << QList<Model>{} << preset("gpt-9", "turbo") << preset("gpt-9", "turbo");
+            << codex << none << preset("gpt-9", "turbo") << preset("gpt-9", "turbo") << true << true;
         QTest::newRow("codex, no catalog: half a preset cleared")
-            << codex << QList<Model>{} << preset("gpt-9", "") << preset("", "");
+            << codex << none << preset("gpt-9", "") << preset("", "") << false << false;
         QTest::newRow("codex, no catalog: legacy placeholder")
-            << codex << QList<Model>{} << preset("latest_best", "low") << preset("", "");
-        QTest::newRow("claude: max only on opus")
-            << claude << claudeCatalog << preset("sonnet", "max") << preset("sonnet", "medium");
+            << codex << none << preset("latest_best", "low") << preset("", "") << true << true;
+        QTest::newRow("claude: max only on opus") << claude << claudeCatalog << preset("sonnet", "max")
+                                                  << preset("sonnet", "medium") << true << false;
         QTest::newRow("claude: opus max kept")
-            << claude << claudeCatalog << preset("opus", "max") << preset("opus", "max");
+            << claude << claudeCatalog << preset("opus", "max") << preset("opus", "max") << true << true;
         QTest::newRow("claude: unknown alias")
-            << claude << claudeCatalog << preset("haiku", "low") << preset("", "");
+            << claude << claudeCatalog << preset("haiku", "low") << preset("", "") << true << false;
         QTest::newRow("claude, no catalog: complete preset kept")
-            << claude << QList<Model>{} << preset("haiku", "low") << preset("haiku", "low");
+            << claude << none << preset("haiku", "low") << preset("haiku", "low") << true << true;
         QTest::newRow("opencode: identifier canon, effort outside the variants")
             << opencode << openCodeCatalog() << preset(" anthropic/claude-x ", "xhigh")
-            << preset("anthropic//claude-x", "medium");
+            << preset("anthropic//claude-x", "medium") << false << false;
         QTest::newRow("opencode: default model kept")
-            << opencode << openCodeCatalog() << preset("", "max") << preset("", "max");
+            << opencode << openCodeCatalog() << preset("", "max") << preset("", "max") << true << true;
         QTest::newRow("opencode: model outside the config kept")
-            << opencode << QList<Model>{} << preset("local/llama", "") << preset("local//llama", "medium");
+            << opencode << openCodeCatalog() << preset("local/llama", "low") << preset("local//llama", "low")
+            << true << true;
+        QTest::newRow("opencode: no effort") << opencode << none << preset("local//llama", "")
+                                             << preset("local//llama", "medium") << false << false;
         QTest::newRow("opencode: effort match is exact")
-            << opencode << openCodeCatalog() << preset("", "High") << preset("", "medium");
+            << opencode << openCodeCatalog() << preset("", "High") << preset("", "medium") << false << false;
     }
 
     void sanitizing()
@@ -112,6 +122,8 @@ private Q_SLOTS:
         const ModelChoice sanitized = profile.sanitized(stored, models);
         QCOMPARE(sanitized, expected);
         QCOMPARE(profile.sanitized(sanitized, models), expected); // idempotent
+        QTEST(stored.isConfigured(backend), "configured");
+        QTEST(stored.isAvailable(models, backend), "available");
     }
 
     // The best, fast and voice-draft defaults: which model each backend picks, and the effort
@@ -171,37 +183,6 @@ private Q_SLOTS:
         QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::best, models)}, "best");
         QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::fast, models)}, "fast");
         QTEST(QuickTaskPreset{profile.defaultChoice(ModelRole::voiceDraft, models)}, "voiceDraft");
-    }
-
-    void configuredAndAvailable_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QList<Model>>("models");
-        QTest::addColumn<QuickTaskPreset>("subject");
-        QTest::addColumn<bool>("configured");
-        QTest::addColumn<bool>("available");
-        const auto codex = QuickTaskCLIBackend::codex;
-        QTest::newRow("codex effort not taken")
-            << codex << codexCatalog() << preset("gpt-5.1-codex-mini", "low") << true << false;
-        QTest::newRow("codex without catalog")
-            << codex << QList<Model>{} << preset("gpt-4o", "low") << true << true;
-        QTest::newRow("codex half") << codex << QList<Model>{} << preset("gpt-4o", "") << false << false;
-        QTest::newRow("opencode default model")
-            << QuickTaskCLIBackend::opencode << openCodeCatalog() << preset("", "max") << true << true;
-        QTest::newRow("opencode xhigh") << QuickTaskCLIBackend::opencode << openCodeCatalog()
-                                        << preset("anthropic//claude-x", "xhigh") << false << false;
-        QTest::newRow("opencode model outside the config")
-            << QuickTaskCLIBackend::opencode << openCodeCatalog() << preset("other//m", "low") << true
-            << true;
-    }
-
-    void configuredAndAvailable()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QList<Model>, models);
-        QFETCH(QuickTaskPreset, subject);
-        QTEST(subject.isConfigured(backend), "configured");
-        QTEST(subject.isAvailable(models, backend), "available");
     }
 
     void selectedIndexRules_data()

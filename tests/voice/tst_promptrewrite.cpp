@@ -2,9 +2,8 @@
 // becomes the draft, every failure text, and cancelling.
 #include "backends/BackendProfiles.h"
 #include "core/TarvelError.h"
-#include "fakebackends/FakeBackends.h"
+#include "fakebackends/FakeBackendSetup.h"
 #include "quicktasks/QuickTaskError.h"
-#include "support/TestEnvironment.h"
 #include "voice/PromptRewriteService.h"
 #include "voice/VoicePromptDraftError.h"
 
@@ -27,19 +26,8 @@ struct Outcome {
     int deliveries = 0;
 };
 
-struct RewriteFixture {
-    RewriteFixture()
-    {
-        environment.set("PATH", fakes.searchPath());
-        environment.set("SHELL", environment.path(QStringLiteral("no-login-shell")));
-        environment.set("FAKE_RECORD_DIR", fakes.recordDirectory());
-        environment.unset("FAKE_STEPS");
-        for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH"})
-            environment.unset(name);
-        QDir().mkpath(workingDirectory);
-    }
-
-    void useSteps(const QStringList &steps) { environment.set("FAKE_STEPS", fakes.writeSteps(steps)); }
+struct RewriteFixture : FakeBackendSetup {
+    RewriteFixture() { QDir().mkpath(workingDirectory); }
 
     // Starts a rewrite; the outcome fills in when it ends. Every delivery is counted.
     std::shared_ptr<Outcome> rewrite(QuickTaskCLIBackend backend,
@@ -71,8 +59,6 @@ struct RewriteFixture {
         return QTest::qWaitFor([&] { return outcome->finished; }, timeout);
     }
 
-    TestEnvironment environment;
-    FakeBackends fakes;
     QString workingDirectory = environment.path(QStringLiteral("project"));
     PromptRewriteService service;
 };
@@ -122,53 +108,75 @@ private Q_SLOTS:
         QVERIFY(fixture.wait(outcome));
         QCOMPARE(outcome->draft, QStringLiteral("Fake answer."));
 
-        const QString prompt =
-            QStringLiteral(
-                "Rewrite the user's dictated notes into a clean prompt for a terminal coding assistant.\n\n"
-                "Requirements:\n"
-                "- Preserve the user's actual intent, constraints, technical details, file paths, "
-                "filenames, and open questions.\n"
-                "- Remove filler, false starts, repetitions, and obvious speech-recognition mistakes when "
-                "the intended meaning is clear.\n"
-                "- Organize the result into a concise prompt that another CLI run can execute directly.\n"
-                "- Do not answer the request.\n"
-                "- Do not add new requirements, assumptions, or capabilities.\n"
-                "- Output only the rewritten prompt text.\n\n"
-                "Dictated notes:\n") +
-            kTranscript;
         const QString name = BackendProfiles::of(backend).rawValue();
-        QCOMPARE(fixture.fakes.recordedArguments(name).join(u'\n'),
-                 QString(arguments).replace(QStringLiteral("{D}"), fixture.workingDirectory) + u'\n' +
-                     prompt);
+        QStringList received = fixture.fakes.recordedArguments(name);
+        // The instructions, then the transcript, as one argument after "--".
+        const QString prompt = received.takeLast();
+        QVERIFY(prompt.startsWith(QStringLiteral("Rewrite the user's dictated notes into a clean prompt")));
+        QVERIFY(prompt.endsWith(QStringLiteral("\n\nDictated notes:\n") + kTranscript));
+        QCOMPARE(received.join(u'\n'),
+                 QString(arguments).replace(QStringLiteral("{D}"), fixture.workingDirectory));
         QCOMPARE(QString::fromUtf8(fixture.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
                  fixture.workingDirectory);
     }
 
-    void answerBecomesTheDraft_data()
+    // The backend's answer becomes the draft; a failed run or an empty answer is an error that
+    // says why and carries the transcript.
+    void outcomes_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<QString>("draft");
+        QTest::addColumn<QString>("draft");  // null: the rewrite fails
+        QTest::addColumn<QString>("detail"); // the failure's description
+        const auto codex = QuickTaskCLIBackend::codex;
+        const auto claude = QuickTaskCLIBackend::claude;
+        const auto opencode = QuickTaskCLIBackend::opencode;
         QTest::newRow("codex: the last agent message")
-            << QuickTaskCLIBackend::codex
+            << codex
             << QStringList{QStringLiteral("out not json\\n"), codexMessage(QStringLiteral("First draft")),
                            QStringLiteral(
                                R"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"),
                            codexMessage(QStringLiteral("  Fix the login bug in auth.py.  ")),
                            QStringLiteral("err noise\\n")}
-            << QStringLiteral("Fix the login bug in auth.py.");
+            << QStringLiteral("Fix the login bug in auth.py.") << QString();
         QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
-            << QuickTaskCLIBackend::claude
+            << claude
             << QStringList{QStringLiteral("out   Fix the login bug\\n\\n   \\n  in au"),
                            QStringLiteral("sleep 0.1"), QStringLiteral("out th.py.  ")}
-            << QStringLiteral("Fix the login bug\nin auth.py.");
+            << QStringLiteral("Fix the login bug\nin auth.py.") << QString();
         QTest::newRow("opencode: terminal codes removed")
-            << QuickTaskCLIBackend::opencode
+            << opencode
             << QStringList{QStringLiteral("out \\0033[0m\\n\\0033[1m<think>\\0033[0m\\n"),
                            QStringLiteral("out \\0033[32mFix the login bug.\\0033[0m\\r\\n")}
-            << QStringLiteral("Fix the login bug.");
+            << QStringLiteral("Fix the login bug.") << QString();
+
+        QStringList tenErrors;
+        for (int line = 1; line <= 10; ++line)
+            tenErrors.append(QStringLiteral("err error line %1\\n").arg(line));
+        QTest::newRow("the last 3 of the kept stderr lines")
+            << claude << (tenErrors << QStringLiteral("out half an answer\\n") << QStringLiteral("exit 1"))
+            << QString() << QStringLiteral("error line 8 | error line 9 | error line 10");
+        QTest::newRow("fewer than three")
+            << codex << QStringList{QStringLiteral("err  \\n  only one  \\n"), QStringLiteral("exit 2")}
+            << QString() << QStringLiteral("only one");
+        QTest::newRow("no stderr") << codex << QStringList{QStringLiteral("exit 1")} << QString()
+                                   << QStringLiteral(
+                                          "Codex could not turn the transcript into a prompt draft.");
+        QTest::newRow("killed") << opencode << QStringList{QStringLiteral("kill TERM")} << QString()
+                                << QStringLiteral(
+                                       "OpenCode could not turn the transcript into a prompt draft.");
+        QTest::newRow("empty answer") << claude << QStringList{QStringLiteral("out \\n  \\n")} << QString()
+                                      << QStringLiteral("Claude returned an empty prompt draft.");
+        QTest::newRow("only terminal codes")
+            << opencode << QStringList{QStringLiteral("out \\0033[0m<think></think>\\n")} << QString()
+            << QStringLiteral("OpenCode returned an empty prompt draft.");
+        QTest::newRow("codex without an agent message")
+            << codex
+            << QStringList{QStringLiteral(
+                   R"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)")}
+            << QString() << QStringLiteral("Codex returned an empty prompt draft.");
     }
-    void answerBecomesTheDraft()
+    void outcomes()
     {
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QStringList, steps);
@@ -177,55 +185,13 @@ private Q_SLOTS:
         fixture.useSteps(steps);
         const auto outcome = fixture.rewrite(backend);
         QVERIFY(fixture.wait(outcome));
-        QCOMPARE(outcome->draft, draft);
         QVERIFY(!fixture.service.isRewriting());
-    }
-
-    void failuresSayWhy_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<QString>("detail");
-        QStringList tenErrors;
-        for (int line = 1; line <= 10; ++line)
-            tenErrors.append(QStringLiteral("err error line %1\\n").arg(line));
-        QTest::newRow("the last 3 of the kept stderr lines")
-            << QuickTaskCLIBackend::claude
-            << (tenErrors << QStringLiteral("out half an answer\\n") << QStringLiteral("exit 1"))
-            << QStringLiteral("error line 8 | error line 9 | error line 10");
-        QTest::newRow("fewer than three")
-            << QuickTaskCLIBackend::codex
-            << QStringList{QStringLiteral("err  \\n  only one  \\n"), QStringLiteral("exit 2")}
-            << QStringLiteral("only one");
-        QTest::newRow("no stderr") << QuickTaskCLIBackend::codex << QStringList{QStringLiteral("exit 1")}
-                                   << QStringLiteral(
-                                          "Codex could not turn the transcript into a prompt draft.");
-        QTest::newRow("killed") << QuickTaskCLIBackend::opencode << QStringList{QStringLiteral("kill TERM")}
-                                << QStringLiteral(
-                                       "OpenCode could not turn the transcript into a prompt draft.");
-        QTest::newRow("empty answer")
-            << QuickTaskCLIBackend::claude << QStringList{QStringLiteral("out \\n  \\n")}
-            << QStringLiteral("Claude returned an empty prompt draft.");
-        QTest::newRow("only terminal codes")
-            << QuickTaskCLIBackend::opencode << QStringList{QStringLiteral("out \\0033[0m<think></think>\\n")}
-            << QStringLiteral("OpenCode returned an empty prompt draft.");
-        QTest::newRow("codex without an agent message")
-            << QuickTaskCLIBackend::codex
-            << QStringList{QStringLiteral(
-                   R"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)")}
-            << QStringLiteral("Codex returned an empty prompt draft.");
-    }
-    void failuresSayWhy()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QStringList, steps);
-        QFETCH(QString, detail);
-        RewriteFixture fixture;
-        fixture.useSteps(steps);
-        const auto outcome = fixture.rewrite(backend);
-        QVERIFY(fixture.wait(outcome));
+        if (!draft.isNull()) {
+            QCOMPARE(outcome->draft, draft);
+            return;
+        }
         QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::promptRewriteFailed);
-        QCOMPARE(outcome->description, detail);
+        QTEST(outcome->description, "detail");
         QCOMPARE(outcome->carriedTranscript, kTranscript);
     }
 
