@@ -1,11 +1,9 @@
-// Output handling without a process: line splitting, codex events, opencode cleaning, the
-// stderr lines a quick task keeps and its output files. What each backend's output becomes in
-// a task's transcript and final response is checked through the fakes in tst_quicktaskmanager.
+// Output handling without a process: line splitting, codex events and opencode cleaning. What
+// each backend's output and stderr become in a task's files, final response and error log is
+// checked through the fakes in tst_quicktaskmanager.
 #include "backends/CodexExecEvent.h"
 #include "backends/OpenCodeOutput.h"
-#include "quicktasks/OutputFile.h"
 #include "quicktasks/OutputLineBuffer.h"
-#include "quicktasks/QuickTaskOutputHandler.h"
 
 #include <QtTest>
 
@@ -175,44 +173,6 @@ private Q_SLOTS:
         QFETCH(QString, line);
         QFETCH(QString, expected);
         QCOMPARE(OpenCodeOutput::cleanOpencodeOutputLine(line), expected);
-    }
-
-    void standardErrorGoesToBothLogsAndKeepsTheLatestSix()
-    {
-        QuickTaskOutputHandler handler(QuickTaskCLIBackend::claude);
-        QByteArray errors;
-        for (int i = 1; i <= 8; ++i)
-            errors += "problem " + QByteArray::number(i) + '\n';
-        const QuickTaskOutputUpdate update =
-            handler.consume(OutputStream::standardError, errors + "unfinished");
-        QVERIFY(update.transcriptText.startsWith("stderr: problem 1\nstderr: problem 2\n"));
-        QVERIFY(update.rawLogText.endsWith("[stderr] problem 8\n"));
-        QCOMPARE(handler.recentStderrLines().size(), 6);
-        QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 3"));
-        QCOMPARE(handler.finalResponse(), std::nullopt);
-
-        // At exit stdout's tail comes first, then stderr's.
-        handler.consume(OutputStream::standardOutput, "answer");
-        const QuickTaskOutputUpdate last = handler.finish();
-        QCOMPARE(last.rawLogText, QByteArray("[stdout] answer\n[stderr] unfinished\n"));
-        QCOMPARE(last.transcriptText, QByteArray("answer\nstderr: unfinished\n"));
-        QCOMPARE(handler.recentStderrLines().constLast(), QStringLiteral("unfinished"));
-        QCOMPARE(handler.recentStderrLines().constFirst(), QStringLiteral("problem 4"));
-    }
-
-    void outputFilesGrowByWholeAppendsAndStayPrivate()
-    {
-        QTemporaryDir directory;
-        const QString path = QDir(directory.path()).filePath(QStringLiteral("raw.log"));
-        QVERIFY(OutputFile::append(path, "[stdout] one\n"));
-        QVERIFY(OutputFile::append(path, "[stderr] two\n"));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), QByteArray("[stdout] one\n[stderr] two\n"));
-        QCOMPARE(file.permissions() & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteOther),
-                 QFile::Permissions());
-        QVERIFY(
-            !OutputFile::append(QDir(directory.path()).filePath(QStringLiteral("missing/raw.log")), "x\n"));
     }
 };
 

@@ -142,6 +142,11 @@ private Q_SLOTS:
                      .trimmed(),
                  fixture.workingDirectory.toUtf8());
 
+        // Both files are private to the user.
+        for (const QString &file :
+             {fixture.manager->store().transcriptURL(*id), fixture.manager->store().rawLogURL(*id)})
+            QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteOther),
+                     QFile::Permissions());
         const QByteArray transcript = fixture.read(fixture.manager->store().transcriptURL(*id));
         const QByteArray header = "Prompt\n------\nFix the build\n\nBackend\n-------\n" +
                                   BackendProfiles::of(backend).displayTitle().toUtf8() +

@@ -1,5 +1,5 @@
-// The model catalog: reading codex's cache and opencode's config from a real HOME, and the opencode
-// identifier canon and order.
+// The models the backends offer: codex's cache and opencode's config read from a real HOME, the
+// opencode identifiers (trimmed, "provider//model", deduplicated) and order, and the menu rows.
 #include "CatalogFiles.h"
 #include "backends/BackendProfiles.h"
 #include "backends/OpenCodeBackendProfile.h"
@@ -212,31 +212,6 @@ private Q_SLOTS:
         CatalogFiles::writeOpenCodeConfig(env, contents);
         QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode),
                  QList<Model>{OpenCodeBackendProfile::defaultModel()});
-    }
-
-    void openCodeIdentifierCanon_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("normalized");
-        QTest::newRow("single slash")
-            << QStringLiteral("anthropic/claude-x") << QStringLiteral("anthropic//claude-x");
-        QTest::newRow("no slash") << QStringLiteral(" gpt \n") << QStringLiteral("gpt");
-        QTest::newRow("blank") << QStringLiteral(" \t ") << QString();
-        QTest::newRow("split at the first slash only") << QStringLiteral("openrouter/anthropic/claude")
-                                                       << QStringLiteral("openrouter//anthropic/claude");
-        QTest::newRow("inner blanks trimmed")
-            << QStringLiteral("anthropic / claude-x") << QStringLiteral("anthropic//claude-x");
-        QTest::newRow("empty provider") << QStringLiteral("/claude-x") << QStringLiteral("claude-x");
-        QTest::newRow("empty model") << QStringLiteral("anthropic/") << QStringLiteral("anthropic");
-    }
-
-    void openCodeIdentifierCanon()
-    {
-        QFETCH(QString, text);
-        QFETCH(QString, normalized);
-        QCOMPARE(OpenCodeBackendProfile::normalizedModelIdentifier(text), normalized);
-        // Stable: the canonical form normalises to itself.
-        QCOMPARE(OpenCodeBackendProfile::normalizedModelIdentifier(normalized), normalized);
     }
 
     void menuRows()

@@ -101,8 +101,8 @@ private Q_SLOTS:
         QTest::newRow("opencode: identifier canon, effort outside the variants")
             << opencode << openCodeCatalog() << preset(" anthropic/claude-x ", "xhigh")
             << preset("anthropic//claude-x", "medium") << false << false;
-        QTest::newRow("opencode: default model kept")
-            << opencode << openCodeCatalog() << preset("", "max") << preset("", "max") << true << true;
+        QTest::newRow("opencode: blank is the default model")
+            << opencode << openCodeCatalog() << preset(" \t", "max") << preset("", "max") << true << true;
         QTest::newRow("opencode: model outside the config kept")
             << opencode << openCodeCatalog() << preset("local/llama", "low") << preset("local//llama", "low")
             << true << true;
