@@ -1,4 +1,5 @@
 // The status menu: its layout rules, and what the presenter puts in a session's row.
+#include "app/RelativeDateFormatter.h"
 #include "app/RequestIntake.h"
 #include "app/StatusMenuModel.h"
 #include "app/TrayMenuPresenter.h"
@@ -131,6 +132,29 @@ private Q_SLOTS:
         QVERIFY(!presenter.sessionRow(failed.id));
         QTRY_COMPARE(changed.count(), 1); // later, not under the row's own click
         QCOMPARE(presenter.menuState(std::nullopt).sessionIds, QList<QUuid>{done.id});
+    }
+
+    void relativeTimestamps_data()
+    {
+        QTest::addColumn<int>("secondsAgo");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("now") << 0 << QStringLiteral("now");
+        QTest::newRow("one second") << 1 << QStringLiteral("1 second ago");
+        QTest::newRow("seconds") << 59 << QStringLiteral("59 seconds ago");
+        QTest::newRow("a minute") << 60 << QStringLiteral("1 minute ago");
+        QTest::newRow("not yet an hour") << 3599 << QStringLiteral("59 minutes ago");
+        QTest::newRow("hours") << 7200 << QStringLiteral("2 hours ago");
+        QTest::newRow("a day") << 86400 << QStringLiteral("1 day ago");
+        QTest::newRow("weeks") << 15 * 86400 << QStringLiteral("2 weeks ago");
+        QTest::newRow("years") << 800 * 86400 << QStringLiteral("2 years ago");
+        QTest::newRow("ahead") << -300 << QStringLiteral("in 5 minutes");
+    }
+    void relativeTimestamps()
+    {
+        QFETCH(int, secondsAgo);
+        QFETCH(QString, text);
+        const QDateTime now(QDate(2026, 5, 1), QTime(12, 0), Qt::UTC);
+        QCOMPARE(RelativeDateFormatter::localizedString(now.addSecs(-secondsAgo), now), text);
     }
 };
 

@@ -2,7 +2,6 @@
 // characters (titles and actions are checked where tasks finish, in tst_quicktaskmanager and
 // tst_quicktasknotifications); and the relative times of the menu rows.
 #include "quicktasks/QuickTaskCompletionNotification.h"
-#include "quicktasks/RelativeDateFormatter.h"
 
 #include <QtTest>
 
@@ -74,29 +73,6 @@ private Q_SLOTS:
         const QuickTaskSession session = sessionWith(prompt, response);
         QCOMPARE(QuickTaskCompletionNotification::subtitle(session), subtitle);
         QCOMPARE(QuickTaskCompletionNotification::body(session), body);
-    }
-
-    void relativeTimestamps_data()
-    {
-        QTest::addColumn<int>("secondsAgo");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("now") << 0 << QStringLiteral("now");
-        QTest::newRow("one second") << 1 << QStringLiteral("1 second ago");
-        QTest::newRow("seconds") << 59 << QStringLiteral("59 seconds ago");
-        QTest::newRow("a minute") << 60 << QStringLiteral("1 minute ago");
-        QTest::newRow("not yet an hour") << 3599 << QStringLiteral("59 minutes ago");
-        QTest::newRow("hours") << 7200 << QStringLiteral("2 hours ago");
-        QTest::newRow("a day") << 86400 << QStringLiteral("1 day ago");
-        QTest::newRow("weeks") << 15 * 86400 << QStringLiteral("2 weeks ago");
-        QTest::newRow("years") << 800 * 86400 << QStringLiteral("2 years ago");
-        QTest::newRow("ahead") << -300 << QStringLiteral("in 5 minutes");
-    }
-    void relativeTimestamps()
-    {
-        QFETCH(int, secondsAgo);
-        QFETCH(QString, text);
-        const QDateTime now(QDate(2026, 5, 1), QTime(12, 0), Qt::UTC);
-        QCOMPARE(RelativeDateFormatter::localizedString(now.addSecs(-secondsAgo), now), text);
     }
 };
 

@@ -1,4 +1,4 @@
-#include "quicktasks/RelativeDateFormatter.h"
+#include "app/RelativeDateFormatter.h"
 
 #include <QList>
 
