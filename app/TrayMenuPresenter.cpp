@@ -1,5 +1,6 @@
 #include "app/TrayMenuPresenter.h"
 
+#include "app/RelativeDateFormatter.h"
 #include "app/RequestIntake.h"
 #include "backends/BackendProfiles.h"
 #include "core/AppConstants.h"
@@ -8,7 +9,6 @@
 #include "errorlog/ErrorLogManager.h"
 #include "quicktasks/QuickTaskCompletionNotification.h"
 #include "quicktasks/QuickTaskManager.h"
-#include "quicktasks/RelativeDateFormatter.h"
 
 #include <QTimer>
 
