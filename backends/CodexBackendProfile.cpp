@@ -48,36 +48,22 @@ private:
     std::optional<QString> m_lastAgentMessage;
 };
 
-QJsonArray requiredArray(const QJsonObject &object, const QString &key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isArray())
-        throw DecodingError(QStringLiteral("The value of \u201c%1\u201d is not a list.").arg(key));
-    return value.toArray();
-}
-
-QJsonObject objectElement(const QJsonValue &value)
-{
-    if (!value.isObject())
-        throw DecodingError(QStringLiteral("An entry is not an object."));
-    return value.toObject();
-}
-
 QList<BackendModel> decodeModelCache(const QByteArray &bytes)
 {
     const QJsonObject cache = JSONCoding::decodeObject(bytes);
     QList<BackendModel> models;
-    for (const QJsonValue &entryValue : requiredArray(cache, QStringLiteral("models"))) {
-        const QJsonObject entry = objectElement(entryValue);
+    for (const QJsonValue &entryValue : JSONCoding::requiredArray(cache, QStringLiteral("models"))) {
+        const QJsonObject entry = JSONCoding::objectElement(entryValue);
         BackendModel model;
         model.identifier = JSONCoding::requiredString(entry, QStringLiteral("slug"));
         model.displayName = JSONCoding::requiredString(entry, QStringLiteral("display_name"));
         model.description = JSONCoding::requiredString(entry, QStringLiteral("description"));
         model.defaultReasoningLevel =
             JSONCoding::requiredString(entry, QStringLiteral("default_reasoning_level"));
-        for (const QJsonValue &level : requiredArray(entry, QStringLiteral("supported_reasoning_levels")))
+        for (const QJsonValue &level :
+             JSONCoding::requiredArray(entry, QStringLiteral("supported_reasoning_levels")))
             model.supportedReasoningLevels.append(
-                JSONCoding::requiredString(objectElement(level), QStringLiteral("effort")));
+                JSONCoding::requiredString(JSONCoding::objectElement(level), QStringLiteral("effort")));
         const std::optional<QString> visibility =
             JSONCoding::optionalString(entry, QStringLiteral("visibility"));
         // Hidden, internal and retired models carry some other visibility; only "list" is for people.

@@ -37,21 +37,6 @@ private:
     QStringList m_lines;
 };
 
-QJsonObject requiredObject(const QJsonObject &object, const QString &key)
-{
-    const QJsonValue value = object.value(key);
-    if (!value.isObject())
-        throw DecodingError(QStringLiteral("The value of \u201c%1\u201d is not an object.").arg(key));
-    return value.toObject();
-}
-
-QJsonObject objectElement(const QJsonValue &value)
-{
-    if (!value.isObject())
-        throw DecodingError(QStringLiteral("An entry is not an object."));
-    return value.toObject();
-}
-
 // Keys in plain code-unit order, so the walk does not depend on how the JSON library keeps them.
 QStringList sortedKeys(const QJsonObject &object)
 {
@@ -75,17 +60,17 @@ QList<BackendModel> decodeConfig(const QByteArray &bytes)
     const QJsonObject config = JSONCoding::decodeObject(bytes);
     const std::optional<QString> configuredModel =
         JSONCoding::optionalString(config, QStringLiteral("model"));
-    const QJsonObject providers = requiredObject(config, QStringLiteral("provider"));
+    const QJsonObject providers = JSONCoding::requiredObject(config, QStringLiteral("provider"));
 
     QList<BackendModel> discovered;
     QSet<QString> seen;
     for (const QString &providerKey : sortedKeys(providers)) {
-        const QJsonObject provider = objectElement(providers.value(providerKey));
+        const QJsonObject provider = JSONCoding::objectElement(providers.value(providerKey));
         const QString providerName =
             JSONCoding::optionalString(provider, QStringLiteral("name")).value_or(QString()).trimmed();
-        const QJsonObject configuredModels = requiredObject(provider, QStringLiteral("models"));
+        const QJsonObject configuredModels = JSONCoding::requiredObject(provider, QStringLiteral("models"));
         for (const QString &modelKey : sortedKeys(configuredModels)) {
-            const QJsonObject configured = objectElement(configuredModels.value(modelKey));
+            const QJsonObject configured = JSONCoding::objectElement(configuredModels.value(modelKey));
             const QString modelName =
                 JSONCoding::optionalString(configured, QStringLiteral("name")).value_or(QString()).trimmed();
             const QString identifier =

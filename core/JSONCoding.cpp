@@ -49,12 +49,13 @@ std::optional<QDateTime> parseInternetDateTime(const QString &text)
     const QRegularExpressionMatch match = pattern.match(text);
     if (!match.hasMatch())
         return std::nullopt;
-    const QDate date(match.capturedView(1).toInt(), match.capturedView(2).toInt(), match.capturedView(3).toInt());
+    const QDate date(match.capturedView(1).toInt(), match.capturedView(2).toInt(),
+                     match.capturedView(3).toInt());
     int milliseconds = 0;
     if (match.hasCaptured(7))
         milliseconds = match.captured(7).leftJustified(3, u'0', true).toInt();
-    const QTime time(match.capturedView(4).toInt(), match.capturedView(5).toInt(), match.capturedView(6).toInt(),
-                     milliseconds);
+    const QTime time(match.capturedView(4).toInt(), match.capturedView(5).toInt(),
+                     match.capturedView(6).toInt(), milliseconds);
     if (!date.isValid() || !time.isValid())
         return std::nullopt;
     int offsetSeconds = 0;
@@ -117,7 +118,8 @@ QDateTime decodeDate(const QJsonValue &value)
         if (std::isfinite(seconds) && std::fabs(seconds) < 9.0e12)
             return referenceDate().addMSecs(std::llround(seconds * 1000.0));
     }
-    throw DecodingError(QStringLiteral("Expected an ISO 8601 date string or a numeric reference-date timestamp."));
+    throw DecodingError(
+        QStringLiteral("Expected an ISO 8601 date string or a numeric reference-date timestamp."));
 }
 
 QString encodeUuid(const QUuid &uuid)
@@ -158,6 +160,29 @@ QString requiredString(const QJsonObject &object, const QString &key)
     return value.toString();
 }
 
+QJsonArray requiredArray(const QJsonObject &object, const QString &key)
+{
+    const QJsonValue value = requiredValue(object, key);
+    if (!value.isArray())
+        throwTypeMismatch(key, QStringLiteral("a list"));
+    return value.toArray();
+}
+
+QJsonObject requiredObject(const QJsonObject &object, const QString &key)
+{
+    const QJsonValue value = requiredValue(object, key);
+    if (!value.isObject())
+        throwTypeMismatch(key, QStringLiteral("an object"));
+    return value.toObject();
+}
+
+QJsonObject objectElement(const QJsonValue &value)
+{
+    if (!value.isObject())
+        throw DecodingError(QStringLiteral("An entry is not an object."));
+    return value.toObject();
+}
+
 std::optional<QString> optionalString(const QJsonObject &object, const QString &key)
 {
     const QJsonValue value = object.value(key);
@@ -178,7 +203,8 @@ std::optional<qint32> optionalInt32(const QJsonObject &object, const QString &ke
     const double number = value.toDouble();
     if (number != std::floor(number) || number < std::numeric_limits<qint32>::min() ||
         number > std::numeric_limits<qint32>::max()) {
-        throw DecodingError(QStringLiteral("The value of \u201c%1\u201d does not fit a 32-bit integer.").arg(key));
+        throw DecodingError(
+            QStringLiteral("The value of \u201c%1\u201d does not fit a 32-bit integer.").arg(key));
     }
     return static_cast<qint32>(number);
 }

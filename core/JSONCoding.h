@@ -25,14 +25,12 @@ QJsonObject decodeObject(const QByteArray &data);
 QJsonArray decodeArray(const QByteArray &data);
 
 // Records provide `QJsonObject toJson() const` and `static T fromJson(const QJsonObject &)`.
-template<typename T>
-QByteArray encodeRecord(const T &record)
+template<typename T> QByteArray encodeRecord(const T &record)
 {
     return encode(record.toJson());
 }
 
-template<typename T>
-T decodeRecord(const QByteArray &data)
+template<typename T> T decodeRecord(const QByteArray &data)
 {
     return T::fromJson(decodeObject(data));
 }
@@ -51,6 +49,10 @@ std::optional<QUuid> parseUuid(QStringView text);
 QUuid requiredUuid(const QJsonObject &object, const QString &key);
 QDateTime requiredDate(const QJsonObject &object, const QString &key);
 QString requiredString(const QJsonObject &object, const QString &key);
+QJsonArray requiredArray(const QJsonObject &object, const QString &key);
+QJsonObject requiredObject(const QJsonObject &object, const QString &key);
+// An element of a list that must be an object.
+QJsonObject objectElement(const QJsonValue &value);
 std::optional<QString> optionalString(const QJsonObject &object, const QString &key);
 std::optional<qint32> optionalInt32(const QJsonObject &object, const QString &key);
 std::optional<bool> optionalBool(const QJsonObject &object, const QString &key);

@@ -66,15 +66,9 @@ QJsonObject QuickTaskPresetSettings::toJson() const
 
 QuickTaskPresetSettings QuickTaskPresetSettings::fromJson(const QJsonObject &object)
 {
-    const QJsonValue presetsValue = object.value(kPresets);
-    if (!presetsValue.isArray())
-        throw DecodingError(QStringLiteral("The value of \u201c%1\u201d is not a list.").arg(kPresets));
     QuickTaskPresetSettings settings;
-    for (const QJsonValue &value : presetsValue.toArray()) {
-        if (!value.isObject())
-            throw DecodingError(QStringLiteral("A preset is not an object."));
-        settings.presets.append(QuickTaskPreset::fromJson(value.toObject()));
-    }
+    for (const QJsonValue &value : JSONCoding::requiredArray(object, kPresets))
+        settings.presets.append(QuickTaskPreset::fromJson(JSONCoding::objectElement(value)));
     const std::optional<qint32> index = JSONCoding::optionalInt32(object, kSelectedPresetIndex);
     if (!index)
         throw DecodingError(
