@@ -54,7 +54,6 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     QuickTaskManager &tasks = *m_quickTaskManager;
     ComposerCoordinator &composers = *m_composers;
     tasks.setFrontmostTerminalContextProvider([&composers] { return composers.frontmostTerminalContext(); });
-    tasks.setAttachmentsInUseProvider([&composers] { return composers.attachmentsInUse(); });
     connect(&tasks, &QuickTaskManager::runningSessionCountChanged, this,
             [this](int count) { m_statusItem->setTasksRunning(count > 0); });
     connect(&tasks, &QuickTaskManager::retryRequested, this, [&composers](const QuickTaskSession &session) {

@@ -36,6 +36,8 @@ ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager
     , m_errorLog(errorLog)
     , m_services(std::move(services))
 {
+    // Drafts hold their attachments where the sessions hold theirs.
+    m_services.attachments = &tasks.attachments();
 }
 
 ComposerCoordinator::~ComposerCoordinator() = default;
@@ -79,10 +81,7 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
                              const std::optional<QuickTaskPreset> &preset) {
                 submitScratch(composer, text, submitted, preset);
             });
-    connect(composer, &ScratchComposer::cancelled, this, [this, composer] {
-        composer->discardDraftAttachments();
-        closeScratch(composer);
-    });
+    connect(composer, &ScratchComposer::cancelled, this, [this, composer] { closeScratch(composer); });
     m_scratchComposers.append(composer);
     m_sourceContexts.insert(composer,
                             sourceContext ? sourceContext : m_tasks.preferredScratchSourceContext());
@@ -147,7 +146,6 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
     if (m_startingTasks.contains(composer))
         return; // already on its way
     if (text.trimmed().isEmpty()) {
-        composer->discardDraftAttachments();
         closeScratch(composer);
         return;
     }
@@ -168,7 +166,7 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
                   if (!guarded)
                       return;
                   m_startingTasks.remove(guarded.data());
-                  // The attachments now belong to the session: close without discarding them.
+                  // The session holds the attachments now: closing keeps them.
                   closeScratch(guarded.data());
               })
         .onFailed(this, [this, guarded, backend](const TarvelError &error) {
@@ -185,6 +183,7 @@ void ComposerCoordinator::closeScratch(ScratchComposer *composer)
     const std::optional<QuickTaskSourceContext> context = m_sourceContexts.take(composer);
     m_scratchComposers.removeOne(composer);
     m_startingTasks.remove(composer);
+    composer->releaseAttachments();
     composer->closeProgrammatically();
     composer->deleteLater();
     processPendingRequests();
@@ -207,16 +206,6 @@ void ComposerCoordinator::restoreFocus(const std::optional<QString> &executableN
     }
     if (executableName || pid)
         m_activation.restoreFocus(executableName, pid);
-}
-
-QSet<QString> ComposerCoordinator::attachmentsInUse() const
-{
-    QSet<QString> paths;
-    for (const ScratchComposer *composer : m_scratchComposers) {
-        for (const PromptAttachment &attachment : composer->attachments())
-            paths.insert(attachment.path);
-    }
-    return paths;
 }
 
 std::optional<QuickTaskSourceContext> ComposerCoordinator::frontmostTerminalContext() const

@@ -44,8 +44,6 @@ public:
     const std::optional<ComposerRequest> &currentRequest() const { return m_request; }
     EditorComposer *editorComposer() const { return m_editor; }
     const QList<ScratchComposer *> &scratchComposers() const { return m_scratchComposers; }
-    // The files that open scratch composers show: their managed copies must stay.
-    QSet<QString> attachmentsInUse() const;
     // The terminal in front, which a new quick task belongs to.
     std::optional<QuickTaskSourceContext> frontmostTerminalContext() const;
 

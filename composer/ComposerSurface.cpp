@@ -2,7 +2,7 @@
 
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerTextView.h"
-#include "composer/ScratchAttachmentImportStore.h"
+#include "composer/PastedImageImport.h"
 #include "core/TarvelError.h"
 
 #include <QAbstractTextDocumentLayout>
@@ -117,7 +117,7 @@ bool ComposerSurface::handlePaste(const QMimeData *data)
     }
     std::optional<PromptAttachment> image;
     try {
-        image = ScratchAttachmentImportStore::importImage(data);
+        image = PastedImageImport::importImage(data);
     } catch (const TarvelError &error) {
         QMessageBox box(QMessageBox::Warning, QStringLiteral("Tarvel"),
                         QStringLiteral("Could not paste the image."), QMessageBox::Ok, m_panel.get());

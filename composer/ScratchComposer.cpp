@@ -5,7 +5,7 @@
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
 #include "composer/ComposerTextView.h"
-#include "composer/ScratchAttachmentImportStore.h"
+#include "core/AttachmentStore.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/ComposerKeyMatcher.h"
@@ -57,7 +57,11 @@ ScratchComposer::ScratchComposer(const QString &initialText,
         };
     };
 
+    // A retried task's attachments are held from the start, so deleting its session cannot
+    // take a pasted image from under this draft.
     m_attachments = PromptAttachment::normalized(initialAttachments);
+    if (m_services.attachments)
+        m_services.attachments->hold(m_holder, m_attachments);
     buildViews();
     applyAvailability(ScratchComposerAvailability::checking(m_backend));
     m_surface->applyInitialSize();
@@ -309,29 +313,19 @@ void ScratchComposer::appendAttachments(const QList<QUrl> &urls)
         if (added.isEmpty())
             return;
     }
-    m_attachments = PromptAttachment::normalized(m_attachments + added);
-    updateAttachmentViews();
+    setAttachments(PromptAttachment::normalized(m_attachments + added));
 }
 
 void ScratchComposer::attachPastedImage(const PromptAttachment &image)
 {
-    m_ownedManagedAttachmentPaths.insert(image.path);
-    m_attachments = PromptAttachment::normalized(m_attachments + QList<PromptAttachment>{image});
-    updateAttachmentViews();
+    setAttachments(PromptAttachment::normalized(m_attachments + QList<PromptAttachment>{image}));
 }
 
 void ScratchComposer::removeAttachment(const QUuid &id)
 {
-    const auto found =
-        std::find_if(m_attachments.cbegin(), m_attachments.cend(),
-                     [&id](const PromptAttachment &attachment) { return attachment.id == id; });
-    if (found == m_attachments.cend())
-        return;
-    const PromptAttachment removed = *found;
-    m_attachments.removeIf([&id](const PromptAttachment &attachment) { return attachment.id == id; });
-    if (removed.isManagedCopy && m_ownedManagedAttachmentPaths.remove(removed.path))
-        ScratchAttachmentImportStore::cleanup({removed});
-    updateAttachmentViews();
+    QList<PromptAttachment> kept = m_attachments;
+    if (kept.removeIf([&id](const PromptAttachment &attachment) { return attachment.id == id; }) > 0)
+        setAttachments(kept);
 }
 
 QList<PromptAttachment> ScratchComposer::unsupportedDirectoryAttachments() const
@@ -339,25 +333,18 @@ QList<PromptAttachment> ScratchComposer::unsupportedDirectoryAttachments() const
     return BackendProfiles::of(m_backend).unsupportedAttachments(m_attachments);
 }
 
-void ScratchComposer::discardDraftAttachments()
+void ScratchComposer::releaseAttachments()
 {
-    if (m_ownedManagedAttachmentPaths.isEmpty())
-        return;
-    QList<PromptAttachment> owned;
-    for (const PromptAttachment &attachment : std::as_const(m_attachments)) {
-        if (m_ownedManagedAttachmentPaths.contains(attachment.path))
-            owned.append(attachment);
-    }
-    ScratchAttachmentImportStore::cleanup(owned);
-    m_attachments.removeIf([this](const PromptAttachment &attachment) {
-        return m_ownedManagedAttachmentPaths.contains(attachment.path);
-    });
-    m_ownedManagedAttachmentPaths.clear();
-    updateAttachmentViews();
+    if (m_services.attachments)
+        m_services.attachments->release(m_holder);
 }
 
-void ScratchComposer::updateAttachmentViews()
+void ScratchComposer::setAttachments(const QList<PromptAttachment> &attachments)
 {
+    // A pasted image taken out again goes at once unless a session holds it.
+    m_attachments = attachments;
+    if (m_services.attachments)
+        m_services.attachments->hold(m_holder, m_attachments);
     m_strip->setAttachments(m_attachments);
     applySubmitButtonState();
     if (m_availability.isReady())

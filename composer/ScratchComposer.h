@@ -10,13 +10,14 @@
 #include <QFuture>
 #include <QFutureWatcher>
 #include <QObject>
-#include <QSet>
 #include <QUrl>
+#include <QUuid>
 
 #include <functional>
 #include <memory>
 #include <optional>
 
+class AttachmentStore;
 class AttachmentStripView;
 class ComposerPanel;
 class ComposerSurface;
@@ -26,12 +27,13 @@ class QLabel;
 class QStackedWidget;
 class UserDefaults;
 
-// What a scratch composer consults: settings, shortcuts, and the backends' state (tests
-// answer the installation check themselves).
+// What a scratch composer consults: settings, shortcuts, the backends' state (tests
+// answer the installation check themselves), and the store its attachments are held in.
 struct ComposerServices {
     UserDefaults *defaults = nullptr;
     KeyboardShortcuts *shortcuts = nullptr;
     std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
+    AttachmentStore *attachments = nullptr;
 };
 
 // A free-standing composer for a quick task: text, attachments, a preset, and a check
@@ -62,8 +64,9 @@ public:
     void appendAttachments(const QList<QUrl> &urls);
     void removeAttachment(const QUuid &id);
     QList<PromptAttachment> unsupportedDirectoryAttachments() const;
-    // Throws away the pasted-image copies this panel made (a discarded draft).
-    void discardDraftAttachments();
+    // Lets go of the attachments when the composer closes: pasted images that no session
+    // holds (a cancelled draft, not a submitted one) are deleted.
+    void releaseAttachments();
     void selectQuickTaskPreset(int index);
     std::optional<QuickTaskPreset> selectedPreset() const;
     QComboBox *presetPopup() const { return m_presetPopup; }
@@ -84,7 +87,7 @@ private:
     void applyAvailability(const ScratchComposerAvailability &availability);
     void applySubmitButtonState();
     void reloadPresets();
-    void updateAttachmentViews();
+    void setAttachments(const QList<PromptAttachment> &attachments);
     void attachPastedImage(const PromptAttachment &image);
     void presentUnsupportedDirectoryAttachmentAlert(int count);
     bool handleComposerKey(int key, Qt::KeyboardModifiers modifiers, const QString &text);
@@ -101,7 +104,8 @@ private:
     QuickTaskPresetSettings m_presetSettings;
     ScratchComposerAvailability m_availability;
     QList<PromptAttachment> m_attachments;
-    QSet<QString> m_ownedManagedAttachmentPaths;
+    // This composer's name as a holder in the attachment store.
+    QUuid m_holder = QUuid::createUuid();
     std::unique_ptr<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>> m_availabilityWatcher;
     bool m_hasPerformedInitialAvailabilityRefresh = false;
     bool m_isShowingFolderAlert = false;

@@ -2,8 +2,6 @@
 
 #include "backends/BackendProfiles.h"
 #include "core/Clock.h"
-#include "core/DataFile.h"
-#include "core/FileStore.h"
 #include "core/JSONCoding.h"
 #include "errorlog/ErrorLogManager.h"
 #include "platform/Clipboard.h"
@@ -19,7 +17,6 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QPromise>
-#include <QSet>
 
 #include <algorithm>
 #include <chrono>
@@ -44,8 +41,6 @@ struct QuickTaskManager::Runtime {
 
 namespace {
 
-const QString kImportedAttachmentsFolder = QStringLiteral("ImportedAttachments");
-
 template<typename T> QFuture<T> failedFuture(std::exception_ptr error)
 {
     QPromise<T> promise;
@@ -62,17 +57,6 @@ void appendSection(QByteArray &text, const QString &title, const QString &value)
     text += QByteArray(title.size(), '-') + '\n';
     text += value.toUtf8() + '\n';
     text += '\n';
-}
-
-// Only files Tarvel made itself are ever deleted: a managed copy lives in the import folder.
-bool isDeletableManagedCopy(const PromptAttachment &attachment)
-{
-    if (!attachment.isManagedCopy)
-        return false;
-    const QString folder =
-        QDir::cleanPath(QDir(FileStore::baseDirectory()).filePath(kImportedAttachmentsFolder));
-    const QString path = QDir::cleanPath(attachment.path);
-    return path.startsWith(folder + u'/') && QFileInfo(path).isFile();
 }
 
 bool waitUntil(const std::function<bool()> &condition, std::chrono::milliseconds limit)
@@ -117,6 +101,8 @@ QuickTaskManager::~QuickTaskManager()
 void QuickTaskManager::load()
 {
     m_sessions = m_store.loadSessions();
+    for (const QuickTaskSession &session : std::as_const(m_sessions))
+        m_attachments.hold(session.id, session.attachments);
     const bool recovered = normalizeRecoveredSessions();
     sortSessions();
     if (recovered)
@@ -198,6 +184,7 @@ QUuid QuickTaskManager::launch(const QuickTaskLaunchTarget &target, const QuickT
         // The task can run without its transcript; the appends fail quietly as well.
     }
 
+    m_attachments.hold(id, session.attachments);
     m_sessions.prepend(session);
     sortSessions();
     m_runtimes.emplace(id, std::move(runtime));
@@ -216,6 +203,7 @@ QUuid QuickTaskManager::launch(const QuickTaskLaunchTarget &target, const QuickT
         m_runtimes.erase(id);
         process->deleteLater();
         m_sessions.removeIf([&](const QuickTaskSession &candidate) { return candidate.id == id; });
+        m_attachments.release(id);
         m_store.removeSessionFiles(id);
         save();
         announceChange();
@@ -343,24 +331,9 @@ void QuickTaskManager::removeSessions(const std::function<bool(const QuickTaskSe
     m_sessions = kept;
     save();
 
-    // A retried task reuses its pasted images, so a copy goes only with its last session and
-    // stays while a retry's composer holds it.
-    QSet<QString> stillUsed = m_attachmentsInUse ? m_attachmentsInUse() : QSet<QString>();
-    for (const QuickTaskSession &session : std::as_const(m_sessions)) {
-        for (const PromptAttachment &attachment : session.attachments)
-            stillUsed.insert(attachment.path);
-    }
     for (const QuickTaskSession &session : std::as_const(removed)) {
         m_store.removeSessionFiles(session.id);
-        for (const PromptAttachment &attachment : session.attachments) {
-            if (stillUsed.contains(attachment.path) || !isDeletableManagedCopy(attachment))
-                continue;
-            try {
-                DataFile::removeIfExists(attachment.path);
-            } catch (const SystemError &) {
-                // A copy that cannot be removed only takes space.
-            }
-        }
+        m_attachments.release(session.id);
         if (m_services.notifications)
             m_services.notifications->remove(JSONCoding::encodeUuid(session.id));
     }
@@ -485,11 +458,6 @@ void QuickTaskManager::noteWorkingDirectory(const QString &path)
 void QuickTaskManager::setFrontmostTerminalContextProvider(SourceContextProvider provider)
 {
     m_frontmostTerminalContext = std::move(provider);
-}
-
-void QuickTaskManager::setAttachmentsInUseProvider(AttachmentsInUseProvider provider)
-{
-    m_attachmentsInUse = std::move(provider);
 }
 
 std::optional<QuickTaskSourceContext> QuickTaskManager::preferredScratchSourceContext() const

@@ -1,17 +1,17 @@
 #pragma once
 
+#include "backends/QuickTaskCLIBackend.h"
+#include "core/AttachmentStore.h"
 #include "core/PromptAttachment.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskSession.h"
 #include "quicktasks/QuickTaskStore.h"
-#include "backends/QuickTaskCLIBackend.h"
 #include "settings/QuickTaskPreset.h"
 
 #include <QByteArray>
 #include <QFuture>
 #include <QList>
 #include <QObject>
-#include <QSet>
 #include <QString>
 #include <QUuid>
 
@@ -61,6 +61,9 @@ public:
     ~QuickTaskManager() override;
 
     const QuickTaskStore &store() const noexcept { return m_store; }
+    // Every session holds its attachments here; open composers hold theirs in the same store,
+    // so a pasted image goes only when neither a session nor a draft still names it.
+    AttachmentStore &attachments() noexcept { return m_attachments; }
 
     // Reads the saved sessions; any still marked running (the application ended while
     // they ran) become cancelled.
@@ -81,8 +84,8 @@ public:
     // Asks (through retryRequested) for the session's prompt to be run again; the session
     // itself stays as it is.
     void retry(const QUuid &id);
-    // Removes a finished session with its transcript, raw log and the pasted-image copies
-    // that no other session uses. A running session is left alone.
+    // Removes a finished session with its transcript and raw log, and lets go of its
+    // attachments. A running session is left alone.
     void dismiss(const QUuid &id);
     void clearFinishedTasks();
     // At application exit, synchronously: SIGINT to every running group, SIGTERM to those
@@ -117,11 +120,6 @@ public:
     using SourceContextProvider = std::function<std::optional<QuickTaskSourceContext>()>;
     void setFrontmostTerminalContextProvider(SourceContextProvider provider);
     std::optional<QuickTaskSourceContext> preferredScratchSourceContext() const;
-
-    // Paths that drafts outside the manager still use (a retried task's composer that is
-    // still open): removing a session leaves those pasted copies in place.
-    using AttachmentsInUseProvider = std::function<QSet<QString>()>;
-    void setAttachmentsInUseProvider(AttachmentsInUseProvider provider);
 
     // The transcript's opening: prompt, backend, working directory, preset, reasoning and
     // start time, each under its underlined title, then the "Transcript" title.
@@ -160,7 +158,7 @@ private:
     const Clock &m_clock;
     QuickTaskDesktopServices m_services;
     SourceContextProvider m_frontmostTerminalContext;
-    AttachmentsInUseProvider m_attachmentsInUse;
+    AttachmentStore m_attachments;
     QList<QuickTaskSession> m_sessions;
     std::map<QUuid, std::unique_ptr<Runtime>> m_runtimes;
     int m_announcedRunningCount = 0;

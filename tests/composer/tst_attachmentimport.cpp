@@ -1,5 +1,6 @@
-// Pasted images imported as private PNG files, and the cleanup of managed copies.
-#include "composer/ScratchAttachmentImportStore.h"
+// Pasted images imported as private PNG files, and when the attachment store deletes them.
+#include "composer/PastedImageImport.h"
+#include "core/AttachmentStore.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "support/TestEnvironment.h"
@@ -54,20 +55,18 @@ private Q_SLOTS:
 
     void importWritesAPrivatePngWithAUniqueName()
     {
-        const QString name =
-            ScratchAttachmentImportStore::uniqueFilename(QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42)));
+        const QString name = AttachmentStore::uniqueFilename(QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42)));
         QVERIFY2(name.startsWith(u"Pasted Image 2026-03-01 09.15.42 ") &&
                      namePattern().match(name).hasMatch(),
                  qPrintable(name));
 
-        const PromptAttachment imported = ScratchAttachmentImportStore::importImage(sampleImage(37, 21));
-        const PromptAttachment second = ScratchAttachmentImportStore::importImage(sampleImage(8, 8));
+        const PromptAttachment imported = PastedImageImport::importImage(sampleImage(37, 21));
+        const PromptAttachment second = PastedImageImport::importImage(sampleImage(8, 8));
         QVERIFY(imported.isManagedCopy && imported.isImage());
         QVERIFY(imported.path != second.path); // the same second, another file
         const QFileInfo info(imported.path);
-        QCOMPARE(info.absolutePath(), QDir(ScratchAttachmentImportStore::importFolder()).absolutePath());
-        QCOMPARE(QFileInfo(ScratchAttachmentImportStore::importFolder()).fileName(),
-                 QStringLiteral("ImportedAttachments"));
+        QCOMPARE(info.absolutePath(), QDir(AttachmentStore::folder()).absolutePath());
+        QCOMPARE(QFileInfo(AttachmentStore::folder()).fileName(), QStringLiteral("ImportedAttachments"));
         QVERIFY(imported.path.startsWith(m_environment->root()));
         QVERIFY2(namePattern().match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
 
@@ -84,19 +83,19 @@ private Q_SLOTS:
 
     void failuresThrowAndWriteNothing()
     {
-        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(QImage()));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(QImage()));
         QMimeData broken;
         broken.setData(QStringLiteral("image/png"), QByteArray("not a png at all"));
-        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(&broken));
-        QVERIFY(!QFileInfo::exists(ScratchAttachmentImportStore::importFolder()) ||
-                QDir(ScratchAttachmentImportStore::importFolder()).isEmpty(QDir::Files));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(&broken));
+        QVERIFY(!QFileInfo::exists(AttachmentStore::folder()) ||
+                QDir(AttachmentStore::folder()).isEmpty(QDir::Files));
 
         // A file where the folder should be: neither the folder nor the PNG can be made.
         QDir().mkpath(FileStore::baseDirectory());
-        QFile blocker(ScratchAttachmentImportStore::importFolder());
+        QFile blocker(AttachmentStore::folder());
         QVERIFY(blocker.open(QIODevice::WriteOnly));
         blocker.close();
-        QVERIFY_THROWS_EXCEPTION(TarvelError, ScratchAttachmentImportStore::importImage(sampleImage(3, 3)));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(sampleImage(3, 3)));
     }
 
     void clipboardDataIsImported_data()
@@ -124,7 +123,7 @@ private Q_SLOTS:
             data.setData(QStringLiteral("image/bmp"), bytes);
         }
 
-        const std::optional<PromptAttachment> imported = ScratchAttachmentImportStore::importImage(&data);
+        const std::optional<PromptAttachment> imported = PastedImageImport::importImage(&data);
         QVERIFY(imported.has_value());
         QVERIFY(imported->isManagedCopy);
         const QImage reread(imported->path, "PNG");
@@ -136,33 +135,44 @@ private Q_SLOTS:
     {
         QMimeData text;
         text.setText(QStringLiteral("just words"));
-        QVERIFY(!ScratchAttachmentImportStore::importImage(&text).has_value());
-        QVERIFY(!ScratchAttachmentImportStore::importImage(static_cast<const QMimeData *>(nullptr)));
-        QVERIFY(!QFileInfo::exists(ScratchAttachmentImportStore::importFolder()));
+        QVERIFY(!PastedImageImport::importImage(&text).has_value());
+        QVERIFY(!PastedImageImport::importImage(static_cast<const QMimeData *>(nullptr)));
+        QVERIFY(!QFileInfo::exists(AttachmentStore::folder()));
     }
 
-    void cleanupDeletesOnlyManagedCopies()
+    // A copy goes when its last holder lets go, whichever that is; a file the user attached,
+    // one outside the folder or one not marked as a copy is never deleted.
+    void managedCopiesGoWithTheirLastHolder()
     {
-        const PromptAttachment pasted = ScratchAttachmentImportStore::importImage(sampleImage(5, 5));
-        const QString userPath = m_environment->path(QStringLiteral("notes.txt"));
-        QFile userFile(userPath);
-        QVERIFY(userFile.open(QIODevice::WriteOnly));
-        userFile.write("keep me");
-        userFile.close();
-        const PromptAttachment userAttachment = PromptAttachment::make(userPath);
-        // Even a file inside the import folder stays when it is not marked as a managed copy.
-        const PromptAttachment unmarked = ScratchAttachmentImportStore::importImage(sampleImage(6, 6));
-        PromptAttachment unmarkedCopy = unmarked;
-        unmarkedCopy.isManagedCopy = false;
-        const PromptAttachment missing =
-            PromptAttachment::make(m_environment->path(QStringLiteral("gone.png")), true);
+        AttachmentStore store;
+        const PromptAttachment retried = PastedImageImport::importImage(sampleImage(5, 5));
+        const PromptAttachment submitted = PastedImageImport::importImage(sampleImage(6, 6));
+        PromptAttachment unmarked = PastedImageImport::importImage(sampleImage(7, 7));
+        unmarked.isManagedCopy = false;
+        const QString userPath = m_environment->path(QStringLiteral("notes.png"));
+        QVERIFY(sampleImage(2, 2).save(userPath));
+        // Marked as a copy but outside the folder (a hand-edited session list).
+        const PromptAttachment outside = PromptAttachment::make(userPath, true);
+        const QUuid session = QUuid::createUuid();
+        const QUuid composer = QUuid::createUuid();
 
-        ScratchAttachmentImportStore::cleanup({userAttachment, pasted, unmarkedCopy, missing});
-
-        QVERIFY(!QFileInfo::exists(pasted.path));
+        // A session retried in a composer: deleting the session leaves the draft's image.
+        store.hold(session, {retried, outside, unmarked});
+        store.hold(composer, {retried});
+        store.release(session);
+        QVERIFY(QFileInfo::exists(retried.path));
         QVERIFY(QFileInfo::exists(userPath));
         QVERIFY(QFileInfo::exists(unmarked.path));
-        QVERIFY(QFileInfo::exists(ScratchAttachmentImportStore::importFolder()));
+        // A pasted image submitted: the composer closes, the new session keeps it.
+        store.hold(composer, {retried, submitted});
+        store.hold(session, {submitted});
+        store.hold(composer, {submitted}); // taken out of the strip: its last holder let go
+        QVERIFY(!QFileInfo::exists(retried.path));
+        store.release(composer);
+        QVERIFY(QFileInfo::exists(submitted.path) && store.isHeld(submitted.path));
+        store.release(session);
+        QVERIFY(!QFileInfo::exists(submitted.path) && !store.isHeld(submitted.path));
+        QVERIFY(QFileInfo::exists(AttachmentStore::folder()));
     }
 };
 

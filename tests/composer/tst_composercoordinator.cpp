@@ -7,6 +7,7 @@
 #include "composer/ComposerTextView.h"
 #include "composer/EditorComposer.h"
 #include "composer/ScratchWindowFrameStore.h"
+#include "core/AttachmentStore.h"
 #include "core/Clock.h"
 #include "core/DataFile.h"
 #include "core/FileStore.h"
@@ -126,6 +127,32 @@ private Q_SLOTS:
         writeRequest(QStringLiteral("late"), 4001);
         f.composers.processPendingRequests();
         QCOMPARE(f.composers.currentRequest()->id, request.id);
+    }
+
+    // Retry hands a session's pasted image to a new draft: deleting the session leaves it
+    // to the draft, and cancelling the draft, its last holder, deletes it.
+    void aRetriedDraftKeepsItsPastedImageUntilCancelled()
+    {
+        Fixture f;
+        const PromptAttachment pasted = AttachmentStore::importPng("png");
+        QuickTaskSession session;
+        session.id = QUuid::createUuid();
+        session.prompt = QStringLiteral("Describe it");
+        session.workingDirectory = f.env.root();
+        session.attachments = {pasted};
+        session.startedAt = QDateTime::currentDateTime();
+        session.finishedAt = session.startedAt;
+        session.status = QuickTaskSession::Status::succeeded;
+        f.tasks.store().saveSessions({session});
+        f.tasks.load();
+
+        f.composers.openScratchComposer(session.prompt, session.attachments);
+        f.tasks.dismiss(session.id);
+        QVERIFY(f.tasks.sessions().isEmpty());
+        QVERIFY(QFile::exists(pasted.path));
+        f.composers.scratchComposers().constFirst()->panel()->cancelButton()->click();
+        QVERIFY(f.composers.scratchComposers().isEmpty());
+        QVERIFY(!QFile::exists(pasted.path));
     }
 
     void quitConfirmationLines()

@@ -437,14 +437,12 @@ private Q_SLOTS:
         const QString pasted = writeFile(imports + QStringLiteral("/Pasted Image 1.png"));
         const QString shared = writeFile(imports + QStringLiteral("/Pasted Image 2.png"));
         const QString userFile = writeFile(fixture.environment.path(QStringLiteral("docs/notes.md")));
-        // Marked managed but outside the import folder (a hand-edited list): never deleted.
-        const QString outside = writeFile(fixture.environment.path(QStringLiteral("docs/keep.png")));
 
         const QDateTime base = fixture.clock.now().addSecs(-600);
         const QuickTaskSession first =
             storedSession(QuickTaskSession::Status::succeeded, base,
                           {PromptAttachment::make(pasted, true), PromptAttachment::make(userFile),
-                           PromptAttachment::make(outside, true), PromptAttachment::make(shared, true)});
+                           PromptAttachment::make(shared, true)});
         // A retry of the same prompt, reusing one pasted image.
         const QuickTaskSession retried = storedSession(QuickTaskSession::Status::failed, base.addSecs(60),
                                                        {PromptAttachment::make(shared, true)});
@@ -463,19 +461,16 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(first.id)));
         QVERIFY(!QFile::exists(pasted));
         QVERIFY(QFile::exists(userFile));
-        QVERIFY(QFile::exists(outside));
         QVERIFY(QFile::exists(shared)); // still used by the retry
         QVERIFY(QFile::exists(fixture.manager->store().transcriptURL(retried.id)));
 
         fixture.manager->dismiss(QUuid::createUuid());
         QCOMPARE(changes.count(), 1);
 
-        // A composer opened by Retry still holds the image: clearing leaves it.
-        fixture.manager->setAttachmentsInUseProvider([&] { return QSet<QString>{shared}; });
         fixture.manager->clearFinishedTasks();
         QVERIFY(fixture.manager->sessions().isEmpty());
         QVERIFY(fixture.manager->store().loadSessions().isEmpty());
-        QVERIFY(QFile::exists(shared));
+        QVERIFY(!QFile::exists(shared)); // its last session is gone
         QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(retried.id)));
         QCOMPARE(changes.count(), 2);
     }

@@ -1,18 +1,13 @@
-#include "composer/ScratchAttachmentImportStore.h"
+#include "composer/PastedImageImport.h"
 
-#include "core/DataFile.h"
-#include "core/FileStore.h"
+#include "core/AttachmentStore.h"
 #include "core/TarvelError.h"
 
 #include <QBuffer>
-#include <QDir>
-#include <QFileInfo>
 #include <QImage>
-#include <QLocale>
 #include <QMimeData>
-#include <QUuid>
 
-namespace ScratchAttachmentImportStore {
+namespace PastedImageImport {
 
 namespace {
 
@@ -45,30 +40,11 @@ std::optional<QImage> decodedImage(const QMimeData *data, bool &sawImageFormat)
 
 } // namespace
 
-QString importFolder()
-{
-    return QDir(FileStore::baseDirectory()).filePath(QString::fromUtf16(importFolderName));
-}
-
-QString uniqueFilename(const QDateTime &at)
-{
-    const QString stamp = QLocale::c().toString(at.toLocalTime(), QStringLiteral("yyyy-MM-dd HH.mm.ss"));
-    const QString suffix = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().left(6);
-    return QStringLiteral("Pasted Image %1 %2.png").arg(stamp, suffix);
-}
-
 PromptAttachment importImage(const QImage &image)
 {
     if (image.isNull())
         throw TarvelError(QStringLiteral("The pasted image is empty and could not be attached."));
-    const QByteArray bytes = pngData(image);
-    const QDir folder(FileStore::ensureSubdirectoryExists(QString::fromUtf16(importFolderName)));
-    QString path = folder.filePath(uniqueFilename());
-    // A clash needs the same second and the same 24 random bits; draw again rather than overwrite.
-    while (QFileInfo::exists(path))
-        path = folder.filePath(uniqueFilename());
-    DataFile::write(path, bytes);
-    return PromptAttachment::make(path, true);
+    return AttachmentStore::importPng(pngData(image));
 }
 
 std::optional<PromptAttachment> importImage(const QMimeData *data)
@@ -89,17 +65,4 @@ std::optional<PromptAttachment> importImage(const QMimeData *data)
     return std::nullopt;
 }
 
-void cleanup(const QList<PromptAttachment> &attachments)
-{
-    for (const PromptAttachment &attachment : attachments) {
-        if (!attachment.isManagedCopy)
-            continue;
-        try {
-            DataFile::removeIfExists(attachment.path);
-        } catch (const TarvelError &) {
-            // Ignored on purpose: the copy only takes space.
-        }
-    }
-}
-
-} // namespace ScratchAttachmentImportStore
+} // namespace PastedImageImport
