@@ -1,6 +1,6 @@
 // The completion notification's texts: the cuts of prompt and response at 64, 48 and 96
 // characters (titles and actions are checked where tasks finish, in tst_quicktaskmanager and
-// tst_quicktasknotifications); and the relative times of the menu rows.
+// tst_quicktasknotifications).
 #include "quicktasks/QuickTaskCompletionNotification.h"
 
 #include <QtTest>
