@@ -21,6 +21,13 @@ public:
 private:
     QDateTime m_now = QDateTime(QDate(2026, 11, 14), QTime(17, 0), Qt::UTC);
 };
+struct Fixture {
+    Fixture() { log.load(); }
+    TestEnvironment env;
+    ManualClock clock;
+    ErrorLogManager log{clock};
+};
+
 QStringList titles(const QWidget &window)
 {
     QStringList result;
@@ -36,117 +43,84 @@ class ErrorLogTest final : public QObject {
 private Q_SLOTS:
     void recordTrimsAndFillsIn()
     {
-        TestEnvironment env;
-        ManualClock clock;
-        ErrorLogManager log(clock);
-        log.load();
-        QSignalSpy changes(&log, &ErrorLogManager::errorLogDidChange);
+        Fixture f;
+        QSignalSpy changes(&f.log, &ErrorLogManager::errorLogDidChange);
 
-        log.record(QStringLiteral("   \n"), QStringLiteral("detail"), QStringLiteral("Launch"));
-        QVERIFY(log.entries().isEmpty());
+        f.log.record(QStringLiteral("   \n"), QStringLiteral("detail"), QStringLiteral("Launch"));
+        QVERIFY(f.log.entries().isEmpty());
         QCOMPARE(changes.count(), 0);
         QVERIFY(!DataFile::exists(ErrorLogManager::storageURL()));
 
-        log.record(QStringLiteral("  Could not write the response.  "), QStringLiteral("\n\n"),
-                   QStringLiteral(" External Editor "));
+        f.log.record(QStringLiteral("  Could not write the response.  "), QStringLiteral("\n\n"),
+                     QStringLiteral(" External Editor "));
         QCOMPARE(changes.count(), 1);
-        const ErrorLogEntry entry = log.entries().constFirst();
+        const ErrorLogEntry entry = f.log.entries().constFirst();
         QCOMPARE(entry.title, QStringLiteral("Could not write the response."));
         QCOMPARE(entry.detail, QStringLiteral("No additional details were captured."));
         QCOMPARE(entry.source, QStringLiteral(" External Editor ")); // as given
-        QCOMPARE(entry.recordedAt, clock.now());
+        QCOMPARE(entry.recordedAt, f.clock.now());
     }
 
-    void keepsTheHundredNewestOnDiskToo()
+    // The hundred newest survive, newest first, on disk too; dismissing an unknown entry
+    // changes nothing, a known one is gone after a restart.
+    void keepsTheHundredNewestAndDismisses()
     {
-        TestEnvironment env;
-        ManualClock clock;
-        ErrorLogManager log(clock);
-        log.load();
+        Fixture f;
         for (int i = 0; i < 150; ++i) {
-            log.record(QStringLiteral("Problem %1").arg(i), QString(), QStringLiteral("Quick Tasks"));
-            clock.advance(1);
+            f.log.record(QStringLiteral("Problem %1").arg(i), QString(), QStringLiteral("Quick Tasks"));
+            f.clock.advance(1);
         }
-        QCOMPARE(log.entries().size(), 100);
-        QCOMPARE(log.entries().constFirst().title, QStringLiteral("Problem 149"));
-        QCOMPARE(log.entries().constLast().title, QStringLiteral("Problem 50"));
+        QCOMPARE(f.log.entries().size(), 100);
+        QCOMPARE(f.log.entries().constFirst().title, QStringLiteral("Problem 149"));
+        QCOMPARE(f.log.entries().constLast().title, QStringLiteral("Problem 50"));
+        QVERIFY(DataFile::read(ErrorLogManager::storageURL())
+                    .contains("\"recordedAt\": \"2026-11-14T17:02:29Z\""));
 
-        ErrorLogManager reloaded(clock);
-        reloaded.load();
-        QCOMPARE(reloaded.entries(), log.entries());
-        const QByteArray file = DataFile::read(ErrorLogManager::storageURL());
-        QVERIFY(file.contains("\"recordedAt\": \"2026-11-14T17:02:29Z\""));
-    }
-
-    void dismissRemovesOnlyWhatExists()
-    {
-        TestEnvironment env;
-        ManualClock clock;
-        ErrorLogManager log(clock);
-        log.load();
-        log.record(QStringLiteral("A"), QStringLiteral("a"), QStringLiteral("Launch"));
-        log.record(QStringLiteral("B"), QStringLiteral("b"), QStringLiteral("Launch"));
-        log.record(QStringLiteral("C"), QStringLiteral("c"), QStringLiteral("Launch"));
-        QSignalSpy changes(&log, &ErrorLogManager::errorLogDidChange);
+        QSignalSpy changes(&f.log, &ErrorLogManager::errorLogDidChange);
         const QByteArray before = DataFile::read(ErrorLogManager::storageURL());
-
-        log.dismiss(QUuid::createUuid());
+        f.log.dismiss(QUuid::createUuid());
         QCOMPARE(changes.count(), 0);
         QCOMPARE(DataFile::read(ErrorLogManager::storageURL()), before);
-
-        log.dismiss(log.entries().at(1).id);
+        f.log.dismiss(f.log.entries().at(1).id);
         QCOMPARE(changes.count(), 1);
-        QCOMPARE(log.entries().size(), 2);
-        QCOMPARE(log.entries().at(0).title, QStringLiteral("C"));
-        QCOMPARE(log.entries().at(1).title, QStringLiteral("A"));
-        ErrorLogManager reloaded(clock);
+        QCOMPARE(f.log.entries().size(), 99);
+        QCOMPARE(f.log.entries().at(1).title, QStringLiteral("Problem 147"));
+        ErrorLogManager reloaded(f.clock);
         reloaded.load();
-        QCOMPARE(reloaded.entries(), log.entries());
+        QCOMPARE(reloaded.entries(), f.log.entries());
     }
 
-    void damagedFileStartsEmptyAndIsReplaced_data()
+    // What an earlier run left: a damaged file starts an empty log that the next record
+    // replaces; valid entries come back in file order, without re-sorting.
+    void storedFileIsReadOrReplaced_data()
     {
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("garbage") << QByteArray("\x01\x02 not json");
-        QTest::newRow("object") << QByteArray("{}");
-        QTest::newRow("bad entry") << QByteArray(
-            R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])");
-    }
-    void damagedFileStartsEmptyAndIsReplaced()
-    {
-        QFETCH(QByteArray, content);
-        TestEnvironment env;
-        ManualClock clock;
-        {
-            ErrorLogManager first(clock);
-            first.load(); // makes the folder
-        }
-        DataFile::write(ErrorLogManager::storageURL(), content);
-        ErrorLogManager log(clock);
-        log.load();
-        QVERIFY(log.entries().isEmpty());
-        log.record(QStringLiteral("Fresh"), QString(), QStringLiteral("Launch"));
-        const QJsonArray stored = JSONCoding::decodeArray(DataFile::read(ErrorLogManager::storageURL()));
-        QCOMPARE(stored.size(), 1);
-    }
-
-    void entriesLoadAsStored()
-    {
-        // Entries written by an earlier run come back in file order, without re-sorting.
-        TestEnvironment env;
-        ManualClock clock;
-        {
-            ErrorLogManager first(clock);
-            first.load();
-        }
-        DataFile::write(ErrorLogManager::storageURL(), R"([
+        QTest::addColumn<QStringList>("titles");
+        QTest::newRow("garbage") << QByteArray("\x01\x02 not json") << QStringList();
+        QTest::newRow("object") << QByteArray("{}") << QStringList();
+        QTest::newRow("bad entry")
+            << QByteArray(R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])")
+            << QStringList();
+        QTest::newRow("as stored") << QByteArray(R"([
             {"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Older","detail":"d","source":"s","recordedAt":0},
             {"id":"7F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Newer","detail":"d","source":"s","recordedAt":"2030-01-01T00:00:00Z"}
-        ])");
-        ErrorLogManager log(clock);
+        ])") << QStringList{QStringLiteral("Older"), QStringLiteral("Newer")};
+    }
+    void storedFileIsReadOrReplaced()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QStringList, titles);
+        Fixture first; // makes the folder
+        DataFile::write(ErrorLogManager::storageURL(), content);
+        ErrorLogManager log(first.clock);
         log.load();
-        QCOMPARE(log.entries().size(), 2);
-        QCOMPARE(log.entries().at(0).title, QStringLiteral("Older"));
+        QStringList loaded;
+        for (const ErrorLogEntry &entry : log.entries())
+            loaded.append(entry.title);
+        QCOMPARE(loaded, titles);
+        log.record(QStringLiteral("Fresh"), QString(), QStringLiteral("Launch"));
+        const QJsonArray stored = JSONCoding::decodeArray(DataFile::read(ErrorLogManager::storageURL()));
+        QCOMPARE(stored.size(), titles.size() + 1);
     }
 
     void listFollowsTheLog()
