@@ -301,10 +301,18 @@ private Q_SLOTS:
         QVERIFY(fixture.read(fixture.manager->store().rawLogURL(*polite)).contains("[stdout] working\n"));
     }
 
+    // Refused before a launch, or a launch that fails: no session, no files, at most a row that
+    // is taken away again.
     void startFailuresLeaveNothingBehind()
     {
         QuickTaskManagerFixture fixture;
         QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
+        const auto nothingLeft = [&] {
+            return fixture.manager->sessions().isEmpty() &&
+                   fixture.manager->store().loadSessions().isEmpty() &&
+                   QDir(fixture.manager->store().transcriptsDirectory()).isEmpty() &&
+                   QDir(fixture.manager->store().rawLogsDirectory()).isEmpty();
+        };
 
         const QString folder = fixture.environment.path(QStringLiteral("assets"));
         QDir().mkpath(folder);
@@ -317,30 +325,19 @@ private Q_SLOTS:
                  QStringLiteral("OpenCode can use attached files, but 1 folder attachment is not supported "
                                 "yet. Remove folders or choose Codex or Claude."));
 
-        fixture.environment.set("PATH", QStringLiteral("/nonexistent"));
-        QVERIFY(!fixture.start(QuickTaskCLIBackend::codex, QStringLiteral("Look"), {}, &error));
-        QCOMPARE(error, QStringLiteral("Could not find the Codex CLI executable."));
-
-        QVERIFY(fixture.manager->sessions().isEmpty());
-        QCOMPARE(changes.count(), 0);
-        QVERIFY(QDir(fixture.manager->store().transcriptsDirectory()).isEmpty());
-    }
-
-    void unstartableProcessIsRemovedAgain()
-    {
-        QuickTaskManagerFixture fixture;
-        QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
         // Answers its version query, then makes itself impossible to start.
         writeFile(fixture.fakes.executable(QStringLiteral("codex")),
                   "#!/bin/sh\nif [ \"$1\" = -V ]; then echo 'codex-cli 1.0'; chmod -x \"$0\"; fi\n");
-        QString error;
         QVERIFY(!fixture.start(QuickTaskCLIBackend::codex, QStringLiteral("Go"), {}, &error));
         QCOMPARE(error, QStringLiteral("Could not start codex: Permission denied"));
-        QVERIFY(fixture.manager->sessions().isEmpty());
-        QVERIFY(fixture.manager->store().loadSessions().isEmpty());
-        QVERIFY(QDir(fixture.manager->store().transcriptsDirectory()).isEmpty());
-        QVERIFY(QDir(fixture.manager->store().rawLogsDirectory()).isEmpty());
+        QVERIFY(nothingLeft());
         QCOMPARE(changes.count(), 2); // shown, then taken away again
+
+        fixture.environment.set("PATH", QStringLiteral("/nonexistent"));
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::codex, QStringLiteral("Look"), {}, &error));
+        QCOMPARE(error, QStringLiteral("Could not find the Codex CLI executable."));
+        QVERIFY(nothingLeft());
+        QCOMPARE(changes.count(), 2);
     }
 
     void sessionsLeftRunningAreCancelledAtLoad()
@@ -503,12 +500,6 @@ private Q_SLOTS:
         QVERIFY(third);
         QCOMPARE(fixture.session(*third).workingDirectory, QDir::homePath());
         QVERIFY(fixture.waitUntilFinished(*third));
-
-        QCOMPARE(fixture.manager->preferredScratchSourceContext(), std::nullopt);
-        fixture.manager->setFrontmostTerminalContextProvider([] {
-            return QuickTaskSourceContext{QStringLiteral("kitty"), 77};
-        });
-        QCOMPARE(fixture.manager->preferredScratchSourceContext()->bundleIdentifier, QStringLiteral("kitty"));
     }
 
     // What the actions do is checked against a notification server in tst_quicktasknotifications.
