@@ -223,12 +223,9 @@ private Q_SLOTS:
         TestEnvironment env;
         UserDefaults defaults(env.path(QStringLiteral("defaults.conf")));
         KeyboardShortcuts shortcuts(defaults, ShortcutDisplayStyle::standard);
-        KeyboardShortcuts macShortcuts(defaults, ShortcutDisplayStyle::mac);
 
         QCOMPARE(preset("GPT-5.2-Codex", "High").menuTitle(0, QuickTaskCLIBackend::codex, shortcuts),
                  QStringLiteral("Ctrl+1   gpt-5.2-codex high"));
-        QCOMPARE(preset("GPT-5.2-Codex", "High").menuTitle(0, QuickTaskCLIBackend::codex, macShortcuts),
-                 QStringLiteral("\u23181   gpt-5.2-codex high"));
         QCOMPARE(preset("", "max").menuTitle(8, QuickTaskCLIBackend::opencode, shortcuts),
                  QStringLiteral("Ctrl+9   default max"));
         QCOMPARE(preset("gpt-5.2-codex", "").menuTitle(1, QuickTaskCLIBackend::codex, shortcuts),
