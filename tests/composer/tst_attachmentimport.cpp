@@ -140,39 +140,27 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(AttachmentStore::folder()));
     }
 
-    // A copy goes when its last holder lets go, whichever that is; a file the user attached,
-    // one outside the folder or one not marked as a copy is never deleted.
+    // A copy goes when its last holder lets go; a file the user attached, one outside the
+    // folder or one not marked as a copy is never deleted. (A retried draft holding a deleted
+    // session's image: tst_composercoordinator.)
     void managedCopiesGoWithTheirLastHolder()
     {
         AttachmentStore store;
-        const PromptAttachment retried = PastedImageImport::importImage(sampleImage(5, 5));
-        const PromptAttachment submitted = PastedImageImport::importImage(sampleImage(6, 6));
-        PromptAttachment unmarked = PastedImageImport::importImage(sampleImage(7, 7));
+        const PromptAttachment pasted = PastedImageImport::importImage(sampleImage(5, 5));
+        PromptAttachment unmarked = PastedImageImport::importImage(sampleImage(6, 6));
         unmarked.isManagedCopy = false;
         const QString userPath = m_environment->path(QStringLiteral("notes.png"));
         QVERIFY(sampleImage(2, 2).save(userPath));
-        // Marked as a copy but outside the folder (a hand-edited session list).
-        const PromptAttachment outside = PromptAttachment::make(userPath, true);
         const QUuid session = QUuid::createUuid();
         const QUuid composer = QUuid::createUuid();
 
-        // A session retried in a composer: deleting the session leaves the draft's image.
-        store.hold(session, {retried, outside, unmarked});
-        store.hold(composer, {retried});
+        store.hold(session, {pasted, unmarked, PromptAttachment::make(userPath, true)});
+        store.hold(composer, {pasted});
         store.release(session);
-        QVERIFY(QFileInfo::exists(retried.path));
-        QVERIFY(QFileInfo::exists(userPath));
-        QVERIFY(QFileInfo::exists(unmarked.path));
-        // A pasted image submitted: the composer closes, the new session keeps it.
-        store.hold(composer, {retried, submitted});
-        store.hold(session, {submitted});
-        store.hold(composer, {submitted}); // taken out of the strip: its last holder let go
-        QVERIFY(!QFileInfo::exists(retried.path));
-        store.release(composer);
-        QVERIFY(QFileInfo::exists(submitted.path) && store.isHeld(submitted.path));
-        store.release(session);
-        QVERIFY(!QFileInfo::exists(submitted.path) && !store.isHeld(submitted.path));
-        QVERIFY(QFileInfo::exists(AttachmentStore::folder()));
+        QVERIFY(QFileInfo::exists(pasted.path) && store.isHeld(pasted.path));
+        QVERIFY(QFileInfo::exists(userPath) && QFileInfo::exists(unmarked.path));
+        store.hold(composer, {}); // taken out of the strip
+        QVERIFY(!QFileInfo::exists(pasted.path));
     }
 };
 

@@ -148,10 +148,8 @@ private Q_SLOTS:
 
         f.composers.openScratchComposer(session.prompt, session.attachments);
         f.tasks.dismiss(session.id);
-        QVERIFY(f.tasks.sessions().isEmpty());
         QVERIFY(QFile::exists(pasted.path));
         f.composers.scratchComposers().constFirst()->panel()->cancelButton()->click();
-        QVERIFY(f.composers.scratchComposers().isEmpty());
         QVERIFY(!QFile::exists(pasted.path));
     }
 
