@@ -36,18 +36,12 @@ public:
 
 class RecordingNotificationCenter final : public UserNotificationCenter {
 public:
-    void registerCategory(const QString &identifier, const QList<UserNotificationAction> &actions) override
-    {
-        categories.insert(identifier, actions);
-    }
-    void setResponseHandler(ResponseHandler handler) override { responseHandler = std::move(handler); }
+    void registerCategory(const QString &, const QList<UserNotificationAction> &) override {}
+    void setResponseHandler(ResponseHandler) override {}
     void post(const UserNotificationRequest &request) override { posted.append(request); }
-    void remove(const QString &identifier) override { removed.append(identifier); }
+    void remove(const QString &) override {}
 
-    QMap<QString, QList<UserNotificationAction>> categories;
-    ResponseHandler responseHandler;
     QList<UserNotificationRequest> posted;
-    QStringList removed;
 };
 
 // A manager over the private profile of the fake backends.

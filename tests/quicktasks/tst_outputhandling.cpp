@@ -1,6 +1,7 @@
-// Output handling without a process: line splitting, codex events and opencode cleaning. What
-// each backend's output and stderr become in a task's files, final response and error log is
-// checked through the fakes in tst_quicktaskmanager.
+// Output handling without a process: line splitting, codex events and opencode cleaning. The
+// common cases (a thread, an agent message, a line that is no event, colours, erased lines) and
+// what each backend's output becomes in a task's files are checked through the fakes in
+// tst_quicktaskmanager and tst_promptrewrite.
 #include "backends/CodexExecEvent.h"
 #include "backends/OpenCodeOutput.h"
 #include "quicktasks/OutputLineBuffer.h"
@@ -87,12 +88,6 @@ private Q_SLOTS:
         QTest::addColumn<QString>("agentMessage");
         QTest::addColumn<bool>("skippable"); // may be passed over without decoding
 
-        QTest::newRow("thread started") << QByteArray(R"({"type":"thread.started","thread_id":"t-1"})")
-                                        << QStringLiteral("t-1") << QString() << false;
-        QTest::newRow("agent message")
-            << QByteArray("{\"type\":\"item.completed\",\"item\":{\"id\":\"i\",\"type\":\"agent_message\","
-                          "\"text\":\"Hi \\u00e9\"},\"x\":1}")
-            << QString() << QStringLiteral("Hi \u00e9") << false;
         QTest::newRow("type after item, spaced")
             << QByteArray(" { \"item\" : { \"text\" : \"A\\\"}\" , \"type\" : \"agent_message\" } , \"type\" "
                           ": \"item.completed\" } ")
@@ -105,9 +100,6 @@ private Q_SLOTS:
             << QByteArray(
                    "{\"type\":\"item.completed\",\"item\":{\"type\":\"agent\\u005fmessage\",\"text\":\"F\"}}")
             << QString() << QStringLiteral("F") << false;
-        QTest::newRow("reasoning item")
-            << QByteArray(R"({"type":"item.completed","item":{"type":"reasoning","text":"thinking"}})")
-            << QString() << QString() << true;
         QTest::newRow("command output quoting an event")
             << QByteArray(
                    R"({"type":"item.completed","item":{"type":"command_execution","aggregated_output":)"
@@ -120,17 +112,12 @@ private Q_SLOTS:
         QTest::newRow("usage") << QByteArray(
                                       R"({"type":"turn.completed","usage":{"input_tokens":5,"ok":true}})")
                                << QString() << QString() << true;
-        QTest::newRow("empty message")
-            << QByteArray(R"({"type":"item.completed","item":{"type":"agent_message","text":""}})")
-            << QString() << QString() << false;
         QTest::newRow("thread without id")
             << QByteArray(R"({"type":"thread.started"})") << QString() << QString() << false;
         QTest::newRow("no type") << QByteArray(R"({"thread_id":"t-2"})") << QString() << QString() << false;
         QTest::newRow("item not an object")
             << QByteArray(R"({"type":"item.completed","item":"agent_message"})") << QString() << QString()
             << false;
-        QTest::newRow("not JSON") << QByteArray("Reading prompt from stdin...") << QString() << QString()
-                                  << false;
         QTest::newRow("JSON array") << QByteArray("[1,2]") << QString() << QString() << false;
         QTest::newRow("cut off") << QByteArray(R"({"type":"turn.completed","usage":{)") << QString()
                                  << QString() << false;
@@ -152,13 +139,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("line");
         QTest::addColumn<QString>("expected");
 
-        QTest::newRow("colour around a word")
-            << QStringLiteral("\x1B[31mword\x1B[0m") << QStringLiteral("word");
         QTest::newRow("bold and reset")
             << QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m")
             << QStringLiteral("|  Read  file.txt");
-        QTest::newRow("erase line and carriage return")
-            << QStringLiteral("\x1B[2K\rprogress") << QStringLiteral("progress");
         QTest::newRow("private mode")
             << QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h") << QStringLiteral("hidden cursor");
         QTest::newRow("think markers")
@@ -166,7 +149,6 @@ private Q_SLOTS:
         QTest::newRow("outer line breaks only")
             << QStringLiteral("\n  indented \n") << QStringLiteral("  indented ");
         QTest::newRow("escape without bracket stays") << QStringLiteral("\x1B(B") << QStringLiteral("\x1B(B");
-        QTest::newRow("plain") << QStringLiteral("Done.") << QStringLiteral("Done.");
     }
     void opencodeLineCleaning()
     {

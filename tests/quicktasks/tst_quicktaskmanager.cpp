@@ -342,28 +342,24 @@ private Q_SLOTS:
 
     void sessionsLeftRunningAreCancelledAtLoad()
     {
-        TestEnvironment environment;
-        ManualClock clock;
-        UserDefaults defaults(environment.path(QStringLiteral("defaults.ini")));
-        ErrorLogManager errorLog(clock);
-        const QuickTaskStore store;
-        const QDateTime earlier = clock.now().addSecs(-600);
+        QuickTaskManagerFixture fixture;
+        const QuickTaskStore &store = fixture.manager->store();
+        const QDateTime earlier = fixture.clock.now().addSecs(-600);
         QuickTaskSession crashed = storedSession(QuickTaskSession::Status::running, earlier);
         QuickTaskSession older = storedSession(QuickTaskSession::Status::running, earlier.addSecs(-60));
         older.finishedAt = earlier.addSecs(5); // an end time it already had is kept
         const QuickTaskSession done = storedSession(QuickTaskSession::Status::succeeded, earlier.addSecs(60));
         store.saveSessions({older, done, crashed});
 
-        QuickTaskManager manager(store, errorLog, defaults, clock);
-        QSignalSpy changes(&manager, &QuickTaskManager::sessionsChanged);
-        manager.load();
+        QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
+        fixture.manager->load();
         QCOMPARE(changes.count(), 1);
-        QVERIFY(!manager.hasRunningSessions());
-        QCOMPARE(manager.session(crashed.id)->status, QuickTaskSession::Status::cancelled);
-        QCOMPARE(manager.session(crashed.id)->finishedAt, clock.now());
-        QCOMPARE(manager.session(older.id)->finishedAt, earlier.addSecs(5));
-        QCOMPARE(store.loadSessions(), manager.sessions());
-        QCOMPARE(manager.sessions().constFirst().id, done.id); // newest first
+        QVERIFY(!fixture.manager->hasRunningSessions());
+        QCOMPARE(fixture.session(crashed.id).status, QuickTaskSession::Status::cancelled);
+        QCOMPARE(fixture.session(crashed.id).finishedAt, fixture.clock.now());
+        QCOMPARE(fixture.session(older.id).finishedAt, earlier.addSecs(5));
+        QCOMPARE(store.loadSessions(), fixture.manager->sessions());
+        QCOMPARE(fixture.manager->sessions().constFirst().id, done.id); // newest first
     }
 
     // A damaged entry (a bad status, an attachment short of a key) is skipped; the rest,
