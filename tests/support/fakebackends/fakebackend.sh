@@ -21,7 +21,6 @@
 #         report-stop-signals     SIGINT and SIGTERM only print "got INT" / "got TERM"
 #         grandchild              starts `sleep 300` in the background, pid to grandchild.pid
 #         ready                   creates the file "ready"
-#         read-stdin              reads standard input to its end, then prints "stdin closed"
 #         hang                    sleeps until a signal ends it
 #         become-sleep            replaces itself with `sleep 300`, which dies of SIGINT for sure
 #         kill SIGNAL             sends SIGNAL to itself
@@ -104,10 +103,6 @@ while IFS= read -r line <&3 || [ -n "$line" ]; do
         echo $! >"$record/grandchild.pid"
         ;;
     ready) : >"$record/ready" ;;
-    read-stdin)
-        cat >/dev/null
-        printf 'stdin closed\n'
-        ;;
     hang) while :; do sleep 1; done ;;
     become-sleep) exec sleep 300 ;;
     kill) kill -s "$argument" $$ ;;
