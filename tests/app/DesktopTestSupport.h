@@ -282,16 +282,6 @@ public:
         QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
     }
 
-    // A second start asks this one for a scratch composer and exits.
-    void startAgain() const
-    {
-        QProcess second;
-        second.setProcessEnvironment(environment());
-        second.start(kTarvel, {});
-        QVERIFY(second.waitForFinished(10000));
-        QCOMPARE(second.exitCode(), 0);
-    }
-
     bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }
 
     void kill(int signal)
@@ -356,9 +346,18 @@ public:
         QTest::qWait(500);
         return composer;
     }
+    // A second start asks this one for a scratch composer and exits.
     QString openReadyComposer(const QString &backend = QStringLiteral("codex")) const
     {
-        return readyComposerAfter([this] { startAgain(); }, backend);
+        return readyComposerAfter(
+            [this] {
+                QProcess second;
+                second.setProcessEnvironment(environment());
+                second.start(kTarvel, {});
+                QVERIFY(second.waitForFinished(10000));
+                QCOMPARE(second.exitCode(), 0);
+            },
+            backend);
     }
 
     // The one window besides the given ones and the tray icon: an alert.
@@ -369,19 +368,6 @@ public:
                 return id;
         }
         return {};
-    }
-
-    // Answers the alert over the composer with its default button and gives the keyboard
-    // back to the composer.
-    void dismissAlert(const QString &composer) const
-    {
-        QString alert;
-        QTRY_VERIFY_WITH_TIMEOUT(!(alert = otherWindow({composer})).isEmpty(), 5000);
-        QTest::qWait(300);
-        activate(alert);
-        key(QStringLiteral("Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!visibleWindows().contains(alert), 5000);
-        activate(composer);
     }
 
     // The open tray menu: a visible window below the tray that is no composer.
@@ -438,9 +424,4 @@ private:
     QMap<QString, QString> m_extra;
     std::unique_ptr<QProcess> m_process;
 };
-
-inline int dunstCount(const QString &which)
-{
-    return run(QStringLiteral("dunstctl"), {QStringLiteral("count"), which}).toInt();
-}
 } // namespace desktop_test

@@ -1,7 +1,7 @@
 // Quick tasks from the desktop: the real tarvel with the fake backends first on its PATH,
 // scratch composers opened from the tray menu or by a second start, attachments pasted
-// through the X clipboard, session rows clicked in the tray menu, and the completion
-// notification answered through dunst. Runs inside tests/e2e/desktop-session.sh.
+// through the X clipboard and session rows clicked in the tray menu. Runs inside
+// tests/e2e/desktop-session.sh.
 #include "TrayMenuGeometry.h"
 
 #include <QBuffer>
@@ -31,58 +31,6 @@ private Q_SLOTS:
         QVERIFY2(!QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty(), "xclip is needed");
         QVERIFY(m_root.isValid());
         writeFile(m_notes, "notes\n");
-    }
-
-    // While the backend's version check runs, and when no backend answers it, typing goes
-    // nowhere and Ctrl+Return only beeps; once it has answered, the prompt is submitted.
-    void composerSubmitsOnlyOnceItsBackendIsReady_data()
-    {
-        QTest::addColumn<Variables>("environment");
-        QTest::addColumn<bool>("available");
-        QTest::newRow("slow version check")
-            << Variables{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("1.5")}} << true;
-        QTest::newRow("no backend answers")
-            << Variables{{QStringLiteral("FAKE_CODEX_VERSION_EXIT"), QStringLiteral("1")},
-                         {QStringLiteral("FAKE_CLAUDE_VERSION_EXIT"), QStringLiteral("1")},
-                         {QStringLiteral("FAKE_OPENCODE_VERSION_EXIT"), QStringLiteral("1")}}
-            << false;
-    }
-    void composerSubmitsOnlyOnceItsBackendIsReady()
-    {
-        QFETCH(Variables, environment);
-        QFETCH(bool, available);
-        QTemporaryDir root;
-        FakeBackends fakes;
-        Application app(root.path(), fakes, environment);
-        app.start();
-        const QString answered = fakes.recordPath(QStringLiteral("codex.version-answered"));
-        QFile::remove(answered);
-        const QString composer = app.openComposerFromMenu();
-        type(QStringLiteral("early"));
-        screenshot(QStringLiteral("scratch-checking"), composer);
-        QVERIFY2(!QFile::exists(answered), "the check ended before the composer could be seen checking");
-        key(QStringLiteral("ctrl+Return"));
-        if (available)
-            QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answered), 10000);
-        QTest::qWait(available ? 500 : 2500); // the answer reaches the composer through the event loop
-        screenshot(available ? QStringLiteral("scratch-ready") : QStringLiteral("scratch-unavailable"),
-                   composer);
-        QCOMPARE(app.composerWindow(), composer);
-
-        type(QStringLiteral("Summarize the notes"));
-        key(QStringLiteral("ctrl+Return"));
-        if (!available) {
-            QTest::qWait(1500);
-            QCOMPARE(app.composerWindow(), composer);
-            QVERIFY(fakes.recorded(QStringLiteral("codex.argv")).isEmpty());
-            QVERIFY(app.sessions().isEmpty());
-            key(QStringLiteral("Escape"));
-            QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
-            return;
-        }
-        QCOMPARE(lastArgument(fakes), QStringLiteral("Summarize the notes"));
-        QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 15000);
     }
 
     // Dragging the panel's background moves it; a quick click there only returns the keyboard
@@ -116,8 +64,9 @@ private Q_SLOTS:
     }
 
     // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray
-    // menu; while the task runs, a row in the menu and a blinking icon.
-    void quickTaskWithAttachmentsRunsAndSucceeds()
+    // menu; while the task runs, a row in the menu and a blinking icon; once it has finished,
+    // Delete in its row.
+    void quickTaskWithAttachmentsRunsSucceedsAndIsDeleted()
     {
         Variables environment = kQuickCheck;
         environment.insert(
@@ -128,10 +77,7 @@ private Q_SLOTS:
                 QStringLiteral("out {\"type\":\"item.completed\",\"item\":{\"id\":\"i0\",\"type\":"
                                "\"agent_message\",\"text\":\"The picture is blue.\"}}\\n"),
             }));
-        m_app = std::make_unique<Application>(m_root.filePath(QStringLiteral("main")), m_fakes, environment);
-        Application &app = *m_app;
-        // Notifications of earlier tests would offer their own "Copy" in dunst's menu.
-        run(QStringLiteral("dunstctl"), {QStringLiteral("close-all")});
+        Application app(m_root.filePath(QStringLiteral("main")), m_fakes, environment);
         app.start();
         app.readyComposerAfter([&] { app.openComposerFromMenu(); });
 
@@ -147,17 +93,15 @@ private Q_SLOTS:
             QTRY_COMPARE_WITH_TIMEOUT(QDir(app.importFolder()).entryList(QDir::Files).size(), 1, 5000);
         }
         const QDir imports(app.importFolder());
-        m_pastedImage = imports.filePath(imports.entryList(QDir::Files).constFirst());
+        const QString pastedImage = imports.filePath(imports.entryList(QDir::Files).constFirst());
         const auto files = pasteFiles({m_notes});
         screenshot(QStringLiteral("scratch-with-attachments"), app.composerWindow());
         key(QStringLiteral("ctrl+Return"));
 
-        // A model of codex's own list and an effort; the picture as an image; both folders
-        // readable; the prompt names the attachments in their order.
+        // A model of codex's own list; the pasted picture as an image; the prompt names the
+        // attachments in their order (the argument list itself is tst_invocation's).
         const QStringList arguments = m_fakes.nextArguments(QStringLiteral("codex"));
-        QVERIFY(arguments.size() > 7);
-        QCOMPARE(arguments.mid(0, 3), (QStringList{QStringLiteral("exec"), QStringLiteral("--json"),
-                                                   QStringLiteral("--skip-git-repo-check")}));
+        QVERIFY(!arguments.isEmpty());
         const QString model = valuesOf(arguments, QStringLiteral("--model")).value(0);
         const QJsonArray models =
             QJsonDocument::fromJson(readFile(app.home() + QStringLiteral("/.codex/models_cache.json")))
@@ -167,15 +111,8 @@ private Q_SLOTS:
         QVERIFY2(std::any_of(models.begin(), models.end(),
                              [&](const QJsonValue &entry) { return entry[u"slug"].toString() == model; }),
                  qPrintable(model));
-        QVERIFY(QRegularExpression(QStringLiteral("^model_reasoning_effort=\"\\w+\"$"))
-                    .match(valuesOf(arguments, QStringLiteral("-c")).value(0))
-                    .hasMatch());
-        QCOMPARE(valuesOf(arguments, QStringLiteral("-C")), QStringList{app.home()});
-        QCOMPARE(valuesOf(arguments, QStringLiteral("--add-dir")),
-                 (QStringList{app.importFolder(), QFileInfo(m_notes).path()}));
-        QCOMPARE(valuesOf(arguments, QStringLiteral("--image")), QStringList{m_pastedImage});
-        QCOMPARE(arguments.at(arguments.size() - 2), QStringLiteral("--"));
-        QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{m_pastedImage, m_notes}));
+        QCOMPARE(valuesOf(arguments, QStringLiteral("--image")), QStringList{pastedImage});
+        QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{pastedImage, m_notes}));
         QVERIFY(arguments.constLast().endsWith(QStringLiteral(" items.\n\nDescribe the picture")));
         QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
 
@@ -202,69 +139,35 @@ private Q_SLOTS:
         const QImage still = windowImage(app.trayIconWindow());
         QTest::qWait(800);
         QCOMPARE(windowImage(app.trayIconWindow()), still);
-    }
 
-    // dunst shows the completion; its "Copy" action, chosen in dunst's context menu, copies the answer.
-    void notificationCopyActionCopiesTheResponse()
-    {
-        if (!m_app || m_pastedImage.isEmpty())
-            QSKIP("needs the finished task of the previous test");
-        QTRY_VERIFY_WITH_TIMEOUT(dunstCount(QStringLiteral("displayed")) >= 1, 10000);
-        screenshot(QStringLiteral("notification"));
-        {
-            ClipboardOwner other(QStringLiteral("UTF8_STRING"), "something else");
-            QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("something else"), 5000);
-        }
-        run(QStringLiteral("dunstctl"), {QStringLiteral("context")});
-        QTest::qWait(1000); // dmenu maps and grabs the keyboard
-        type(QStringLiteral("Copy"));
-        key(QStringLiteral("Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("The picture is blue."), 10000);
-    }
-
-    // Delete in the row removes the session and the pasted image it owned; the menu stays open.
-    void deleteRemovesTheRowAndTheOwnedImage()
-    {
-        if (!m_app || m_pastedImage.isEmpty())
-            QSKIP("needs the finished task of the previous test");
-        Application &app = *m_app;
-        QCOMPARE(app.sessions().size(), 1);
-        QVERIFY(QFile::exists(m_pastedImage));
+        // Delete in the row: the row goes, the menu stays open (what the session owned goes
+        // with it, tst_quicktaskmanager).
         const QString menu = app.openMenu();
         screenshot(QStringLiteral("menu-rows"));
         const int heightWithRow = geometry(menu).height;
         clickInlineButton(menu, {QStringLiteral("Copy"), QStringLiteral("Retry"), QStringLiteral("Delete")},
                           QStringLiteral("Delete"));
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
-        QTRY_VERIFY_WITH_TIMEOUT(!QFile::exists(m_pastedImage), 5000);
-        QVERIFY(QFile::exists(m_notes));
         QCOMPARE(app.menuWindow(), menu);
         QTRY_VERIFY_WITH_TIMEOUT(geometry(menu).height < heightWithRow, 5000);
         app.closeMenu();
-        m_app.reset();
     }
 
-    // Stop on a task that ignores SIGINT and SIGTERM and has a child of its own ends them
-    // all; "Clear Finished Tasks" then removes the stopped session.
-    void stopEndsTheWholeProcessGroup()
+    // Stop in the running row cancels the task (that it ends the whole process group is
+    // tst_quicktaskmanager's); "Clear Finished Tasks" then removes the stopped session.
+    void stopCancelsAndClearRemovesTheSession()
     {
-        m_app.reset(); // a copy still running would take the next start for a second one
         QTemporaryDir root;
         FakeBackends fakes;
         Variables environment = kQuickCheck;
-        environment.insert(
-            QStringLiteral("FAKE_STEPS"),
-            fakes.writeSteps({QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
-                              QStringLiteral("ready"), QStringLiteral("hang")}));
+        environment.insert(QStringLiteral("FAKE_STEPS"),
+                           fakes.writeSteps({QStringLiteral("ready"), QStringLiteral("hang")}));
         Application app(root.path(), fakes, environment);
         app.start();
         app.openReadyComposer();
         type(QStringLiteral("Run forever"));
         key(QStringLiteral("ctrl+Return"));
         QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
-        const std::optional<pid_t> grandchild = fakes.grandchildProcessIdentifier();
-        QVERIFY(grandchild);
-        QVERIFY(isProcessAlive(*grandchild));
         QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
 
         const QString menu = app.openMenu();
@@ -272,7 +175,6 @@ private Q_SLOTS:
         clickInlineButton(menu, {QStringLiteral("Stop")}, QStringLiteral("Stop"));
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("cancelled"), 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(!isProcessAlive(*grandchild), 5000);
 
         clickClearFinishedTasks(app.openMenu());
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
@@ -290,8 +192,6 @@ private:
     QTemporaryDir m_root;
     const QString m_notes = m_root.filePath(QStringLiteral("files/notes.txt"));
     FakeBackends m_fakes;
-    std::unique_ptr<Application> m_app;
-    QString m_pastedImage;
 };
 
 QTEST_MAIN(QuickTaskEndToEndTest)

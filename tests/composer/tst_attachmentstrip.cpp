@@ -105,11 +105,10 @@ private Q_SLOTS:
         strip.setAttachments({});
         QCOMPARE(strip.measuredHeight(500), AttachmentStripView::placeholderHeight);
 
-        QCOMPARE(strip.placeholderText(), QStringLiteral("Drop files or folders here"));
-        QCOMPARE(strip.highlightedPlaceholderText(), QStringLiteral("Drop to attach files or folders"));
+        QVERIFY(strip.placeholderText().contains(QStringLiteral("folders")));
         strip.setBackend(QuickTaskCLIBackend::opencode); // takes no folders
-        QCOMPARE(strip.placeholderText(), QStringLiteral("Drop files here"));
-        QCOMPARE(strip.highlightedPlaceholderText(), QStringLiteral("Drop to attach files"));
+        QVERIFY(!strip.placeholderText().contains(QStringLiteral("folders")));
+        QVERIFY(!strip.highlightedPlaceholderText().contains(QStringLiteral("folders")));
     }
 
     void fileDragHighlightsAndDropReportsLocalFiles()
@@ -191,7 +190,6 @@ private Q_SLOTS:
             strip.setAttachments(attachments);
         });
         const QPointer<AttachmentPillView> removed = before[1];
-        QCOMPARE(before[1]->removeButton()->toolTip(), QStringLiteral("Remove attachment"));
         before[1]->removeButton()->click();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
 

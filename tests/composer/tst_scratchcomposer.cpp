@@ -1,4 +1,5 @@
 // The scratch composer's availability, presets, attachments and submit rules (offscreen).
+#include "composer/AttachmentPillView.h"
 #include "composer/AttachmentStripView.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
@@ -9,6 +10,7 @@
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 
+#include <QAbstractButton>
 #include <QComboBox>
 #include <QLabel>
 #include <QMessageBox>
@@ -202,8 +204,10 @@ private Q_SLOTS:
                  QUrl::fromLocalFile(files.filePath(QStringLiteral("src/../notes.md")))});
             QCOMPARE(f.controller->attachments().size(), 2);
             QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 2);
-            f.controller->removeAttachment(f.controller->attachments().constFirst().id);
+            // The strip's pill hands its remove button to the composer.
+            f.controller->attachmentStrip()->pillViews().constFirst()->removeButton()->click();
             QCOMPARE(f.controller->attachments().size(), 1);
+            QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 1);
             QVERIFY(QFile::exists(file)); // the user's own file is never deleted
         }
         {
@@ -220,10 +224,20 @@ private Q_SLOTS:
         }
     }
 
-    void notReadyComposerAttachesNothing()
+    // While its check runs, and when no backend answered it, the composer takes nothing.
+    void notReadyComposerAttachesAndSubmitsNothing()
     {
         QTemporaryDir files;
         Fixture f;
+        f.controller->appendAttachments({QUrl::fromLocalFile(files.path())});
+        QVERIFY(f.controller->attachments().isEmpty());
+        const auto missing = QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("gone"));
+        f.answer({{QuickTaskCLIBackend::codex, missing},
+                  {QuickTaskCLIBackend::claude, missing},
+                  {QuickTaskCLIBackend::opencode, missing}});
+        QCOMPARE(f.controller->availability().state, ScratchComposerAvailability::State::unavailable);
+        QTest::keyClick(f.controller->panel()->textView(), Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(f.delegate.submits, 0);
         f.controller->appendAttachments({QUrl::fromLocalFile(files.path())});
         QVERIFY(f.controller->attachments().isEmpty());
     }
