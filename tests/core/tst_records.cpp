@@ -35,8 +35,6 @@ private Q_SLOTS:
         const ComposerRequest bare{kId, utc(2026, 11, 14, 17, 36, 59), {}, QStringLiteral("hi"), {}, {}, {}};
         const QByteArray json = JSONCoding::encodeRecord(bare);
         QCOMPARE(keyLines(json), (QList<QByteArray>{"createdAt", "id", "initialText"}));
-        QVERIFY(json.contains("\"id\": \"6F9619FF-8B86-D011-B42D-00C04FC964FF\""));
-        QVERIFY(json.contains("\"createdAt\": \"2026-11-14T17:36:59Z\""));
         QVERIFY(!json.contains("null"));
 
         const ComposerRequest full{kId,
