@@ -230,8 +230,6 @@ private Q_SLOTS:
                  QStringLiteral("Ctrl+9   default max"));
         QCOMPARE(preset("gpt-5.2-codex", "").menuTitle(1, QuickTaskCLIBackend::codex, shortcuts),
                  QStringLiteral("Ctrl+2   unavailable"));
-        QCOMPARE(preset("", "xhigh").menuTitle(1, QuickTaskCLIBackend::opencode, shortcuts),
-                 QStringLiteral("Ctrl+2   unavailable"));
         QCOMPARE(preset("sonnet", "low").menuTitle(9, QuickTaskCLIBackend::claude, shortcuts),
                  QStringLiteral("none   sonnet low"));
 
