@@ -34,12 +34,17 @@ private Q_SLOTS:
     }
 
     // Dragging the panel's background moves it; a quick click there only returns the keyboard
-    // to the prompt, and what is typed next arrives.
-    void backgroundDragMovesAndClickKeepsTyping()
+    // to the prompt, and what is typed next arrives. Stop in the running row cancels that task
+    // (that it ends the whole process group is tst_quicktaskmanager's); "Clear Finished Tasks"
+    // then removes the stopped session.
+    void backgroundDragMovesClickKeepsTypingAndStopCancels()
     {
         QTemporaryDir root;
         FakeBackends fakes;
-        Application app(root.path(), fakes, kQuickCheck);
+        Variables environment = kQuickCheck;
+        environment.insert(QStringLiteral("FAKE_STEPS"),
+                           fakes.writeSteps({QStringLiteral("ready"), QStringLiteral("hang")}));
+        Application app(root.path(), fakes, environment);
         app.start();
         const QString composer = app.openReadyComposer();
         const Geometry before = geometry(composer);
@@ -60,7 +65,21 @@ private Q_SLOTS:
         click(moved.right() - 40, moved.y + 12);
         type(QStringLiteral("after the click"));
         key(QStringLiteral("ctrl+Return"));
-        QCOMPARE(lastArgument(fakes), QStringLiteral("after the click"));
+        const QStringList arguments = fakes.nextArguments(QStringLiteral("codex"));
+        QVERIFY2(!arguments.isEmpty(), "codex did not run");
+        QCOMPARE(arguments.constLast(), QStringLiteral("after the click"));
+        QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
+        QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
+
+        const QString menu = app.openMenu();
+        screenshot(QStringLiteral("menu-stop"));
+        clickInlineButton(menu, {QStringLiteral("Stop")}, QStringLiteral("Stop"));
+        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("cancelled"), 10000);
+
+        clickClearFinishedTasks(app.openMenu());
+        QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
     }
 
     // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray
@@ -69,14 +88,8 @@ private Q_SLOTS:
     void quickTaskWithAttachmentsRunsSucceedsAndIsDeleted()
     {
         Variables environment = kQuickCheck;
-        environment.insert(
-            QStringLiteral("FAKE_STEPS"),
-            m_fakes.writeSteps({
-                QStringLiteral("sleep 3"),
-                QStringLiteral("out {\"type\":\"thread.started\",\"thread_id\":\"t1\"}\\n"),
-                QStringLiteral("out {\"type\":\"item.completed\",\"item\":{\"id\":\"i0\",\"type\":"
-                               "\"agent_message\",\"text\":\"The picture is blue.\"}}\\n"),
-            }));
+        // Long enough to see the row and the blinking icon; the answer is tst_quicktaskmanager's.
+        environment.insert(QStringLiteral("FAKE_STEPS"), m_fakes.writeSteps({QStringLiteral("sleep 3")}));
         Application app(m_root.filePath(QStringLiteral("main")), m_fakes, environment);
         app.start();
         app.readyComposerAfter([&] { app.openComposerFromMenu(); });
@@ -132,8 +145,6 @@ private Q_SLOTS:
         QVERIFY2(icons.size() >= 2, "the tray icon did not change while the task ran");
 
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 20000);
-        QCOMPARE(app.sessions().at(0).toObject().value(u"finalResponse").toString(),
-                 QStringLiteral("The picture is blue."));
         // Still: the icon stops blinking with its prompt line shown.
         QTest::qWait(800);
         const QImage still = windowImage(app.trayIconWindow());
@@ -153,41 +164,7 @@ private Q_SLOTS:
         app.closeMenu();
     }
 
-    // Stop in the running row cancels the task (that it ends the whole process group is
-    // tst_quicktaskmanager's); "Clear Finished Tasks" then removes the stopped session.
-    void stopCancelsAndClearRemovesTheSession()
-    {
-        QTemporaryDir root;
-        FakeBackends fakes;
-        Variables environment = kQuickCheck;
-        environment.insert(QStringLiteral("FAKE_STEPS"),
-                           fakes.writeSteps({QStringLiteral("ready"), QStringLiteral("hang")}));
-        Application app(root.path(), fakes, environment);
-        app.start();
-        app.openReadyComposer();
-        type(QStringLiteral("Run forever"));
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
-        QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
-
-        const QString menu = app.openMenu();
-        screenshot(QStringLiteral("menu-stop"));
-        clickInlineButton(menu, {QStringLiteral("Stop")}, QStringLiteral("Stop"));
-        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
-        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("cancelled"), 10000);
-
-        clickClearFinishedTasks(app.openMenu());
-        QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
-        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
-    }
-
 private:
-    static QString lastArgument(const FakeBackends &fakes)
-    {
-        const QStringList arguments = fakes.nextArguments(QStringLiteral("codex"));
-        return arguments.isEmpty() ? QStringLiteral("<codex did not run>") : arguments.constLast();
-    }
-
     const Variables kQuickCheck{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}};
     QTemporaryDir m_root;
     const QString m_notes = m_root.filePath(QStringLiteral("files/notes.txt"));

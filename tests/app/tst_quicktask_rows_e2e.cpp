@@ -41,8 +41,6 @@ private Q_SLOTS:
         m_firstRun = m_fakes.nextArguments(QStringLiteral("codex"));
         QVERIFY2(m_firstRun.contains(m_picture), qPrintable(m_firstRun.join(u' ')));
         QTRY_COMPARE_WITH_TIMEOUT(m_app->sessionStatus(), QStringLiteral("succeeded"), 15000);
-        QCOMPARE(m_app->sessions().at(0).toObject().value(u"finalResponse").toString(),
-                 QStringLiteral("Fake answer."));
     }
 
     void copyPutsTheAnswerOnTheClipboardAndClosesTheMenu()
