@@ -117,19 +117,16 @@ private Q_SLOTS:
         QCOMPARE(submitted.count(), 1);
         QCOMPARE(submitted.at(0).at(0).toString(), QStringLiteral("draft more"));
 
-        controller.panel()->submitButton()->click();
-        QCOMPARE(submitted.count(), 2);
-
+        // The buttons are driven by the coordinator's test.
         QTest::keyClick(controller.panel()->textView(), Qt::Key_Escape);
-        controller.panel()->cancelButton()->click();
         // A window-manager close is a cancel and leaves the window up for the coordinator.
         controller.panel()->close();
-        QCOMPARE(cancelled.count(), 3);
+        QCOMPARE(cancelled.count(), 2);
         QVERIFY(controller.panel()->isVisible());
 
         controller.surface().closeProgrammatically();
         QVERIFY(!controller.panel()->isVisible());
-        QCOMPARE(cancelled.count(), 3);
+        QCOMPARE(cancelled.count(), 2);
     }
 
     // A click on the footer's empty space is a click on the background: it hands the keyboard
