@@ -1,9 +1,9 @@
 // The process-group runner against real child processes of sh and perl.
 #include "core/TarvelError.h"
-#include "fakebackends/FakeBackends.h"
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/QuickTaskOutputHandler.h"
 #include "quicktasks/StandardInput.h"
+#include "support/fakebackends/ProcessAlive.h"
 
 #include <QSignalSpy>
 #include <QtTest>

@@ -7,6 +7,7 @@
 #include "core/JSONCoding.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "settings/AppSettings.h"
+#include "support/fakebackends/ProcessAlive.h"
 
 #include <QElapsedTimer>
 #include <QJsonArray>
