@@ -156,7 +156,6 @@ private Q_SLOTS:
                               {QStringLiteral("out <b>bold</b>\\n"), QStringLiteral("exit 2")});
         QVERIFY(id);
         QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
-        QCOMPARE(server.notified.constFirst().summary, QStringLiteral("Claude task Failed"));
         // A server that reads markup gets the text escaped, so it shows what was written.
         QCOMPARE(
             server.notified.constFirst().body,

@@ -224,23 +224,22 @@ private Q_SLOTS:
         QCOMPARE(outcome->carriedTranscript, kTranscript);
     }
 
+    // That the whole process group ends is ProcessGroupTask's, seen in tst_quicktaskmanager.
     void cancelEndsWithOneCancelledResult_data()
     {
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<int>("minimumMilliseconds");
         // SIGKILL 0.6 s after the cancel is the only way out.
         QTest::newRow("deaf to SIGINT and SIGTERM")
-            << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
-                           QStringLiteral("ready"), QStringLiteral("hang")}
+            << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("ready"),
+                           QStringLiteral("hang")}
             << 550;
         // Answers the signals with a full answer and a clean exit: still cancelled.
-        QTest::newRow("answers and exits 0") << QStringList{QStringLiteral("report-stop-signals"),
-                                                            QStringLiteral("grandchild"),
-                                                            QStringLiteral("ready"),
-                                                            QStringLiteral("sleep 30"),
-                                                            QStringLiteral("out A fine draft\\n"),
-                                                            QStringLiteral("exit 0")}
-                                             << 0;
+        QTest::newRow("answers and exits 0")
+            << QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("ready"),
+                           QStringLiteral("sleep 30"), QStringLiteral("out A fine draft\\n"),
+                           QStringLiteral("exit 0")}
+            << 0;
     }
     void cancelEndsWithOneCancelledResult()
     {
@@ -250,8 +249,6 @@ private Q_SLOTS:
         fixture.useSteps(steps);
         const auto outcome = fixture.rewrite(QuickTaskCLIBackend::claude);
         QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
-        const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
-        QVERIFY(grandchild);
 
         QElapsedTimer timer;
         timer.start();
@@ -262,7 +259,6 @@ private Q_SLOTS:
         QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
         QCOMPARE(outcome->kind, VoicePromptDraftError::Kind::cancelled);
         QCOMPARE(outcome->description, QStringLiteral("Voice capture was cancelled."));
-        QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
         fixture.service.cancel();
         QTest::qWait(100);
         QCOMPARE(outcome->deliveries, 1);
