@@ -1,26 +1,9 @@
 #include "backends/ClaudeBackendProfile.h"
 
 #include "backends/QuickTaskInvocation.h"
+#include "backends/TextLinesOutputParser.h"
 
 namespace {
-
-// Every line of standard output is the answer, as it is.
-class ClaudeOutputParser final : public BackendOutputParser {
-public:
-    BackendOutputChange parseLine(QByteArrayView line, QByteArray &transcript) override
-    {
-        m_lines.append(QString::fromUtf8(line));
-        BackendOutput::appendLine(transcript, {}, line);
-        return {};
-    }
-    std::optional<QString> finalResponse() const override
-    {
-        return m_lines.isEmpty() ? std::nullopt : std::optional<QString>(m_lines.join(u'\n'));
-    }
-
-private:
-    QStringList m_lines;
-};
 
 QStringList commonArguments(const ModelChoice &choice)
 {
@@ -57,7 +40,7 @@ QStringList ClaudeBackendProfile::rewriteArguments(const QString &prompt, const 
 
 std::unique_ptr<BackendOutputParser> ClaudeBackendProfile::makeOutputParser() const
 {
-    return std::make_unique<ClaudeOutputParser>();
+    return std::make_unique<TextLinesOutputParser>();
 }
 
 QList<BackendModel> ClaudeBackendProfile::availableModels() const

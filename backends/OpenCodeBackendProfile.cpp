@@ -2,6 +2,7 @@
 
 #include "backends/OpenCodeOutput.h"
 #include "backends/QuickTaskInvocation.h"
+#include "backends/TextLinesOutputParser.h"
 #include "core/DataFile.h"
 #include "core/JSONCoding.h"
 
@@ -15,27 +16,6 @@
 namespace {
 
 const QString kMedium = QStringLiteral("medium");
-
-// Lines cleaned of terminal codes; the blank ones are dropped.
-class OpenCodeOutputParser final : public BackendOutputParser {
-public:
-    BackendOutputChange parseLine(QByteArrayView line, QByteArray &transcript) override
-    {
-        const QString cleaned = OpenCodeOutput::cleanOpencodeOutputLine(QString::fromUtf8(line));
-        if (cleaned.trimmed().isEmpty())
-            return {};
-        m_lines.append(cleaned);
-        BackendOutput::appendLine(transcript, {}, cleaned.toUtf8());
-        return {};
-    }
-    std::optional<QString> finalResponse() const override
-    {
-        return m_lines.isEmpty() ? std::nullopt : std::optional<QString>(m_lines.join(u'\n'));
-    }
-
-private:
-    QStringList m_lines;
-};
 
 // Keys in plain code-unit order, so the walk does not depend on how the JSON library keeps them.
 QStringList sortedKeys(const QJsonObject &object)
@@ -143,7 +123,8 @@ QStringList OpenCodeBackendProfile::rewriteArguments(const QString &prompt, cons
 
 std::unique_ptr<BackendOutputParser> OpenCodeBackendProfile::makeOutputParser() const
 {
-    return std::make_unique<OpenCodeOutputParser>();
+    // Lines cleaned of terminal codes; the blank ones are dropped.
+    return std::make_unique<TextLinesOutputParser>(&OpenCodeOutput::cleanOpencodeOutputLine);
 }
 
 QList<BackendModel> OpenCodeBackendProfile::availableModels() const
