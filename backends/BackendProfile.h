@@ -47,8 +47,6 @@ public:
 
     // Capabilities.
     virtual bool acceptsFolders() const = 0;
-    // Images go to the backend as images, not only as paths in the prompt.
-    virtual bool acceptsImages() const = 0;
     // The attachments the backend cannot take: the folders when it takes none.
     QList<PromptAttachment> unsupportedAttachments(const QList<PromptAttachment> &attachments) const;
 

@@ -14,7 +14,6 @@ public:
     QStringList versionArguments() const override { return {QStringLiteral("--version")}; }
 
     bool acceptsFolders() const override { return true; }
-    bool acceptsImages() const override { return false; }
 
     QStringList quickTaskArguments(const QString &prompt, const QString &workingDirectory,
                                    const QList<PromptAttachment> &attachments,

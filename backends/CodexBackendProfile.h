@@ -18,7 +18,6 @@ public:
     bool isVersionAnswer(const QString &output) const override;
 
     bool acceptsFolders() const override { return true; }
-    bool acceptsImages() const override { return true; }
 
     QStringList quickTaskArguments(const QString &prompt, const QString &workingDirectory,
                                    const QList<PromptAttachment> &attachments,

@@ -18,7 +18,6 @@ public:
     QStringList versionArguments() const override { return {QStringLiteral("--version")}; }
 
     bool acceptsFolders() const override { return false; }
-    bool acceptsImages() const override { return true; }
 
     QStringList quickTaskArguments(const QString &prompt, const QString &workingDirectory,
                                    const QList<PromptAttachment> &attachments,
