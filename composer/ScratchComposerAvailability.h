@@ -1,7 +1,7 @@
 #pragma once
 
-#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
 #include "backends/QuickTaskCLIBackend.h"
+#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
 #include "settings/QuickTaskModelCatalog.h"
 #include "settings/QuickTaskPresetSettings.h"
 

@@ -67,7 +67,7 @@ PromptAttachment PromptAttachment::fromJson(const QJsonObject &object)
         throw DecodingError(
             QStringLiteral("The required key \u201c%1\u201d is missing.").arg(kIsManagedCopy));
     return PromptAttachment{JSONCoding::requiredUuid(object, kId), JSONCoding::requiredString(object, kPath),
-                             *managed};
+                            *managed};
 }
 
 QString PromptAttachment::standardizedPath(const QString &path)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/TarvelError.h"
 #include "backends/QuickTaskCLIBackend.h"
+#include "core/TarvelError.h"
 
 // Why a quick task, a rewrite or an availability check cannot use a backend.
 class QuickTaskError final : public TarvelError {

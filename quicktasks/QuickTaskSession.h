@@ -1,7 +1,7 @@
 #pragma once
 
-#include "core/PromptAttachment.h"
 #include "backends/QuickTaskCLIBackend.h"
+#include "core/PromptAttachment.h"
 
 #include <QDateTime>
 #include <QJsonObject>

@@ -3,7 +3,6 @@
 #include "core/JSONCoding.h"
 #include "platform/HostPlatform.h"
 
-
 #include <array>
 
 namespace {
