@@ -1,5 +1,6 @@
 #include "backends/BackendProfile.h"
 
+#include <QDir>
 #include <QRegularExpression>
 
 QString BackendProfile::versionOutput(const QByteArray &standardOutput, const QByteArray &standardError) const
@@ -41,4 +42,10 @@ std::optional<BackendModel> BackendProfile::resolvedModel(const ModelChoice &cho
             return candidate;
     }
     return std::nullopt;
+}
+
+QString BackendProfile::toolFolder(const char *variable, const QString &homeFolder)
+{
+    const QString named = qEnvironmentVariable(variable);
+    return QDir::isAbsolutePath(named) ? named : QDir(QDir::homePath()).filePath(homeFolder);
 }

@@ -94,4 +94,9 @@ public:
     // backend does not offer, gives the default voice-draft choice.
     virtual ModelChoice voiceDraft(const std::optional<QString> &modelIdentifier,
                                    const QList<BackendModel> &models) const = 0;
+
+protected:
+    // Where a tool keeps its files: the folder the variable names when it holds an absolute path
+    // (the tools ignore a relative one), else homeFolder under the home folder.
+    static QString toolFolder(const char *variable, const QString &homeFolder);
 };

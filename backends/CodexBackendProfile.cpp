@@ -171,11 +171,8 @@ std::unique_ptr<BackendOutputParser> CodexBackendProfile::makeOutputParser() con
 // codex moves its folder with CODEX_HOME.
 QString CodexBackendProfile::modelCachePath()
 {
-    const QString codexHome = qEnvironmentVariable("CODEX_HOME");
-    const QString folder = QDir::isAbsolutePath(codexHome)
-                               ? codexHome
-                               : QDir(QDir::homePath()).filePath(QStringLiteral(".codex"));
-    return QDir(folder).filePath(QStringLiteral("models_cache.json"));
+    return QDir(toolFolder("CODEX_HOME", QStringLiteral(".codex")))
+        .filePath(QStringLiteral("models_cache.json"));
 }
 
 QList<BackendModel> CodexBackendProfile::availableModels() const

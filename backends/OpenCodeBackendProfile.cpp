@@ -210,11 +210,8 @@ BackendModel OpenCodeBackendProfile::defaultModel()
 
 QString OpenCodeBackendProfile::configPath()
 {
-    const QString configHome = qEnvironmentVariable("XDG_CONFIG_HOME");
-    const QString folder = QDir::isAbsolutePath(configHome)
-                               ? configHome
-                               : QDir(QDir::homePath()).filePath(QStringLiteral(".config"));
-    return QDir(folder).filePath(QStringLiteral("opencode/opencode.json"));
+    return QDir(toolFolder("XDG_CONFIG_HOME", QStringLiteral(".config")))
+        .filePath(QStringLiteral("opencode/opencode.json"));
 }
 
 QString OpenCodeBackendProfile::canonicalModelIdentifier(const QString &provider, const QString &modelPath)

@@ -241,16 +241,4 @@ QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities()
         [] { return checkInstallationAvailabilities(); });
 }
 
-bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
-                          const QuickTaskCLIInstallationAvailabilities &availabilities,
-                          const std::function<bool()> &listsModels)
-{
-    const auto found = availabilities.constFind(backend);
-    if (found == availabilities.constEnd() || !found->isAvailable())
-        return false;
-    if (BackendProfiles::of(backend).needsModelsForQuickTasks())
-        return listsModels && listsModels();
-    return true;
-}
-
 } // namespace TaskCLIExecutableLocator

@@ -9,7 +9,6 @@
 #include <QStringList>
 
 #include <chrono>
-#include <functional>
 #include <optional>
 
 // A backend executable that answered its version query, with the environment to run it in.
@@ -68,12 +67,5 @@ QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend);
 QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities();
 // The same on a background thread.
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();
-
-// Ready when available; a backend that needs a model list for quick tasks (codex) also needs
-// listsModels to say it has one (asked only for such a backend). A backend missing from the
-// map is not ready.
-bool isReadyForQuickTasks(QuickTaskCLIBackend backend,
-                          const QuickTaskCLIInstallationAvailabilities &availabilities,
-                          const std::function<bool()> &listsModels);
 
 } // namespace TaskCLIExecutableLocator
