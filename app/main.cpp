@@ -1,4 +1,5 @@
 #include "app/AppDelegate.h"
+#include "app/CommandLine.h"
 #include "core/AppConstants.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
@@ -13,6 +14,9 @@
 
 int main(int argc, char *argv[])
 {
+    if (const std::optional<int> status = CommandLine::run(argc, argv))
+        return *status;
+
     // Children inherit standard input; a backend would wait forever on an open pipe.
     try {
         StandardInput::redirectToNullDevice();
