@@ -1,6 +1,7 @@
 #include "app/CommandLine.h"
 
 #include "core/AppConstants.h"
+#include "editor_integration/EditorSetupCommand.h"
 
 #include <QCoreApplication>
 
@@ -36,7 +37,11 @@ namespace CommandLine {
 
 const QList<Subcommand> &subcommands()
 {
-    static const QList<Subcommand> list = {};
+    static const QList<Subcommand> list = {
+        {QString::fromLatin1(EditorSetupCommand::name), QString::fromLatin1(EditorSetupCommand::synopsis),
+         QStringLiteral("Point VISUAL in your shell at Tarvel, or show whether it does"),
+         &EditorSetupCommand::run},
+    };
     return list;
 }
 

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "editor_integration/EditorIntegrationStatus.h"
+
+#include <QMap>
+#include <QString>
+
+#include <optional>
+
+class FileOpener;
+
+// Points the editor variable of the user's shell at a small shim in ~/.local/bin, which
+// finds tarvel-edit and runs it. status() reads what the start-up file says; install()
+// writes the shim and a marked block into that file. The home folder comes from HOME and
+// the shell from SHELL.
+//
+// Start-up files by shell: zsh .zshrc, bash .bashrc, fish a file of its own in
+// conf.d (fish cannot read the block of the others), any other shell .profile.
+class EditorIntegrationManager final {
+public:
+    // How a start-up file assigns variables.
+    enum class ShellSyntax { posix, fish };
+
+    // applicationDirectory: the folder of the running application, where the shim looks
+    // for tarvel-edit (on the Mac, Contents/MacOS inside the bundle). fileOpener, when
+    // given, opens the start-up file's folder when no file manager can show the file.
+    explicit EditorIntegrationManager(QString applicationDirectory, FileOpener *fileOpener = nullptr);
+
+    std::optional<EditorIntegrationInstallLocation> installLocation() const;
+    // Never fails: an unreadable start-up file counts as empty.
+    std::optional<EditorIntegrationStatus> status() const;
+    // Writes the shim and the block; throws EditorIntegrationError. Nothing written before a
+    // failure is undone.
+    EditorIntegrationInstallLocation install() const;
+    void revealConfigLocation(const EditorIntegrationInstallLocation &location) const;
+
+    // The steps, public for their tests.
+    static QString preferredShellName();
+    static ShellSyntax syntaxFor(const QString &shellName);
+    static QMap<QString, QString> editorAssignments(const QString &text, ShellSyntax syntax);
+    // The variable and the command of one trimmed line, if it assigns VISUAL or EDITOR.
+    static std::optional<std::pair<QString, QString>> parseEditorAssignment(const QString &line,
+                                                                            ShellSyntax syntax);
+    static bool usesTarvel(const QString &command);
+    static QString markedBlock(ShellSyntax syntax);
+    static QString mergedShellConfig(const QString &existing, ShellSyntax syntax);
+    QString helperScriptContents() const;
+
+private:
+    QString m_applicationDirectory;
+    FileOpener *m_fileOpener = nullptr;
+};
