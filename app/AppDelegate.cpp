@@ -12,6 +12,10 @@
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
+#include "editor_integration/EditorIntegrationError.h"
+#include "editor_integration/EditorIntegrationManager.h"
+#include "editor_integration/EditorIntegrationPromptWindow.h"
+#include "editor_integration/EditorIntegrationTexts.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
 #include "platform/DistributedNotificationObserver.h"
@@ -21,12 +25,16 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
+#include <QCoreApplication>
 #include <QFileSystemWatcher>
 #include <QMessageBox>
 #include <QTimer>
 
 namespace {
 const QString kLaunch = QStringLiteral("Launch");
+const QString kEditorPromptSuppressed = QStringLiteral("EditorIntegrationPromptSuppressed");
+// Long enough for the tray icon to come up before the prompt asks for attention.
+constexpr int kEditorPromptDelayMs = 1000;
 } // namespace
 
 AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, UserDefaults &defaults,
@@ -50,6 +58,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
     , m_quitPolicy(std::make_unique<QuitPolicy>(*m_quickTaskManager, *m_intake, *m_composers, *m_activation))
+    , m_editorIntegration(std::make_unique<EditorIntegrationManager>(QCoreApplication::applicationDirPath(),
+                                                                     m_platform.fileOpener.get()))
 {
     QuickTaskManager &tasks = *m_quickTaskManager;
     ComposerCoordinator &composers = *m_composers;
@@ -65,8 +75,11 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     connect(&composers, &ComposerCoordinator::alertRequested, this, &AppDelegate::presentAlert);
 
     TrayMenuPresenter &menu = *m_trayMenu;
-    m_statusItem->stateProvider = [&menu, &composers] {
-        return menu.menuState(composers.currentRequest());
+    m_statusItem->stateProvider = [this, &menu, &composers] {
+        StatusMenuState state = menu.menuState(composers.currentRequest());
+        const std::optional<EditorIntegrationStatus> editor = m_editorIntegration->status();
+        state.editorSetupNeeded = editor && editor->kind == EditorIntegrationStatus::Kind::needsInstall;
+        return state;
     };
     m_statusItem->sessionRow = [&menu](const QUuid &id) {
         return menu.sessionRow(id);
@@ -93,6 +106,9 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                 case StatusMenuEntry::Action::quit:
                     // Leave the menu's own event loop before a modal confirmation opens.
                     QTimer::singleShot(0, m_quitPolicy.get(), &QuitPolicy::quit);
+                    break;
+                case StatusMenuEntry::Action::setUpEditor:
+                    QTimer::singleShot(0, this, [this] { showEditorIntegrationPrompt(true); });
                     break;
                 case StatusMenuEntry::Action::clearFinishedTasks:
                     m_trayMenu->clearFinishedTasks();
@@ -130,6 +146,64 @@ void AppDelegate::applicationDidFinishLaunching()
 
     listenForRequests();
     m_composers->processPendingRequests();
+    scheduleEditorIntegrationPromptIfNeeded();
+}
+
+void AppDelegate::scheduleEditorIntegrationPromptIfNeeded()
+{
+    if (m_defaults.boolean(kEditorPromptSuppressed).value_or(false))
+        return;
+    QTimer::singleShot(kEditorPromptDelayMs, this, [this] {
+        const std::optional<EditorIntegrationStatus> status = m_editorIntegration->status();
+        if (status && status->kind == EditorIntegrationStatus::Kind::needsInstall)
+            showEditorIntegrationPrompt(false);
+    });
+}
+
+void AppDelegate::showEditorIntegrationPrompt(bool askedByUser)
+{
+    if (m_editorPromptOpen)
+        return;
+    const std::optional<EditorIntegrationStatus> status = m_editorIntegration->status();
+    if (!status) {
+        if (askedByUser)
+            presentAlert(
+                QStringLiteral("Failed to install editor integration."),
+                EditorIntegrationError(EditorIntegrationError::Kind::unavailableHomeDirectory).description());
+        return;
+    }
+    const EditorIntegrationTexts::Texts texts =
+        EditorIntegrationTexts::forStatus(*status, AppConstants::appName);
+    if (status->kind != EditorIntegrationStatus::Kind::needsInstall) {
+        if (askedByUser)
+            presentNotice(texts.headline, texts.message);
+        return;
+    }
+    const EditorIntegrationInstallLocation location = status->location;
+    EditorIntegrationPromptWindow prompt(
+        texts.headline, texts.message, EditorIntegrationTexts::revealButtonTitle(location),
+        [this, location] { m_editorIntegration->revealConfigLocation(location); });
+    m_editorPromptOpen = true;
+    const EditorIntegrationPromptWindow::Response response = prompt.runModal();
+    m_editorPromptOpen = false;
+    switch (response) {
+    case EditorIntegrationPromptWindow::Response::install:
+        try {
+            const EditorIntegrationInstallLocation written = m_editorIntegration->install();
+            const EditorIntegrationTexts::Texts done =
+                EditorIntegrationTexts::installed(written, AppConstants::appName);
+            presentNotice(done.headline, done.message);
+        } catch (const EditorIntegrationError &error) {
+            presentErrorAlert(QStringLiteral("Failed to install editor integration."), error.description(),
+                              QStringLiteral("Editor Integration"));
+        }
+        break;
+    case EditorIntegrationPromptWindow::Response::cancelAndSuppress:
+        m_defaults.setBool(kEditorPromptSuppressed, true);
+        break;
+    case EditorIntegrationPromptWindow::Response::cancel:
+        break;
+    }
 }
 
 void AppDelegate::listenForRequests()
@@ -167,6 +241,20 @@ void AppDelegate::openScratchComposer()
 void AppDelegate::presentAlert(const QString &message, const QString &informativeText)
 {
     QMessageBox box(QMessageBox::Warning, AppConstants::appName, message);
+    box.setInformativeText(informativeText);
+    box.setWindowFlag(Qt::WindowStaysOnTopHint);
+    box.exec();
+}
+
+void AppDelegate::presentErrorAlert(const QString &message, const QString &detail, const QString &source)
+{
+    m_errorLog.record(message, detail, source);
+    presentAlert(message, detail);
+}
+
+void AppDelegate::presentNotice(const QString &message, const QString &informativeText)
+{
+    QMessageBox box(QMessageBox::Information, AppConstants::appName, message);
     box.setInformativeText(informativeText);
     box.setWindowFlag(Qt::WindowStaysOnTopHint);
     box.exec();

@@ -7,6 +7,7 @@
 #include <memory>
 
 class ComposerCoordinator;
+class EditorIntegrationManager;
 class ErrorLogManager;
 class ErrorsWindow;
 class KeyboardShortcuts;
@@ -39,6 +40,12 @@ public:
 
 private:
     void presentAlert(const QString &message, const QString &informativeText);
+    void presentErrorAlert(const QString &message, const QString &detail, const QString &source);
+    void presentNotice(const QString &message, const QString &informativeText);
+    // Offers the editor set-up after launch when it is needed and the user has not declined
+    // it for good; from the tray menu it also says why no set-up is needed.
+    void scheduleEditorIntegrationPromptIfNeeded();
+    void showEditorIntegrationPrompt(bool askedByUser);
     void openErrors();
     void listenForRequests();
     void stopListening();
@@ -55,6 +62,8 @@ private:
     std::unique_ptr<TrayMenuPresenter> m_trayMenu;
     std::unique_ptr<StatusItemController> m_statusItem;
     std::unique_ptr<QuitPolicy> m_quitPolicy;
+    std::unique_ptr<EditorIntegrationManager> m_editorIntegration;
+    bool m_editorPromptOpen = false;
     QFileSystemWatcher *m_requestsWatcher = nullptr;
     std::unique_ptr<ErrorsWindow> m_errorsWindow;
 };

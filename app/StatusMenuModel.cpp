@@ -63,6 +63,8 @@ QList<StatusMenuEntry> build(const StatusMenuState &state)
         entries.append(separator());
     entries.append(
         action(QStringLiteral("Preferences\u2026"), Action::openPreferences, state.preferencesAvailable));
+    if (state.editorSetupNeeded)
+        entries.append(action(QStringLiteral("Set Up Editor\u2026"), Action::setUpEditor));
     if (state.hasErrors)
         entries.append(action(QStringLiteral("Errors"), Action::openErrors));
     entries.append(separator());

@@ -17,6 +17,7 @@ struct StatusMenuEntry {
         clearFinishedTasks,
         checkPendingRequests,
         openPreferences,
+        setUpEditor,
         openErrors,
         quit
     };
@@ -48,6 +49,8 @@ struct StatusMenuState {
     // Asked only when nothing is queued: does a fresh scan find waiting requests?
     std::function<bool()> hasWaitingRequests;
     bool preferencesAvailable = false;
+    // The editor integration is missing or broken.
+    bool editorSetupNeeded = false;
     bool hasErrors = false;
     QString applicationDisplayName = QStringLiteral("Tarvel");
 };

@@ -50,6 +50,10 @@ EditorIntegrationPromptWindow::EditorIntegrationPromptWindow(const QString &head
     auto *suppressLabel = new QLabel(QStringLiteral("and don't ask again"), this);
     auto *cancelButton = new QPushButton(QStringLiteral("Cancel"), this);
     auto *installButton = new QPushButton(QStringLiteral("Install"), this);
+    revealButton->setObjectName(QStringLiteral("revealButton"));
+    suppressButton->setObjectName(QStringLiteral("suppressButton"));
+    cancelButton->setObjectName(QStringLiteral("cancelButton"));
+    installButton->setObjectName(QStringLiteral("installButton"));
     for (QPushButton *button : {revealButton, suppressButton, cancelButton})
         button->setAutoDefault(false);
     installButton->setDefault(true);

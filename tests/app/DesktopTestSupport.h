@@ -12,6 +12,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QSettings>
 #include <QTemporaryFile>
 #include <QtTest>
 
@@ -244,6 +245,15 @@ public:
         QDir().mkpath(home() + QStringLiteral("/.codex"));
         QFile::copy(kTestData + QStringLiteral("/codex/models_cache.json"),
                     home() + QStringLiteral("/.codex/models_cache.json"));
+        // The editor set-up prompt would stand in front of every test's windows.
+        QSettings(settingsFile(), QSettings::IniFormat)
+            .setValue(QStringLiteral("EditorIntegrationPromptSuppressed"), true);
+    }
+    // For the tests of the prompt itself; call before start().
+    void allowEditorSetupPrompt() const
+    {
+        QSettings(settingsFile(), QSettings::IniFormat)
+            .remove(QStringLiteral("EditorIntegrationPromptSuppressed"));
     }
     ~Application() { kill(SIGKILL); }
 

@@ -48,6 +48,12 @@ private Q_SLOTS:
         QVERIFY(!idle.contains(QStringLiteral("Resume Waiting Edit")));
         QCOMPARE(idle.at(idle.indexOf(QStringLiteral("Preferences\u2026")) - 1), QStringLiteral("---"));
         QCOMPARE(scans, 1);
+        QVERIFY(!idle.contains(QStringLiteral("Set Up Editor\u2026")));
+        state.editorSetupNeeded = true;
+        const QStringList setUp = titles(StatusMenuModel::build(state));
+        QCOMPARE(setUp.at(setUp.indexOf(QStringLiteral("Preferences\u2026")) + 1),
+                 QStringLiteral("Set Up Editor\u2026"));
+        state.editorSetupNeeded = false;
 
         // The request on screen names its folder; nothing can be resumed while one is edited.
         state.isEditingRequest = true;
