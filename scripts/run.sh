@@ -10,13 +10,12 @@ app=$build/bin/tarvel
 edit=$build/bin/tarvel-edit
 
 explain_editor() {
-    if [ "$(command -v tarvel-edit 2>/dev/null)" = "$edit" ] || [ "${VISUAL:-}" = "$edit" ]; then
+    if [ "${VISUAL:-}" = "$edit" ] || "$app" editor-setup status >/dev/null 2>&1; then
         return
     fi
     cat <<TEXT
-To use Tarvel as the editor of codex, claude or opencode, point your shell's VISUAL at it:
-    export VISUAL='$edit'
-(add that line to your shell's start-up file to keep it).
+To use Tarvel as the editor of codex, claude or opencode, accept Tarvel's set-up prompt, or run:
+    '$app' editor-setup install
 TEXT
 }
 
