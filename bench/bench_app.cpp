@@ -10,6 +10,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QProcess>
+#include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -188,6 +189,9 @@ int main()
     qputenv("XDG_DATA_HOME", root.filePath(QStringLiteral("data")).toLocal8Bit());
     qputenv("XDG_CONFIG_HOME", root.filePath(QStringLiteral("config")).toLocal8Bit());
     qputenv("TARVEL_APP_PATH", TARVEL_APP_PATH);
+    // The editor set-up prompt would take the focus from the windows measured.
+    QSettings(root.filePath(QStringLiteral("config/Tarvel/Tarvel.conf")), QSettings::IniFormat)
+        .setValue(QStringLiteral("EditorIntegrationPromptSuppressed"), true);
 
     QProcess app;
     app.setProcessChannelMode(QProcess::ForwardedChannels);
