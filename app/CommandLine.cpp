@@ -1,5 +1,8 @@
 #include "app/CommandLine.h"
 
+#include "app/AutostartCommand.h"
+#include "app/Doctor.h"
+
 #include "core/AppConstants.h"
 
 #include <QCoreApplication>
@@ -36,7 +39,12 @@ namespace CommandLine {
 
 const QList<Subcommand> &subcommands()
 {
-    static const QList<Subcommand> list = {};
+    static const QList<Subcommand> list = {
+        {QStringLiteral("autostart"), QStringLiteral("on|off|status"),
+         QStringLiteral("start Tarvel in the tray at login, or not"), runAutostartCommand},
+        {QStringLiteral("doctor"), QStringLiteral("[--json]"),
+         QStringLiteral("check everything Tarvel depends on and say how to fix what fails"), Doctor::run},
+    };
     return list;
 }
 
