@@ -3,7 +3,7 @@ BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 WERROR := $(if $(CI),ON,OFF)
 
-.PHONY: deps configure build run test format clean
+.PHONY: deps configure build run test package format clean
 
 deps:
 	@scripts/install-deps.sh
@@ -19,6 +19,10 @@ run: build
 
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600
+
+# tarvel_<version>_<arch>.deb in the build folder.
+package: build
+	cd $(BUILD_DIR) && cpack --config CPackConfig.cmake
 
 format:
 	git ls-files '*.cpp' '*.h' '*.mm' | xargs clang-format -i

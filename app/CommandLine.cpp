@@ -1,5 +1,8 @@
 #include "app/CommandLine.h"
 
+#include "app/AutostartCommand.h"
+#include "app/Doctor.h"
+
 #include "core/AppConstants.h"
 #include "editor_integration/EditorSetupCommand.h"
 
@@ -38,8 +41,12 @@ namespace CommandLine {
 const QList<Subcommand> &subcommands()
 {
     static const QList<Subcommand> list = {
+        {QStringLiteral("autostart"), QStringLiteral("on|off|status"),
+         QStringLiteral("start Tarvel in the tray at login, or not"), runAutostartCommand},
+        {QStringLiteral("doctor"), QStringLiteral("[--json]"),
+         QStringLiteral("check everything Tarvel depends on and say how to fix what fails"), Doctor::run},
         {QString::fromLatin1(EditorSetupCommand::name), QString::fromLatin1(EditorSetupCommand::synopsis),
-         QStringLiteral("Point VISUAL in your shell at Tarvel, or show whether it does"),
+         QStringLiteral("point VISUAL in your shell at Tarvel, or show whether it does"),
          &EditorSetupCommand::run},
     };
     return list;

@@ -63,6 +63,8 @@ public:
     // The models on offer now, read again on every call from the backend's own files; a missing or
     // unreadable file only leaves the list short.
     virtual QList<BackendModel> availableModels() const = 0;
+    // The backend's own file the models are read from; none when the list is built in.
+    virtual std::optional<QString> modelSourcePath() const { return std::nullopt; }
     // Quick tasks also need a model list (codex cannot pick a model itself).
     virtual bool needsModelsForQuickTasks() const { return false; }
     // The title of a model in a model menu.

@@ -27,6 +27,7 @@ public:
     std::unique_ptr<BackendOutputParser> makeOutputParser() const override;
 
     QList<BackendModel> availableModels() const override;
+    std::optional<QString> modelSourcePath() const override { return modelCachePath(); }
     bool needsModelsForQuickTasks() const override { return true; }
 
     ModelChoice sanitized(const ModelChoice &choice, const QList<BackendModel> &models) const override;

@@ -28,6 +28,7 @@ public:
 
     // The default entry, then the models of opencode.json.
     QList<BackendModel> availableModels() const override;
+    std::optional<QString> modelSourcePath() const override { return configPath(); }
     QString modelOptionTitle(const BackendModel &model) const override;
     QString canonicalModelIdentifier(const QString &identifier) const override;
     bool checksModelsAgainstCatalog() const override { return false; }

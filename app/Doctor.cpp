@@ -1,0 +1,258 @@
+#include "app/Doctor.h"
+
+#include "backends/BackendProfiles.h"
+#include "core/FileStore.h"
+#include "core/TarvelError.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <unistd.h>
+
+namespace Doctor {
+namespace {
+
+using Severity = DiagnosticFinding::Severity;
+
+const QString kSetUpEditor =
+    QStringLiteral("Run \u201ctarvel editor-setup install\u201d, then open a new terminal.");
+
+QString severityName(Severity severity)
+{
+    switch (severity) {
+    case Severity::ok:
+        return QStringLiteral("ok");
+    case Severity::warning:
+        return QStringLiteral("warning");
+    case Severity::problem:
+        return QStringLiteral("problem");
+    }
+    return {};
+}
+
+bool isExecutableFile(const QString &path)
+{
+    const QFileInfo info(path);
+    return info.isFile() && info.isExecutable();
+}
+
+QString canonical(const QString &path)
+{
+    const QString resolved = QFileInfo(path).canonicalFilePath();
+    return resolved.isEmpty() ? QFileInfo(path).absoluteFilePath() : resolved;
+}
+
+QString modelCount(qsizetype count)
+{
+    return count == 1 ? QStringLiteral("1 model") : QStringLiteral("%1 models").arg(count);
+}
+
+DiagnosticFinding modelFinding(const BackendProfile &profile)
+{
+    const QString subject = profile.rawValue() + QStringLiteral(" models");
+    const std::optional<QString> source = profile.modelSourcePath();
+    const qsizetype count = profile.availableModels().size();
+    if (!source)
+        return {subject, Severity::ok, QStringLiteral("%1 built in.").arg(modelCount(count)), {}};
+    const QString shown = QDir::toNativeSeparators(*source);
+    if (QFileInfo::exists(*source) && count > 0)
+        return {subject, Severity::ok, QStringLiteral("%1 read from %2.").arg(modelCount(count), shown), {}};
+    if (!profile.needsModelsForQuickTasks())
+        return {subject,
+                Severity::ok,
+                QStringLiteral("No models listed in %1; %2 uses its own default.")
+                    .arg(shown, profile.displayTitle()),
+                {}};
+    return {subject, Severity::warning,
+            QStringLiteral("No models could be read from %1, so quick tasks cannot choose one.").arg(shown),
+            QStringLiteral("Run %1 once: it writes that file itself.").arg(profile.displayTitle())};
+}
+
+QList<DiagnosticFinding> backendFindings()
+{
+    QList<DiagnosticFinding> findings;
+    const QStringList directories = TaskCLIExecutableLocator::candidateDirectories();
+    const QuickTaskCLIInstallationAvailabilities availabilities =
+        TaskCLIExecutableLocator::checkInstallationAvailabilities();
+    bool anyAvailable = false;
+    for (const BackendProfile *profile : BackendProfiles::all()) {
+        const QString name = profile->rawValue();
+        const QuickTaskCLIInstallationAvailability availability = availabilities.value(profile->backend());
+        if (availability.isAvailable()) {
+            anyAvailable = true;
+            QString path;
+            try {
+                path = TaskCLIExecutableLocator::resolveExecutableURL(profile->backend(), directories);
+            } catch (const TarvelError &) {
+                // Found a moment ago by the check; a path that vanished since is left unsaid.
+            }
+            findings.append(
+                {name,
+                 Severity::ok,
+                 QStringLiteral("%1 at %2 answered its version check (%3).")
+                     .arg(profile->displayTitle(), QDir::toNativeSeparators(path), availability.version()),
+                 {}});
+        } else {
+            findings.append({name, Severity::warning, availability.message(),
+                             QStringLiteral("Install %1, or point %2 at it.")
+                                 .arg(profile->displayTitle(), profile->overrideVariable())});
+        }
+
+        findings.append(modelFinding(*profile));
+    }
+    if (!anyAvailable)
+        findings.append({QStringLiteral("Quick tasks"), Severity::warning,
+                         QStringLiteral("No backend is available, so quick tasks and dictated drafts "
+                                        "cannot run."),
+                         QStringLiteral("Install codex, claude or opencode.")});
+    return findings;
+}
+
+} // namespace
+
+DiagnosticFinding editorVariableFinding(const QString &visual, const QString &editor,
+                                        const QString &thisHelper, const QString &shim)
+{
+    const QString subject = QStringLiteral("Editor");
+    // The assistants take VISUAL first, then EDITOR.
+    const QString variable = visual.isEmpty() ? QStringLiteral("EDITOR") : QStringLiteral("VISUAL");
+    const QString command = visual.isEmpty() ? editor : visual;
+    if (command.trimmed().isEmpty())
+        return {subject, Severity::problem,
+                QStringLiteral("Neither VISUAL nor EDITOR is set in this shell, so the assistants open "
+                               "their own editor, not Tarvel."),
+                kSetUpEditor};
+    const QStringList words = QProcess::splitCommand(command);
+    const QString program = words.isEmpty() ? command : words.constFirst();
+    if (!QFileInfo(program).fileName().contains(QStringLiteral("tarvel-edit")))
+        return {subject, Severity::problem,
+                QStringLiteral("%1 is \u201c%2\u201d, so the assistants open that instead of Tarvel.")
+                    .arg(variable, command),
+                kSetUpEditor};
+    const QString path = program.contains(u'/') ? program : QStandardPaths::findExecutable(program);
+    if (path.isEmpty() || !isExecutableFile(path))
+        return {subject, Severity::problem,
+                QStringLiteral("%1 names %2, which is not an executable file.").arg(variable, program),
+                kSetUpEditor};
+    if (canonical(path) == canonical(shim))
+        return {
+            subject,
+            Severity::ok,
+            QStringLiteral("%1 runs Tarvel's editor hook %2.").arg(variable, QDir::toNativeSeparators(path)),
+            {}};
+    if (canonical(path) == canonical(thisHelper))
+        return {subject,
+                Severity::ok,
+                QStringLiteral("%1 runs this installation's tarvel-edit.").arg(variable),
+                {}};
+    return {subject, Severity::warning,
+            QStringLiteral("%1 runs %2, which belongs to another Tarvel installation than this one (%3).")
+                .arg(variable, QDir::toNativeSeparators(path), QDir::toNativeSeparators(thisHelper)),
+            kSetUpEditor};
+}
+
+DiagnosticFinding dataFolderFinding(const QString &path)
+{
+    const QString subject = QStringLiteral("Data folder");
+    const QFileInfo folder(path);
+    const QString shown = QDir::toNativeSeparators(path);
+    if (!folder.exists()) {
+        QFileInfo parent(folder.absolutePath());
+        while (!parent.exists() && parent.absoluteFilePath() != parent.absolutePath())
+            parent = QFileInfo(parent.absolutePath());
+        if (parent.isDir() && parent.isWritable())
+            return {subject, Severity::ok, QStringLiteral("%1 is made at first use.").arg(shown), {}};
+        return {subject, Severity::problem,
+                QStringLiteral("%1 cannot be made: %2 is not writable.")
+                    .arg(shown, QDir::toNativeSeparators(parent.absoluteFilePath())),
+                QStringLiteral("Make %1 writable, or point XDG_DATA_HOME at a folder you own.")
+                    .arg(QDir::toNativeSeparators(parent.absoluteFilePath()))};
+    }
+    if (!folder.isDir() || !folder.isWritable() || folder.ownerId() != ::getuid())
+        return {subject, Severity::problem,
+                QStringLiteral("%1 is not a folder of yours that Tarvel can write to.").arg(shown),
+                QStringLiteral("Move it aside; Tarvel makes a new one.")};
+    const QFileDevice::Permissions others = QFileDevice::ReadGroup | QFileDevice::WriteGroup |
+                                            QFileDevice::ExeGroup | QFileDevice::ReadOther |
+                                            QFileDevice::WriteOther | QFileDevice::ExeOther;
+    if (folder.permissions() & others)
+        return {subject, Severity::warning,
+                QStringLiteral("%1 can be read by other users, and it holds your prompts.").arg(shown),
+                QStringLiteral("Run \u201cchmod 700 %1\u201d.").arg(shown)};
+    return {subject, Severity::ok, QStringLiteral("%1 is private to you.").arg(shown), {}};
+}
+
+QList<DiagnosticFinding> examine()
+{
+    QList<DiagnosticFinding> findings = SystemDiagnostics::desktopFindings();
+    const QString thisHelper =
+        QDir(QCoreApplication::applicationDirPath()).filePath(QStringLiteral("tarvel-edit"));
+    const QString shim = QDir::home().filePath(QStringLiteral(".local/bin/tarvel-edit"));
+    findings.append(editorVariableFinding(qEnvironmentVariable("VISUAL"), qEnvironmentVariable("EDITOR"),
+                                          thisHelper, shim));
+    findings.append(dataFolderFinding(FileStore::baseDirectory()));
+    findings.append(backendFindings());
+    return findings;
+}
+
+bool canEditPrompts(const QList<DiagnosticFinding> &findings)
+{
+    return std::none_of(findings.begin(), findings.end(), [](const DiagnosticFinding &finding) {
+        return finding.severity == Severity::problem;
+    });
+}
+
+QString report(const QList<DiagnosticFinding> &findings)
+{
+    QString text;
+    for (const DiagnosticFinding &finding : findings) {
+        text += QStringLiteral("%1 %2: %3")
+                    .arg(severityName(finding.severity).leftJustified(8), finding.subject, finding.detail);
+        if (!finding.remedy.isEmpty())
+            text += QStringLiteral(" To fix: ") + finding.remedy;
+        text += u'\n';
+    }
+    text += canEditPrompts(findings)
+                ? QStringLiteral("Tarvel can edit prompts for the assistants.\n")
+                : QStringLiteral("Tarvel cannot edit prompts for the assistants until the problems above "
+                                 "are fixed.\n");
+    return text;
+}
+
+QByteArray jsonReport(const QList<DiagnosticFinding> &findings)
+{
+    QJsonArray checks;
+    for (const DiagnosticFinding &finding : findings) {
+        checks.append(QJsonObject{{QStringLiteral("subject"), finding.subject},
+                                  {QStringLiteral("status"), severityName(finding.severity)},
+                                  {QStringLiteral("detail"), finding.detail},
+                                  {QStringLiteral("remedy"), finding.remedy}});
+    }
+    return QJsonDocument(QJsonObject{{QStringLiteral("canEditPrompts"), canEditPrompts(findings)},
+                                     {QStringLiteral("checks"), checks}})
+        .toJson(QJsonDocument::Indented);
+}
+
+int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
+{
+    const bool json = arguments == QStringList{QStringLiteral("--json")};
+    if (!arguments.isEmpty() && !json) {
+        err << "usage: tarvel doctor [--json]\n";
+        return 2;
+    }
+    const QList<DiagnosticFinding> findings = examine();
+    if (json)
+        out << QString::fromUtf8(jsonReport(findings));
+    else
+        out << report(findings);
+    return canEditPrompts(findings) ? 0 : 1;
+}
+
+} // namespace Doctor

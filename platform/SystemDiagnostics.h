@@ -1,0 +1,30 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+
+// One line of `tarvel doctor`.
+struct DiagnosticFinding {
+    enum class Severity {
+        ok,
+        // A feature is missing; prompt editing still works.
+        warning,
+        // Tarvel cannot edit prompts until it is fixed.
+        problem,
+    };
+
+    QString subject;
+    Severity severity = Severity::ok;
+    // What was found, as a sentence.
+    QString detail;
+    // What to do about it; empty when nothing needs doing.
+    QString remedy;
+};
+
+// What the desktop offers Tarvel: the display, the session bus and the application on it,
+// a tray, a notification server. Asks the running system each time; never starts Tarvel.
+namespace SystemDiagnostics {
+
+QList<DiagnosticFinding> desktopFindings();
+
+} // namespace SystemDiagnostics

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# `tarvel doctor` on the headless desktop, healthy and then with one thing broken at a time;
+# and `tarvel autostart`. Runs inside tests/e2e/desktop-session.sh.
+#
+#   doctor-and-autostart.sh TARVEL FAKE_BACKENDS_DIR TEST_DATA_DIR
+set -euo pipefail
+tarvel=${1:?tarvel}
+fakes=${2:?fake backends}
+data=${3:?test data}
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+pid_of() {
+    local entry
+    for entry in $TARVEL_DESKTOP_PIDS; do
+        [ "${entry%%:*}" = "$1" ] && echo "${entry#*:}"
+    done
+}
+# Runs the doctor; leaves its output in $report and its exit status in $status.
+doctor() {
+    status=0
+    report=$("$tarvel" doctor "$@") || status=$?
+}
+# The finding of SUBJECT must have SEVERITY, and a failing one must say what to do.
+expect() {
+    local severity=$1 subject=$2 line
+    line=$(grep -E "^$severity +$subject: " <<<"$report") || fail "no '$severity $subject' line in:
+$report"
+    [ "$severity" = ok ] || [[ $line == *" To fix: "?* ]] || fail "no remedy in: $line"
+}
+
+export CODEX_BIN_PATH=$fakes/codex CLAUDE_BIN_PATH=$fakes/claude OPENCODE_BIN_PATH=$fakes/opencode
+mkdir -p "$HOME/.codex"
+cp "$data/codex/models_cache.json" "$HOME/.codex/"
+export VISUAL
+VISUAL="$(dirname "$tarvel")/tarvel-edit"
+
+doctor
+[ "$status" = 0 ] || fail "a healthy desktop exits $status:
+$report"
+! grep -Eq '^(warning|problem) ' <<<"$report" || fail "a healthy desktop has findings:
+$report"
+for subject in Display 'Session bus' Tray Notifications Editor 'Data folder' codex claude opencode; do
+    expect ok "$subject"
+done
+doctor --json
+grep -q '"canEditPrompts": true' <<<"$report" && grep -q '"subject": "Tray"' <<<"$report" ||
+    fail "the JSON report is not what it should be: $report"
+echo "ok: healthy"
+
+FAKE_CODEX_VERSION_EXIT=1 doctor
+[ "$status" = 0 ] || fail "a broken backend stops prompt editing (exit $status)"
+expect warning codex
+
+VISUAL=vim doctor
+[ "$status" = 1 ] || fail "VISUAL=vim exits $status"
+expect problem Editor
+grep -q 'vim' <<<"$report" || fail "the editor finding does not name vim"
+
+kill "$(pid_of dunst)"
+timeout 10 bash -c 'while dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+    org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications | grep -q "boolean true"; do sleep 0.05; done'
+doctor
+[ "$status" = 0 ] || fail "no notification server stops prompt editing (exit $status)"
+expect warning Notifications
+
+kill "$(pid_of trayer)"
+timeout 10 bash -c "while xdotool search --onlyvisible --class trayer >/dev/null; do sleep 0.05; done"
+doctor
+expect warning Tray
+echo "ok: each failure named with its remedy"
+
+# Start at login: the entry names this tarvel and is a valid desktop entry.
+entry=$XDG_CONFIG_HOME/autostart/zq.tarvel.desktop
+"$tarvel" autostart on | grep -q 'starts at login' || fail "autostart on"
+desktop-file-validate "$entry"
+grep -qx "Exec=$tarvel" "$entry" || fail "the entry does not start $tarvel: $(grep Exec "$entry")"
+"$tarvel" autostart status | grep -q 'starts at login' || fail "autostart status after on"
+"$tarvel" autostart off | grep -q 'does not start at login' || fail "autostart off"
+[ ! -e "$entry" ] || fail "the entry is still there"
+status=0
+"$tarvel" autostart sometimes 2>/dev/null || status=$?
+[ "$status" = 2 ] || fail "a bad argument exits $status"
+echo "ok: autostart"

@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Builds the Debian package from the build folder, as `make package` does, and checks it the
+# way dpkg sees it: its name, its dependencies, its files, and that the programs it carries run.
+#
+#   package.sh BUILD_DIR VERSION
+set -euo pipefail
+build=$(cd "${1:?build folder}" && pwd)
+version=${2:?version}
+work=$(mktemp -d "${TMPDIR:-/tmp}/tarvel-package.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+fail() {
+    echo "FAIL: $*" >&2
+    exit 1
+}
+
+(cd "$build" && cpack --config CPackConfig.cmake -B "$work/out" >"$work/cpack.log") ||
+    { cat "$work/cpack.log" >&2; fail "cpack failed"; }
+deb=$work/out/tarvel_${version}_$(dpkg --print-architecture).deb
+[ -f "$deb" ] || fail "no $(basename "$deb"); cpack made: $(ls "$work/out")"
+
+[ "$(dpkg-deb -f "$deb" Package)" = tarvel ] || fail "wrong package name"
+[ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "wrong version"
+depends=$(dpkg-deb -f "$deb" Depends)
+# Worked out from the binaries, plus what is loaded rather than linked.
+for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins; do
+    [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
+done
+[[ $(dpkg-deb -f "$deb" Recommends) == *notification-daemon* ]] || fail "no notification daemon recommended"
+
+contents=$(dpkg-deb -c "$deb")
+for file in ./usr/bin/tarvel ./usr/bin/tarvel-edit ./usr/share/applications/zq.tarvel.desktop \
+    ./usr/share/dbus-1/services/zq.tarvel.service ./usr/share/metainfo/zq.tarvel.metainfo.xml \
+    ./usr/share/icons/hicolor/scalable/apps/zq.tarvel.svg ./usr/share/doc/tarvel/LICENSE; do
+    grep -q " $file\$" <<<"$contents" || fail "the package lacks $file"
+done
+
+dpkg-deb -x "$deb" "$work/root"
+grep -qx 'Exec=/usr/bin/tarvel' "$work/root/usr/share/dbus-1/services/zq.tarvel.service" ||
+    fail "the packaged service file does not start /usr/bin/tarvel"
+[ "$("$work/root/usr/bin/tarvel" --version)" = "tarvel $version" ] || fail "tarvel --version"
+[ "$("$work/root/usr/bin/tarvel-edit" --version)" = "tarvel-edit $version" ] || fail "tarvel-edit --version"
+echo "ok: $(basename "$deb"), $(stat -c %s "$deb") bytes"
