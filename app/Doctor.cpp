@@ -3,6 +3,8 @@
 #include "backends/BackendProfiles.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
+#include "editor_integration/EditorIntegrationManager.h"
+#include "editor_integration/EditorIntegrationTexts.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 
 #include <QCoreApplication>
@@ -47,6 +49,23 @@ QString canonical(const QString &path)
 {
     const QString resolved = QFileInfo(path).canonicalFilePath();
     return resolved.isEmpty() ? QFileInfo(path).absoluteFilePath() : resolved;
+}
+
+// What the shell's start-up file says, as `tarvel editor-setup status` puts it. This shell's
+// own variable decides whether prompt editing works; the file decides new terminals.
+DiagnosticFinding editorSetupFinding(const QString &applicationDirectory)
+{
+    const QString subject = QStringLiteral("Editor set-up");
+    const std::optional<EditorIntegrationStatus> status =
+        EditorIntegrationManager(applicationDirectory).status();
+    if (!status)
+        return {subject, Severity::warning, QStringLiteral("There is no home folder to set up."),
+                QStringLiteral("Set HOME.")};
+    const QString shell = QStringLiteral("Shell %1; ").arg(status->location.shellName);
+    if (status->kind == EditorIntegrationStatus::Kind::installed)
+        return {subject, Severity::ok, shell + EditorIntegrationTexts::statusLine(*status) + u'.', {}};
+    return {subject, Severity::warning, shell + EditorIntegrationTexts::statusLine(*status) + u'.',
+            kSetUpEditor};
 }
 
 QString modelCount(qsizetype count)
@@ -197,6 +216,7 @@ QList<DiagnosticFinding> examine()
     const QString shim = QDir::home().filePath(QStringLiteral(".local/bin/tarvel-edit"));
     findings.append(editorVariableFinding(qEnvironmentVariable("VISUAL"), qEnvironmentVariable("EDITOR"),
                                           thisHelper, shim));
+    findings.append(editorSetupFinding(QCoreApplication::applicationDirPath()));
     findings.append(dataFolderFinding(FileStore::baseDirectory()));
     findings.append(backendFindings());
     return findings;

@@ -33,15 +33,16 @@ $report"
 export CODEX_BIN_PATH=$fakes/codex CLAUDE_BIN_PATH=$fakes/claude OPENCODE_BIN_PATH=$fakes/opencode
 mkdir -p "$HOME/.codex"
 cp "$data/codex/models_cache.json" "$HOME/.codex/"
-export VISUAL
-VISUAL="$(dirname "$tarvel")/tarvel-edit"
+export SHELL=/bin/bash
+"$tarvel" editor-setup install >/dev/null
+export VISUAL=$HOME/.local/bin/tarvel-edit
 
 doctor
 [ "$status" = 0 ] || fail "a healthy desktop exits $status:
 $report"
 ! grep -Eq '^(warning|problem) ' <<<"$report" || fail "a healthy desktop has findings:
 $report"
-for subject in Display 'Session bus' Tray Notifications Editor 'Data folder' codex claude opencode; do
+for subject in Display 'Session bus' Tray Notifications Editor 'Editor set-up' 'Data folder' codex claude opencode; do
     expect ok "$subject"
 done
 doctor --json

@@ -1,0 +1,100 @@
+// The rules of the doctor's own findings; the desktop's are checked on the headless desktop
+// (tests/dist/doctor-and-autostart.sh).
+#include "app/Doctor.h"
+
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+using Severity = DiagnosticFinding::Severity;
+Q_DECLARE_METATYPE(Severity)
+
+class DoctorTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void editorVariable_data();
+    void editorVariable();
+    void dataFolder();
+
+private:
+    QTemporaryDir m_dir;
+};
+
+namespace {
+
+QString makeExecutable(const QString &path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly) || file.write("#!/bin/sh\n") < 0)
+        qFatal("cannot write %s", qPrintable(path));
+    file.setPermissions(file.permissions() | QFileDevice::ExeOwner);
+    return path;
+}
+
+} // namespace
+
+void DoctorTest::editorVariable_data()
+{
+    QTest::addColumn<QString>("visual");
+    QTest::addColumn<QString>("editor");
+    QTest::addColumn<Severity>("severity");
+    QTest::addColumn<QString>("detailNames");
+
+    const QString helper = makeExecutable(m_dir.filePath(QStringLiteral("tarvel-edit")));
+    QDir().mkpath(m_dir.filePath(QStringLiteral("shim")));
+    const QString shim = makeExecutable(m_dir.filePath(QStringLiteral("shim/tarvel-edit")));
+    QDir().mkpath(m_dir.filePath(QStringLiteral("other")));
+    const QString other = makeExecutable(m_dir.filePath(QStringLiteral("other/tarvel-edit")));
+
+    QTest::newRow("nothing set") << QString() << QString() << Severity::problem << QStringLiteral("Neither");
+    QTest::newRow("the shim") << shim << QString() << Severity::ok << shim;
+    QTest::newRow("this helper, quoted, with an option")
+        << QStringLiteral("\"%1\" --wait").arg(helper) << QString() << Severity::ok
+        << QStringLiteral("this installation");
+    // The assistants read EDITOR when VISUAL is unset, and only then.
+    QTest::newRow("EDITOR only") << QString() << shim << Severity::ok << QStringLiteral("EDITOR");
+    QTest::newRow("VISUAL before EDITOR") << QStringLiteral("nano") << shim << Severity::problem
+                                          << QStringLiteral("VISUAL is \u201cnano\u201d");
+    QTest::newRow("another installation") << other << QString() << Severity::warning << other;
+    QTest::newRow("a helper that is not there")
+        << m_dir.filePath(QStringLiteral("gone/tarvel-edit")) << QString() << Severity::problem
+        << QStringLiteral("not an executable file");
+}
+
+void DoctorTest::editorVariable()
+{
+    QFETCH(QString, visual);
+    QFETCH(QString, editor);
+    QFETCH(Severity, severity);
+    QFETCH(QString, detailNames);
+
+    const DiagnosticFinding finding =
+        Doctor::editorVariableFinding(visual, editor, m_dir.filePath(QStringLiteral("tarvel-edit")),
+                                      m_dir.filePath(QStringLiteral("shim/tarvel-edit")));
+    QCOMPARE(finding.severity, severity);
+    QVERIFY2(finding.detail.contains(detailNames), qPrintable(finding.detail));
+    QCOMPARE(finding.remedy.isEmpty(), severity == Severity::ok);
+}
+
+void DoctorTest::dataFolder()
+{
+    const QString folder = m_dir.filePath(QStringLiteral("Tarvel"));
+    QCOMPARE(Doctor::dataFolderFinding(folder).severity, Severity::ok); // made at first use
+
+    QVERIFY(QDir().mkdir(folder));
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner |
+                                      QFileDevice::ReadOther | QFileDevice::ExeOther);
+    const DiagnosticFinding shared = Doctor::dataFolderFinding(folder);
+    QCOMPARE(shared.severity, Severity::warning);
+    QVERIFY(shared.remedy.contains(QStringLiteral("chmod 700")));
+
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QCOMPARE(Doctor::dataFolderFinding(folder).severity, Severity::ok);
+
+    const QString file = makeExecutable(m_dir.filePath(QStringLiteral("a file")));
+    QCOMPARE(Doctor::dataFolderFinding(file).severity, Severity::problem);
+}
+
+QTEST_GUILESS_MAIN(DoctorTest)
+#include "tst_doctor.moc"
