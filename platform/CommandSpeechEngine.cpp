@@ -36,14 +36,56 @@ void killProcessGroup(QProcess &process)
 
 CommandSpeechEngine::CommandSpeechEngine(QString command, std::chrono::milliseconds timeLimit)
     : m_command(std::move(command))
-    , m_arguments(QProcess::splitCommand(m_command))
+    , m_arguments(splitCommandLine(m_command))
     , m_timeLimit(timeLimit)
 {
 }
 
+QStringList CommandSpeechEngine::splitCommandLine(const QString &command)
+{
+    QStringList words;
+    QString word;
+    bool inWord = false;
+    enum class Quote { none, singleQuoted, doubleQuoted } quote = Quote::none;
+    for (qsizetype index = 0; index < command.size(); ++index) {
+        const QChar character = command[index];
+        const bool hasNext = index + 1 < command.size();
+        if (quote == Quote::singleQuoted) {
+            if (character == u'\'')
+                quote = Quote::none;
+            else
+                word += character;
+        } else if (quote == Quote::doubleQuoted) {
+            if (character == u'"')
+                quote = Quote::none;
+            else if (character == u'\\' && hasNext && QStringView(u"\"\\$`").contains(command[index + 1]))
+                word += command[++index];
+            else
+                word += character;
+        } else if (character.isSpace()) {
+            if (inWord)
+                words << std::exchange(word, QString());
+            inWord = false;
+        } else {
+            inWord = true;
+            if (character == u'\'')
+                quote = Quote::singleQuoted;
+            else if (character == u'"')
+                quote = Quote::doubleQuoted;
+            else if (character == u'\\' && hasNext)
+                word += command[++index];
+            else
+                word += character;
+        }
+    }
+    if (inWord)
+        words << word;
+    return words;
+}
+
 QString CommandSpeechEngine::unavailableReason(const QString &command)
 {
-    const QStringList arguments = QProcess::splitCommand(command);
+    const QStringList arguments = splitCommandLine(command);
     if (arguments.isEmpty())
         return QStringLiteral("The speech recogniser command in Tarvel's settings is empty. "
                               "Set a command line or clear it to use the built-in recogniser.");

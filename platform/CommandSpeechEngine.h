@@ -12,6 +12,10 @@ class CommandSpeechEngine final : public SpeechEngine {
 public:
     CommandSpeechEngine(QString command, std::chrono::milliseconds timeLimit);
 
+    // Splits a command line as a POSIX shell would for quoting: '…' keeps everything, "…" keeps
+    // everything but backslash escapes of " \ $ `, a backslash outside quotes escapes the next
+    // character. No expansions.
+    static QStringList splitCommandLine(const QString &command);
     // Empty when the command's program can be found and run; otherwise a sentence naming it.
     static QString unavailableReason(const QString &command);
 
