@@ -1,10 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 
 class Clipboard;
 class DistributedNotificationObserver;
 class FileOpener;
+class SpeechRecognizer;
 class UserNotificationCenter;
 class WindowSystem;
 
@@ -17,6 +19,9 @@ struct PlatformServices {
     std::unique_ptr<FileOpener> fileOpener;
     // Delivers the helper's "request created" signal; it starts listening at launch.
     std::unique_ptr<DistributedNotificationObserver> notificationObserver;
+    // Makes a microphone recogniser (one per composer); it reads the user's recogniser command
+    // from the settings at each start.
+    std::function<std::unique_ptr<SpeechRecognizer>()> makeSpeechRecognizer;
     // A StatusNotifierItem host draws exported menus itself and loses custom rows.
     bool trayExportsMenus = false;
 
