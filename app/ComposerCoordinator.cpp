@@ -54,7 +54,7 @@ void ComposerCoordinator::processPendingRequests()
     if (!request)
         return;
     m_request = std::move(request);
-    auto *editor = new EditorComposer(m_request->initialText, this);
+    auto *editor = new EditorComposer(m_request->initialText, m_services, this);
     m_editor = editor;
     // A composer on its way out must not answer the request that followed it.
     connect(editor, &EditorComposer::submitted, this, [this, editor](const QString &text) {
