@@ -1,6 +1,7 @@
 #include "app/CommandLine.h"
 
 #include "core/AppConstants.h"
+#include "voice/TranscribeCommand.h"
 
 #include <QCoreApplication>
 
@@ -36,7 +37,11 @@ namespace CommandLine {
 
 const QList<Subcommand> &subcommands()
 {
-    static const QList<Subcommand> list = {};
+    static const QList<Subcommand> list = {
+        {QStringLiteral("transcribe"), QStringLiteral("FILE"),
+         QStringLiteral("print the transcript of a recording (WAV, or raw 16 kHz mono 16-bit)"),
+         &TranscribeCommand::run},
+    };
     return list;
 }
 

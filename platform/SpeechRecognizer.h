@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -48,6 +49,10 @@ public:
         // WAV of the utterance as its last argument and prints the transcript. Asked at each
         // start; empty means the built-in recogniser.
         std::function<QString()> recognizerCommand;
+        // How long a loaded model stays in memory after its last use.
+        std::chrono::milliseconds modelIdleRelease = std::chrono::minutes(3);
+        // How long the recogniser command may take for one utterance.
+        std::chrono::milliseconds commandTimeLimit = std::chrono::seconds(30);
     };
 
     // This system's recogniser. Cheap: models are loaded on first use.

@@ -18,6 +18,7 @@ const QString AppSettings::quickTaskConfigurationSchemaVersionKey =
 const QString AppSettings::completionNotificationsEnabledKey =
     QStringLiteral("CompletionNotificationsEnabled");
 const QString AppSettings::quickTaskLastWorkingDirectoryKey = QStringLiteral("QuickTaskLastWorkingDirectory");
+const QString AppSettings::speechRecognizerCommandKey = QStringLiteral("SpeechRecognizerCommand");
 
 namespace {
 
@@ -248,4 +249,17 @@ QuickTaskPreset AppSettings::voicePromptRewritePreset() const
     if (effort && profile.acceptsReasoningEffort(preset, *effort, models))
         preset.reasoningEffort = *effort;
     return preset;
+}
+
+QString AppSettings::speechRecognizerCommand() const
+{
+    return m_defaults.string(speechRecognizerCommandKey).value_or(QString()).trimmed();
+}
+
+void AppSettings::setSpeechRecognizerCommand(const QString &command)
+{
+    if (command.trimmed().isEmpty())
+        m_defaults.remove(speechRecognizerCommandKey);
+    else
+        m_defaults.setString(speechRecognizerCommandKey, command.trimmed());
 }

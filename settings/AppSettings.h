@@ -24,6 +24,7 @@ public:
     static const QString quickTaskConfigurationSchemaVersionKey;
     static const QString completionNotificationsEnabledKey;
     static const QString quickTaskLastWorkingDirectoryKey;
+    static const QString speechRecognizerCommandKey;
     static constexpr int currentQuickTaskConfigurationSchemaVersion = 1;
     // Keys of earlier layouts that nothing reads any more, in a fixed order.
     static const QStringList &obsoleteKeys();
@@ -63,6 +64,11 @@ public:
     void setVoicePromptRewriteReasoningEffort(const std::optional<QString> &effort);
     // The preset that drafts prompts from dictation for the current backend.
     QuickTaskPreset voicePromptRewritePreset() const;
+
+    // The user's own speech recogniser: a command line that gets a WAV file's path as its last
+    // argument and prints the transcript. Empty (or unset) means the built-in recogniser.
+    QString speechRecognizerCommand() const;
+    void setSpeechRecognizerCommand(const QString &command);
 
 private:
     UserDefaults &m_defaults;

@@ -1,0 +1,43 @@
+#pragma once
+
+#include "platform/SpeechRecognizer.h"
+
+#include <QThread>
+
+#include <stop_token>
+
+class SpeechCaptureWorker;
+
+// Captures the default microphone with Qt Multimedia and recognises it with PocketSphinx, or
+// with the user's recogniser command when one is set. Capture, model loading and recognition
+// run on a thread of their own; the signals arrive on this object's thread.
+class LinuxSpeechRecognizer final : public SpeechRecognizer {
+    Q_OBJECT
+
+public:
+    explicit LinuxSpeechRecognizer(Configuration configuration, QObject *parent = nullptr);
+    ~LinuxSpeechRecognizer() override;
+
+    Access speechRecognitionAccess() const override;
+    Access microphoneAccess() const override;
+    void requestSpeechRecognitionAccess(std::function<void(bool granted)> answer) override;
+    void requestMicrophoneAccess(std::function<void(bool granted)> answer) override;
+    QString unavailableReason() const override;
+
+    void start() override;
+    void finishAudio() override;
+    void cancel() override;
+
+private:
+    QString command() const;
+    void workerUpdated(quint64 session, const QString &transcript, bool isFinal);
+    void workerFailed(quint64 session, const QString &errorText);
+
+    Configuration m_configuration;
+    QThread m_thread;
+    SpeechCaptureWorker *m_worker;
+    quint64 m_session = 0;
+    bool m_active = false;
+    bool m_finishing = false;
+    std::stop_source m_stop;
+};
