@@ -1,11 +1,14 @@
 #include "app/PlatformServices.h"
 
+#include "core/UserDefaults.h"
 #include "platform/Clipboard.h"
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/FileOpener.h"
+#include "platform/SpeechRecognizer.h"
 #include "platform/TrayHost.h"
 #include "platform/UserNotificationCenter.h"
 #include "platform/WindowSystem.h"
+#include "settings/AppSettings.h"
 
 PlatformServices::PlatformServices() = default;
 PlatformServices::PlatformServices(PlatformServices &&) noexcept = default;
@@ -21,5 +24,10 @@ PlatformServices PlatformServices::create()
     services.clipboard = Clipboard::create();
     services.fileOpener = FileOpener::create();
     services.notificationObserver = DistributedNotificationObserver::create();
+    SpeechRecognizer::Configuration speech;
+    speech.recognizerCommand = [] {
+        return AppSettings(UserDefaults::standard()).speechRecognizerCommand();
+    };
+    services.speechRecognizer = SpeechRecognizer::create(std::move(speech));
     return services;
 }
