@@ -26,6 +26,7 @@ const QString captureFailedText = QStringLiteral("Could not start microphone cap
 
 SpeechCaptureWorker::SpeechCaptureWorker(std::chrono::milliseconds modelIdleRelease)
     : m_modelIdleRelease(modelIdleRelease)
+    , m_releaseTimer(this)
 {
     m_releaseTimer.setSingleShot(true);
     connect(&m_releaseTimer, &QTimer::timeout, this, &SpeechCaptureWorker::releaseEngine);

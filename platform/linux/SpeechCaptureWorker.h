@@ -41,6 +41,7 @@ private:
     void releaseEngine();
 
     std::chrono::milliseconds m_modelIdleRelease;
+    // A child, so that it moves to the worker's thread with it.
     QTimer m_releaseTimer;
     std::unique_ptr<SpeechEngine> m_engine;
     QString m_engineCommand;

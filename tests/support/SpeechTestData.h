@@ -10,6 +10,8 @@
 // Debian's pocketsphinx-testdata: real recordings with what is said in them.
 namespace SpeechTestData {
 
+constexpr int sampleRate = 16000;
+
 inline QString path(const QString &relative)
 {
     return QStringLiteral(TARVEL_SPEECH_TEST_DATA "/") + relative;

@@ -1,0 +1,141 @@
+// The microphone recogniser on a PulseAudio virtual microphone: a null sink whose monitor is
+// remapped into a real source (Qt lists no monitors), made the default input; paplay speaks
+// a recording into it.
+#include "SpeechTestData.h"
+#include "platform/SpeechRecognizer.h"
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QtTest>
+
+namespace {
+
+int pactl(const QStringList &arguments)
+{
+    QProcess process;
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.start(QStringLiteral("pactl"), arguments);
+    return process.waitForFinished() ? process.exitCode() : -1;
+}
+
+struct Update {
+    QString transcript;
+    bool isFinal;
+};
+
+} // namespace
+
+class LinuxSpeechRecognizerTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_folder.isValid());
+        const QString runtime = m_folder.filePath(QStringLiteral("run"));
+        QVERIFY(QDir().mkpath(runtime));
+        QFile::setPermissions(runtime,
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        const QString socket = runtime + QStringLiteral("/native");
+        // Set before Qt Multimedia first talks to the sound system.
+        qputenv("HOME", m_folder.path().toLocal8Bit());
+        qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
+        qputenv("PULSE_SERVER", QByteArray("unix:") + socket.toLocal8Bit());
+        m_pulse.setProgram(QStringLiteral("pulseaudio"));
+        m_pulse.setArguments(
+            {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
+             QStringLiteral("--disallow-exit"), QStringLiteral("-n"),
+             QStringLiteral("--load=module-native-protocol-unix socket=") + socket,
+             QStringLiteral("--load=module-null-sink sink_name=vmic_sink rate=16000 channels=1"),
+             QStringLiteral("--load=module-remap-source master=vmic_sink.monitor source_name=vmic"),
+             QStringLiteral("--load=module-always-sink")});
+        m_pulse.setStandardErrorFile(m_folder.filePath(QStringLiteral("pulseaudio.log")));
+        m_pulse.start();
+        QVERIFY2(m_pulse.waitForStarted(), "pulseaudio (Debian's pulseaudio package) is needed");
+        QVERIFY(QTest::qWaitFor([] { return pactl({QStringLiteral("info")}) == 0; }, 15000));
+        QCOMPARE(pactl({QStringLiteral("set-default-source"), QStringLiteral("vmic")}), 0);
+
+        // Silence around the words: the capture opens while paplay starts, and the last words
+        // must be through the sound system before the stop.
+        QFile speech(SpeechTestData::goForwardRaw());
+        QVERIFY(speech.open(QIODevice::ReadOnly));
+        QFile padded(m_folder.filePath(QStringLiteral("speech.raw")));
+        QVERIFY(padded.open(QIODevice::WriteOnly));
+        padded.write(QByteArray(SpeechTestData::sampleRate * 2, '\0') + speech.readAll() +
+                     QByteArray(SpeechTestData::sampleRate * 3, '\0'));
+    }
+
+    void cleanupTestCase()
+    {
+        m_pulse.terminate();
+        m_pulse.waitForFinished();
+    }
+
+    void recognisesTheMicrophoneThenCancels()
+    {
+        const std::unique_ptr<SpeechRecognizer> recognizer = SpeechRecognizer::create({});
+        QCOMPARE(recognizer->microphoneAccess(), SpeechRecognizer::Access::authorized);
+        QCOMPARE(recognizer->unavailableReason(), QString());
+        QList<Update> updates;
+        QStringList failures;
+        connect(recognizer.get(), &SpeechRecognizer::recognitionUpdated, this,
+                [&](const QString &transcript, bool isFinal) {
+                    updates.append({transcript, isFinal});
+                });
+        connect(recognizer.get(), &SpeechRecognizer::recognitionFailed, this,
+                [&](const QString &errorText) { failures.append(errorText); });
+
+        recognizer->start();
+        speak();
+        recognizer->finishAudio();
+        QVERIFY(QTest::qWaitFor([&] { return !updates.isEmpty() && updates.last().isFinal; }, 20000));
+        QCOMPARE(failures, QStringList());
+        QCOMPARE(updates.last().transcript.split(u' '), SpeechTestData::goForwardWords);
+        // Partial transcripts came while the words were spoken, each one different.
+        QVERIFY(updates.size() >= 2);
+        for (qsizetype index = 0; index + 1 < updates.size(); ++index) {
+            QVERIFY(!updates[index].isFinal);
+            if (index > 0)
+                QVERIFY(updates[index].transcript != updates[index - 1].transcript);
+        }
+
+        // A cancel in the middle of the words: nothing more is heard of that capture.
+        updates.clear();
+        recognizer->start();
+        QProcess player;
+        startSpeaking(player);
+        QVERIFY(QTest::qWaitFor([&] { return !updates.isEmpty(); }, 20000));
+        recognizer->cancel();
+        recognizer->finishAudio();
+        const qsizetype heard = updates.size();
+        QTest::qWait(1500);
+        QCOMPARE(updates.size(), heard);
+        QCOMPARE(failures, QStringList());
+        player.kill();
+        player.waitForFinished();
+    }
+
+private:
+    void startSpeaking(QProcess &player)
+    {
+        player.start(QStringLiteral("paplay"),
+                     {QStringLiteral("--raw"), QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
+                      QStringLiteral("--format=s16le"), QStringLiteral("--device=vmic_sink"),
+                      m_folder.filePath(QStringLiteral("speech.raw"))});
+        QVERIFY(player.waitForStarted());
+    }
+
+    void speak()
+    {
+        QProcess player;
+        startSpeaking(player);
+        QVERIFY(QTest::qWaitFor([&] { return player.state() == QProcess::NotRunning; }, 30000));
+        QCOMPARE(player.exitCode(), 0);
+    }
+
+    QTemporaryDir m_folder;
+    QProcess m_pulse;
+};
+
+QTEST_GUILESS_MAIN(LinuxSpeechRecognizerTest)
+#include "tst_linuxspeechrecognizer.moc"
