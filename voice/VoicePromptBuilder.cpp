@@ -48,6 +48,11 @@ VoicePromptBuilder::VoicePromptBuilder(SpeechRecognizer &recognizer, UserDefault
     , m_transcriber(new VoicePromptTranscriber(recognizer, this))
     , m_rewriter(new PromptRewriteService(this))
 {
+    // Another composer started dictating on the shared recogniser: this recording is over.
+    connect(m_transcriber, &VoicePromptTranscriber::captureTakenOver, this, [this] {
+        if (m_state == State::recording)
+            cancel();
+    });
 }
 
 VoicePromptBuilder::~VoicePromptBuilder() = default;

@@ -3,9 +3,18 @@
 #include "platform/SpeechRecognizer.h"
 #include "voice/VoicePromptDraftError.h"
 
+#include <QHash>
+
 #include <utility>
 
 namespace {
+
+// Which transcriber captures on each recogniser now (main thread only).
+QHash<const SpeechRecognizer *, VoicePromptTranscriber *> &captureOwners()
+{
+    static QHash<const SpeechRecognizer *, VoicePromptTranscriber *> owners;
+    return owners;
+}
 
 bool hasSpeech(const QString &transcript)
 {
@@ -45,6 +54,9 @@ void VoicePromptTranscriber::startRecording()
     if (const QString reason = m_recognizer.unavailableReason(); !reason.isEmpty())
         throw VoicePromptDraftError::speechRecognitionUnavailable(reason);
 
+    if (VoicePromptTranscriber *previous = captureOwners().value(&m_recognizer))
+        previous->yieldCapture();
+    captureOwners().insert(&m_recognizer, this);
     m_latestTranscript.clear();
     m_failureBeforeStop.reset();
     m_isStopping = false;
@@ -86,6 +98,12 @@ void VoicePromptTranscriber::cancel()
     completeStop(nullptr, std::make_exception_ptr(VoicePromptDraftError::cancelled()));
 }
 
+void VoicePromptTranscriber::yieldCapture()
+{
+    cancel();
+    Q_EMIT captureTakenOver();
+}
+
 void VoicePromptTranscriber::handleRecognitionUpdate(const QString &transcript, bool isFinal)
 {
     m_latestTranscript = transcript;
@@ -123,6 +141,8 @@ void VoicePromptTranscriber::completeStop(const QString *transcript, std::except
         disconnect(m_updates);
         disconnect(m_failures);
         m_recognizer.cancel();
+        if (captureOwners().value(&m_recognizer) == this)
+            captureOwners().remove(&m_recognizer);
     }
     m_isCapturing = false;
     m_isStopping = false;

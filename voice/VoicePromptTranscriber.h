@@ -11,8 +11,9 @@
 class SpeechRecognizer;
 
 // One dictation at a time over the recogniser: start, then stop for the transcript. The
-// recogniser may be shared; the transcriber listens to it only while its own capture runs.
-// Lives on the main thread.
+// recogniser may be shared; the transcriber listens to it only while its own capture runs, and
+// a start by another transcriber on the same recogniser ends that capture. Lives on the main
+// thread.
 class VoicePromptTranscriber final : public QObject {
     Q_OBJECT
 
@@ -37,10 +38,16 @@ public:
 
     bool isCapturing() const noexcept { return m_isCapturing; }
 
+Q_SIGNALS:
+    // Another transcriber started on the shared recogniser; this capture has ended (a pending
+    // stop failed with cancelled).
+    void captureTakenOver();
+
 private:
     void handleRecognitionUpdate(const QString &transcript, bool isFinal);
     void handleRecognitionFailure(const QString &errorText);
     void completeStopIfNeededWithFallback();
+    void yieldCapture();
     // The one teardown: every stop and cancel ends here, and the pending stop is answered.
     void completeStop(const QString *transcript, std::exception_ptr error);
 

@@ -333,6 +333,25 @@ private Q_SLOTS:
         QCOMPARE(arguments.at(model + 1) + u' ' + arguments.at(effort + 1), modelAndEffort);
     }
 
+    // Composers share the recogniser: the latest start wins and the earlier recording ends.
+    void aSecondDictationTakesTheRecogniserOver()
+    {
+        BuilderFixture f;
+        VoicePromptBuilder other(f.recognizer, f.defaults);
+        QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
+        QVERIFY(delivered(observe(other.startRecording(), &other)));
+        QCOMPARE(f.builder.state(), State::idle);
+        QCOMPARE(f.states, (QList<State>{State::recording, State::idle}));
+        QCOMPARE(other.state(), State::recording);
+
+        f.recognizer.hear(QStringLiteral("the other one"), true);
+        const auto draft =
+            observe(other.stopRecordingAndBuildPrompt(f.workingDirectory, std::nullopt), &other);
+        QVERIFY(delivered(draft));
+        QCOMPARE(draft->value, QStringLiteral("Fake answer."));
+        QCOMPARE(f.states, (QList<State>{State::recording, State::idle}));
+    }
+
     void cancelWhileTheBackendRewrites()
     {
         BuilderFixture f;
