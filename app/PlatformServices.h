@@ -18,7 +18,8 @@ struct PlatformServices {
     std::unique_ptr<FileOpener> fileOpener;
     // Delivers the helper's "request created" signal; it starts listening at launch.
     std::unique_ptr<DistributedNotificationObserver> notificationObserver;
-    // Dictation in the composers; one for the application.
+    // Dictation in the composers: one for the application, so one model is loaded however many
+    // composers are open.
     std::unique_ptr<SpeechRecognizer> speechRecognizer;
     // A StatusNotifierItem host draws exported menus itself and loses custom rows.
     bool trayExportsMenus = false;
