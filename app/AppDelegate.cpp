@@ -53,7 +53,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                                    m_platform.fileOpener.get()}))
     , m_composers(std::make_unique<ComposerCoordinator>(
           *m_intake, *m_quickTaskManager, *m_platform.windowSystem, *m_activation, *m_scratchFrameStore,
-          errorLog, ComposerServices{&defaults, m_shortcuts.get(), {}}))
+          errorLog,
+          ComposerServices{&defaults, m_shortcuts.get(), {}, nullptr, m_platform.speechRecognizer.get()}))
     , m_trayMenu(
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
@@ -73,6 +74,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, &tasks,
             &QuickTaskManager::noteWorkingDirectory);
     connect(&composers, &ComposerCoordinator::alertRequested, this, &AppDelegate::presentAlert);
+    connect(&composers, &ComposerCoordinator::voicePromptRecordingChanged, m_statusItem.get(),
+            &StatusItemController::setVoicePromptRecording);
 
     TrayMenuPresenter &menu = *m_trayMenu;
     m_statusItem->stateProvider = [this, &menu, &composers] {

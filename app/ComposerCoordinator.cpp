@@ -54,7 +54,7 @@ void ComposerCoordinator::processPendingRequests()
     if (!request)
         return;
     m_request = std::move(request);
-    auto *editor = new EditorComposer(m_request->initialText, this);
+    auto *editor = new EditorComposer(m_request->initialText, m_services, this);
     m_editor = editor;
     // A composer on its way out must not answer the request that followed it.
     connect(editor, &EditorComposer::submitted, this, [this, editor](const QString &text) {
@@ -98,6 +98,23 @@ void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratch
 {
     surface.setCompositingAvailable(m_windows.compositorRunning());
     place(surface, restoresScratchFrame);
+    connect(&surface, &ComposerSurface::voicePromptStateChanged, this,
+            [this, composer = &surface](VoicePromptBuilder::State state) {
+                noteVoicePromptRecording(composer, state == VoicePromptBuilder::State::recording);
+            });
+    connect(&surface, &QObject::destroyed, this,
+            [this, composer = &surface] { noteVoicePromptRecording(composer, false); });
+}
+
+void ComposerCoordinator::noteVoicePromptRecording(ComposerSurface *surface, bool recording)
+{
+    const bool wasRecording = !m_recordingSurfaces.isEmpty();
+    if (recording)
+        m_recordingSurfaces.insert(surface);
+    else
+        m_recordingSurfaces.remove(surface);
+    if (wasRecording != !m_recordingSurfaces.isEmpty())
+        Q_EMIT voicePromptRecordingChanged(!wasRecording);
 }
 
 void ComposerCoordinator::place(ComposerSurface &surface, bool restoresScratchFrame)

@@ -54,6 +54,8 @@ public:
 Q_SIGNALS:
     // A failure of something the user just did: recorded already, to be shown.
     void alertRequested(const QString &message, const QString &informativeText);
+    // Whether any composer is recording a dictation, on every change.
+    void voicePromptRecordingChanged(bool recording);
 
 private:
     void present(ComposerSurface &surface, bool restoresScratchFrame);
@@ -65,6 +67,7 @@ private:
     void closeScratch(ScratchComposer *composer);
     void restoreFocus(const std::optional<QString> &executableName, const std::optional<qint32> &pid);
     void presentErrorAlert(const QString &message, const QString &errorDescription);
+    void noteVoicePromptRecording(ComposerSurface *surface, bool recording);
 
     RequestIntake &m_intake;
     QuickTaskManager &m_tasks;
@@ -78,5 +81,6 @@ private:
     QList<ScratchComposer *> m_scratchComposers;
     QHash<ScratchComposer *, std::optional<QuickTaskSourceContext>> m_sourceContexts;
     QSet<ScratchComposer *> m_startingTasks;
+    QSet<ComposerSurface *> m_recordingSurfaces;
     bool m_terminated = false;
 };

@@ -24,10 +24,10 @@ PlatformServices PlatformServices::create()
     services.clipboard = Clipboard::create();
     services.fileOpener = FileOpener::create();
     services.notificationObserver = DistributedNotificationObserver::create();
-    services.makeSpeechRecognizer = [] {
-        return SpeechRecognizer::create({[] {
-            return AppSettings(UserDefaults::standard()).speechRecognizerCommand();
-        }});
+    SpeechRecognizer::Configuration speech;
+    speech.recognizerCommand = [] {
+        return AppSettings(UserDefaults::standard()).speechRecognizerCommand();
     };
+    services.speechRecognizer = SpeechRecognizer::create(std::move(speech));
     return services;
 }

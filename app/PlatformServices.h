@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <memory>
 
 class Clipboard;
@@ -19,9 +18,9 @@ struct PlatformServices {
     std::unique_ptr<FileOpener> fileOpener;
     // Delivers the helper's "request created" signal; it starts listening at launch.
     std::unique_ptr<DistributedNotificationObserver> notificationObserver;
-    // Makes a microphone recogniser (one per composer); it reads the user's recogniser command
-    // from the settings at each start.
-    std::function<std::unique_ptr<SpeechRecognizer>()> makeSpeechRecognizer;
+    // Dictation in the composers: one for the application, so one model is loaded however many
+    // composers are open.
+    std::unique_ptr<SpeechRecognizer> speechRecognizer;
     // A StatusNotifierItem host draws exported menus itself and loses custom rows.
     bool trayExportsMenus = false;
 

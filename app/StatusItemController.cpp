@@ -82,9 +82,19 @@ bool StatusItemController::hasRefreshTimer() const
     return m_refreshTimer != nullptr;
 }
 
+void StatusItemController::setVoicePromptRecording(bool recording)
+{
+    if (m_showsVoicePromptRecording == recording)
+        return;
+    m_showsVoicePromptRecording = recording;
+    m_trayIcon->setToolTip(recording ? QStringLiteral("Tarvel \u2014 recording a dictated prompt")
+                                     : QStringLiteral("Tarvel"));
+    refreshIcon();
+}
+
 void StatusItemController::refreshIcon()
 {
-    m_trayIcon->setIcon(StatusItemIcon::makeIcon(m_showsPromptLine));
+    m_trayIcon->setIcon(StatusItemIcon::makeIcon(m_showsPromptLine, m_showsVoicePromptRecording));
 }
 
 void StatusItemController::menuWillOpen()

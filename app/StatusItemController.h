@@ -44,6 +44,9 @@ public:
     void setTasksRunning(bool running);
     bool isBlinking() const;
     bool showsPromptLine() const { return m_showsPromptLine; }
+    // A composer records a dictation: the icon gets its red dot and the tool tip says so.
+    void setVoicePromptRecording(bool recording);
+    bool showsVoicePromptRecording() const { return m_showsVoicePromptRecording; }
     bool isMenuOpen() const { return m_isMenuOpen; }
     bool hasRefreshTimer() const;
 
@@ -71,4 +74,5 @@ private:
     bool m_trayExportsMenus = false;
     bool m_isMenuOpen = false;
     bool m_showsPromptLine = true;
+    bool m_showsVoicePromptRecording = false;
 };

@@ -6,7 +6,7 @@
 
 namespace StatusItemIcon {
 
-QImage makeImage(bool showsPromptLine, qreal devicePixelRatio)
+QImage makeImage(bool showsPromptLine, qreal devicePixelRatio, bool showsRecording)
 {
     QImage image(QSize(width, height) * devicePixelRatio, QImage::Format_ARGB32_Premultiplied);
     image.setDevicePixelRatio(devicePixelRatio);
@@ -30,14 +30,19 @@ QImage makeImage(bool showsPromptLine, qreal devicePixelRatio)
     painter.drawPath(chevron);
     if (showsPromptLine)
         painter.drawLine(QPointF(10.5, 12.5), QPointF(15, 12.5));
+    if (showsRecording) {
+        painter.setPen(QPen(QColor(0x2e, 0x34, 0x40), 1));
+        painter.setBrush(QColor(0xff, 0x3b, 0x30));
+        painter.drawEllipse(QPointF(width - 4.5, 4.5), 3.5, 3.5);
+    }
     return image;
 }
 
-QIcon makeIcon(bool showsPromptLine)
+QIcon makeIcon(bool showsPromptLine, bool showsRecording)
 {
     QIcon icon;
     for (qreal ratio : {1.0, 2.0})
-        icon.addPixmap(QPixmap::fromImage(makeImage(showsPromptLine, ratio)));
+        icon.addPixmap(QPixmap::fromImage(makeImage(showsPromptLine, ratio, showsRecording)));
     return icon;
 }
 

@@ -228,6 +228,10 @@ void ComposerPanel::paintEvent(QPaintEvent *)
                                       background.blueF() * 0.92, background.alphaF());
     QColor border = palette().color(isActiveWindow() ? QPalette::Dark : QPalette::Mid);
     qreal borderWidth = 1;
+    if (m_recordingTint) {
+        border = QColor(0xff, 0x3b, 0x30, 200);
+        borderWidth = 2;
+    }
     if (m_dropEmphasis) {
         border = palette().color(QPalette::Highlight);
         borderWidth = 2;

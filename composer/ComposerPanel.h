@@ -33,6 +33,7 @@ public:
     void setCompositingAvailable(bool available);
     void setDropTargetEmphasis(bool emphasised);
     void setRecordingTint(bool tinted);
+    bool showsRecordingTint() const { return m_recordingTint; }
     // Sizes the text area and the section below it; the window height follows.
     void applyTextArea(int visibleTextHeight, int sectionHeight, bool showsVerticalScroller);
 

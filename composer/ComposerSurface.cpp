@@ -3,13 +3,22 @@
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerTextView.h"
 #include "composer/PastedImageImport.h"
+#include "composer/VoicePromptButton.h"
 #include "core/TarvelError.h"
+#include "core/UserDefaults.h"
+#include "settings/AppSettings.h"
+#include "shortcuts/ComposerKeyMatcher.h"
+#include "voice/VoicePromptDraftError.h"
 
 #include <QAbstractTextDocumentLayout>
+#include <QApplication>
+#include <QDir>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLayout>
 #include <QMessageBox>
+#include <QPushButton>
 #include <QTimer>
 
 #include <cmath>
@@ -32,6 +41,12 @@ ComposerSurface::ComposerSurface(Mode mode, const QString &initialText, QObject 
         insertPaths(urls);
     };
     textView->onKeyPress = [this](QKeyEvent *event) {
+        if (m_voicePromptBuilder && m_shortcuts &&
+            ComposerKeyMatcher::match({event->key(), event->modifiers(), event->text()}, *m_shortcuts)
+                    .action == ComposerKeyAction::toggleVoicePrompt) {
+            voicePromptPressed();
+            return true;
+        }
         return onKey && onKey(event->key(), event->modifiers(), event->text());
     };
     connect(textView, &QTextEdit::textChanged, this, [this] { scheduleHeightRecalculation(); });
@@ -39,12 +54,15 @@ ComposerSurface::ComposerSurface(Mode mode, const QString &initialText, QObject 
     m_panel->onSubmit = [this] {
         Q_EMIT submitRequested();
     };
-    const auto cancel = [this] {
-        Q_EMIT cancelRequested();
+    m_panel->onCancel = [this] {
+        cancelPressed();
     };
-    m_panel->onCancel = cancel;
-    m_panel->onEscape = cancel;
-    m_panel->onUserClose = cancel;
+    m_panel->onEscape = [this] {
+        escapePressed();
+    };
+    m_panel->onUserClose = [this] {
+        cancelPressed();
+    };
     m_panel->onMoved = [this] {
         windowDidMove();
     };
@@ -91,6 +109,8 @@ void ComposerSurface::completeInitialPlacement()
 
 void ComposerSurface::closeProgrammatically()
 {
+    if (m_voicePromptBuilder)
+        m_voicePromptBuilder->cancel();
     reportFrame();
     m_panel->isProgrammaticClose = true;
     m_panel->close();
@@ -143,6 +163,130 @@ void ComposerSurface::insertPaths(const QList<QUrl> &urls)
     }
     if (!paths.isEmpty())
         m_panel->textView()->insertTypedText(paths.join(u'\n'));
+}
+
+// Dictation -------------------------------------------------------------------------------
+
+void ComposerSurface::enableVoicePrompt(SpeechRecognizer &recognizer, UserDefaults &defaults,
+                                        KeyboardShortcuts *shortcuts)
+{
+    m_defaults = &defaults;
+    m_shortcuts = shortcuts;
+    m_voicePromptBuilder = new VoicePromptBuilder(recognizer, defaults, this);
+    m_voicePromptButton = new VoicePromptButton(m_panel.get());
+    QHBoxLayout *footer = m_panel->footerLayout();
+    footer->insertWidget(footer->indexOf(m_panel->cancelButton()), m_voicePromptButton);
+    connect(m_voicePromptButton, &QToolButton::clicked, this, &ComposerSurface::voicePromptPressed);
+    connect(m_voicePromptBuilder, &VoicePromptBuilder::stateChanged, this,
+            [this](VoicePromptBuilder::State state) {
+                applyVoicePromptState();
+                Q_EMIT voicePromptStateChanged(state);
+            });
+    // The backend and its presets are settings: a change may make dictation possible or not.
+    connect(&defaults, &UserDefaults::didChange, this, &ComposerSurface::refreshVoicePromptAvailability);
+    m_panel->onActiveChanged = [this](bool) {
+        refreshVoicePromptAvailability();
+    };
+    applyVoicePromptState();
+}
+
+void ComposerSurface::refreshVoicePromptAvailability()
+{
+    if (m_voicePromptBuilder && m_voicePromptBuilder->state() == VoicePromptBuilder::State::idle)
+        applyVoicePromptState();
+}
+
+void ComposerSurface::applyVoicePromptState()
+{
+    const VoicePromptBuilder::State state = m_voicePromptBuilder->state();
+    const bool available = state == VoicePromptBuilder::State::idle &&
+                           m_voicePromptBuilder->isVoicePromptAvailable(
+                               preferredRewritePreset ? preferredRewritePreset() : std::nullopt);
+    m_voicePromptButton->applyState(state, available);
+    m_panel->setRecordingTint(state == VoicePromptBuilder::State::recording);
+}
+
+void ComposerSurface::voicePromptPressed()
+{
+    if (!m_voicePromptBuilder)
+        return;
+    switch (m_voicePromptBuilder->state()) {
+    case VoicePromptBuilder::State::idle:
+        if (!m_voicePromptButton->isEnabled()) {
+            QApplication::beep();
+            return;
+        }
+        m_voicePromptBuilder->startRecording().onFailed(
+            this, [this] { presentVoicePromptFailure(std::current_exception()); });
+        return;
+    case VoicePromptBuilder::State::recording: {
+        const QString workingDirectory =
+            AppSettings(*m_defaults).quickTaskLastWorkingDirectory().value_or(QDir::homePath());
+        m_voicePromptBuilder
+            ->stopRecordingAndBuildPrompt(workingDirectory,
+                                          preferredRewritePreset ? preferredRewritePreset() : std::nullopt)
+            .then(this, [this](const QString &draft) { insertVoicePromptText(draft); })
+            .onFailed(this, [this] { presentVoicePromptFailure(std::current_exception()); });
+        return;
+    }
+    case VoicePromptBuilder::State::processing:
+        return;
+    }
+}
+
+void ComposerSurface::cancelPressed()
+{
+    if (m_voicePromptBuilder)
+        m_voicePromptBuilder->cancel();
+    Q_EMIT cancelRequested();
+}
+
+void ComposerSurface::escapePressed()
+{
+    // Escape ends a recording the way the button does, so the words are not lost.
+    if (m_voicePromptBuilder && m_voicePromptBuilder->state() == VoicePromptBuilder::State::recording) {
+        voicePromptPressed();
+        return;
+    }
+    cancelPressed();
+}
+
+void ComposerSurface::insertVoicePromptText(const QString &text)
+{
+    // Through the text cursor, so that one undo takes the whole insertion back.
+    ComposerTextView *textView = m_panel->textView();
+    textView->insertTypedText(text);
+    recalculateHeight();
+    textView->ensureCursorVisible();
+}
+
+void ComposerSurface::presentVoicePromptFailure(std::exception_ptr error)
+{
+    QString message = QStringLiteral("Voice prompt capture failed.");
+    QString informativeText;
+    try {
+        std::rethrow_exception(error);
+    } catch (const VoicePromptDraftError &voiceError) {
+        if (voiceError.kind() == VoicePromptDraftError::Kind::cancelled)
+            return;
+        informativeText = voiceError.description();
+        if (voiceError.kind() == VoicePromptDraftError::Kind::promptRewriteFailed &&
+            !voiceError.transcript().isEmpty()) {
+            insertVoicePromptText(voiceError.transcript());
+            message = QStringLiteral("Inserted the raw transcript.");
+            informativeText += QStringLiteral(
+                "\n\nThe dictated transcript was inserted so you can keep editing it manually.");
+        }
+    } catch (const TarvelError &otherError) {
+        informativeText = otherError.description();
+    }
+    auto *alert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Tarvel"), message, QMessageBox::Ok,
+                                  m_panel.get());
+    alert->setObjectName(QStringLiteral("VoicePromptFailureAlert"));
+    alert->setInformativeText(informativeText);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->open();
 }
 
 // Height and frame --------------------------------------------------------------------------

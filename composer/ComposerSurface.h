@@ -2,6 +2,8 @@
 
 #include "composer/ComposerLayout.h"
 #include "core/PromptAttachment.h"
+#include "settings/QuickTaskPreset.h"
+#include "voice/VoicePromptBuilder.h"
 
 #include <QObject>
 #include <QUrl>
@@ -11,7 +13,11 @@
 #include <optional>
 
 class ComposerPanel;
+class KeyboardShortcuts;
 class QMimeData;
+class SpeechRecognizer;
+class UserDefaults;
+class VoicePromptButton;
 
 // What both composers share: the panel and its text, the height rule with the bottom
 // edge anchored once placed, pasted and dropped files, and the submit/cancel gestures.
@@ -50,6 +56,17 @@ public:
     // Inserts the local files' paths as text, one per line.
     void insertPaths(const QList<QUrl> &urls);
 
+    // Dictation: a microphone button whose draft goes in at the selection, and the voice
+    // shortcut inside the composer. Without it the composer has neither.
+    void enableVoicePrompt(SpeechRecognizer &recognizer, UserDefaults &defaults,
+                           KeyboardShortcuts *shortcuts);
+    VoicePromptBuilder *voicePromptBuilder() const { return m_voicePromptBuilder; }
+    VoicePromptButton *voicePromptButton() const { return m_voicePromptButton; }
+    // Starts a dictation when idle, stops it and builds the draft when recording.
+    void voicePromptPressed();
+    // Whether a dictation can start now (a usable rewrite preset), shown on the idle button.
+    void refreshVoicePromptAvailability();
+
     // Hooks for the owner. Paste: whether it takes pastes now, where pasted files go
     // (their paths by default) and what becomes of a pasted image (a managed copy).
     std::function<bool()> acceptsPaste;
@@ -61,12 +78,15 @@ public:
     std::function<void(ComposerLayout::Input &)> completeLayoutInput;
     // The frame after the first placement, whenever it moves or resizes, and at close.
     std::function<void(const QRect &)> onFrameChanged;
+    // The owner's selected preset, preferred for the dictation's rewrite.
+    std::function<std::optional<QuickTaskPreset>()> preferredRewritePreset;
 
 Q_SIGNALS:
     void submitRequested();
     // Escape, the Cancel button or a close by the window manager.
     void cancelRequested();
     void closed();
+    void voicePromptStateChanged(VoicePromptBuilder::State state);
 
 private:
     bool handlePaste(const QMimeData *data);
@@ -74,6 +94,11 @@ private:
     void windowDidMove();
     void windowDidResize();
     void reportFrame();
+    void cancelPressed();
+    void escapePressed();
+    void applyVoicePromptState();
+    void insertVoicePromptText(const QString &text);
+    void presentVoicePromptFailure(std::exception_ptr error);
 
     ComposerLayout::Mode m_mode;
     std::unique_ptr<ComposerPanel> m_panel;
@@ -82,4 +107,8 @@ private:
     bool m_heightRecalculationScheduled = false;
     bool m_isApplyingAutomaticFrame = false;
     bool m_isFramePersistenceEnabled = false;
+    VoicePromptBuilder *m_voicePromptBuilder = nullptr;
+    VoicePromptButton *m_voicePromptButton = nullptr;
+    UserDefaults *m_defaults = nullptr;
+    KeyboardShortcuts *m_shortcuts = nullptr;
 };

@@ -2,12 +2,14 @@
 
 #include "composer/ComposerSurface.h"
 
-EditorComposer::EditorComposer(const QString &initialText, QObject *parent)
+EditorComposer::EditorComposer(const QString &initialText, const ComposerServices &services, QObject *parent)
     : QObject(parent)
     , m_surface(new ComposerSurface(ComposerLayout::Mode::editorRequest, initialText, this))
 {
     connect(m_surface, &ComposerSurface::submitRequested, this, [this] { Q_EMIT submitted(text()); });
     connect(m_surface, &ComposerSurface::cancelRequested, this, &EditorComposer::cancelled);
+    if (services.speechRecognizer && services.defaults)
+        m_surface->enableVoicePrompt(*services.speechRecognizer, *services.defaults, services.shortcuts);
     m_surface->applyInitialSize();
 }
 

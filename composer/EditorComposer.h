@@ -1,5 +1,7 @@
 #pragma once
 
+#include "composer/ComposerServices.h"
+
 #include <QObject>
 
 class ComposerPanel;
@@ -12,7 +14,9 @@ class EditorComposer final : public QObject {
     Q_OBJECT
 
 public:
-    explicit EditorComposer(const QString &initialText, QObject *parent = nullptr);
+    // Only the defaults, the shortcuts and the speech recogniser of the services are used.
+    explicit EditorComposer(const QString &initialText, const ComposerServices &services = {},
+                            QObject *parent = nullptr);
     ~EditorComposer() override;
 
     ComposerSurface &surface() const { return *m_surface; }

@@ -63,6 +63,13 @@ ScratchComposer::ScratchComposer(const QString &initialText,
     if (m_services.attachments)
         m_services.attachments->hold(m_holder, m_attachments);
     buildViews();
+    if (m_services.speechRecognizer && m_services.defaults) {
+        m_surface->preferredRewritePreset = [this] {
+            return selectedPreset();
+        };
+        m_surface->enableVoicePrompt(*m_services.speechRecognizer, *m_services.defaults,
+                                     m_services.shortcuts);
+    }
     applyAvailability(ScratchComposerAvailability::checking(m_backend));
     m_surface->applyInitialSize();
 }
@@ -122,7 +129,7 @@ void ScratchComposer::buildViews()
     m_presetPopup->setMinimumWidth(220);
     m_presetPopup->setFocusPolicy(Qt::NoFocus);
     m_presetPopup->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    panel->footerLayout()->insertWidget(2, m_presetPopup);
+    panel->footerLayout()->insertWidget(panel->footerLayout()->indexOf(panel->cancelButton()), m_presetPopup);
     connect(m_presetPopup, &QComboBox::activated, this, [this](int index) {
         if (m_services.defaults && index >= 0 && index < m_presetSettings.presets.size()) {
             m_presetSettings.selectedPresetIndex = index;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "composer/ComposerServices.h"
 #include "composer/ScratchComposerAvailability.h"
 #include "core/PromptAttachment.h"
 #include "quicktasks/QuickTaskCLIInstallationAvailability.h"
@@ -26,15 +27,6 @@ class QComboBox;
 class QLabel;
 class QStackedWidget;
 class UserDefaults;
-
-// What a scratch composer consults: settings, shortcuts, the backends' state (tests
-// answer the installation check themselves), and the store its attachments are held in.
-struct ComposerServices {
-    UserDefaults *defaults = nullptr;
-    KeyboardShortcuts *shortcuts = nullptr;
-    std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
-    AttachmentStore *attachments = nullptr;
-};
 
 // A free-standing composer for a quick task: text, attachments, a preset, and a check
 // that the backend can run before anything can be typed.

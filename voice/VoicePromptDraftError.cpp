@@ -1,5 +1,7 @@
 #include "voice/VoicePromptDraftError.h"
 
+#include "platform/HostPlatform.h"
+
 #include <utility>
 
 VoicePromptDraftError::VoicePromptDraftError(Kind kind, QString description, QString transcript)
@@ -38,11 +40,15 @@ VoicePromptDraftError VoicePromptDraftError::speechRecognitionPermissionDenied()
         QStringLiteral("Speech Recognition access is required to transcribe a dictated prompt."));
 }
 
-VoicePromptDraftError VoicePromptDraftError::speechRecognitionUnavailable()
+VoicePromptDraftError VoicePromptDraftError::speechRecognitionUnavailable(const QString &reason)
 {
-    return VoicePromptDraftError(
-        Kind::speechRecognitionUnavailable,
-        QStringLiteral("On-device Speech Recognition is unavailable on this Mac right now."));
+    QString description =
+        HostPlatform::usesMacConventions()
+            ? QStringLiteral("On-device Speech Recognition is unavailable on this Mac right now.")
+            : QStringLiteral("On-device Speech Recognition is unavailable on this computer right now.");
+    if (!reason.isEmpty())
+        description += u' ' + reason;
+    return VoicePromptDraftError(Kind::speechRecognitionUnavailable, description);
 }
 
 VoicePromptDraftError VoicePromptDraftError::promptRewriteModelUnavailable()

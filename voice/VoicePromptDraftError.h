@@ -27,7 +27,8 @@ public:
     static VoicePromptDraftError cancelled();
     static VoicePromptDraftError microphonePermissionDenied();
     static VoicePromptDraftError speechRecognitionPermissionDenied();
-    static VoicePromptDraftError speechRecognitionUnavailable();
+    // The reason, when given, follows the sentence: what to install or set up.
+    static VoicePromptDraftError speechRecognitionUnavailable(const QString &reason = {});
     static VoicePromptDraftError promptRewriteModelUnavailable();
     static VoicePromptDraftError emptyTranscription();
 

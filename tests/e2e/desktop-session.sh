@@ -2,12 +2,15 @@
 # Runs a command on a private headless desktop: its own D-Bus session bus, a virtual X
 # display (Xvfb) with the openbox window manager, a trayer system tray (an XEmbed tray that
 # reserves the top 28 pixels), the dunst notification server and, on request, the xcompmgr
-# compositor. Every helper is ready before the command starts and is ended by its process id
-# afterwards. Exits with the command's status (125 when the desktop could not be started).
+# compositor and a PulseAudio server with a virtual microphone. Every helper is ready before
+# the command starts and is ended by its process id afterwards. Exits with the command's status (125 when the desktop could not be started).
 #
 #   tests/e2e/desktop-session.sh [OPTIONS] [--] COMMAND [ARG...]
 #
 #   --compositor       also run xcompmgr
+#   --microphone       also run PulseAudio with a virtual microphone: what is played into the
+#                      sink TARVEL_DESKTOP_MICROPHONE_SINK is heard on the default input; without
+#                      it there is no sound server (and so no input device) at all
 #   --screen WxHxD     the screen (default 1280x800x24)
 #   --probe PATH       tarvel-desktop-probe from the build, to see the tray's and the
 #                      compositor's selections (default: $TARVEL_DESKTOP_PROBE, else the PATH;
@@ -24,6 +27,8 @@
 #   TARVEL_DESKTOP_PIDS        "name:pid" of each helper, separated by blanks
 #   TARVEL_DESKTOP_COMPOSITOR  1 with xcompmgr, else 0
 #   TARVEL_DESKTOP_SCREENSHOT  the screenshot helper: "$TARVEL_DESKTOP_SCREENSHOT" FILE.png [WINDOW]
+#   PULSE_SERVER               the sound server (with --microphone) or one that is not there
+#   TARVEL_DESKTOP_MICROPHONE_SINK  with --microphone: the sink that feeds the microphone
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -31,7 +36,7 @@ self="$here/$(basename "${BASH_SOURCE[0]}")"
 arguments=("$@")
 
 usage() {
-    sed -n '8,20s/^# \{0,1\}//p' "$self" >&2
+    sed -n '8,23s/^# \{0,1\}//p' "$self" >&2
     exit 2
 }
 fail() {
@@ -40,6 +45,7 @@ fail() {
 }
 
 compositor=0
+microphone=0
 screen=1280x800x24
 probe=${TARVEL_DESKTOP_PROBE:-}
 home=
@@ -48,6 +54,7 @@ keep=0
 while [ $# -gt 0 ]; do
     case $1 in
     --compositor) compositor=1; shift ;;
+    --microphone) microphone=1; shift ;;
     --screen) screen=${2:?}; shift 2 ;;
     --probe) probe=${2:?}; shift 2 ;;
     --home) home=${2:?}; shift 2 ;;
@@ -221,6 +228,23 @@ fi
 
 start dunst dunst
 await dunst 15 notifications_ready
+
+# Qt lists no monitor sources, so the null sink's monitor is remapped into a real source.
+# Without a microphone PULSE_SERVER names a socket that does not exist: no server is spawned.
+pulse_socket=$XDG_RUNTIME_DIR/pulse-native
+if [ "$microphone" = 1 ]; then
+    export PULSE_SERVER=unix:$pulse_socket
+    start pulseaudio pulseaudio --daemonize=no --exit-idle-time=-1 --disallow-exit -n \
+        --load="module-native-protocol-unix socket=$pulse_socket" \
+        --load="module-null-sink sink_name=vmic_sink rate=16000 channels=1" \
+        --load="module-remap-source master=vmic_sink.monitor source_name=vmic" \
+        --load="module-always-sink"
+    await pulseaudio 15 pactl info
+    pactl set-default-source vmic >/dev/null || fail "pulseaudio did not take vmic as the default source"
+    export TARVEL_DESKTOP_MICROPHONE_SINK=vmic_sink
+else
+    export PULSE_SERVER=unix:$XDG_RUNTIME_DIR/no-sound-server
+fi
 
 export QT_QPA_PLATFORM=xcb
 unset WAYLAND_DISPLAY

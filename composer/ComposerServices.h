@@ -1,0 +1,23 @@
+#pragma once
+
+#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
+
+#include <QFuture>
+
+#include <functional>
+
+class AttachmentStore;
+class KeyboardShortcuts;
+class SpeechRecognizer;
+class UserDefaults;
+
+// What a composer consults: settings, shortcuts, the backends' state (tests answer the
+// installation check themselves), the store its attachments are held in, and the speech
+// recogniser for dictation (none: no microphone button).
+struct ComposerServices {
+    UserDefaults *defaults = nullptr;
+    KeyboardShortcuts *shortcuts = nullptr;
+    std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
+    AttachmentStore *attachments = nullptr;
+    SpeechRecognizer *speechRecognizer = nullptr;
+};

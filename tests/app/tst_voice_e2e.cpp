@@ -1,0 +1,149 @@
+// Dictation on the desktop: the real tarvel and its recogniser on the PulseAudio virtual
+// microphone of desktop-session.sh --microphone, the rewrite and the quick task run by the
+// fake codex. A recording of "go forward ten meters" is played into the microphone between
+// two presses of the voice shortcut. Screenshots of the recording and processing composer go
+// to the artifacts folder.
+#include "DesktopTestSupport.h"
+#include "SpeechTestData.h"
+
+#include <QImage>
+#include <QTemporaryDir>
+
+using namespace desktop_test;
+using namespace Qt::StringLiterals;
+using Variables = QMap<QString, QString>;
+
+namespace {
+
+QImage windowImage(const QString &window)
+{
+    QProcess import;
+    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
+    import.waitForFinished(10000);
+    return QImage::fromData(import.readAllStandardOutput(), "PNG");
+}
+
+QString codexAnswer(const QString &text)
+{
+    return QStringLiteral(R"(out {"type":"item.completed","item":{"type":"agent_message","text":"%1"}}\n)")
+        .arg(text);
+}
+
+} // namespace
+
+class VoiceEndToEndTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
+        QVERIFY2(!qEnvironmentVariableIsEmpty("TARVEL_DESKTOP_MICROPHONE_SINK"),
+                 "run through tests/e2e/desktop-session.sh --microphone");
+        QVERIFY(m_root.isValid());
+        // Silence around the words: the capture opens while paplay starts, and the last words
+        // must be through the sound system before the stop.
+        QFile speech(SpeechTestData::goForwardRaw());
+        QVERIFY(speech.open(QIODevice::ReadOnly));
+        writeFile(m_speech, QByteArray(SpeechTestData::sampleRate * 2, '\0') + speech.readAll() +
+                                QByteArray(SpeechTestData::sampleRate * 2, '\0'));
+    }
+
+    // Recording shows in the composer and the tray; the transcript reaches the rewrite; the
+    // draft (or, when the backend fails, the words heard, with an alert) becomes the composer's
+    // text, which is what the quick task starts with.
+    void dictationStartsTheQuickTask_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("prompt");
+        QTest::newRow("draft") << QStringList{u"sleep 1"_s, codexAnswer(u"Drive forward ten meters."_s),
+                                              u"ready"_s}
+                               << u"Drive forward ten meters."_s;
+        QTest::newRow("raw transcript")
+            << QStringList{u"err quota exceeded\\n"_s, u"exit 1"_s} << u"go forward ten meters"_s;
+    }
+    void dictationStartsTheQuickTask()
+    {
+        QFETCH(QStringList, steps);
+        const bool answers = steps.contains(u"ready"_s);
+        FakeBackends fakes;
+        Application app(m_root.filePath(QString::fromUtf8(QTest::currentDataTag())), fakes,
+                        withSteps(fakes, steps));
+        app.start();
+        const QString composer = app.openReadyComposer();
+        const QImage idleIcon = windowImage(app.trayIconWindow());
+
+        key(u"ctrl+r"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(windowImage(app.trayIconWindow()) != idleIcon, 10000);
+        if (answers)
+            screenshot(u"voice-recording"_s, composer);
+        speak();
+        key(u"ctrl+r"_s);
+        if (answers) {
+            QTest::qWait(300);
+            screenshot(u"voice-processing"_s, composer);
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(windowImage(app.trayIconWindow()), idleIcon, 10000);
+        const QStringList rewrite = fakes.nextArguments(u"codex"_s);
+        QVERIFY2(!rewrite.isEmpty(), "the rewrite did not run");
+        QVERIFY(rewrite.constLast().startsWith(u"Rewrite the user's dictated notes"_s));
+        QVERIFY2(rewrite.constLast().endsWith(u"\nDictated notes:\ngo forward ten meters"_s),
+                 qPrintable(rewrite.constLast()));
+        if (answers) {
+            QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
+            fakes.forget(u"ready"_s);
+            QTest::qWait(500); // the answer reaches the composer through the event loop
+        } else {
+            QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({composer}).isEmpty(), 10000);
+            screenshot(u"voice-raw-transcript"_s);
+            key(u"Return"_s);
+            QTRY_VERIFY_WITH_TIMEOUT(app.otherWindow({composer}).isEmpty(), 5000);
+        }
+        activate(composer);
+        key(u"ctrl+Return"_s);
+        const QStringList task = fakes.nextArguments(u"codex"_s);
+        QVERIFY2(!task.isEmpty(), "the quick task did not start");
+        QTEST(task.constLast(), "prompt");
+    }
+
+    // Without a sound server there is no input device: an alert, and nothing is recorded.
+    void withoutAMicrophoneNothingRecords()
+    {
+        FakeBackends fakes;
+        Variables environment = withSteps(fakes, {});
+        environment.insert(u"PULSE_SERVER"_s, u"unix:"_s + m_root.filePath(u"no-sound-server"_s));
+        Application app(m_root.filePath(u"silent"_s), fakes, environment);
+        app.start();
+        const QString composer = app.openReadyComposer();
+        const QImage idleIcon = windowImage(app.trayIconWindow());
+        key(u"ctrl+r"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({composer}).isEmpty(), 10000);
+        screenshot(u"voice-no-microphone"_s);
+        QCOMPARE(windowImage(app.trayIconWindow()), idleIcon);
+    }
+
+private:
+    Variables withSteps(const FakeBackends &fakes, const QStringList &steps) const
+    {
+        return {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
+                {QStringLiteral("FAKE_STEPS"), fakes.writeSteps(steps)}};
+    }
+
+    void speak() const
+    {
+        QProcess player;
+        player.start(QStringLiteral("paplay"),
+                     {QStringLiteral("--raw"), QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
+                      QStringLiteral("--format=s16le"),
+                      QStringLiteral("--device=") + qEnvironmentVariable("TARVEL_DESKTOP_MICROPHONE_SINK"),
+                      m_speech});
+        QVERIFY(player.waitForFinished(30000));
+        QCOMPARE(player.exitCode(), 0);
+    }
+
+    QTemporaryDir m_root;
+    const QString m_speech = m_root.filePath(QStringLiteral("speech.raw"));
+};
+
+QTEST_MAIN(VoiceEndToEndTest)
+#include "tst_voice_e2e.moc"
