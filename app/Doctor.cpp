@@ -3,9 +3,12 @@
 #include "backends/BackendProfiles.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
+#include "core/UserDefaults.h"
 #include "editor_integration/EditorIntegrationManager.h"
 #include "editor_integration/EditorIntegrationTexts.h"
+#include "platform/SpeechRecognizer.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "settings/AppSettings.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -66,6 +69,38 @@ DiagnosticFinding editorSetupFinding(const QString &applicationDirectory)
         return {subject, Severity::ok, shell + EditorIntegrationTexts::statusLine(*status) + u'.', {}};
     return {subject, Severity::warning, shell + EditorIntegrationTexts::statusLine(*status) + u'.',
             kSetUpEditor};
+}
+
+// Dictation: a recogniser that can run, and something to record from.
+QList<DiagnosticFinding> dictationFindings()
+{
+    const QString command = AppSettings(UserDefaults::standard()).speechRecognizerCommand();
+    const std::unique_ptr<SpeechRecognizer> recognizer = SpeechRecognizer::create({[command] {
+        return command;
+    }});
+    QList<DiagnosticFinding> findings;
+    const QString reason = recognizer->unavailableReason();
+    if (reason.isEmpty())
+        findings.append({QStringLiteral("Speech recognition"),
+                         Severity::ok,
+                         command.trimmed().isEmpty()
+                             ? QStringLiteral("The built-in recogniser can run.")
+                             : QStringLiteral("Your recogniser command \u201c%1\u201d can run.").arg(command),
+                         {}});
+    else
+        findings.append({QStringLiteral("Speech recognition"), Severity::warning,
+                         QStringLiteral("Dictation cannot run."), reason});
+    if (recognizer->microphoneAccess() == SpeechRecognizer::Access::authorized)
+        findings.append({QStringLiteral("Microphone"),
+                         Severity::ok,
+                         QStringLiteral("An audio input device is there."),
+                         {}});
+    else
+        findings.append({QStringLiteral("Microphone"), Severity::warning,
+                         QStringLiteral("No audio input device was found, so dictation cannot record."),
+                         QStringLiteral("Connect a microphone, and check that the sound server (PulseAudio "
+                                        "or PipeWire) is running.")});
+    return findings;
 }
 
 QString modelCount(qsizetype count)
@@ -219,6 +254,7 @@ QList<DiagnosticFinding> examine()
     findings.append(editorSetupFinding(QCoreApplication::applicationDirPath()));
     findings.append(dataFolderFinding(FileStore::baseDirectory()));
     findings.append(backendFindings());
+    findings.append(dictationFindings());
     return findings;
 }
 

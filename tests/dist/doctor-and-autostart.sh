@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # `tarvel doctor` on the headless desktop, healthy and then with one thing broken at a time;
-# and `tarvel autostart`. Runs inside tests/e2e/desktop-session.sh.
+# and `tarvel autostart`. Runs inside tests/e2e/desktop-session.sh --microphone.
 #
 #   doctor-and-autostart.sh TARVEL FAKE_BACKENDS_DIR TEST_DATA_DIR
 set -euo pipefail
@@ -42,7 +42,8 @@ doctor
 $report"
 ! grep -Eq '^(warning|problem) ' <<<"$report" || fail "a healthy desktop has findings:
 $report"
-for subject in Display 'Session bus' Tray Notifications Editor 'Editor set-up' 'Data folder' codex claude opencode; do
+for subject in Display 'Session bus' Tray Notifications Editor 'Editor set-up' 'Data folder' codex claude opencode \
+    'Speech recognition' Microphone; do
     expect ok "$subject"
 done
 doctor --json
@@ -65,6 +66,13 @@ timeout 10 bash -c 'while dbus-send --session --print-reply --dest=org.freedeskt
 doctor
 [ "$status" = 0 ] || fail "no notification server stops prompt editing (exit $status)"
 expect warning Notifications
+
+kill "$(pid_of pulseaudio)"
+timeout 10 bash -c 'while pactl info >/dev/null 2>&1; do sleep 0.05; done'
+doctor
+expect warning Microphone
+TARVEL_POCKETSPHINX_MODEL=/nonexistent doctor
+expect warning 'Speech recognition'
 
 kill "$(pid_of trayer)"
 timeout 10 bash -c "while xdotool search --onlyvisible --class trayer >/dev/null; do sleep 0.05; done"
