@@ -64,12 +64,14 @@ fi
 
 record=${FAKE_RECORD_DIR-}
 if [ -n "$record" ]; then
-    : >"$record/$name.argv"
-    for argument in "$@"; do
-        printf '%s\0' "$argument" >>"$record/$name.argv"
-    done
+    # The arguments appear whole: a test waits for the file and reads it at once.
     pwd >"$record/$name.cwd"
     printf '%s' "$PATH" >"$record/$name.path"
+    : >"$record/.$name.argv.$$"
+    for argument in "$@"; do
+        printf '%s\0' "$argument" >>"$record/.$name.argv.$$"
+    done
+    mv -f "$record/.$name.argv.$$" "$record/$name.argv"
 fi
 
 steps=${FAKE_STEPS-}
