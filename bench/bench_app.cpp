@@ -5,6 +5,7 @@
 // Run it on the headless desktop, from the build folder:
 //   ../tests/e2e/desktop-session.sh --probe bin/tarvel-desktop-probe -- bin/bench_app
 #include "BenchStatistics.h"
+#include "ResidentMemory.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -165,17 +166,6 @@ long long wakeUps(qint64 pid)
     return total;
 }
 
-long long residentKiB(qint64 pid)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return -1;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLongLong();
-    }
-    return -1;
-}
 } // namespace
 
 int main()
@@ -231,8 +221,7 @@ int main()
     const long long after = wakeUps(app.processId());
     std::printf("%-44s %8.2f per second (over %d s)\n", "idle wake-ups", double(after - before) / idleSeconds,
                 idleSeconds);
-    std::printf("%-44s %8.1f MB\n", "resident memory after the runs",
-                double(residentKiB(app.processId())) / 1024);
+    std::printf("%-44s %8.1f MB\n", "resident memory after the runs", residentMegabytes(app.processId()));
     app.terminate();
     app.waitForFinished(5000);
     return 0;

@@ -2,13 +2,13 @@
 // set, real-time factor, the wait from the end of the audio to the final transcript, and the
 // resident memory with the model loaded and after it is released.
 #include "BenchStatistics.h"
+#include "ResidentMemory.h"
 #include "SpeechTestData.h"
 #include "platform/PcmAudio.h"
 #include "platform/SpeechEngine.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QThread>
 
 #include <cstdio>
@@ -17,17 +17,6 @@
 namespace {
 
 constexpr qsizetype kChunk = SpeechEngine::sampleRate / 10;
-
-double residentMegabytes()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toDouble() / 1024.0;
-    return 0;
-}
 
 double seconds(const QByteArray &samples)
 {

@@ -23,12 +23,6 @@ QImage windowImage(const QString &window)
     return QImage::fromData(import.readAllStandardOutput(), "PNG");
 }
 
-QString codexAnswer(const QString &text)
-{
-    return QStringLiteral(R"(out {"type":"item.completed","item":{"type":"agent_message","text":"%1"}}\n)")
-        .arg(text);
-}
-
 } // namespace
 
 class VoiceEndToEndTest final : public QObject {
@@ -56,7 +50,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<QString>("prompt");
-        QTest::newRow("draft") << QStringList{u"sleep 1"_s, codexAnswer(u"Drive forward ten meters."_s),
+        QTest::newRow("draft") << QStringList{u"sleep 1"_s,
+                                              FakeBackends::codexAnswerStep(u"Drive forward ten meters."_s),
                                               u"ready"_s}
                                << u"Drive forward ten meters."_s;
         QTest::newRow("raw transcript")

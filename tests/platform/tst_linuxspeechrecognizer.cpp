@@ -1,6 +1,7 @@
 // The microphone recogniser on a PulseAudio virtual microphone: a null sink whose monitor is
 // remapped into a real source (Qt lists no monitors), made the default input; paplay speaks
 // a recording into it.
+#include "ResidentMemory.h"
 #include "SpeechTestData.h"
 #include "platform/SpeechRecognizer.h"
 
@@ -16,17 +17,6 @@ int pactl(const QStringList &arguments)
     process.setStandardOutputFile(QProcess::nullDevice());
     process.start(QStringLiteral("pactl"), arguments);
     return process.waitForFinished() ? process.exitCode() : -1;
-}
-
-double residentMegabytes()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n'))
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').first().toDouble() / 1024.0;
-    return 0;
 }
 
 struct Update {

@@ -18,13 +18,6 @@ namespace {
 
 const QString kCodexThread = QStringLiteral(R"(out {"type":"thread.started","thread_id":"th-1"}\n)");
 
-QString agentMessage(const QString &text)
-{
-    return QStringLiteral(
-               R"(out {"type":"item.completed","item":{"id":"i","type":"agent_message","text":"%1"}}\n)")
-        .arg(text);
-}
-
 QString writeFile(const QString &path, const QByteArray &data = "x")
 {
     QDir().mkpath(QFileInfo(path).path());
@@ -72,7 +65,7 @@ private Q_SLOTS:
                                               QStringLiteral("out not an event\\n"),
                                               QStringLiteral("ready"),
                                               QStringLiteral("sleep 0.4"),
-                                              agentMessage(QStringLiteral("First.")),
+                                              FakeBackends::codexAnswerStep(QStringLiteral("First.")),
                                               QStringLiteral(
                                                   R"(out {"type":"item.completed","item":{"type":"age)"),
                                               QStringLiteral("sleep 0.1"),

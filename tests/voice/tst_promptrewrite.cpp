@@ -63,12 +63,6 @@ struct RewriteFixture : FakeBackendSetup {
     PromptRewriteService service;
 };
 
-QString codexMessage(const QString &text)
-{
-    return QStringLiteral(R"(out {"type":"item.completed","item":{"type":"agent_message","text":"%1"}}\n)")
-        .arg(text);
-}
-
 } // namespace
 
 class PromptRewriteTest final : public QObject {
@@ -133,10 +127,11 @@ private Q_SLOTS:
         const auto opencode = QuickTaskCLIBackend::opencode;
         QTest::newRow("codex: the last agent message")
             << codex
-            << QStringList{QStringLiteral("out not json\\n"), codexMessage(QStringLiteral("First draft")),
+            << QStringList{QStringLiteral("out not json\\n"),
+                           FakeBackends::codexAnswerStep(QStringLiteral("First draft")),
                            QStringLiteral(
                                R"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"),
-                           codexMessage(QStringLiteral("  Fix the login bug in auth.py.  ")),
+                           FakeBackends::codexAnswerStep(QStringLiteral("  Fix the login bug in auth.py.  ")),
                            QStringLiteral("err noise\\n")}
             << QStringLiteral("Fix the login bug in auth.py.") << QString();
         QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")

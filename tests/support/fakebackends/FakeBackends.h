@@ -32,6 +32,14 @@ public:
     // PATH for a test: the fakes first, then the system's tools (sh, sleep, cat).
     QString searchPath() const { return binDirectory() + QStringLiteral(":/usr/bin:/bin"); }
 
+    // The step with which the fake codex prints its final answer, as `codex exec --json` does.
+    static QString codexAnswerStep(const QString &text)
+    {
+        return QStringLiteral(
+                   R"(out {"type":"item.completed","item":{"type":"agent_message","text":"%1"}}\n)")
+            .arg(text);
+    }
+
     // Writes a steps file for FAKE_STEPS and returns its path.
     QString writeSteps(const QStringList &steps) const
     {
