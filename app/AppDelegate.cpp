@@ -1,6 +1,8 @@
 #include "app/AppDelegate.h"
 
+#include "app/Alerts.h"
 #include "app/ComposerCoordinator.h"
+#include "app/EditorSetupOffer.h"
 #include "app/QuitPolicy.h"
 #include "app/RequestIntake.h"
 #include "app/StatusItemController.h"
@@ -12,10 +14,7 @@
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
-#include "editor_integration/EditorIntegrationError.h"
 #include "editor_integration/EditorIntegrationManager.h"
-#include "editor_integration/EditorIntegrationPromptWindow.h"
-#include "editor_integration/EditorIntegrationTexts.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
 #include "platform/DistributedNotificationObserver.h"
@@ -27,14 +26,10 @@
 
 #include <QCoreApplication>
 #include <QFileSystemWatcher>
-#include <QMessageBox>
 #include <QTimer>
 
 namespace {
 const QString kLaunch = QStringLiteral("Launch");
-const QString kEditorPromptSuppressed = QStringLiteral("EditorIntegrationPromptSuppressed");
-// Long enough for the tray icon to come up before the prompt asks for attention.
-constexpr int kEditorPromptDelayMs = 1000;
 } // namespace
 
 AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, UserDefaults &defaults,
@@ -59,8 +54,10 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
     , m_quitPolicy(std::make_unique<QuitPolicy>(*m_quickTaskManager, *m_intake, *m_composers, *m_activation))
-    , m_editorIntegration(std::make_unique<EditorIntegrationManager>(QCoreApplication::applicationDirPath(),
-                                                                     m_platform.fileOpener.get()))
+    , m_editorSetup(std::make_unique<EditorSetupOffer>(
+          std::make_unique<EditorIntegrationManager>(QCoreApplication::applicationDirPath(),
+                                                     m_platform.fileOpener.get()),
+          defaults, errorLog))
 {
     QuickTaskManager &tasks = *m_quickTaskManager;
     ComposerCoordinator &composers = *m_composers;
@@ -70,18 +67,17 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     connect(&tasks, &QuickTaskManager::retryRequested, this, [&composers](const QuickTaskSession &session) {
         composers.openScratchComposer(session.prompt, session.attachments, session.sourceContext);
     });
-    connect(m_intake.get(), &RequestIntake::alertRequested, this, &AppDelegate::presentAlert);
+    connect(m_intake.get(), &RequestIntake::alertRequested, this, &Alerts::showWarning);
     connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, &tasks,
             &QuickTaskManager::noteWorkingDirectory);
-    connect(&composers, &ComposerCoordinator::alertRequested, this, &AppDelegate::presentAlert);
+    connect(&composers, &ComposerCoordinator::alertRequested, this, &Alerts::showWarning);
     connect(&composers, &ComposerCoordinator::voicePromptRecordingChanged, m_statusItem.get(),
             &StatusItemController::setVoicePromptRecording);
 
     TrayMenuPresenter &menu = *m_trayMenu;
     m_statusItem->stateProvider = [this, &menu, &composers] {
         StatusMenuState state = menu.menuState(composers.currentRequest());
-        const std::optional<EditorIntegrationStatus> editor = m_editorIntegration->status();
-        state.editorSetupNeeded = editor && editor->kind == EditorIntegrationStatus::Kind::needsInstall;
+        state.editorSetupNeeded = m_editorSetup->isNeeded();
         return state;
     };
     m_statusItem->sessionRow = [&menu](const QUuid &id) {
@@ -111,7 +107,7 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                     QTimer::singleShot(0, m_quitPolicy.get(), &QuitPolicy::quit);
                     break;
                 case StatusMenuEntry::Action::setUpEditor:
-                    QTimer::singleShot(0, this, [this] { showEditorIntegrationPrompt(true); });
+                    QTimer::singleShot(0, m_editorSetup.get(), [this] { m_editorSetup->offer(true); });
                     break;
                 case StatusMenuEntry::Action::clearFinishedTasks:
                     m_trayMenu->clearFinishedTasks();
@@ -139,7 +135,7 @@ void AppDelegate::applicationDidFinishLaunching()
     } catch (const TarvelError &error) {
         m_errorLog.record(QStringLiteral("Failed to prepare app support data."), error.description(),
                           kLaunch);
-        presentAlert(QStringLiteral("Failed to prepare app support data."), error.description());
+        Alerts::showWarning(QStringLiteral("Failed to prepare app support data."), error.description());
     }
     m_errorLog.load();
     m_quickTaskManager->load();
@@ -149,64 +145,7 @@ void AppDelegate::applicationDidFinishLaunching()
 
     listenForRequests();
     m_composers->processPendingRequests();
-    scheduleEditorIntegrationPromptIfNeeded();
-}
-
-void AppDelegate::scheduleEditorIntegrationPromptIfNeeded()
-{
-    if (m_defaults.boolean(kEditorPromptSuppressed).value_or(false))
-        return;
-    QTimer::singleShot(kEditorPromptDelayMs, this, [this] {
-        const std::optional<EditorIntegrationStatus> status = m_editorIntegration->status();
-        if (status && status->kind == EditorIntegrationStatus::Kind::needsInstall)
-            showEditorIntegrationPrompt(false);
-    });
-}
-
-void AppDelegate::showEditorIntegrationPrompt(bool askedByUser)
-{
-    if (m_editorPromptOpen)
-        return;
-    const std::optional<EditorIntegrationStatus> status = m_editorIntegration->status();
-    if (!status) {
-        if (askedByUser)
-            presentAlert(
-                QStringLiteral("Failed to install editor integration."),
-                EditorIntegrationError(EditorIntegrationError::Kind::unavailableHomeDirectory).description());
-        return;
-    }
-    const EditorIntegrationTexts::Texts texts =
-        EditorIntegrationTexts::forStatus(*status, AppConstants::appName);
-    if (status->kind != EditorIntegrationStatus::Kind::needsInstall) {
-        if (askedByUser)
-            presentNotice(texts.headline, texts.message);
-        return;
-    }
-    const EditorIntegrationInstallLocation location = status->location;
-    EditorIntegrationPromptWindow prompt(
-        texts.headline, texts.message, EditorIntegrationTexts::revealButtonTitle(location),
-        [this, location] { m_editorIntegration->revealConfigLocation(location); });
-    m_editorPromptOpen = true;
-    const EditorIntegrationPromptWindow::Response response = prompt.runModal();
-    m_editorPromptOpen = false;
-    switch (response) {
-    case EditorIntegrationPromptWindow::Response::install:
-        try {
-            const EditorIntegrationInstallLocation written = m_editorIntegration->install();
-            const EditorIntegrationTexts::Texts done =
-                EditorIntegrationTexts::installed(written, AppConstants::appName);
-            presentNotice(done.headline, done.message);
-        } catch (const EditorIntegrationError &error) {
-            presentErrorAlert(QStringLiteral("Failed to install editor integration."), error.description(),
-                              QStringLiteral("Editor Integration"));
-        }
-        break;
-    case EditorIntegrationPromptWindow::Response::cancelAndSuppress:
-        m_defaults.setBool(kEditorPromptSuppressed, true);
-        break;
-    case EditorIntegrationPromptWindow::Response::cancel:
-        break;
-    }
+    m_editorSetup->scheduleAfterLaunch();
 }
 
 void AppDelegate::listenForRequests()
@@ -239,28 +178,6 @@ void AppDelegate::stopListening()
 void AppDelegate::openScratchComposer()
 {
     m_composers->openScratchComposer();
-}
-
-void AppDelegate::presentAlert(const QString &message, const QString &informativeText)
-{
-    QMessageBox box(QMessageBox::Warning, AppConstants::appName, message);
-    box.setInformativeText(informativeText);
-    box.setWindowFlag(Qt::WindowStaysOnTopHint);
-    box.exec();
-}
-
-void AppDelegate::presentErrorAlert(const QString &message, const QString &detail, const QString &source)
-{
-    m_errorLog.record(message, detail, source);
-    presentAlert(message, detail);
-}
-
-void AppDelegate::presentNotice(const QString &message, const QString &informativeText)
-{
-    QMessageBox box(QMessageBox::Information, AppConstants::appName, message);
-    box.setInformativeText(informativeText);
-    box.setWindowFlag(Qt::WindowStaysOnTopHint);
-    box.exec();
 }
 
 void AppDelegate::openErrors()

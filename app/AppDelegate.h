@@ -7,7 +7,7 @@
 #include <memory>
 
 class ComposerCoordinator;
-class EditorIntegrationManager;
+class EditorSetupOffer;
 class ErrorLogManager;
 class ErrorsWindow;
 class KeyboardShortcuts;
@@ -23,7 +23,8 @@ class WindowActivationCoordinator;
 
 // The composition root: makes the application's parts from the platform's services and
 // wires them together. What happens lives in the parts: requests and composers in the
-// ComposerCoordinator, the tray menu in the TrayMenuPresenter, ending in the QuitPolicy.
+// ComposerCoordinator, the tray menu in the TrayMenuPresenter, ending in the QuitPolicy, the
+// editor set-up in the EditorSetupOffer.
 class AppDelegate final : public QObject {
     Q_OBJECT
 
@@ -39,13 +40,6 @@ public:
     QuitPolicy &quitPolicy() const { return *m_quitPolicy; }
 
 private:
-    void presentAlert(const QString &message, const QString &informativeText);
-    void presentErrorAlert(const QString &message, const QString &detail, const QString &source);
-    void presentNotice(const QString &message, const QString &informativeText);
-    // Offers the editor set-up after launch when it is needed and the user has not declined
-    // it for good; from the tray menu it also says why no set-up is needed.
-    void scheduleEditorIntegrationPromptIfNeeded();
-    void showEditorIntegrationPrompt(bool askedByUser);
     void openErrors();
     void listenForRequests();
     void stopListening();
@@ -62,8 +56,7 @@ private:
     std::unique_ptr<TrayMenuPresenter> m_trayMenu;
     std::unique_ptr<StatusItemController> m_statusItem;
     std::unique_ptr<QuitPolicy> m_quitPolicy;
-    std::unique_ptr<EditorIntegrationManager> m_editorIntegration;
-    bool m_editorPromptOpen = false;
+    std::unique_ptr<EditorSetupOffer> m_editorSetup;
     QFileSystemWatcher *m_requestsWatcher = nullptr;
     std::unique_ptr<ErrorsWindow> m_errorsWindow;
 };
