@@ -12,6 +12,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -59,14 +60,24 @@ QString canonical(const QString &path)
 DiagnosticFinding editorSetupFinding(const QString &applicationDirectory)
 {
     const QString subject = QStringLiteral("Editor set-up");
-    const std::optional<EditorIntegrationStatus> status =
-        EditorIntegrationManager(applicationDirectory).status();
+    const EditorIntegrationManager manager(applicationDirectory);
+    const std::optional<EditorIntegrationStatus> status = manager.status();
     if (!status)
         return {subject, Severity::warning, QStringLiteral("There is no home folder to set up."),
                 QStringLiteral("Set HOME.")};
     const QString shell = QStringLiteral("Shell %1; ").arg(status->location.shellName);
-    if (status->kind == EditorIntegrationStatus::Kind::installed)
+    if (status->kind == EditorIntegrationStatus::Kind::installed) {
+        // The shim looks beside the installation that wrote it first; one written by another
+        // copy of Tarvel (a build folder, an older install) leads there.
+        QFile shim(status->location.helperScriptURL.toLocalFile());
+        if (shim.open(QIODevice::ReadOnly) && shim.readAll() != manager.helperScriptContents().toUtf8())
+            return {subject, Severity::warning,
+                    shell + EditorIntegrationTexts::statusLine(*status) +
+                        QStringLiteral(", but the shim was written by another Tarvel installation than "
+                                       "this one."),
+                    kSetUpEditor};
         return {subject, Severity::ok, shell + EditorIntegrationTexts::statusLine(*status) + u'.', {}};
+    }
     return {subject, Severity::warning, shell + EditorIntegrationTexts::statusLine(*status) + u'.',
             kSetUpEditor};
 }

@@ -51,6 +51,13 @@ grep -q '"canEditPrompts": true' <<<"$report" && grep -q '"subject": "Tray"' <<<
     fail "the JSON report is not what it should be: $report"
 echo "ok: healthy"
 
+# A shim written by another copy of Tarvel leads there first.
+cp "$VISUAL" "$VISUAL.mine"
+sed -i "s|$(dirname "$tarvel")|/opt/another-tarvel/bin|" "$VISUAL"
+doctor
+expect warning 'Editor set-up'
+mv -f "$VISUAL.mine" "$VISUAL"
+
 FAKE_CODEX_VERSION_EXIT=1 doctor
 [ "$status" = 0 ] || fail "a broken backend stops prompt editing (exit $status)"
 expect warning codex
