@@ -11,16 +11,6 @@
 using namespace desktop_test;
 using Variables = QMap<QString, QString>;
 
-namespace {
-QImage windowImage(const QString &window)
-{
-    QProcess import;
-    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
-    import.waitForFinished(10000);
-    return QImage::fromData(import.readAllStandardOutput(), "PNG");
-}
-} // namespace
-
 class QuickTaskEndToEndTest final : public QObject {
     Q_OBJECT
 

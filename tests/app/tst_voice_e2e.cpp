@@ -13,18 +13,6 @@ using namespace desktop_test;
 using namespace Qt::StringLiterals;
 using Variables = QMap<QString, QString>;
 
-namespace {
-
-QImage windowImage(const QString &window)
-{
-    QProcess import;
-    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
-    import.waitForFinished(10000);
-    return QImage::fromData(import.readAllStandardOutput(), "PNG");
-}
-
-} // namespace
-
 class VoiceEndToEndTest final : public QObject {
     Q_OBJECT
 
