@@ -7,7 +7,6 @@
 #include "fakebackends/FakeBackends.h"
 
 #include <QDir>
-#include <QImage>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -76,15 +75,6 @@ inline void screenshot(const QString &name, const QString &window = QString())
         arguments.append(window);
     if (!helper.isEmpty())
         run(helper, arguments);
-}
-
-// What a window shows now, as the X server has it.
-inline QImage windowImage(const QString &window)
-{
-    QProcess import;
-    import.start(QStringLiteral("import"), {QStringLiteral("-window"), window, QStringLiteral("png:-")});
-    import.waitForFinished(10000);
-    return QImage::fromData(import.readAllStandardOutput(), "PNG");
 }
 
 inline void type(const QString &text)

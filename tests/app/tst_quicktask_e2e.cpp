@@ -3,6 +3,7 @@
 // through the X clipboard and session rows clicked in the tray menu. Runs inside
 // tests/e2e/desktop-session.sh.
 #include "TrayMenuGeometry.h"
+#include "WindowImage.h"
 
 #include <QBuffer>
 #include <QImage>

@@ -5,6 +5,7 @@
 // to the artifacts folder.
 #include "DesktopTestSupport.h"
 #include "SpeechTestData.h"
+#include "WindowImage.h"
 
 #include <QImage>
 #include <QTemporaryDir>
