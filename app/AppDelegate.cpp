@@ -11,6 +11,8 @@
 #include "composer/ScratchWindowFrameStore.h"
 #include "core/AppConstants.h"
 #include "core/Clock.h"
+#include "core/DataFile.h"
+#include "core/DebugWindowFrame.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
@@ -19,8 +21,10 @@
 #include "errorlog/ErrorsWindow.h"
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/WindowSystem.h"
+#include "preferences/PreferencesWindow.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
+#include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
@@ -78,6 +82,7 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     m_statusItem->stateProvider = [this, &menu, &composers] {
         StatusMenuState state = menu.menuState(composers.currentRequest());
         state.editorSetupNeeded = m_editorSetup->isNeeded();
+        state.preferencesAvailable = true;
         return state;
     };
     m_statusItem->sessionRow = [&menu](const QUuid &id) {
@@ -113,6 +118,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                     m_trayMenu->clearFinishedTasks();
                     break;
                 case StatusMenuEntry::Action::openPreferences:
+                    openPreferences();
+                    break;
                 case StatusMenuEntry::Action::none:
                     break;
                 }
@@ -152,11 +159,14 @@ void AppDelegate::listenForRequests()
 {
     DistributedNotificationObserver *observer = m_platform.notificationObserver.get();
     connect(observer, &DistributedNotificationObserver::notificationPosted, this,
-            [this](const QString &name) {
+            [this](const QString &name, const DistributedNotificationUserInfo &userInfo) {
                 if (name == AppConstants::requestNotificationName)
                     m_composers->processPendingRequests();
+                else if (name == AppConstants::debugWindowRequestNotificationName)
+                    handleDebugWindowRequest(userInfo);
             });
     observer->observe(AppConstants::requestNotificationName);
+    observer->observe(AppConstants::debugWindowRequestNotificationName);
     // The bus signal is the fast path; the folder watch serves requests written while
     // the bus was out of reach.
     m_requestsWatcher = new QFileSystemWatcher(this);
@@ -185,4 +195,52 @@ void AppDelegate::openErrors()
     if (!m_errorsWindow)
         m_errorsWindow = std::make_unique<ErrorsWindow>(m_errorLog, AppConstants::appName);
     m_activation->requestWindowActivation(m_errorsWindow.get());
+}
+
+PreferencesWindow &AppDelegate::preferencesWindow()
+{
+    if (m_preferencesWindow)
+        return *m_preferencesWindow;
+    m_preferencesWindow = std::make_unique<PreferencesWindow>(
+        m_defaults, *m_shortcuts, &TaskCLIExecutableLocator::installationAvailabilities);
+    PreferencesWindow *window = m_preferencesWindow.get();
+    connect(window, &PreferencesWindow::refreshRequested, this,
+            [this, window] { window->setEditorSetupStatusLine(m_editorSetup->statusLine()); });
+    connect(window, &PreferencesWindow::showEditorIntegrationPromptRequested, this, [this, window] {
+        // After the click's own event: the prompt runs a modal loop of its own.
+        QTimer::singleShot(0, m_editorSetup.get(), [this, window] {
+            m_editorSetup->offer(true);
+            window->setEditorSetupStatusLine(m_editorSetup->statusLine());
+        });
+    });
+    return *window;
+}
+
+void AppDelegate::openPreferences()
+{
+    PreferencesWindow &window = preferencesWindow();
+    window.present();
+    m_activation->requestWindowActivation(&window);
+}
+
+void AppDelegate::handleDebugWindowRequest(const QMap<QString, QString> &userInfo)
+{
+    const std::optional<DebugWindowRequest> request = DebugWindowRequest::fromUserInfo(userInfo);
+    if (!request)
+        return;
+    switch (request->target) {
+    case DebugWindowTarget::preferences:
+        openPreferences();
+        preferencesWindow().measureFrame(
+            [path = request->responsePath](const std::optional<DebugWindowFrameResponse> &response) {
+                if (!response)
+                    return;
+                try {
+                    DataFile::write(path, response->encoded(), DataFile::privatePermissions);
+                } catch (const TarvelError &) {
+                    // The asking tool sees no file; nothing else is owed to it.
+                }
+            });
+        break;
+    }
 }

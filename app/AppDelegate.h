@@ -11,6 +11,7 @@ class EditorSetupOffer;
 class ErrorLogManager;
 class ErrorsWindow;
 class KeyboardShortcuts;
+class PreferencesWindow;
 class QFileSystemWatcher;
 class QuickTaskManager;
 class QuitPolicy;
@@ -41,6 +42,9 @@ public:
 
 private:
     void openErrors();
+    void openPreferences();
+    PreferencesWindow &preferencesWindow();
+    void handleDebugWindowRequest(const QMap<QString, QString> &userInfo);
     void listenForRequests();
     void stopListening();
 
@@ -59,4 +63,5 @@ private:
     std::unique_ptr<EditorSetupOffer> m_editorSetup;
     QFileSystemWatcher *m_requestsWatcher = nullptr;
     std::unique_ptr<ErrorsWindow> m_errorsWindow;
+    std::unique_ptr<PreferencesWindow> m_preferencesWindow;
 };

@@ -8,6 +8,7 @@
 #include "editor_integration/EditorIntegrationPromptWindow.h"
 #include "editor_integration/EditorIntegrationTexts.h"
 #include "errorlog/ErrorLogManager.h"
+#include "preferences/PreferencesTexts.h"
 
 #include <QTimer>
 
@@ -33,6 +34,12 @@ bool EditorSetupOffer::isNeeded() const
 {
     const std::optional<EditorIntegrationStatus> status = m_manager->status();
     return status && status->kind == EditorIntegrationStatus::Kind::needsInstall;
+}
+
+QString EditorSetupOffer::statusLine() const
+{
+    return PreferencesTexts::editorSetupStatusLine(m_manager->status(),
+                                                   m_defaults.boolean(kPromptSuppressed).value_or(false));
 }
 
 void EditorSetupOffer::scheduleAfterLaunch()

@@ -20,6 +20,8 @@ public:
 
     // Whether the tray menu offers the set-up.
     bool isNeeded() const;
+    // The preferences' line about the set-up and its prompt.
+    QString statusLine() const;
     void scheduleAfterLaunch();
     // Asked by the user, it also says why nothing needs doing.
     void offer(bool askedByUser);

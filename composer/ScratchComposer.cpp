@@ -6,6 +6,7 @@
 #include "composer/ComposerSurface.h"
 #include "composer/ComposerTextView.h"
 #include "core/AttachmentStore.h"
+#include "core/UserDefaults.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/ComposerKeyMatcher.h"
@@ -72,6 +73,8 @@ ScratchComposer::ScratchComposer(const QString &initialText,
     }
     applyAvailability(ScratchComposerAvailability::checking(m_backend));
     m_surface->applyInitialSize();
+    if (m_services.defaults)
+        connect(m_services.defaults, &UserDefaults::didChange, this, &ScratchComposer::settingsChanged);
 }
 
 ScratchComposer::~ScratchComposer() = default;
@@ -197,9 +200,10 @@ void ScratchComposer::refreshScratchComposerAvailability(bool showCheckingState)
         if (m_services.defaults && AppSettings(*m_services.defaults).quickTaskCLIBackend() != resolved)
             AppSettings(*m_services.defaults).setQuickTaskCLIBackend(resolved);
         m_backend = resolved;
+        m_installation = availabilities.value(m_backend);
         reloadPresets();
-        applyAvailability(ScratchComposerAvailability::resolved(m_backend, availabilities.value(m_backend),
-                                                                m_presetSettings, models()));
+        applyAvailability(
+            ScratchComposerAvailability::resolved(m_backend, *m_installation, m_presetSettings, models()));
     });
     m_availabilityWatcher->setFuture(m_services.checkInstallations());
 }
@@ -263,6 +267,37 @@ void ScratchComposer::reloadPresets()
     if (m_presetSettings.selectedPresetIndex >= 0 &&
         m_presetSettings.selectedPresetIndex < m_presetPopup->count())
         m_presetPopup->setCurrentIndex(m_presetSettings.selectedPresetIndex);
+}
+
+void ScratchComposer::settingsChanged(const QString &key)
+{
+    // The preferences, another composer or another copy of the settings: the backend and the presets
+    // show at once. Queued and coalesced, as the popup's own choice is stored from inside its signal.
+    if (!key.isEmpty() && key != AppSettings::quickTaskBackendKey &&
+        key != AppSettings::quickTaskPresetSettingsByBackendKey &&
+        !key.startsWith(KeyboardShortcuts::keyPrefix))
+        return;
+    if (m_settingsReloadPending)
+        return;
+    m_settingsReloadPending = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_settingsReloadPending = false;
+            const QuickTaskCLIBackend backend = AppSettings(*m_services.defaults).quickTaskCLIBackend();
+            if (backend != m_backend) {
+                m_backend = backend;
+                m_installation.reset();
+                reloadPresets();
+                refreshScratchComposerAvailability(true);
+                return;
+            }
+            reloadPresets();
+            if (m_installation)
+                applyAvailability(ScratchComposerAvailability::resolved(m_backend, *m_installation,
+                                                                        m_presetSettings, models()));
+        },
+        Qt::QueuedConnection);
 }
 
 void ScratchComposer::selectQuickTaskPreset(int index)

@@ -79,6 +79,7 @@ private:
     void applyAvailability(const ScratchComposerAvailability &availability);
     void applySubmitButtonState();
     void reloadPresets();
+    void settingsChanged(const QString &key);
     void setAttachments(const QList<PromptAttachment> &attachments);
     void attachPastedImage(const PromptAttachment &image);
     void presentUnsupportedDirectoryAttachmentAlert(int count);
@@ -95,6 +96,9 @@ private:
     QuickTaskCLIBackend m_backend = QuickTaskCLIBackend::codex;
     QuickTaskPresetSettings m_presetSettings;
     ScratchComposerAvailability m_availability;
+    // The last installation check's answer, so a change of presets is judged without a new one.
+    std::optional<QuickTaskCLIInstallationAvailability> m_installation;
+    bool m_settingsReloadPending = false;
     QList<PromptAttachment> m_attachments;
     // This composer's name as a holder in the attachment store.
     QUuid m_holder = QUuid::createUuid();

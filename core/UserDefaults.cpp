@@ -3,7 +3,11 @@
 #include "core/AppConstants.h"
 #include "platform/HostPlatform.h"
 
+#include <QCryptographicHash>
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -81,7 +85,46 @@ void UserDefaults::write(const QString &key, const QVariant &value)
     else
         m_settings->remove(key);
     m_settings->sync();
+    if (m_watcher)
+        m_knownDigest = backingFileDigest();
     Q_EMIT didChange(key);
+}
+
+void UserDefaults::watchForExternalChanges()
+{
+    if (m_watcher)
+        return;
+    m_watcher = new QFileSystemWatcher(this);
+    m_knownDigest = backingFileDigest();
+    // QSettings replaces the file on every save, so the folder is what keeps being watched; the
+    // file itself too, for editors that write in place.
+    const QFileInfo file(location());
+    QDir().mkpath(file.absolutePath());
+    m_watcher->addPath(file.absolutePath());
+    if (file.exists())
+        m_watcher->addPath(file.absoluteFilePath());
+    connect(m_watcher, &QFileSystemWatcher::directoryChanged, this, &UserDefaults::backingFileTouched);
+    connect(m_watcher, &QFileSystemWatcher::fileChanged, this, &UserDefaults::backingFileTouched);
+}
+
+void UserDefaults::backingFileTouched()
+{
+    const QString path = QFileInfo(location()).absoluteFilePath();
+    if (QFile::exists(path) && !m_watcher->files().contains(path))
+        m_watcher->addPath(path);
+    const QByteArray digest = backingFileDigest();
+    if (digest == m_knownDigest)
+        return;
+    m_knownDigest = digest;
+    Q_EMIT didChange(QString());
+}
+
+QByteArray UserDefaults::backingFileDigest() const
+{
+    QFile file(location());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    return QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256);
 }
 
 bool UserDefaults::contains(const QString &key) const

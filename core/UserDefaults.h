@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 
+class QFileSystemWatcher;
 class QSettings;
 
 // The user-defaults store: small typed values under string keys. Every read goes to the
@@ -66,14 +67,25 @@ public:
         setData(key, JSONCoding::encodeRecord(record));
     }
 
+    // Also announce writes by others (another copy of the application, an editor, a command):
+    // didChange with an empty key when the backing file changes under us. Windows that show
+    // settings call it; nothing else pays for the watch.
+    void watchForExternalChanges();
+
 Q_SIGNALS:
-    // After every write through this instance, with the key that changed.
+    // After every write through this instance, with the key that changed; an empty key when
+    // something else changed the store (see watchForExternalChanges()).
     void didChange(const QString &key);
 
 private:
     UserDefaults(std::unique_ptr<QSettings> settings, QObject *parent);
     QVariant freshValue(const QString &key) const;
     void write(const QString &key, const QVariant &value);
+    void backingFileTouched();
+    QByteArray backingFileDigest() const;
 
     std::unique_ptr<QSettings> m_settings;
+    QFileSystemWatcher *m_watcher = nullptr;
+    // The file as this instance last wrote or saw it, so its own writes are not taken for others'.
+    QByteArray m_knownDigest;
 };

@@ -21,8 +21,13 @@ KeyboardShortcuts::KeyboardShortcuts(UserDefaults &defaults, ShortcutDisplayStyl
     , m_displayStyle(displayStyle)
 {
     connect(&m_defaults, &UserDefaults::didChange, this, [this](const QString &key) {
-        if (key.startsWith(keyPrefix))
+        if (key.startsWith(keyPrefix)) {
             Q_EMIT shortcutByNameDidChange(key.mid(keyPrefix.size()));
+        } else if (key.isEmpty()) {
+            // Written elsewhere: any name may have changed.
+            for (const ShortcutName &name : ShortcutNames::all())
+                Q_EMIT shortcutByNameDidChange(name.rawValue);
+        }
     });
 }
 

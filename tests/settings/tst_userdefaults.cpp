@@ -50,18 +50,26 @@ private Q_SLOTS:
         QCOMPARE(reopened.string(QStringLiteral("Missing")), std::nullopt);
     }
 
-    // Nothing is cached: another store on the file, or another writer of it, is seen at once.
+    // Nothing is cached: another store on the file, or another writer of it, is seen at once, and a
+    // watching store announces the others' writes (once each) but not its own.
     void everyReadSeesTheFile()
     {
         TestEnvironment env;
         const QString path = env.path(QStringLiteral("Tarvel.conf"));
         UserDefaults first(path);
         UserDefaults second(path);
+        first.watchForExternalChanges();
+        QSignalSpy changes(&first, &UserDefaults::didChange);
         QCOMPARE(second.integer(QStringLiteral("Count")), std::nullopt);
         first.setInteger(QStringLiteral("Count"), 1);
         QCOMPARE(second.integer(QStringLiteral("Count")), 1);
+        QCOMPARE(changes.takeFirst().constFirst().toString(), QStringLiteral("Count"));
+        QTest::qWait(200);
+        QVERIFY(changes.isEmpty());
         second.remove(QStringLiteral("Count"));
         QVERIFY(!first.contains(QStringLiteral("Count")));
+        QTRY_COMPARE(changes.size(), 1);
+        QCOMPARE(changes.takeFirst().constFirst().toString(), QString());
 
         QFile file(path);
         QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
@@ -70,6 +78,7 @@ private Q_SLOTS:
         QCOMPARE(first.string(QStringLiteral("Text")), QStringLiteral("after and longer"));
         QCOMPARE(first.boolean(QStringLiteral("Flag")), true);
         QCOMPARE(first.integer(QStringLiteral("Count")), 12);
+        QTRY_COMPARE(changes.size(), 1);
     }
 
     void wrongTypesAndUndecodableRecordsReadAsAbsent()

@@ -1,0 +1,92 @@
+#pragma once
+
+#include "core/DebugWindowFrame.h"
+#include "quicktasks/QuickTaskCLIInstallationAvailability.h"
+
+#include <QFuture>
+#include <QWidget>
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+class KeyboardShortcuts;
+class QCheckBox;
+class QComboBox;
+class QFutureWatcherBase;
+class QLabel;
+class QPushButton;
+class QScrollArea;
+class QTimer;
+class QuickTaskPresetEditorView;
+class ShortcutRecorder;
+class UserDefaults;
+
+// Tarvel's preferences: shortcuts, the backend, its presets, voice drafting, notifications,
+// permissions and the editor set-up. Every control writes to the settings at once; the window
+// follows changes made elsewhere. What it cannot know itself (the permission summary, the editor
+// set-up status) it asks its owner for through signals whenever it is shown or becomes active.
+class PreferencesWindow final : public QWidget {
+    Q_OBJECT
+
+public:
+    using InstallationCheck = std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()>;
+
+    PreferencesWindow(UserDefaults &defaults, KeyboardShortcuts &shortcuts,
+                      InstallationCheck checkInstallations, QWidget *parent = nullptr);
+    ~PreferencesWindow() override;
+
+    // The user-defaults key of the remembered content size.
+    static const QString contentSizeKey;
+
+    // Shows the window at its remembered size (or one that fits its content) the first time.
+    void present();
+    // Once the window is on screen, its frame as the window probe reports it; none when it never
+    // appears.
+    void measureFrame(std::function<void(const std::optional<DebugWindowFrameResponse> &)> done);
+
+    ShortcutRecorder *globalShortcutRecorder() const { return m_globalShortcutRecorder; }
+    QuickTaskPresetEditorView *presetEditor() const { return m_presetEditor; }
+    void setPermissionSummary(const QString &title, const QString &detail);
+    void setEditorSetupStatusLine(const QString &line);
+
+Q_SIGNALS:
+    // The window was shown or became active again: the owner answers with the setters above.
+    void refreshRequested();
+    void openPermissionsRequested();
+    void showEditorIntegrationPromptRequested();
+
+protected:
+    void showEvent(QShowEvent *event) override;
+    void resizeEvent(QResizeEvent *event) override;
+    void changeEvent(QEvent *event) override;
+
+private:
+    QWidget *buildContent();
+    void reloadSettings();
+    void reloadBackendItems();
+    void reloadVoiceItems();
+    void checkInstallations();
+    QSize initialContentSize() const;
+
+    UserDefaults &m_defaults;
+    KeyboardShortcuts &m_shortcuts;
+    InstallationCheck m_checkInstallations;
+    QuickTaskCLIInstallationAvailabilities m_availabilities;
+    std::unique_ptr<QFutureWatcherBase> m_availabilityWatcher;
+    QScrollArea *m_scroll = nullptr;
+    ShortcutRecorder *m_globalShortcutRecorder = nullptr;
+    ShortcutRecorder *m_voiceShortcutRecorder = nullptr;
+    QComboBox *m_backendPopup = nullptr;
+    QLabel *m_backendAvailability = nullptr;
+    QuickTaskPresetEditorView *m_presetEditor = nullptr;
+    QComboBox *m_voiceModelPopup = nullptr;
+    QComboBox *m_voiceThinkingPopup = nullptr;
+    QCheckBox *m_notifications = nullptr;
+    QLabel *m_permissionTitle = nullptr;
+    QLabel *m_permissionDetail = nullptr;
+    QLabel *m_editorSetupStatus = nullptr;
+    QTimer *m_sizeSaveTimer = nullptr;
+    bool m_isApplyingRestoredContentSize = false;
+    bool m_hasPresentedWindow = false;
+};
