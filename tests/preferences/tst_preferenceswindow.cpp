@@ -1,0 +1,142 @@
+// The preferences window offscreen: the shortcut recorder's rules as the user meets them, the preset
+// table's buttons, and a window that follows the settings file when someone else writes it.
+#include "core/UserDefaults.h"
+#include "preferences/PreferencesWindow.h"
+#include "preferences/QuickTaskPresetEditorView.h"
+#include "preferences/ShortcutRecorder.h"
+#include "settings/AppSettings.h"
+#include "settings/CatalogFiles.h"
+#include "shortcuts/KeyboardShortcuts.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QToolButton>
+
+class PreferencesWindowTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_env = std::make_unique<TestEnvironment>();
+        CatalogFiles::writeCodexCache(
+            *m_env, CatalogFiles::codexCache(QJsonArray{
+                        CatalogFiles::codexEntry(QStringLiteral("gpt-a"),
+                                                 {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("high")},
+                                                 QStringLiteral("high")),
+                        CatalogFiles::codexEntry(QStringLiteral("gpt-b"), {QStringLiteral("low")}, QStringLiteral("low")),
+                    }));
+        m_defaults = std::make_unique<UserDefaults>(m_env->path(QStringLiteral("Tarvel.conf")));
+        m_shortcuts = std::make_unique<KeyboardShortcuts>(*m_defaults, ShortcutDisplayStyle::standard);
+        m_window = std::make_unique<PreferencesWindow>(*m_defaults, *m_shortcuts, nullptr);
+        m_window->present();
+    }
+
+    void cleanup()
+    {
+        m_window.reset();
+        m_shortcuts.reset();
+        m_defaults.reset();
+        m_env.reset();
+    }
+
+    // Refused combinations say why and store nothing; Escape leaves the old one; a refusal by the
+    // system-wide registration keeps the old one too; an accepted one is stored at once.
+    void recorderTakesOnlyUsableCombinations()
+    {
+        ShortcutRecorder *recorder = m_window->globalShortcutRecorder();
+        const ShortcutName &name = recorder->name();
+        QString refusal;
+        recorder->registration = [&refusal](const std::optional<Shortcut> &) {
+            return refusal;
+        };
+        const auto press = [recorder](Qt::Key key, Qt::KeyboardModifiers modifiers) {
+            recorder->startRecording();
+            QTest::keyClick(recorder, key, modifiers);
+        };
+
+        press(Qt::Key_K, Qt::NoModifier);
+        QVERIFY(recorder->message().contains(QStringLiteral("Hold Ctrl, Alt or Super")));
+        press(Qt::Key_K, Qt::ShiftModifier);
+        QVERIFY(recorder->message().contains(QStringLiteral("Hold Ctrl, Alt or Super")));
+        press(Qt::Key_R, Qt::ControlModifier);
+        QCOMPARE(recorder->message(), QStringLiteral("Ctrl+R is already used to start or stop dictation."));
+        QVERIFY(recorder->isRecording());
+        QTest::keyClick(recorder, Qt::Key_Escape);
+        QVERIFY(!recorder->isRecording());
+        QCOMPARE(m_shortcuts->getShortcut(name), std::nullopt);
+
+        refusal = QStringLiteral("Ctrl+Alt+K is already used by another application.");
+        press(Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
+        QCOMPARE(recorder->message(), refusal);
+        QCOMPARE(m_shortcuts->getShortcut(name), std::nullopt);
+
+        refusal.clear();
+        press(Qt::Key_F5, Qt::NoModifier); // function keys need no modifier
+        QCOMPARE(m_shortcuts->getShortcut(name), Shortcut::fromQtKey(Qt::Key_F5, Qt::NoModifier));
+        QCOMPARE(recorder->message(), QString());
+        press(Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
+        QCOMPARE(m_shortcuts->displayText(*m_shortcuts->getShortcut(name)), QStringLiteral("Ctrl+Alt+K"));
+        QCOMPARE(recorder->findChild<QPushButton *>()->text(), QStringLiteral("Ctrl+Alt+K"));
+
+        // Backspace clears; the preset rows' recorders follow a change made elsewhere.
+        press(Qt::Key_Backspace, Qt::NoModifier);
+        QCOMPARE(m_shortcuts->getShortcut(name), std::nullopt);
+        m_shortcuts->setShortcut(Shortcut::fromQtKey(Qt::Key_9, Qt::AltModifier), *ShortcutNames::quickTaskPreset(1));
+        QCOMPARE(m_window->findChild<ShortcutRecorder *>(QStringLiteral("PresetShortcut1"))
+                     ->findChild<QPushButton *>()
+                     ->text(),
+                 QStringLiteral("Alt+9"));
+    }
+
+    // Add stops at nine rows and selects the new one; remove stops at one; each change is stored.
+    void presetTableButtons()
+    {
+        QuickTaskPresetEditorView *editor = m_window->presetEditor();
+        const auto stored = [this] { return AppSettings(*m_defaults).quickTaskPresetSettings().presets.size(); };
+        const qsizetype initial = stored();
+        QVERIFY(initial >= 1);
+        while (editor->addButton()->isEnabled())
+            editor->addButton()->click();
+        QCOMPARE(stored(), 9);
+        QCOMPARE(editor->table()->rowCount(), 9);
+        QCOMPARE(editor->editorSelectedPresetIndex(), 8);
+
+        // The new row takes a model from the pop-up; its thinking menu then lists that model's levels.
+        editor->modelPopUpButton()->setCurrentIndex(editor->modelPopUpButton()->findData(QStringLiteral("gpt-a")));
+        Q_EMIT editor->modelPopUpButton()->activated(editor->modelPopUpButton()->currentIndex());
+        QCOMPARE(AppSettings(*m_defaults).quickTaskPresetSettings().presets.at(8).model, QStringLiteral("gpt-a"));
+        QCOMPARE(editor->thinkingPopUpButton()->itemText(1), QStringLiteral("medium default"));
+        QCOMPARE(editor->thinkingPopUpButton()->currentData().toString(), QStringLiteral("high"));
+
+        while (editor->removeButton()->isEnabled())
+            editor->removeButton()->click();
+        QCOMPARE(stored(), 1);
+        QCOMPARE(editor->table()->rowCount(), 1);
+        QVERIFY(editor->addButton()->isEnabled());
+    }
+
+    // Another copy of the application writes the same settings file.
+    void followsTheSettingsFile()
+    {
+        auto *backend = m_window->findChild<QComboBox *>(QStringLiteral("BackendPopup"));
+        QCOMPARE(backend->currentText(), QStringLiteral("Codex"));
+        UserDefaults other(m_defaults->location());
+        AppSettings(other).setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
+        AppSettings(other).setCompletionNotificationsEnabled(false);
+        QTRY_COMPARE(backend->currentText(), QStringLiteral("Claude"));
+        QVERIFY(!m_window->findChild<QCheckBox *>(QStringLiteral("CompletionNotifications"))->isChecked());
+    }
+
+private:
+    std::unique_ptr<TestEnvironment> m_env;
+    std::unique_ptr<UserDefaults> m_defaults;
+    std::unique_ptr<KeyboardShortcuts> m_shortcuts;
+    std::unique_ptr<PreferencesWindow> m_window;
+};
+
+QTEST_MAIN(PreferencesWindowTest)
+#include "tst_preferenceswindow.moc"
