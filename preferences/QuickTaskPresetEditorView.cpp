@@ -13,6 +13,7 @@
 #include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
+#include <QShowEvent>
 #include <QTableWidget>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -161,10 +162,23 @@ void QuickTaskPresetEditorView::reloadRows()
     m_table->clearSelection();
     if (m_editorSelectedPresetIndex >= 0)
         m_table->selectRow(m_editorSelectedPresetIndex);
-    m_table->resizeRowsToContents();
-    m_table->setFixedHeight(m_table->horizontalHeader()->height() + 2 * m_table->frameWidth() +
-                            (count > 0 ? m_table->rowHeight(0) * count : 0));
+    fitTableHeight();
     m_isSynchronizingTableSelection = false;
+}
+
+void QuickTaskPresetEditorView::fitTableHeight()
+{
+    m_table->resizeRowsToContents();
+    int height = m_table->horizontalHeader()->sizeHint().height() + 2 * m_table->frameWidth();
+    for (int row = 0; row < m_table->rowCount(); ++row)
+        height += m_table->rowHeight(row);
+    m_table->setFixedHeight(height);
+}
+
+void QuickTaskPresetEditorView::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    fitTableHeight();
 }
 
 void QuickTaskPresetEditorView::reloadModelItems(const QString &selecting)

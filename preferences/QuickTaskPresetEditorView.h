@@ -35,8 +35,13 @@ public:
     int editorSelectedPresetIndex() const { return m_editorSelectedPresetIndex; }
     void selectRow(int row);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     void reloadRows();
+    // The table shows every row without scrolling; row heights are only right once the style is applied.
+    void fitTableHeight();
     void reloadModelItems(const QString &selecting);
     void reloadThinkingItems(const QString &model, const QString &selecting);
     void persistSettings();

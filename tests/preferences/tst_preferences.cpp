@@ -29,8 +29,10 @@ BackendModel model(const QString &identifier, const QStringList &levels, const Q
 }
 
 const QList<BackendModel> openCodeModels{
-    model(QString(), {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("max")}, QStringLiteral("medium")),
-    model(QStringLiteral("openai//gpt-5"), {QStringLiteral("minimal"), QStringLiteral("medium")}, QStringLiteral("minimal")),
+    model(QString(), {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("max")},
+          QStringLiteral("medium")),
+    model(QStringLiteral("openai//gpt-5"), {QStringLiteral("minimal"), QStringLiteral("medium")},
+          QStringLiteral("minimal")),
 };
 
 } // namespace
@@ -68,13 +70,14 @@ private Q_SLOTS:
         QTest::addColumn<int>("backend");
         QTest::addColumn<QString>("selecting");
         QTest::addColumn<QString>("extraTitle");
-        QTest::newRow("opencode hand-typed") << int(QuickTaskCLIBackend::opencode)
-                                             << QStringLiteral("Anthropic//Claude-X")
-                                             << QStringLiteral("custom (anthropic//claude-x)");
-        QTest::newRow("opencode listed") << int(QuickTaskCLIBackend::opencode) << QStringLiteral("openai//gpt-5")
-                                         << QString();
+        QTest::newRow("opencode hand-typed")
+            << int(QuickTaskCLIBackend::opencode) << QStringLiteral("Anthropic//Claude-X")
+            << QStringLiteral("custom (anthropic//claude-x)");
+        QTest::newRow("opencode listed")
+            << int(QuickTaskCLIBackend::opencode) << QStringLiteral("openai//gpt-5") << QString();
         QTest::newRow("opencode default") << int(QuickTaskCLIBackend::opencode) << QString() << QString();
-        QTest::newRow("codex unknown") << int(QuickTaskCLIBackend::codex) << QStringLiteral("gone") << QString();
+        QTest::newRow("codex unknown")
+            << int(QuickTaskCLIBackend::codex) << QStringLiteral("gone") << QString();
     }
 
     void modelOptions()
@@ -97,9 +100,11 @@ private Q_SLOTS:
                                                openCodeModels)),
                  (QList<ThinkingItem>{{QStringLiteral("minimal"), QStringLiteral("minimal")},
                                       {QStringLiteral("medium default"), QStringLiteral("medium")}}));
-        QCOMPARE(supportedLevels(QStringLiteral("someone//else"), QuickTaskCLIBackend::opencode, openCodeModels),
-                 openCodeModels.constFirst().supportedReasoningLevels);
-        QVERIFY(supportedLevels(QStringLiteral("gone"), QuickTaskCLIBackend::codex, openCodeModels).isEmpty());
+        QCOMPARE(
+            supportedLevels(QStringLiteral("someone//else"), QuickTaskCLIBackend::opencode, openCodeModels),
+            openCodeModels.constFirst().supportedReasoningLevels);
+        QVERIFY(
+            supportedLevels(QStringLiteral("gone"), QuickTaskCLIBackend::codex, openCodeModels).isEmpty());
     }
 
     void editorSetupLine_data()
@@ -108,16 +113,19 @@ private Q_SLOTS:
         QTest::addColumn<bool>("suppressed");
         QTest::addColumn<QString>("line");
         using Kind = EditorIntegrationStatus::Kind;
-        QTest::newRow("unreadable") << -1 << true << QStringLiteral("Editor setup status is unavailable right now.");
+        QTest::newRow("unreadable") << -1 << true
+                                    << QStringLiteral("Editor setup status is unavailable right now.");
         QTest::newRow("installed") << int(Kind::installed) << true
                                    << QStringLiteral("Editor setup is already in place.");
         QTest::newRow("elsewhere") << int(Kind::configuredElsewhere) << false
-                                   << QStringLiteral("Another editor is already configured for prompt editing.");
+                                   << QStringLiteral(
+                                          "Another editor is already configured for prompt editing.");
         QTest::newRow("dismissed") << int(Kind::needsInstall) << true
-                                   << QStringLiteral("The editor setup prompt is currently dismissed forever.");
-        QTest::newRow("will ask") << int(Kind::needsInstall) << false
-                                  << QStringLiteral(
-                                         "The editor setup prompt is already enabled when setup needs attention.");
+                                   << QStringLiteral(
+                                          "The editor setup prompt is currently dismissed forever.");
+        QTest::newRow("will ask")
+            << int(Kind::needsInstall) << false
+            << QStringLiteral("The editor setup prompt is already enabled when setup needs attention.");
     }
 
     void editorSetupLine()
@@ -136,7 +144,8 @@ private Q_SLOTS:
         using namespace PreferencesTexts;
         QCOMPARE(contentSizeString(QSize(640, 480)), QStringLiteral("{640, 480}"));
         QCOMPARE(contentSizeFromString(contentSizeString(QSize(640, 480))), QSize(640, 480));
-        QCOMPARE(contentSizeFromString(QStringLiteral("{612.5,700}")), QSize(613, 700)); // the Mac's fractions
+        QCOMPARE(contentSizeFromString(QStringLiteral("{612.5,700}")),
+                 QSize(613, 700)); // the Mac's fractions
         for (const char *bad : {"", "640x480", "{0, 480}", "{640}", "{-5, 10}", "{1e9, 10}"})
             QVERIFY2(!contentSizeFromString(QString::fromLatin1(bad)), bad);
     }
@@ -145,24 +154,32 @@ private Q_SLOTS:
     {
         using Info = QMap<QString, QString>;
         const auto request = DebugWindowRequest::fromUserInfo(
-            Info{{QStringLiteral("target"), QStringLiteral("preferences")}, {QStringLiteral("response"), QStringLiteral("/tmp/f.json")}});
+            Info{{QStringLiteral("target"), QStringLiteral("preferences")},
+                 {QStringLiteral("response"), QStringLiteral("/tmp/f.json")}});
         QVERIFY(request);
         QCOMPARE(request->responsePath, QStringLiteral("/tmp/f.json"));
-        QVERIFY(!DebugWindowRequest::fromUserInfo(Info{{QStringLiteral("target"), QStringLiteral("errors")},
-                                                       {QStringLiteral("response"), QStringLiteral("/tmp/f")}}));
-        QVERIFY(!DebugWindowRequest::fromUserInfo(Info{{QStringLiteral("target"), QStringLiteral("preferences")},
-                                                       {QStringLiteral("response"), QString()}}));
+        QVERIFY(
+            !DebugWindowRequest::fromUserInfo(Info{{QStringLiteral("target"), QStringLiteral("errors")},
+                                                   {QStringLiteral("response"), QStringLiteral("/tmp/f")}}));
+        QVERIFY(
+            !DebugWindowRequest::fromUserInfo(Info{{QStringLiteral("target"), QStringLiteral("preferences")},
+                                                   {QStringLiteral("response"), QString()}}));
         QVERIFY(!DebugWindowRequest::fromUserInfo(Info{}));
 
-        DebugWindowFrameResponse response{DebugWindowTarget::preferences, 8388627, {359, 45, 562, 737},
-                                          {360, 65, 560, 712.5}, std::nullopt};
-        const QByteArray withoutScreen = "{\"target\":\"preferences\",\"windowNumber\":8388627,"
-                                         "\"frame\":{\"x\":359,\"y\":45,\"width\":562,\"height\":737},"
-                                         "\"contentFrame\":{\"x\":360,\"y\":65,\"width\":560,\"height\":712.5}}";
+        DebugWindowFrameResponse response{DebugWindowTarget::preferences,
+                                          8388627,
+                                          {359, 45, 562, 737},
+                                          {360, 65, 560, 712.5},
+                                          std::nullopt};
+        const QByteArray withoutScreen =
+            "{\"target\":\"preferences\",\"windowNumber\":8388627,"
+            "\"frame\":{\"x\":359,\"y\":45,\"width\":562,\"height\":737},"
+            "\"contentFrame\":{\"x\":360,\"y\":65,\"width\":560,\"height\":712.5}}";
         QCOMPARE(response.encoded(), withoutScreen);
         response.screenVisibleFrame = DebugWindowRect{0, 28, 1280, 772};
-        QCOMPARE(response.encoded(), withoutScreen.chopped(1) +
-                                         ",\"screenVisibleFrame\":{\"x\":0,\"y\":28,\"width\":1280,\"height\":772}}");
+        QCOMPARE(response.encoded(),
+                 withoutScreen.chopped(1) +
+                     ",\"screenVisibleFrame\":{\"x\":0,\"y\":28,\"width\":1280,\"height\":772}}");
     }
 };
 

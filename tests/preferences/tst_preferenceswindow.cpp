@@ -24,10 +24,12 @@ private Q_SLOTS:
         m_env = std::make_unique<TestEnvironment>();
         CatalogFiles::writeCodexCache(
             *m_env, CatalogFiles::codexCache(QJsonArray{
-                        CatalogFiles::codexEntry(QStringLiteral("gpt-a"),
-                                                 {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("high")},
-                                                 QStringLiteral("high")),
-                        CatalogFiles::codexEntry(QStringLiteral("gpt-b"), {QStringLiteral("low")}, QStringLiteral("low")),
+                        CatalogFiles::codexEntry(
+                            QStringLiteral("gpt-a"),
+                            {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("high")},
+                            QStringLiteral("high")),
+                        CatalogFiles::codexEntry(QStringLiteral("gpt-b"), {QStringLiteral("low")},
+                                                 QStringLiteral("low")),
                     }));
         m_defaults = std::make_unique<UserDefaults>(m_env->path(QStringLiteral("Tarvel.conf")));
         m_shortcuts = std::make_unique<KeyboardShortcuts>(*m_defaults, ShortcutDisplayStyle::standard);
@@ -85,7 +87,8 @@ private Q_SLOTS:
         // Backspace clears; the preset rows' recorders follow a change made elsewhere.
         press(Qt::Key_Backspace, Qt::NoModifier);
         QCOMPARE(m_shortcuts->getShortcut(name), std::nullopt);
-        m_shortcuts->setShortcut(Shortcut::fromQtKey(Qt::Key_9, Qt::AltModifier), *ShortcutNames::quickTaskPreset(1));
+        m_shortcuts->setShortcut(Shortcut::fromQtKey(Qt::Key_9, Qt::AltModifier),
+                                 *ShortcutNames::quickTaskPreset(1));
         QCOMPARE(m_window->findChild<ShortcutRecorder *>(QStringLiteral("PresetShortcut1"))
                      ->findChild<QPushButton *>()
                      ->text(),
@@ -96,7 +99,9 @@ private Q_SLOTS:
     void presetTableButtons()
     {
         QuickTaskPresetEditorView *editor = m_window->presetEditor();
-        const auto stored = [this] { return AppSettings(*m_defaults).quickTaskPresetSettings().presets.size(); };
+        const auto stored = [this] {
+            return AppSettings(*m_defaults).quickTaskPresetSettings().presets.size();
+        };
         const qsizetype initial = stored();
         QVERIFY(initial >= 1);
         while (editor->addButton()->isEnabled())
@@ -106,9 +111,11 @@ private Q_SLOTS:
         QCOMPARE(editor->editorSelectedPresetIndex(), 8);
 
         // The new row takes a model from the pop-up; its thinking menu then lists that model's levels.
-        editor->modelPopUpButton()->setCurrentIndex(editor->modelPopUpButton()->findData(QStringLiteral("gpt-a")));
+        editor->modelPopUpButton()->setCurrentIndex(
+            editor->modelPopUpButton()->findData(QStringLiteral("gpt-a")));
         Q_EMIT editor->modelPopUpButton()->activated(editor->modelPopUpButton()->currentIndex());
-        QCOMPARE(AppSettings(*m_defaults).quickTaskPresetSettings().presets.at(8).model, QStringLiteral("gpt-a"));
+        QCOMPARE(AppSettings(*m_defaults).quickTaskPresetSettings().presets.at(8).model,
+                 QStringLiteral("gpt-a"));
         QCOMPARE(editor->thinkingPopUpButton()->itemText(1), QStringLiteral("medium default"));
         QCOMPARE(editor->thinkingPopUpButton()->currentData().toString(), QStringLiteral("high"));
 

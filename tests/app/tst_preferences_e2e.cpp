@@ -1,0 +1,134 @@
+// The preferences window of the real tarvel on the headless desktop: opened from the tray menu,
+// measured by the window probe, and changing what an open scratch composer offers at once. Runs
+// inside tests/e2e/desktop-session.sh.
+#include "PreferencesGeometry.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+
+using namespace desktop_test;
+
+namespace {
+
+QRect rectOf(const QJsonValue &value)
+{
+    const QJsonObject object = value.toObject();
+    return QRect(object.value(u"x").toInt(), object.value(u"y").toInt(), object.value(u"width").toInt(),
+                 object.value(u"height").toInt());
+}
+
+// left, right, top, bottom
+QList<int> frameExtents(const QString &window)
+{
+    const QString line =
+        run(QStringLiteral("xprop"), {QStringLiteral("-id"), window, QStringLiteral("_NET_FRAME_EXTENTS")});
+    QList<int> extents;
+    for (const QString &part : line.section(u'=', 1).split(u',', Qt::SkipEmptyParts))
+        extents.append(part.trimmed().toInt());
+    return extents;
+}
+
+} // namespace
+
+class PreferencesEndToEndTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
+        QVERIFY(m_root.isValid());
+        m_app = std::make_unique<Application>(
+            m_root.path(), m_fakes,
+            QMap<QString, QString>{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
+                                   {QStringLiteral("FAKE_OPENCODE_VERSION_DELAY"), QStringLiteral("0.1")}});
+        QSettings(m_app->settingsFile(), QSettings::IniFormat)
+            .setValue(QStringLiteral("PreferencesWindowContentSize"), QStringLiteral("{640, 740}"));
+        m_app->start();
+    }
+
+    // The tray's "Preferences…" opens the window at its remembered size; the probe then answers
+    // with its frame, which is the client area xwininfo sees plus the window manager's frame.
+    void trayOpensThePreferencesAndTheProbeMeasuresThem()
+    {
+        m_app->openMenu();
+        key(QStringLiteral("Down")); // Quick Tasks
+        key(QStringLiteral("Down")); // Preferences…
+        key(QStringLiteral("Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(!preferencesWindowOf(*m_app).isEmpty(), 10000);
+        const QString window = preferencesWindowOf(*m_app);
+        QTRY_COMPARE_WITH_TIMEOUT(geometry(window).width, 640, 5000);
+        QCOMPARE(geometry(window).height, 740);
+        QTest::qWait(300);
+        screenshot(QStringLiteral("preferences"), window);
+
+        const QString answer = m_root.filePath(QStringLiteral("frame.json"));
+        run(QStringLiteral("dbus-send"),
+            {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
+             QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
+             QStringLiteral("string:zq.tarvel.debug-window-request"),
+             QStringLiteral("dict:string:string:target,preferences,response,") + answer});
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 5000);
+        const QByteArray json = readFile(answer);
+        QVERIFY2(json.startsWith("{\"target\":\"preferences\",\"windowNumber\":"), json.constData());
+        const QJsonObject response = QJsonDocument::fromJson(json).object();
+        QCOMPARE(response.value(u"windowNumber").toInteger(), window.toLongLong());
+        const Geometry client = geometry(window);
+        QCOMPARE(rectOf(response.value(u"contentFrame")),
+                 QRect(client.x, client.y, client.width, client.height));
+        const QList<int> extents = frameExtents(window);
+        QCOMPARE(extents.size(), 4);
+        QCOMPARE(rectOf(response.value(u"frame")),
+                 QRect(client.x - extents[0], client.y - extents[2], client.width + extents[0] + extents[1],
+                       client.height + extents[2] + extents[3]));
+        QCOMPARE(rectOf(response.value(u"screenVisibleFrame")), QRect(0, 28, 1280, 772)); // below the tray
+        // An unknown target is not answered.
+        const QString unknown = m_root.filePath(QStringLiteral("unknown.json"));
+        run(QStringLiteral("dbus-send"),
+            {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
+             QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
+             QStringLiteral("string:zq.tarvel.debug-window-request"),
+             QStringLiteral("dict:string:string:target,errors,response,") + unknown});
+        QTest::qWait(500);
+        QVERIFY(!QFile::exists(unknown));
+    }
+
+    // Another backend and an added preset reach an open scratch composer without reopening it: the
+    // new third preset (OpenCode adds one with medium thinking) runs the task.
+    void backendAndPresetChangesReachAnOpenComposer()
+    {
+        const QString composer = m_app->openReadyComposer();
+        const QString window = preferencesWindowOf(*m_app);
+        QVERIFY(!window.isEmpty());
+        activate(window);
+        const MeasuredPreferences measured(window);
+        measured.click(QStringLiteral("BackendPopup"));
+        QTest::qWait(300);
+        key(QStringLiteral("Escape")); // the list the click opened
+        m_fakes.forget(QStringLiteral("opencode.version-answered"));
+        key(QStringLiteral("Down")); // Claude
+        key(QStringLiteral("Down")); // OpenCode
+        QTRY_VERIFY_WITH_TIMEOUT(
+            QFile::exists(m_fakes.recordPath(QStringLiteral("opencode.version-answered"))), 10000);
+        measured.click(QStringLiteral("AddPreset"));
+        QTest::qWait(500);
+
+        activate(composer);
+        type(QStringLiteral("with the added preset"));
+        key(QStringLiteral("ctrl+3"));
+        key(QStringLiteral("ctrl+Return"));
+        const QStringList arguments = m_fakes.nextArguments(QStringLiteral("opencode"));
+        QVERIFY2(!arguments.isEmpty(), "opencode did not run");
+        QCOMPARE(arguments.constLast(), QStringLiteral("with the added preset"));
+        QCOMPARE(arguments.at(arguments.indexOf(QStringLiteral("--variant")) + 1), QStringLiteral("medium"));
+    }
+
+private:
+    QTemporaryDir m_root;
+    FakeBackends m_fakes;
+    std::unique_ptr<Application> m_app;
+};
+
+QTEST_MAIN(PreferencesEndToEndTest)
+#include "tst_preferences_e2e.moc"
