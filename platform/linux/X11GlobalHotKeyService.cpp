@@ -216,6 +216,8 @@ void X11GlobalHotKeyService::keyPressed(quint8 keycode, quint16 state, quint32 t
             m_pendingReleases.erase(pending);
             return;
         }
+        // Releases that were real come before this press.
+        finishReleases();
         if (m_held.contains(id))
             return;
         m_held.insert(id);
