@@ -62,8 +62,9 @@ PortalGlobalHotKeyService::PortalGlobalHotKeyService(QObject *parent)
 {
     qDBusRegisterMetaType<PortalShortcut>();
     qDBusRegisterMetaType<QList<PortalShortcut>>();
+    // Only a Wayland session needs the portal; elsewhere (no display at all) nothing is asked.
     QDBusConnection bus = QDBusConnection::sessionBus();
-    m_available = bus.isConnected() && portalVersion() > 0;
+    m_available = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && bus.isConnected() && portalVersion() > 0;
     if (!m_available)
         return;
     bus.connect(service, desktopPath, shortcutsInterface, QStringLiteral("Activated"), this,
