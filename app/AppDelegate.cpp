@@ -20,12 +20,15 @@
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
 #include "platform/DistributedNotificationObserver.h"
+#include "platform/GlobalHotKeyService.h"
 #include "platform/WindowSystem.h"
 #include "preferences/PreferencesWindow.h"
+#include "preferences/ShortcutRecorder.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
+#include "shortcuts/GlobalShortcutRegistrar.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
 #include <QCoreApplication>
@@ -34,6 +37,8 @@
 
 namespace {
 const QString kLaunch = QStringLiteral("Launch");
+const QString kHotKeyFailed = QStringLiteral("The system-wide shortcut could not be set up.");
+const QString kShortcuts = QStringLiteral("Shortcuts");
 } // namespace
 
 AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, UserDefaults &defaults,
@@ -43,6 +48,9 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_errorLog(errorLog)
     , m_defaults(defaults)
     , m_shortcuts(std::make_unique<KeyboardShortcuts>(defaults))
+    , m_globalShortcuts(m_platform.hotKeys
+                            ? std::make_unique<GlobalShortcutRegistrar>(*m_shortcuts, *m_platform.hotKeys)
+                            : nullptr)
     , m_scratchFrameStore(std::make_unique<ScratchWindowFrameStore>(defaults))
     , m_activation(std::make_unique<WindowActivationCoordinator>(*m_platform.windowSystem))
     , m_intake(std::make_unique<RequestIntake>(errorLog, Clock::system()))
@@ -124,6 +132,11 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                     break;
                 }
             });
+    if (m_globalShortcuts)
+        connect(m_globalShortcuts.get(), &GlobalShortcutRegistrar::registrationFailed, this,
+                [this](const QString &, const QString &message) {
+                    m_errorLog.record(kHotKeyFailed, message, kShortcuts);
+                });
     connect(m_quitPolicy.get(), &QuitPolicy::terminating, this, &AppDelegate::stopListening);
     m_quitPolicy->endOnInterrupts();
 }
@@ -150,6 +163,8 @@ void AppDelegate::applicationDidFinishLaunching()
     m_statusItem->show();
     m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());
 
+    if (m_globalShortcuts)
+        m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
     listenForRequests();
     m_composers->processPendingRequests();
     m_editorSetup->scheduleAfterLaunch();
@@ -204,8 +219,16 @@ PreferencesWindow &AppDelegate::preferencesWindow()
     m_preferencesWindow = std::make_unique<PreferencesWindow>(
         m_defaults, *m_shortcuts, &TaskCLIExecutableLocator::installationAvailabilities);
     PreferencesWindow *window = m_preferencesWindow.get();
-    connect(window, &PreferencesWindow::refreshRequested, this,
-            [this, window] { window->setEditorSetupStatusLine(m_editorSetup->statusLine()); });
+    window->globalShortcutRecorder()->registration = [this](const std::optional<Shortcut> &shortcut) {
+        return registerGlobalShortcut(shortcut);
+    };
+    connect(window, &PreferencesWindow::refreshRequested, this, [this, window] {
+        window->setEditorSetupStatusLine(m_editorSetup->statusLine());
+        QString remark = m_platform.hotKeys ? m_platform.hotKeys->unavailableReason() : QString();
+        if (remark.isEmpty() && m_globalShortcuts)
+            remark = m_globalShortcuts->problem(ShortcutNames::openScratchComposer());
+        window->globalShortcutRecorder()->setRemark(remark);
+    });
     connect(window, &PreferencesWindow::showEditorIntegrationPromptRequested, this, [this, window] {
         // After the click's own event: the prompt runs a modal loop of its own.
         QTimer::singleShot(0, m_editorSetup.get(), [this, window] {
@@ -214,6 +237,19 @@ PreferencesWindow &AppDelegate::preferencesWindow()
         });
     });
     return *window;
+}
+
+QString AppDelegate::registerGlobalShortcut(const std::optional<Shortcut> &shortcut)
+{
+    if (!m_globalShortcuts)
+        return {};
+    const QString unavailable = m_platform.hotKeys->unavailableReason();
+    if (!unavailable.isEmpty() && shortcut)
+        return unavailable;
+    const QString problem = m_globalShortcuts->tryRegister(ShortcutNames::openScratchComposer(), shortcut);
+    if (!problem.isEmpty())
+        m_errorLog.record(kHotKeyFailed, problem, kShortcuts);
+    return problem;
 }
 
 void AppDelegate::openPreferences()

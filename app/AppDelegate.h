@@ -1,15 +1,18 @@
 #pragma once
 
 #include "app/PlatformServices.h"
+#include "shortcuts/Shortcut.h"
 
 #include <QObject>
 
 #include <memory>
+#include <optional>
 
 class ComposerCoordinator;
 class EditorSetupOffer;
 class ErrorLogManager;
 class ErrorsWindow;
+class GlobalShortcutRegistrar;
 class KeyboardShortcuts;
 class PreferencesWindow;
 class QFileSystemWatcher;
@@ -44,6 +47,7 @@ private:
     void openErrors();
     void openPreferences();
     PreferencesWindow &preferencesWindow();
+    QString registerGlobalShortcut(const std::optional<Shortcut> &shortcut);
     void handleDebugWindowRequest(const QMap<QString, QString> &userInfo);
     void listenForRequests();
     void stopListening();
@@ -52,6 +56,8 @@ private:
     ErrorLogManager &m_errorLog;
     UserDefaults &m_defaults;
     std::unique_ptr<KeyboardShortcuts> m_shortcuts;
+    // After the store it follows, so it goes first.
+    std::unique_ptr<GlobalShortcutRegistrar> m_globalShortcuts;
     std::unique_ptr<ScratchWindowFrameStore> m_scratchFrameStore;
     std::unique_ptr<WindowActivationCoordinator> m_activation;
     std::unique_ptr<RequestIntake> m_intake;

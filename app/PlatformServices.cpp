@@ -4,6 +4,7 @@
 #include "platform/Clipboard.h"
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/FileOpener.h"
+#include "platform/GlobalHotKeyService.h"
 #include "platform/SpeechRecognizer.h"
 #include "platform/TrayHost.h"
 #include "platform/UserNotificationCenter.h"
@@ -29,5 +30,6 @@ PlatformServices PlatformServices::create()
         return AppSettings(UserDefaults::standard()).speechRecognizerCommand();
     };
     services.speechRecognizer = SpeechRecognizer::create(std::move(speech));
+    services.hotKeys = GlobalHotKeyService::create();
     return services;
 }

@@ -5,6 +5,7 @@
 class Clipboard;
 class DistributedNotificationObserver;
 class FileOpener;
+class GlobalHotKeyService;
 class SpeechRecognizer;
 class UserNotificationCenter;
 class WindowSystem;
@@ -21,6 +22,8 @@ struct PlatformServices {
     // Dictation in the composers: one for the application, so one model is loaded however many
     // composers are open.
     std::unique_ptr<SpeechRecognizer> speechRecognizer;
+    // The system-wide shortcut that opens a scratch composer.
+    std::unique_ptr<GlobalHotKeyService> hotKeys;
     // A StatusNotifierItem host draws exported menus itself and loses custom rows.
     bool trayExportsMenus = false;
 

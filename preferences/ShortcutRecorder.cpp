@@ -65,7 +65,6 @@ ShortcutRecorder::ShortcutRecorder(KeyboardShortcuts &shortcuts, ShortcutName na
     m_message->setObjectName(QStringLiteral("ShortcutRecorderMessage"));
     m_message->setWordWrap(true);
     m_message->setTextFormat(Qt::PlainText);
-    m_message->setForegroundRole(QPalette::PlaceholderText);
     m_message->hide();
     column->addWidget(m_message);
 
@@ -136,6 +135,13 @@ void ShortcutRecorder::refresh()
         m_button->setText(current ? m_shortcuts.displayText(*current) : QStringLiteral("Record Shortcut"));
     m_clear->setEnabled(current.has_value());
     const QString shown = m_problem.isEmpty() ? m_remark : m_problem;
+    // A refused combination stands out; a standing remark reads like the notes around it.
+    QPalette palette = m_message->palette();
+    palette.setColor(QPalette::WindowText, m_problem.isEmpty()
+                                               ? this->palette().color(QPalette::PlaceholderText)
+                                               : QColor(0xb0, 0x2a, 0x20));
+    m_message->setPalette(palette);
+    m_message->setForegroundRole(QPalette::WindowText);
     m_message->setText(shown);
     m_message->setVisible(!shown.isEmpty());
 }

@@ -2,6 +2,7 @@
 // measured by the window probe, and changing what an open scratch composer offers at once. Runs
 // inside tests/e2e/desktop-session.sh.
 #include "PreferencesGeometry.h"
+#include "support/keygrabber/KeyGrabberProcess.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -28,6 +29,18 @@ QList<int> frameExtents(const QString &window)
         extents.append(part.trimmed().toInt());
     return extents;
 }
+
+// The key code stored for the system-wide shortcut, -1 for none.
+int storedScratchShortcutKeyCode(const Application &app)
+{
+    const QString text = QSettings(app.settingsFile(), QSettings::IniFormat)
+                             .value(QStringLiteral("KeyboardShortcuts_openScratchComposer"))
+                             .toString();
+    return QJsonDocument::fromJson(text.toUtf8()).object().value(u"carbonKeyCode").toInt(-1);
+}
+
+constexpr int kKeyCodeJ = 0x26;
+constexpr int kKeyCodeK = 0x28;
 
 } // namespace
 
@@ -122,6 +135,67 @@ private Q_SLOTS:
         QVERIFY2(!arguments.isEmpty(), "opencode did not run");
         QCOMPARE(arguments.constLast(), QStringLiteral("with the added preset"));
         QCOMPARE(arguments.at(arguments.indexOf(QStringLiteral("--variant")) + 1), QStringLiteral("medium"));
+    }
+
+    // A shortcut recorded with real key presses opens a scratch composer while an xterm has the
+    // keyboard; one recorded over it replaces it at once. A combination another client holds is
+    // refused in the recorder and written to the error log, and the earlier one stays.
+    void recordedShortcutWorksFromAnXtermAndAConflictIsReported()
+    {
+        const QString window = preferencesWindowOf(*m_app);
+        QVERIFY(!window.isEmpty());
+        const auto record = [&](const QString &keys) {
+            activate(window);
+            MeasuredPreferences(window).click(QStringLiteral("GlobalShortcutRecorder"));
+            QTest::qWait(300);
+            key(keys);
+            QTest::qWait(300);
+        };
+        QProcess xterm;
+        xterm.start(QStringLiteral("xterm"), {QStringLiteral("-title"), QStringLiteral("hot key test")});
+        QVERIFY(xterm.waitForStarted());
+        QString terminal;
+        QTRY_VERIFY_WITH_TIMEOUT(!(terminal = windowsOf(xterm.processId()).value(0)).isEmpty(), 10000);
+        const auto pressInTerminal = [&](const QString &keys) {
+            activate(terminal);
+            QTest::qWait(200);
+            key(keys);
+        };
+        const auto expectComposer = [&](bool expected) {
+            if (expected) {
+                m_app->waitForComposer();
+                key(QStringLiteral("Escape"));
+                QTRY_VERIFY_WITH_TIMEOUT(m_app->composerWindow().isEmpty(), 5000);
+            } else {
+                QTest::qWait(1000);
+                QVERIFY(m_app->composerWindow().isEmpty());
+            }
+        };
+
+        record(QStringLiteral("ctrl+alt+k"));
+        QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeK);
+        pressInTerminal(QStringLiteral("ctrl+alt+k"));
+        expectComposer(true);
+
+        record(QStringLiteral("ctrl+alt+j"));
+        QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeJ);
+        pressInTerminal(QStringLiteral("ctrl+alt+k"));
+        expectComposer(false);
+        pressInTerminal(QStringLiteral("ctrl+alt+j"));
+        expectComposer(true);
+
+        KeyGrabberProcess other(QStringLiteral("l"), QStringLiteral("ctrl,alt"));
+        QVERIFY(other.grabbed());
+        record(QStringLiteral("ctrl+alt+l"));
+        screenshot(QStringLiteral("preferences-shortcut-conflict"), window);
+        QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeJ);
+        QVERIFY(readFile(m_app->dataFolder() + QStringLiteral("/Errors/errors.json"))
+                    .contains("Ctrl+Alt+L is already used by another application."));
+        key(QStringLiteral("Escape")); // ends the recording
+        pressInTerminal(QStringLiteral("ctrl+alt+j"));
+        expectComposer(true);
+        xterm.kill();
+        xterm.waitForFinished();
     }
 
 private:

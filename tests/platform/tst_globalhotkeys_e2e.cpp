@@ -1,6 +1,7 @@
 // The system-wide hot key on the headless desktop (run through desktop-session.sh): real key grabs
 // on Xvfb, keys typed with xdotool, and another X client holding a combination.
 #include "platform/GlobalHotKeyService.h"
+#include "support/keygrabber/KeyGrabberProcess.h"
 
 #include <QGuiApplication>
 #include <QProcess>
@@ -23,30 +24,6 @@ void xdotool(const QStringList &arguments)
     QVERIFY2(process.waitForFinished(10000) && process.exitCode() == 0,
              qPrintable(QString::fromLocal8Bit(process.readAllStandardError())));
 }
-
-// Another client holding a combination until the object goes.
-class KeyGrabber final {
-public:
-    explicit KeyGrabber(const QString &key, const QString &modifiers)
-    {
-        m_process.start(QStringLiteral(TARVEL_KEY_GRABBER_PATH),
-                        {QStringLiteral("--key"), key, QStringLiteral("--mods"), modifiers});
-    }
-    ~KeyGrabber()
-    {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-    // Whether the grab was taken (rather than refused).
-    bool grabbed()
-    {
-        m_process.waitForReadyRead(10000);
-        return m_process.readAllStandardOutput().trimmed() == "grabbed";
-    }
-
-private:
-    QProcess m_process;
-};
 
 } // namespace
 
@@ -112,21 +89,21 @@ private Q_SLOTS:
         QTRY_COMPARE(m_events, (QStringList{QStringLiteral("pressed 1"), QStringLiteral("released 1")}));
 
         // The old combination is free again for other clients.
-        KeyGrabber other(QStringLiteral("k"), QStringLiteral("ctrl,alt"));
+        KeyGrabberProcess other(QStringLiteral("k"), QStringLiteral("ctrl,alt"));
         QVERIFY(other.grabbed());
     }
 
     void reportsACombinationHeldElsewhere()
     {
         {
-            KeyGrabber other(QStringLiteral("l"), QStringLiteral("ctrl,alt"));
+            KeyGrabberProcess other(QStringLiteral("l"), QStringLiteral("ctrl,alt"));
             QVERIFY(other.grabbed());
             QCOMPARE(m_service->registerHotKey(2, ctrlAltL),
                      QStringLiteral("Ctrl+Alt+L is already used by another application."));
             // The lock variants taken before the refusal were let go.
-            KeyGrabber withNumLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,mod2"));
+            KeyGrabberProcess withNumLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,mod2"));
             QVERIFY(withNumLock.grabbed());
-            KeyGrabber withCapsLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,lock"));
+            KeyGrabberProcess withCapsLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,lock"));
             QVERIFY(withCapsLock.grabbed());
         }
         // Once the other client has gone the combination can be had.
