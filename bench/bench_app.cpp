@@ -1,6 +1,8 @@
 // The application's latency and idle cost on a real desktop, over 20 editor requests:
 //   helper start -> composer mapped, and Ctrl+Return -> helper exit (median, min, max);
-//   then, with nothing to do, the application's wake-ups per second and resident memory.
+//   the tray menu's "Preferences…" chosen -> the window mapped, the first time and then;
+//   then, with nothing to do and every window closed, the application's wake-ups per second and
+//   resident memory.
 //
 // Run it on the headless desktop, from the build folder:
 //   ../tests/e2e/desktop-session.sh --probe bin/tarvel-desktop-probe -- bin/bench_app
@@ -10,6 +12,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QPoint>
 #include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -31,6 +34,9 @@ extern char **environ;
 
 namespace {
 constexpr int kRuns = 20;
+constexpr int kPreferencesRuns = 11;
+// Where the desktop session's tray shows the application's icon (its only icon).
+const QPoint kTrayIcon(1266, 14);
 
 class Display final {
 public:
@@ -54,8 +60,10 @@ public:
 
     bool ok() const { return !xcb_connection_has_error(m_connection); }
 
+    bool composerMapped() { return windowMapped("Tarvel Composer"); }
+
     // A visible window whose title starts with the prefix.
-    bool composerMapped()
+    bool windowMapped(const QByteArray &prefix)
     {
         auto *reply = xcb_get_property_reply(
             m_connection, xcb_get_property(m_connection, 0, m_root, m_clientList, XCB_ATOM_WINDOW, 0, 4096),
@@ -66,7 +74,7 @@ public:
         const int count = xcb_get_property_value_length(reply) / 4;
         bool found = false;
         for (int i = 0; i < count && !found; ++i)
-            found = title(windows[i]).startsWith("Tarvel Composer") && viewable(windows[i]);
+            found = title(windows[i]).startsWith(prefix) && viewable(windows[i]);
         free(reply);
         return found;
     }
@@ -88,18 +96,35 @@ public:
         return true;
     }
 
-    void pressCtrlReturn()
+    void pressCtrlReturn() { press({kControl, kReturn}); }
+
+    // The keys pressed in order, then released in reverse.
+    void press(std::initializer_list<xcb_keysym_t> symbols)
     {
-        const xcb_keycode_t control = firstKeycode(0xffe3);
-        const xcb_keycode_t enter = firstKeycode(0xff0d);
-        for (const auto &[type, code] :
-             {std::pair{XCB_KEY_PRESS, control}, std::pair{XCB_KEY_PRESS, enter},
-              std::pair{XCB_KEY_RELEASE, enter}, std::pair{XCB_KEY_RELEASE, control}})
-            xcb_test_fake_input(m_connection, uint8_t(type), code, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        for (const xcb_keysym_t symbol : symbols)
+            fakeKey(XCB_KEY_PRESS, symbol);
+        for (auto it = std::rbegin(symbols); it != std::rend(symbols); ++it)
+            fakeKey(XCB_KEY_RELEASE, *it);
         xcb_flush(m_connection);
     }
 
+    void click(int x, int y)
+    {
+        xcb_test_fake_input(m_connection, XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root, int16_t(x),
+                            int16_t(y), 0);
+        xcb_test_fake_input(m_connection, XCB_BUTTON_PRESS, 1, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        xcb_test_fake_input(m_connection, XCB_BUTTON_RELEASE, 1, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        xcb_flush(m_connection);
+    }
+
+    static constexpr xcb_keysym_t kControl = 0xffe3, kReturn = 0xff0d, kDown = 0xff54, kW = 0x77;
+
 private:
+    void fakeKey(uint8_t type, xcb_keysym_t symbol)
+    {
+        xcb_test_fake_input(m_connection, type, firstKeycode(symbol), XCB_CURRENT_TIME, m_root, 0, 0, 0);
+    }
+
     xcb_atom_t atom(const char *name)
     {
         auto *reply = xcb_intern_atom_reply(
@@ -213,6 +238,29 @@ int main()
     }
     BenchStatistics::of(toMapped).print("helper start -> composer mapped");
     BenchStatistics::of(toExit).print("Ctrl+Return -> helper exit");
+
+    // The tray icon sits at the right end of the tray strip of the desktop session; its menu opens
+    // below it with "Quick Tasks" first and "Preferences…" second.
+    QList<double> toPreferences;
+    for (int run = 0; run < kPreferencesRuns; ++run) {
+        display.click(kTrayIcon.x(), kTrayIcon.y());
+        QThread::msleep(400);
+        display.press({Display::kDown});
+        display.press({Display::kDown});
+        QElapsedTimer timer;
+        timer.start();
+        display.press({Display::kReturn});
+        if (!display.waitUntil([&] { return display.windowMapped("Preferences"); }, 10000)) {
+            std::fprintf(stderr, "bench_app: the preferences did not appear\n");
+            return 1;
+        }
+        toPreferences.append(double(timer.nsecsElapsed()) / 1e6);
+        QThread::msleep(300);
+        display.press({Display::kControl, Display::kW});
+        display.waitUntil([&] { return !display.windowMapped("Preferences"); }, 5000);
+    }
+    std::printf("%-44s %8.1f ms\n", "Preferences chosen -> window mapped, first", toPreferences.takeFirst());
+    BenchStatistics::of(toPreferences).print("Preferences chosen -> window mapped, again");
 
     QThread::msleep(2000);
     const long long before = wakeUps(app.processId());

@@ -22,6 +22,7 @@
 #include <QResizeEvent>
 #include <QScreen>
 #include <QScrollArea>
+#include <QShortcut>
 #include <QTimer>
 #include <QVBoxLayout>
 #include <QWindow>
@@ -88,6 +89,9 @@ PreferencesWindow::PreferencesWindow(UserDefaults &defaults, KeyboardShortcuts &
     m_scroll->setWidgetResizable(true);
     m_scroll->setWidget(buildContent());
     layout->addWidget(m_scroll);
+
+    auto *close = new QShortcut(QKeySequence::Close, this);
+    connect(close, &QShortcut::activated, this, &QWidget::close);
 
     m_sizeSaveTimer = new QTimer(this);
     m_sizeSaveTimer->setSingleShot(true);
