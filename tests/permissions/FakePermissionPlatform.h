@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/PermissionPlatform.h"
+
+#include <QEventLoop>
+#include <QFutureWatcher>
+#include <QStringList>
+
+// Answers what the test sets and records what was asked of it. An access asked for becomes
+// authorised, as when the user agrees.
+class FakePermissionPlatform final : public PermissionPlatform {
+public:
+    PlatformPermissionState notifications;
+    PlatformPermissionState speechRecognition;
+    PlatformPermissionState microphone;
+    // What openSettings answers: empty as when a page opened.
+    QString whereToLook;
+    QStringList calls;
+
+    QFuture<PlatformPermissionState> notificationState() override
+    {
+        return QtFuture::makeReadyFuture(notifications);
+    }
+    PlatformPermissionState speechRecognitionState() const override { return speechRecognition; }
+    PlatformPermissionState microphoneState() const override { return microphone; }
+
+    QFuture<void> requestNotifications() override
+    {
+        return grant(notifications, QStringLiteral("notifications"));
+    }
+    QFuture<void> requestSpeechRecognition() override
+    {
+        return grant(speechRecognition, QStringLiteral("speechRecognition"));
+    }
+    QFuture<void> requestMicrophone() override { return grant(microphone, QStringLiteral("microphone")); }
+
+    QFuture<QString> openSettings(PermissionSettingsPage page) override
+    {
+        static const QStringList pages{QStringLiteral("notifications"), QStringLiteral("speechRecognition"),
+                                       QStringLiteral("microphone"), QStringLiteral("screenRecording"),
+                                       QStringLiteral("filesAndFolders")};
+        calls.append(QStringLiteral("open ") + pages.at(int(page)));
+        return QtFuture::makeReadyFuture(whereToLook);
+    }
+
+private:
+    QFuture<void> grant(PlatformPermissionState &state, const QString &name)
+    {
+        calls.append(QStringLiteral("request ") + name);
+        state = {PlatformPermissionState::Access::authorized, {}};
+        return QtFuture::makeReadyFuture();
+    }
+};
+
+// Runs the event loop until the future (and the continuations queued on it) finished.
+template<typename T> QFuture<T> awaited(QFuture<T> future)
+{
+    if (!future.isFinished()) {
+        QFutureWatcher<T> watcher;
+        QEventLoop loop;
+        QObject::connect(&watcher, &QFutureWatcher<T>::finished, &loop, &QEventLoop::quit);
+        watcher.setFuture(future);
+        if (!future.isFinished())
+            loop.exec();
+    }
+    return future;
+}
