@@ -10,9 +10,7 @@
 // authorised, as when the user agrees.
 class FakePermissionPlatform final : public PermissionPlatform {
 public:
-    PlatformPermissionState notifications;
-    PlatformPermissionState speechRecognition;
-    PlatformPermissionState microphone;
+    PlatformPermissionState notifications, speechRecognition, microphone;
     // What openSettings answers: empty as when a page opened.
     QString whereToLook;
     QStringList calls;
@@ -23,30 +21,22 @@ public:
     }
     PlatformPermissionState speechRecognitionState() const override { return speechRecognition; }
     PlatformPermissionState microphoneState() const override { return microphone; }
-
-    QFuture<void> requestNotifications() override
-    {
-        return grant(notifications, QStringLiteral("notifications"));
-    }
+    QFuture<void> requestNotifications() override { return grant(notifications, "notifications"); }
     QFuture<void> requestSpeechRecognition() override
     {
-        return grant(speechRecognition, QStringLiteral("speechRecognition"));
+        return grant(speechRecognition, "speechRecognition");
     }
-    QFuture<void> requestMicrophone() override { return grant(microphone, QStringLiteral("microphone")); }
-
+    QFuture<void> requestMicrophone() override { return grant(microphone, "microphone"); }
     QFuture<QString> openSettings(PermissionSettingsPage page) override
     {
-        static const QStringList pages{QStringLiteral("notifications"), QStringLiteral("speechRecognition"),
-                                       QStringLiteral("microphone"), QStringLiteral("screenRecording"),
-                                       QStringLiteral("filesAndFolders")};
-        calls.append(QStringLiteral("open ") + pages.at(int(page)));
+        calls.append(QStringLiteral("open %1").arg(int(page)));
         return QtFuture::makeReadyFuture(whereToLook);
     }
 
 private:
-    QFuture<void> grant(PlatformPermissionState &state, const QString &name)
+    QFuture<void> grant(PlatformPermissionState &state, const char *name)
     {
-        calls.append(QStringLiteral("request ") + name);
+        calls.append(QStringLiteral("request ") + QLatin1String(name));
         state = {PlatformPermissionState::Access::authorized, {}};
         return QtFuture::makeReadyFuture();
     }
@@ -55,13 +45,11 @@ private:
 // Runs the event loop until the future (and the continuations queued on it) finished.
 template<typename T> QFuture<T> awaited(QFuture<T> future)
 {
-    if (!future.isFinished()) {
-        QFutureWatcher<T> watcher;
-        QEventLoop loop;
-        QObject::connect(&watcher, &QFutureWatcher<T>::finished, &loop, &QEventLoop::quit);
-        watcher.setFuture(future);
-        if (!future.isFinished())
-            loop.exec();
-    }
+    QFutureWatcher<T> watcher;
+    QEventLoop loop;
+    QObject::connect(&watcher, &QFutureWatcher<T>::finished, &loop, &QEventLoop::quit);
+    watcher.setFuture(future);
+    if (!future.isFinished())
+        loop.exec();
     return future;
 }

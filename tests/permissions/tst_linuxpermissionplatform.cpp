@@ -11,18 +11,13 @@ using namespace Qt::StringLiterals;
 using Access = PlatformPermissionState::Access;
 using Page = PermissionSettingsPage;
 
-Q_DECLARE_METATYPE(Page)
-
 namespace {
 
 class FakeSpeechRecognizer final : public SpeechRecognizer {
 public:
-    Access speech = Access::authorized;
-    Access microphone = Access::authorized;
     QString reason;
-
-    Access speechRecognitionAccess() const override { return speech; }
-    Access microphoneAccess() const override { return microphone; }
+    Access speechRecognitionAccess() const override { return Access::authorized; }
+    Access microphoneAccess() const override { return Access::authorized; }
     void requestSpeechRecognitionAccess(std::function<void(bool)> answer) override { answer(true); }
     void requestMicrophoneAccess(std::function<void(bool)> answer) override { answer(true); }
     QString unavailableReason() const override { return reason; }
@@ -31,13 +26,11 @@ public:
     void cancel() override {}
 };
 
+// Settings programs are "installed" under /opt/bin when listed; those in `starting` start.
 struct Fixture {
     FakeSpeechRecognizer recognizer;
     bool switchOn = true;
-    QStringList installed;
-    // Programs that start; the others fail to.
-    QStringList starting;
-    QStringList launched;
+    QStringList installed, starting, launched;
     LinuxPermissionPlatform platform{
         recognizer,
         {[this] { return switchOn; },
@@ -45,17 +38,13 @@ struct Fixture {
              switchOn = true;
          }},
         [this](const QString &program) {
-            return installed.contains(program) ? u"/usr/bin/"_s + program : QString();
+            return installed.contains(program) ? u"/opt/bin/"_s + program : QString();
         },
         [this](const SettingsCommand &command) {
-            launched.append((QStringList{command.program} + command.arguments).join(u' '));
-            return starting.contains(QFileInfo(command.program).fileName());
+            launched.append((QStringList{command.program.mid(9)} + command.arguments).join(u' '));
+            return starting.contains(command.program.mid(9));
         }};
 };
-
-const QStringList everySettingsProgram{u"gnome-control-center"_s,   u"systemsettings"_s,
-                                       u"systemsettings5"_s,        u"xfce4-notifyd-config"_s,
-                                       u"xfce4-settings-manager"_s, u"pavucontrol"_s};
 
 } // namespace
 
@@ -68,23 +57,13 @@ private Q_SLOTS:
         QDBusConnection bus = QDBusConnection::sessionBus();
         QVERIFY2(bus.isConnected(), "the test runs inside dbus-run-session");
         Fixture fixture;
-
-        PlatformPermissionState state = awaited(fixture.platform.notificationState()).result();
-        QCOMPARE(state.access, Access::denied);
-        QVERIFY(state.note.contains(u"No notification server"_s));
+        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::denied);
 
         QVERIFY(bus.registerService(u"org.freedesktop.Notifications"_s));
-        state = awaited(fixture.platform.notificationState()).result();
-        QCOMPARE(state.access, Access::authorized);
-        QVERIFY(state.note.isEmpty());
-
+        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::authorized);
         fixture.switchOn = false;
-        state = awaited(fixture.platform.notificationState()).result();
-        QCOMPARE(state.access, Access::denied);
-        QVERIFY(state.note.contains(u"turned off"_s));
-
+        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::denied);
         awaited(fixture.platform.requestNotifications());
-        QVERIFY(fixture.switchOn);
         QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::authorized);
         QVERIFY(bus.unregisterService(u"org.freedesktop.Notifications"_s));
     }
@@ -92,77 +71,49 @@ private Q_SLOTS:
     void speechNeedsItsModel()
     {
         Fixture fixture;
-        QCOMPARE(fixture.platform.speechRecognitionState().access, Access::authorized);
         fixture.recognizer.reason = u"Install pocketsphinx-en-us."_s;
-        const PlatformPermissionState state = fixture.platform.speechRecognitionState();
-        QCOMPARE(state.access, Access::denied);
-        QCOMPARE(state.note, fixture.recognizer.reason);
+        QCOMPARE(fixture.platform.speechRecognitionState().access, Access::denied);
         QCOMPARE(awaited(fixture.platform.openSettings(Page::speechRecognition)).result(),
                  fixture.recognizer.reason);
-
-        fixture.recognizer.microphone = SpeechRecognizer::Access::denied;
-        QCOMPARE(fixture.platform.microphoneState().access, Access::denied);
-        QVERIFY(!fixture.platform.microphoneState().note.isEmpty());
     }
 
-    void settingsCandidates_data()
+    void settingsPrograms_data()
     {
         QTest::addColumn<Page>("page");
         QTest::addColumn<QStringList>("installed");
-        QTest::addColumn<QStringList>("candidates");
+        QTest::addColumn<QString>("starting");
+        QTest::addColumn<QStringList>("tried");
 
-        QTest::newRow("notifications, all installed")
-            << Page::notifications << everySettingsProgram
+        const QStringList every{u"xfce4-settings-manager"_s, u"pavucontrol"_s,    u"systemsettings5"_s,
+                                u"gnome-control-center"_s,   u"systemsettings"_s, u"xfce4-notifyd-config"_s};
+        QTest::newRow("notifications, none starts")
+            << Page::notifications << every << QString()
             << QStringList{u"gnome-control-center notifications"_s, u"systemsettings kcm_notifications"_s,
                            u"systemsettings5 kcm_notifications"_s, u"xfce4-notifyd-config"_s,
                            u"xfce4-settings-manager"_s};
-        QTest::newRow("notifications, Plasma 5 and Xfce")
+        QTest::newRow("notifications, Plasma 5 starts")
             << Page::notifications << QStringList{u"xfce4-settings-manager"_s, u"systemsettings5"_s}
-            << QStringList{u"systemsettings5 kcm_notifications"_s, u"xfce4-settings-manager"_s};
-        QTest::newRow("microphone, all installed")
-            << Page::microphone << everySettingsProgram
+            << u"systemsettings5"_s << QStringList{u"systemsettings5 kcm_notifications"_s};
+        QTest::newRow("microphone, pavucontrol starts")
+            << Page::microphone << every << u"pavucontrol"_s
             << QStringList{u"gnome-control-center sound"_s, u"systemsettings kcm_pulseaudio"_s,
                            u"systemsettings5 kcm_pulseaudio"_s, u"pavucontrol"_s};
-        QTest::newRow("microphone, Xfce")
-            << Page::microphone << everySettingsProgram.sliced(3) << QStringList{u"pavucontrol"_s};
-        QTest::newRow("notifications, none installed")
-            << Page::notifications << QStringList() << QStringList();
-        for (Page page : {Page::speechRecognition, Page::screenRecording, Page::filesAndFolders})
-            QTest::addRow("nothing grants page %d", int(page))
-                << page << everySettingsProgram << QStringList();
+        QTest::newRow("placement") << Page::screenRecording << every << QString() << QStringList();
+        QTest::newRow("files") << Page::filesAndFolders << every << QString() << QStringList();
     }
 
-    void settingsCandidates()
+    void settingsPrograms()
     {
         QFETCH(Page, page);
-        QFETCH(QStringList, installed);
-        QStringList found;
-        const auto lookup = [&](const QString &program) {
-            return installed.contains(program) ? u"/opt/bin/"_s + program : QString();
-        };
-        for (const SettingsCommand &command : LinuxSettingsPages::candidates(page, lookup)) {
-            QVERIFY(command.program.startsWith(u"/opt/bin/"_s));
-            found.append((QStringList{QFileInfo(command.program).fileName()} + command.arguments).join(u' '));
-        }
-        QTEST(found, "candidates");
-    }
-
-    void openSettingsFallsThroughToWhereToLook()
-    {
+        QFETCH(QString, starting);
         Fixture fixture;
-        fixture.installed = {u"gnome-control-center"_s, u"systemsettings5"_s, u"pavucontrol"_s};
-        fixture.starting = {u"pavucontrol"_s};
-        QCOMPARE(awaited(fixture.platform.openSettings(Page::microphone)).result(), QString());
-        QCOMPARE(fixture.launched,
-                 (QStringList{u"/usr/bin/gnome-control-center sound"_s,
-                              u"/usr/bin/systemsettings5 kcm_pulseaudio"_s, u"/usr/bin/pavucontrol"_s}));
-
-        fixture.launched.clear();
-        fixture.starting.clear();
-        const QString whereToLook = awaited(fixture.platform.openSettings(Page::microphone)).result();
-        QCOMPARE(fixture.launched.size(), 3);
-        QCOMPARE(whereToLook, LinuxSettingsPages::whereToLook(Page::microphone));
-        QVERIFY(!whereToLook.isEmpty());
+        QFETCH(QStringList, installed);
+        fixture.installed = installed;
+        fixture.starting = {starting};
+        const QString whereToLook = awaited(fixture.platform.openSettings(page)).result();
+        QTEST(fixture.launched, "tried");
+        QCOMPARE(whereToLook, starting.isEmpty() ? LinuxSettingsPages::whereToLook(page) : QString());
+        QVERIFY(starting.isEmpty() != whereToLook.isEmpty());
     }
 };
 
