@@ -8,6 +8,7 @@
 #include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QVBoxLayout>
 
 namespace {
@@ -40,7 +41,7 @@ PermissionsWindow::PermissionsWindow(PermissionCenter &center, QWidget *parent)
 {
     setObjectName(QStringLiteral("PermissionsWindow"));
     setWindowTitle(QStringLiteral("Permissions"));
-    resize(560, 520);
+    resize(620, 580);
 
     auto *layout = new QVBoxLayout(this);
     m_summaryTitle = makeLabel(QString(), 13, true, this);
@@ -50,15 +51,24 @@ PermissionsWindow::PermissionsWindow(PermissionCenter &center, QWidget *parent)
     m_summaryDetail->setObjectName(QStringLiteral("PermissionSummaryDetail"));
     layout->addWidget(m_summaryDetail);
 
-    layout->addSpacing(8);
-    layout->addWidget(makeLabel(QStringLiteral("Permissions"), 11, true, this));
+    // The rows scroll, so that long details keep their full height in a small window.
+    auto *scrollArea = new QScrollArea(this);
+    scrollArea->setWidgetResizable(true);
+    scrollArea->setFrameShape(QFrame::NoFrame);
+    scrollArea->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto *content = new QWidget(scrollArea);
+    auto *sections = new QVBoxLayout(content);
+    sections->setContentsMargins(0, 8, 0, 0);
+    sections->addWidget(makeLabel(QStringLiteral("Permissions"), 11, true, content));
     m_permissionRows = new QVBoxLayout;
-    layout->addLayout(m_permissionRows);
-    layout->addSpacing(8);
-    layout->addWidget(makeLabel(QStringLiteral("On-Demand Access"), 11, true, this));
+    sections->addLayout(m_permissionRows);
+    sections->addSpacing(8);
+    sections->addWidget(makeLabel(QStringLiteral("On-Demand Access"), 11, true, content));
     m_onDemandRows = new QVBoxLayout;
-    layout->addLayout(m_onDemandRows);
-    layout->addStretch(1);
+    sections->addLayout(m_onDemandRows);
+    sections->addStretch(1);
+    scrollArea->setWidget(content);
+    layout->addWidget(scrollArea, 1);
 
     connect(&m_center, &PermissionCenter::settingsUnavailable, this, &PermissionsWindow::showWhereToLook);
     if (auto *application = qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
@@ -103,7 +113,7 @@ void PermissionsWindow::showDescriptors(const QList<PermissionDescriptor> &descr
 
 QWidget *PermissionsWindow::makeRow(const PermissionDescriptor &descriptor)
 {
-    auto *row = new QFrame(this);
+    auto *row = new QFrame;
     row->setObjectName(QStringLiteral("PermissionRow"));
     row->setStyleSheet(QStringLiteral("#PermissionRow { border: 1px solid palette(mid); border-radius: 10px;"
                                       " background: palette(base); }"));
