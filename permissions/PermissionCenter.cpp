@@ -19,14 +19,15 @@ PermissionCenter::PermissionCenter(PermissionPlatform &platform, PermissionWordi
 
 QFuture<QList<PermissionDescriptor>> PermissionCenter::fetchDescriptors()
 {
-    return m_platform.notificationState().then(this, [this](const PlatformPermissionState &notifications) {
-        QList<PermissionDescriptor> descriptors{
-            makeNotificationDescriptor(notifications),
-            makeSpeechRecognitionDescriptor(m_platform.speechRecognitionState()),
-            makeMicrophoneDescriptor(m_platform.microphoneState())};
-        descriptors.append(onDemandDescriptors());
-        return descriptors;
-    });
+    return m_platform.notificationAuthorizationStatus().then(
+        this, [this](const PlatformPermissionState &notifications) {
+            QList<PermissionDescriptor> descriptors{
+                makeNotificationDescriptor(notifications),
+                makeSpeechRecognitionDescriptor(m_platform.speechRecognitionState()),
+                makeMicrophoneDescriptor(m_platform.microphoneState())};
+            descriptors.append(onDemandDescriptors());
+            return descriptors;
+        });
 }
 
 QFuture<PermissionSummary> PermissionCenter::fetchSummary()
@@ -38,21 +39,37 @@ QFuture<PermissionSummary> PermissionCenter::fetchSummary()
 
 QFuture<void> PermissionCenter::performAction(const PermissionDescriptor &descriptor)
 {
-    const bool asks = descriptor.status == Status::notRequested;
     switch (descriptor.kind) {
     case Kind::notifications:
-        return asks ? m_platform.requestNotifications() : openSettings(PermissionSettingsPage::notifications);
+        return handleNotificationsAction(descriptor.status);
     case Kind::speechRecognition:
-        return asks ? m_platform.requestSpeechRecognition()
-                    : openSettings(PermissionSettingsPage::speechRecognition);
+        return handleSpeechRecognitionAction(descriptor.status);
     case Kind::microphone:
-        return asks ? m_platform.requestMicrophone() : openSettings(PermissionSettingsPage::microphone);
+        return handleMicrophoneAction(descriptor.status);
     case Kind::screenRecording:
         return openSettings(PermissionSettingsPage::screenRecording);
     case Kind::filesAndFolders:
         return openSettings(PermissionSettingsPage::filesAndFolders);
     }
     return QtFuture::makeReadyFuture();
+}
+
+QFuture<void> PermissionCenter::handleNotificationsAction(Status status)
+{
+    return status == Status::notRequested ? m_platform.requestNotificationsAuthorization()
+                                          : openSettings(PermissionSettingsPage::notifications);
+}
+
+QFuture<void> PermissionCenter::handleSpeechRecognitionAction(Status status)
+{
+    return status == Status::notRequested ? m_platform.requestSpeechRecognition()
+                                          : openSettings(PermissionSettingsPage::speechRecognition);
+}
+
+QFuture<void> PermissionCenter::handleMicrophoneAction(Status status)
+{
+    return status == Status::notRequested ? m_platform.requestMicrophone()
+                                          : openSettings(PermissionSettingsPage::microphone);
 }
 
 QFuture<void> PermissionCenter::openSettings(PermissionSettingsPage page)

@@ -37,6 +37,9 @@ private:
     PermissionDescriptor makeCountedDescriptor(PermissionDescriptor::Kind kind, QString title, QString detail,
                                                const PlatformPermissionState &state) const;
     QList<PermissionDescriptor> onDemandDescriptors() const;
+    QFuture<void> handleNotificationsAction(PermissionDescriptor::Status status);
+    QFuture<void> handleSpeechRecognitionAction(PermissionDescriptor::Status status);
+    QFuture<void> handleMicrophoneAction(PermissionDescriptor::Status status);
     QFuture<void> openSettings(PermissionSettingsPage page);
 
     PermissionPlatform &m_platform;

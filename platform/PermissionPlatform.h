@@ -46,12 +46,12 @@ public:
     static std::unique_ptr<PermissionPlatform> create(SpeechRecognizer &speechRecognizer,
                                                       NotificationSwitch notificationSwitch);
 
-    virtual QFuture<PlatformPermissionState> notificationState() = 0;
+    virtual QFuture<PlatformPermissionState> notificationAuthorizationStatus() = 0;
     virtual PlatformPermissionState speechRecognitionState() const = 0;
     virtual PlatformPermissionState microphoneState() const = 0;
 
     // Ask for access where the system asks the user; the futures finish with the answer given.
-    virtual QFuture<void> requestNotifications() = 0;
+    virtual QFuture<void> requestNotificationsAuthorization() = 0;
     virtual QFuture<void> requestSpeechRecognition() = 0;
     virtual QFuture<void> requestMicrophone() = 0;
 

@@ -63,7 +63,7 @@ LinuxPermissionPlatform::LinuxPermissionPlatform(SpeechRecognizer &speechRecogni
 {
 }
 
-QFuture<PlatformPermissionState> LinuxPermissionPlatform::notificationState()
+QFuture<PlatformPermissionState> LinuxPermissionPlatform::notificationAuthorizationStatus()
 {
     QDBusConnection bus = QDBusConnection::sessionBus();
     PlatformPermissionState state{Access::authorized, {}};
@@ -96,7 +96,7 @@ PlatformPermissionState LinuxPermissionPlatform::microphoneState() const
     return state;
 }
 
-QFuture<void> LinuxPermissionPlatform::requestNotifications()
+QFuture<void> LinuxPermissionPlatform::requestNotificationsAuthorization()
 {
     m_notificationSwitch.turnOn();
     return QtFuture::makeReadyFuture();

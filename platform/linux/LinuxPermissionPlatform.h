@@ -14,11 +14,11 @@ public:
     LinuxPermissionPlatform(SpeechRecognizer &speechRecognizer, NotificationSwitch notificationSwitch,
                             LinuxSettingsPages::ExecutableLookup findExecutable, Launcher launch);
 
-    QFuture<PlatformPermissionState> notificationState() override;
+    QFuture<PlatformPermissionState> notificationAuthorizationStatus() override;
     PlatformPermissionState speechRecognitionState() const override;
     PlatformPermissionState microphoneState() const override;
 
-    QFuture<void> requestNotifications() override;
+    QFuture<void> requestNotificationsAuthorization() override;
     QFuture<void> requestSpeechRecognition() override;
     QFuture<void> requestMicrophone() override;
 

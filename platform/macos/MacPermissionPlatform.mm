@@ -69,7 +69,14 @@ QStringList settingsAddresses(PermissionSettingsPage page)
     return {};
 }
 
-bool open(NSURL *url)
+// System Settings itself, where a page's address does not open; nil where it is missing.
+NSURL *systemSettingsApplicationURL()
+{
+    const QString path = QStringLiteral("/System/Applications/System Settings.app");
+    return QFileInfo::exists(path) ? [NSURL fileURLWithPath:path.toNSString()] : nil;
+}
+
+bool openURL(NSURL *url)
 {
     return url && [[NSWorkspace sharedWorkspace] openURL:url];
 }
@@ -91,7 +98,7 @@ public:
     {
     }
 
-    QFuture<PlatformPermissionState> notificationState() override
+    QFuture<PlatformPermissionState> notificationAuthorizationStatus() override
     {
         auto promise = std::make_shared<QPromise<PlatformPermissionState>>();
         QFuture<PlatformPermissionState> future = promise->future();
@@ -114,7 +121,7 @@ public:
         return {accessOf(m_speechRecognizer.microphoneAccess()), {}};
     }
 
-    QFuture<void> requestNotifications() override
+    QFuture<void> requestNotificationsAuthorization() override
     {
         auto promise = std::make_shared<QPromise<void>>();
         QFuture<void> future = promise->future();
@@ -145,12 +152,10 @@ public:
     QFuture<QString> openSettings(PermissionSettingsPage page) override
     {
         for (const QString &address : settingsAddresses(page)) {
-            if (open([NSURL URLWithString:address.toNSString()]))
+            if (openURL([NSURL URLWithString:address.toNSString()]))
                 return QtFuture::makeReadyFuture(QString());
         }
-        const QString application = QStringLiteral("/System/Applications/System Settings.app");
-        if (QFileInfo::exists(application))
-            open([NSURL fileURLWithPath:application.toNSString()]);
+        openURL(systemSettingsApplicationURL());
         return QtFuture::makeReadyFuture(QString());
     }
 

@@ -15,13 +15,16 @@ public:
     QString whereToLook;
     QStringList calls;
 
-    QFuture<PlatformPermissionState> notificationState() override
+    QFuture<PlatformPermissionState> notificationAuthorizationStatus() override
     {
         return QtFuture::makeReadyFuture(notifications);
     }
     PlatformPermissionState speechRecognitionState() const override { return speechRecognition; }
     PlatformPermissionState microphoneState() const override { return microphone; }
-    QFuture<void> requestNotifications() override { return grant(notifications, "notifications"); }
+    QFuture<void> requestNotificationsAuthorization() override
+    {
+        return grant(notifications, "notifications");
+    }
     QFuture<void> requestSpeechRecognition() override
     {
         return grant(speechRecognition, "speechRecognition");

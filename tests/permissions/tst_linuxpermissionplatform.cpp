@@ -57,14 +57,16 @@ private Q_SLOTS:
         QDBusConnection bus = QDBusConnection::sessionBus();
         QVERIFY2(bus.isConnected(), "the test runs inside dbus-run-session");
         Fixture fixture;
-        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::denied);
+        QCOMPARE(awaited(fixture.platform.notificationAuthorizationStatus()).result().access, Access::denied);
 
         QVERIFY(bus.registerService(u"org.freedesktop.Notifications"_s));
-        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::authorized);
+        QCOMPARE(awaited(fixture.platform.notificationAuthorizationStatus()).result().access,
+                 Access::authorized);
         fixture.switchOn = false;
-        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::denied);
-        awaited(fixture.platform.requestNotifications());
-        QCOMPARE(awaited(fixture.platform.notificationState()).result().access, Access::authorized);
+        QCOMPARE(awaited(fixture.platform.notificationAuthorizationStatus()).result().access, Access::denied);
+        awaited(fixture.platform.requestNotificationsAuthorization());
+        QCOMPARE(awaited(fixture.platform.notificationAuthorizationStatus()).result().access,
+                 Access::authorized);
         QVERIFY(bus.unregisterService(u"org.freedesktop.Notifications"_s));
     }
 
