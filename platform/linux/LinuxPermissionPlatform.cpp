@@ -4,6 +4,8 @@
 #include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #include <QProcess>
 #include <QPromise>
 #include <QStandardPaths>
@@ -65,15 +67,35 @@ LinuxPermissionPlatform::LinuxPermissionPlatform(SpeechRecognizer &speechRecogni
 
 QFuture<PlatformPermissionState> LinuxPermissionPlatform::notificationAuthorizationStatus()
 {
+    auto promise = std::make_shared<QPromise<PlatformPermissionState>>();
+    QFuture<PlatformPermissionState> future = promise->future();
+    promise->start();
+    const bool switchOn = m_notificationSwitch.isOn();
+    const auto answer = [switchOn, promise](bool serverRunning) {
+        PlatformPermissionState state{Access::authorized, {}};
+        if (!serverRunning)
+            state = {Access::denied, QStringLiteral("No notification server is running on this desktop. ") +
+                                         NotificationServer::installRemedy()};
+        else if (!switchOn)
+            state = {Access::denied,
+                     QStringLiteral("Completion notifications are turned off in Tarvel's Preferences.")};
+        promise->addResult(state);
+        promise->finish();
+    };
     QDBusConnection bus = QDBusConnection::sessionBus();
-    PlatformPermissionState state{Access::authorized, {}};
-    if (!NotificationServer::isRunning(bus))
-        state = {Access::denied, QStringLiteral("No notification server is running on this desktop. ") +
-                                     NotificationServer::installRemedy()};
-    else if (!m_notificationSwitch.isOn())
-        state = {Access::denied,
-                 QStringLiteral("Completion notifications are turned off in Tarvel's Preferences.")};
-    return QtFuture::makeReadyFuture(state);
+    if (!bus.isConnected()) {
+        answer(false);
+        return future;
+    }
+    // Asked without waiting: a busy bus must not hold up the window.
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(NotificationServer::isRunningQuestion()));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [answer](QDBusPendingCallWatcher *call) {
+                         const QDBusPendingReply<bool> owned = *call;
+                         answer(owned.isValid() && owned.value());
+                         call->deleteLater();
+                     });
+    return future;
 }
 
 PlatformPermissionState LinuxPermissionPlatform::speechRecognitionState() const

@@ -1,7 +1,7 @@
 #include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
-#include <QDBusConnectionInterface>
+#include <QDBusReply>
 
 namespace NotificationServer {
 
@@ -9,7 +9,19 @@ const QString serviceName = QStringLiteral("org.freedesktop.Notifications");
 
 bool isRunning(QDBusConnection &bus)
 {
-    return bus.isConnected() && bus.interface() && bus.interface()->isServiceRegistered(serviceName).value();
+    if (!bus.isConnected())
+        return false;
+    const QDBusReply<bool> owned = bus.call(isRunningQuestion());
+    return owned.isValid() && owned.value();
+}
+
+QDBusMessage isRunningQuestion()
+{
+    QDBusMessage question = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+        QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
+    question << serviceName;
+    return question;
 }
 
 QString installRemedy()

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDBusMessage>
 #include <QString>
 
 class QDBusConnection;
@@ -12,6 +13,8 @@ extern const QString serviceName;
 
 // Whether a server owns org.freedesktop.Notifications on the bus.
 bool isRunning(QDBusConnection &bus);
+// The bus's question of the same, for an asynchronous call; the answer is one boolean.
+QDBusMessage isRunningQuestion();
 
 // What to do when none is running, as a sentence for the user.
 QString installRemedy();
