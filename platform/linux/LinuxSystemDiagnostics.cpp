@@ -1,6 +1,7 @@
 #include "platform/SystemDiagnostics.h"
 
 #include "platform/linux/DBusContract.h"
+#include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
@@ -109,13 +110,12 @@ DiagnosticFinding trayFinding(QDBusConnection &bus, const XcbConnection &x11, in
 
 DiagnosticFinding notificationsFinding(QDBusConnection &bus)
 {
-    const QString service = QStringLiteral("org.freedesktop.Notifications");
-    if (!hasOwner(bus, service))
+    const QString &service = NotificationServer::serviceName;
+    if (!NotificationServer::isRunning(bus))
         return {QStringLiteral("Notifications"), Severity::warning,
                 QStringLiteral("No notification server is on the session bus, so finished quick tasks "
                                "are not announced."),
-                QStringLiteral("Install and start one: your desktop's own, or dunst, mako or "
-                               "xfce4-notifyd.")};
+                NotificationServer::installRemedy()};
     QDBusInterface server(service, QStringLiteral("/org/freedesktop/Notifications"), service, bus);
     const QDBusReply<QStringList> capabilities = server.call(QStringLiteral("GetCapabilities"));
     QString name = QStringLiteral("A notification server");

@@ -1,0 +1,170 @@
+// The permission center: the summary sentences, the row each platform answer gives, that the
+// on-demand rows never count, and which platform call each action makes.
+#include "FakePermissionPlatform.h"
+#include "permissions/PermissionCenter.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using Access = PlatformPermissionState::Access;
+using Kind = PermissionDescriptor::Kind;
+using Status = PermissionDescriptor::Status;
+using Page = PermissionSettingsPage;
+
+namespace {
+
+PlatformPermissionState &stateOf(Kind kind, FakePermissionPlatform &platform)
+{
+    return kind == Kind::notifications       ? platform.notifications
+           : kind == Kind::speechRecognition ? platform.speechRecognition
+                                             : platform.microphone;
+}
+
+} // namespace
+
+class PermissionCenterTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void summarySentences_data()
+    {
+        QTest::addColumn<bool>("mac");
+        QTest::addColumn<PermissionSummary>("summary");
+        QTest::addColumn<QString>("title");
+        QTest::addColumn<QString>("detail");
+
+        QTest::newRow("all granted")
+            << true << PermissionSummary{3, 3, 0} << u"Permissions 3/3"_s
+            << u"Notifications, Speech Recognition, and microphone access are counted "
+               "here. File and placement access are handled by macOS when needed."_s;
+        // Stays plural for one changeable permission when more than one is managed.
+        QTest::newRow("voice restricted") << true << PermissionSummary{1, 1, 2} << u"Permissions 1/1"_s
+                                          << u"1 user-changeable permissions are counted here. 2 additional "
+                                             "voice-permission statuses are managed by macOS and shown for "
+                                             "reference."_s;
+        QTest::newRow("microphone restricted")
+            << true << PermissionSummary{1, 2, 1} << u"Permissions 1/2"_s
+            << u"2 user-changeable permissions are counted here. 1 additional "
+               "voice-permission status is managed by macOS and shown for "
+               "reference."_s;
+        QTest::newRow("elsewhere, one managed")
+            << false << PermissionSummary{0, 0, 1} << u"Permission managed by the system"_s
+            << u"The voice-permission status shown here is managed by the system and cannot be changed in "
+               "Tarvel."_s;
+    }
+
+    void summarySentences()
+    {
+        QFETCH(bool, mac);
+        QFETCH(PermissionSummary, summary);
+        const PermissionWording wording =
+            mac ? PermissionWording::forMac() : PermissionWording::forOtherSystems();
+        QTEST(summary.title(wording), "title");
+        QTEST(summary.detail(wording), "detail");
+    }
+
+    void rowForEachPlatformAnswer_data()
+    {
+        QTest::addColumn<Kind>("kind");
+        QTest::addColumn<Access>("access");
+        QTest::addColumn<Status>("status");
+        QTest::addColumn<QString>("actionTitle");
+
+        for (const auto &[kind, name] :
+             {std::pair{Kind::notifications, "notifications "}, std::pair{Kind::speechRecognition, "speech "},
+              std::pair{Kind::microphone, "microphone "}}) {
+            const QByteArray prefix(name);
+            QTest::newRow(prefix + "authorised")
+                << kind << Access::authorized << Status::granted << u"Manage…"_s;
+            QTest::newRow(prefix + "denied")
+                << kind << Access::denied << Status::needsAttention << u"Open Settings"_s;
+            QTest::newRow(prefix + "not determined")
+                << kind << Access::notDetermined << Status::notRequested << u"Allow…"_s;
+        }
+        QTest::newRow("speech restricted")
+            << Kind::speechRecognition << Access::restricted << Status::restricted << QString();
+        QTest::newRow("microphone restricted")
+            << Kind::microphone << Access::restricted << Status::restricted << QString();
+        QTest::newRow("notifications restricted")
+            << Kind::notifications << Access::restricted << Status::needsAttention << u"Open Settings"_s;
+    }
+
+    void rowForEachPlatformAnswer()
+    {
+        QFETCH(Kind, kind);
+        QFETCH(Access, access);
+        FakePermissionPlatform platform;
+        stateOf(kind, platform).access = access;
+        PermissionCenter center(platform, PermissionWording::forMac());
+
+        const QList<PermissionDescriptor> rows = awaited(center.fetchDescriptors()).result();
+        QList<Kind> kinds;
+        for (const PermissionDescriptor &row : rows)
+            kinds.append(row.kind);
+        QCOMPARE(kinds, (QList{Kind::notifications, Kind::speechRecognition, Kind::microphone,
+                               Kind::screenRecording, Kind::filesAndFolders}));
+        const PermissionDescriptor row = rows.at(kinds.indexOf(kind));
+        QVERIFY(row.includesInSummary);
+        QTEST(row.status, "status");
+        QTEST(row.actionTitle.value_or(QString()), "actionTitle");
+        QCOMPARE(
+            row.detail.endsWith(u" macOS currently restricts this access, so it cannot be changed here."_s),
+            row.status == Status::restricted);
+    }
+
+    // Whatever the counted rows say, the on-demand rows neither add to nor change the summary.
+    void onDemandRowsNeverCount()
+    {
+        FakePermissionPlatform platform;
+        PermissionCenter center(platform);
+        for (int answers = 0; answers < 4 * 4 * 4; ++answers) {
+            platform.notifications.access = Access(answers % 4);
+            platform.speechRecognition.access = Access(answers / 4 % 4);
+            platform.microphone.access = Access(answers / 16);
+            const QList<PermissionDescriptor> rows = awaited(center.fetchDescriptors()).result();
+            const PermissionSummary summary = awaited(center.fetchSummary()).result();
+            QCOMPARE(summary, PermissionSummary::fromDescriptors(rows.first(3)));
+            QCOMPARE(summary.userChangeableCount + summary.managedBySystemCount, 3);
+            QVERIFY(!rows.at(3).includesInSummary && !rows.at(4).includesInSummary);
+        }
+    }
+
+    void actions_data()
+    {
+        QTest::addColumn<int>("row");
+        QTest::addColumn<Access>("access");
+        QTest::addColumn<QString>("call");
+
+        const auto open = [](Page page) {
+            return QStringLiteral("open %1").arg(int(page));
+        };
+        QTest::newRow("notifications asked") << 0 << Access::notDetermined << u"request notifications"_s;
+        QTest::newRow("notifications denied") << 0 << Access::denied << open(Page::notifications);
+        QTest::newRow("speech asked") << 1 << Access::notDetermined << u"request speechRecognition"_s;
+        QTest::newRow("speech denied") << 1 << Access::denied << open(Page::speechRecognition);
+        QTest::newRow("microphone granted") << 2 << Access::authorized << open(Page::microphone);
+        QTest::newRow("placement") << 3 << Access::notDetermined << open(Page::screenRecording);
+        QTest::newRow("files") << 4 << Access::notDetermined << open(Page::filesAndFolders);
+    }
+
+    void actions()
+    {
+        QFETCH(int, row);
+        QFETCH(Access, access);
+        QFETCH(QString, call);
+        FakePermissionPlatform platform;
+        platform.notifications.access = platform.speechRecognition.access = platform.microphone.access =
+            access;
+        platform.whereToLook = u"Look elsewhere."_s;
+        PermissionCenter center(platform);
+        QSignalSpy whereToLook(&center, &PermissionCenter::settingsUnavailable);
+
+        awaited(center.performAction(awaited(center.fetchDescriptors()).result().at(row)));
+        QCOMPARE(platform.calls, QStringList{call});
+        QCOMPARE(whereToLook.size(), call.startsWith(u"open"_s) ? 1 : 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(PermissionCenterTest)
+#include "tst_permissioncenter.moc"
