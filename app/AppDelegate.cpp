@@ -19,8 +19,11 @@
 #include "editor_integration/EditorIntegrationManager.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
+#include "permissions/PermissionCenter.h"
+#include "permissions/PermissionsWindow.h"
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/GlobalHotKeyService.h"
+#include "platform/PermissionPlatform.h"
 #include "platform/WindowSystem.h"
 #include "preferences/PreferencesWindow.h"
 #include "preferences/ShortcutRecorder.h"
@@ -47,6 +50,13 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_platform(std::move(platform))
     , m_errorLog(errorLog)
     , m_defaults(defaults)
+    , m_permissionPlatform(PermissionPlatform::create(
+          *m_platform.speechRecognizer,
+          {[&defaults] { return AppSettings(defaults).areCompletionNotificationsEnabled(); },
+           [&defaults] {
+               AppSettings(defaults).setCompletionNotificationsEnabled(true);
+           }}))
+    , m_permissions(std::make_unique<PermissionCenter>(*m_permissionPlatform))
     , m_shortcuts(std::make_unique<KeyboardShortcuts>(defaults))
     , m_globalShortcuts(m_platform.hotKeys
                             ? std::make_unique<GlobalShortcutRegistrar>(*m_shortcuts, *m_platform.hotKeys)
@@ -228,7 +238,11 @@ PreferencesWindow &AppDelegate::preferencesWindow()
         if (remark.isEmpty() && m_globalShortcuts)
             remark = m_globalShortcuts->problem(ShortcutNames::openScratchComposer());
         window->globalShortcutRecorder()->setRemark(remark);
+        m_permissions->fetchSummary().then(window, [window](const PermissionSummary &summary) {
+            window->setPermissionSummary(summary.title(), summary.detail());
+        });
     });
+    connect(window, &PreferencesWindow::openPermissionsRequested, this, &AppDelegate::openPermissions);
     connect(window, &PreferencesWindow::showEditorIntegrationPromptRequested, this, [this, window] {
         // After the click's own event: the prompt runs a modal loop of its own.
         QTimer::singleShot(0, m_editorSetup.get(), [this, window] {
@@ -257,6 +271,13 @@ void AppDelegate::openPreferences()
     PreferencesWindow &window = preferencesWindow();
     window.present();
     m_activation->requestWindowActivation(&window);
+}
+
+void AppDelegate::openPermissions()
+{
+    if (!m_permissionsWindow)
+        m_permissionsWindow = std::make_unique<PermissionsWindow>(*m_permissions);
+    m_activation->requestWindowActivation(m_permissionsWindow.get());
 }
 
 void AppDelegate::handleDebugWindowRequest(const QMap<QString, QString> &userInfo)

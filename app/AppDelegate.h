@@ -14,6 +14,9 @@ class ErrorLogManager;
 class ErrorsWindow;
 class GlobalShortcutRegistrar;
 class KeyboardShortcuts;
+class PermissionCenter;
+class PermissionPlatform;
+class PermissionsWindow;
 class PreferencesWindow;
 class QFileSystemWatcher;
 class QuickTaskManager;
@@ -46,6 +49,7 @@ public:
 private:
     void openErrors();
     void openPreferences();
+    void openPermissions();
     PreferencesWindow &preferencesWindow();
     QString registerGlobalShortcut(const std::optional<Shortcut> &shortcut);
     void handleDebugWindowRequest(const QMap<QString, QString> &userInfo);
@@ -55,6 +59,8 @@ private:
     PlatformServices m_platform;
     ErrorLogManager &m_errorLog;
     UserDefaults &m_defaults;
+    std::unique_ptr<PermissionPlatform> m_permissionPlatform;
+    std::unique_ptr<PermissionCenter> m_permissions;
     std::unique_ptr<KeyboardShortcuts> m_shortcuts;
     // After the store it follows, so it goes first.
     std::unique_ptr<GlobalShortcutRegistrar> m_globalShortcuts;
@@ -70,4 +76,5 @@ private:
     QFileSystemWatcher *m_requestsWatcher = nullptr;
     std::unique_ptr<ErrorsWindow> m_errorsWindow;
     std::unique_ptr<PreferencesWindow> m_preferencesWindow;
+    std::unique_ptr<PermissionsWindow> m_permissionsWindow;
 };

@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QScrollArea>
+#include <QShortcut>
 #include <QVBoxLayout>
 
 namespace {
@@ -41,6 +42,8 @@ PermissionsWindow::PermissionsWindow(PermissionCenter &center, QWidget *parent)
 {
     setObjectName(QStringLiteral("PermissionsWindow"));
     setWindowTitle(QStringLiteral("Permissions"));
+    auto *close = new QShortcut(QKeySequence::Close, this);
+    connect(close, &QShortcut::activated, this, &QWidget::close);
     resize(620, 580);
 
     auto *layout = new QVBoxLayout(this);

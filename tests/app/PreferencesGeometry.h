@@ -8,6 +8,8 @@
 #include "preferences/PreferencesWindow.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTemporaryDir>
 
 namespace desktop_test {
@@ -30,6 +32,21 @@ public:
         m_window.resize(m_origin.width, m_origin.height);
         m_window.show();
         QCoreApplication::processEvents();
+    }
+
+    // Scrolls both windows to their top or end, with the wheel over the real one's scroll bar (over
+    // the content a wheel would turn pop-ups). At either end the measured positions hold even where
+    // the content differs further away.
+    void scroll(bool toEnd) const
+    {
+        QScrollBar *bar = m_window.findChild<QScrollArea *>()->verticalScrollBar();
+        bar->setValue(toEnd ? bar->maximum() : 0);
+        const QPoint overBar = bar->mapTo(&m_window, bar->rect().center());
+        xdotool({QStringLiteral("mousemove"), QString::number(m_origin.x + overBar.x()),
+                 QString::number(m_origin.y + overBar.y()), QStringLiteral("click"),
+                 QStringLiteral("--repeat"), QStringLiteral("40"), QStringLiteral("--delay"),
+                 QStringLiteral("5"), toEnd ? QStringLiteral("5") : QStringLiteral("4")});
+        QTest::qWait(300);
     }
 
     // Clicks the centre of the named control in the real window.

@@ -30,6 +30,16 @@ QList<int> frameExtents(const QString &window)
     return extents;
 }
 
+// What an outside tool does to learn where a window is.
+void requestFrame(const QString &target, const QString &answerPath)
+{
+    run(QStringLiteral("dbus-send"),
+        {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
+         QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
+         QStringLiteral("string:zq.tarvel.debug-window-request"),
+         QStringLiteral("dict:string:string:target,%1,response,%2").arg(target, answerPath)});
+}
+
 // The key code stored for the system-wide shortcut, -1 for none.
 int storedScratchShortcutKeyCode(const Application &app)
 {
@@ -77,11 +87,7 @@ private Q_SLOTS:
         screenshot(QStringLiteral("preferences"), window);
 
         const QString answer = m_root.filePath(QStringLiteral("frame.json"));
-        run(QStringLiteral("dbus-send"),
-            {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
-             QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
-             QStringLiteral("string:zq.tarvel.debug-window-request"),
-             QStringLiteral("dict:string:string:target,preferences,response,") + answer});
+        requestFrame(QStringLiteral("preferences"), answer);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 5000);
         const QByteArray json = readFile(answer);
         QVERIFY2(json.startsWith("{\"target\":\"preferences\",\"windowNumber\":"), json.constData());
@@ -98,11 +104,7 @@ private Q_SLOTS:
         QCOMPARE(rectOf(response.value(u"screenVisibleFrame")), QRect(0, 28, 1280, 772)); // below the tray
         // An unknown target is not answered.
         const QString unknown = m_root.filePath(QStringLiteral("unknown.json"));
-        run(QStringLiteral("dbus-send"),
-            {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
-             QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
-             QStringLiteral("string:zq.tarvel.debug-window-request"),
-             QStringLiteral("dict:string:string:target,errors,response,") + unknown});
+        requestFrame(QStringLiteral("errors"), unknown);
         QTest::qWait(500);
         QVERIFY(!QFile::exists(unknown));
     }
@@ -137,6 +139,26 @@ private Q_SLOTS:
         QCOMPARE(arguments.at(arguments.indexOf(QStringLiteral("--variant")) + 1), QStringLiteral("medium"));
     }
 
+    // The summary sits at the foot of the preferences and its button opens the permissions window.
+    void permissionsOpenFromThePreferences()
+    {
+        const QString window = preferencesWindowOf(*m_app);
+        activate(window);
+        const MeasuredPreferences measured(window);
+        measured.scroll(true);
+        screenshot(QStringLiteral("preferences-end"), window);
+        measured.click(QStringLiteral("OpenPermissions"));
+        QString permissions;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !(permissions = m_app->otherWindow({window, m_app->composerWindow()})).isEmpty(), 10000);
+        QVERIFY(xdotool({QStringLiteral("getwindowname"), permissions}).startsWith(u"Permissions"));
+        QTest::qWait(300);
+        screenshot(QStringLiteral("permissions"), permissions);
+        activate(permissions);
+        key(QStringLiteral("ctrl+w"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->otherWindow({window}).isEmpty(), 5000);
+    }
+
     // A shortcut recorded with real key presses opens a scratch composer while an xterm has the
     // keyboard; one recorded over it replaces it at once. A combination another client holds is
     // refused in the recorder and written to the error log, and the earlier one stays.
@@ -146,7 +168,9 @@ private Q_SLOTS:
         QVERIFY(!window.isEmpty());
         const auto record = [&](const QString &keys) {
             activate(window);
-            MeasuredPreferences(window).click(QStringLiteral("GlobalShortcutRecorder"));
+            const MeasuredPreferences measured(window);
+            measured.scroll(false);
+            measured.click(QStringLiteral("GlobalShortcutRecorder"));
             QTest::qWait(300);
             key(keys);
             QTest::qWait(300);
@@ -196,6 +220,27 @@ private Q_SLOTS:
         expectComposer(true);
         xterm.kill();
         xterm.waitForFinished();
+    }
+
+    // A size the user gives the window is stored and comes back when the window opens again, here
+    // for the window probe.
+    void resizedWindowIsRememberedAndRestored()
+    {
+        const QString window = preferencesWindowOf(*m_app);
+        activate(window);
+        xdotool({QStringLiteral("windowsize"), window, QStringLiteral("700"), QStringLiteral("600")});
+        QTRY_COMPARE_WITH_TIMEOUT(QSettings(m_app->settingsFile(), QSettings::IniFormat)
+                                      .value(QStringLiteral("PreferencesWindowContentSize"))
+                                      .toString(),
+                                  QStringLiteral("{700, 600}"), 5000);
+        key(QStringLiteral("ctrl+w"));
+        QTRY_VERIFY_WITH_TIMEOUT(preferencesWindowOf(*m_app).isEmpty(), 5000);
+        // The probe opens a closed window.
+        const QString answer = m_root.filePath(QStringLiteral("reopened.json"));
+        requestFrame(QStringLiteral("preferences"), answer);
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 10000);
+        QCOMPARE(geometry(preferencesWindowOf(*m_app)).width, 700);
+        QCOMPARE(geometry(preferencesWindowOf(*m_app)).height, 600);
     }
 
 private:
