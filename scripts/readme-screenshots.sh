@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Takes the README's pictures on a private headless desktop from a build: a composer over the
-# terminal that asked for an editor, a finished quick task in the tray menu, and the
-# notification it ended with. The backends are the tests' stand-ins.
+# terminal that asked for an editor, a finished quick task in the tray menu, the notification it
+# ended with, and the preferences. The backends are the tests' stand-ins.
 #
 #   scripts/readme-screenshots.sh [BUILD_DIR]     writes docs/images/*.png
 set -euo pipefail
@@ -63,4 +63,12 @@ xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2)) click 1
 sleep 1
 shot menu
 crop menu 500x220+780+0 tray-menu
+xdotool key --clearmodifiers Escape
+
+# The preferences, opened by the window probe.
+dbus-send --session --type=signal /zq/tarvel zq.tarvel.DistributedNotifications.Posted \
+    string:zq.tarvel.debug-window-request dict:string:string:target,preferences,response,"$shots/frame.json"
+timeout 10 bash -c "until [ -s '$shots/frame.json' ]; do sleep 0.1; done"
+sleep 1
+"$TARVEL_DESKTOP_SCREENSHOT" "$images/preferences.png" "$(window '^Preferences')"
 echo "written: $(ls "$images")"
