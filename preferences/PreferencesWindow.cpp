@@ -279,8 +279,7 @@ void PreferencesWindow::reloadBackendItems()
         m_backendAvailability->setText(QStringLiteral("Checking ") +
                                        BackendProfiles::of(backend).longTitle() + QStringLiteral("\u2026"));
     else if (availability->isAvailable())
-        m_backendAvailability->setText(BackendProfiles::of(backend).longTitle() + u' ' +
-                                       availability->version());
+        m_backendAvailability->setText(QStringLiteral("Installed: ") + availability->version());
     else
         m_backendAvailability->setText(availability->message());
 }
