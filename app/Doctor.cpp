@@ -9,6 +9,7 @@
 #include "platform/SpeechRecognizer.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
+#include "shortcuts/KeyboardShortcuts.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -254,6 +255,26 @@ DiagnosticFinding dataFolderFinding(const QString &path)
     return {subject, Severity::ok, QStringLiteral("%1 is private to you.").arg(shown), {}};
 }
 
+DiagnosticFinding globalShortcutFinding()
+{
+    const QString subject = QStringLiteral("Global shortcut");
+    const QString reason = SystemDiagnostics::globalShortcutsUnavailableReason();
+    if (!reason.isEmpty())
+        return {subject, Severity::warning, reason,
+                QStringLiteral("Log in to an X11 session, or use a desktop whose portal offers global shortcuts; "
+                               "the tray menu's Quick Tasks works everywhere.")};
+    const KeyboardShortcuts shortcuts(UserDefaults::standard());
+    const std::optional<Shortcut> shortcut = shortcuts.getShortcut(ShortcutNames::openScratchComposer());
+    if (!shortcut)
+        return {subject, Severity::ok,
+                QStringLiteral("None is set; one can be recorded in Preferences to open a quick-task composer from "
+                               "any application."),
+                QString()};
+    return {subject, Severity::ok,
+            shortcuts.displayText(*shortcut) + QStringLiteral(" opens a quick-task composer from any application."),
+            QString()};
+}
+
 QList<DiagnosticFinding> examine()
 {
     QList<DiagnosticFinding> findings = SystemDiagnostics::desktopFindings();
@@ -266,6 +287,7 @@ QList<DiagnosticFinding> examine()
     findings.append(dataFolderFinding(FileStore::baseDirectory()));
     findings.append(backendFindings());
     findings.append(dictationFindings());
+    findings.append(globalShortcutFinding());
     return findings;
 }
 

@@ -26,5 +26,8 @@ struct DiagnosticFinding {
 namespace SystemDiagnostics {
 
 QList<DiagnosticFinding> desktopFindings();
+// Why a system-wide shortcut cannot work in this session, as a sentence; empty when it can (an X
+// display to grab keys on, or the desktop portal's global shortcuts).
+QString globalShortcutsUnavailableReason();
 
 } // namespace SystemDiagnostics

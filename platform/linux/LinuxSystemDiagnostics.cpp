@@ -1,6 +1,7 @@
 #include "platform/SystemDiagnostics.h"
 
 #include "platform/linux/DBusContract.h"
+#include "platform/linux/GlobalShortcutsPortal.h"
 #include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
@@ -149,6 +150,19 @@ QList<DiagnosticFinding> desktopFindings()
     QDBusConnection bus = QDBusConnection::sessionBus();
     return {displayFinding(x11, screen), busFinding(bus), trayFinding(bus, x11, screen),
             notificationsFinding(bus)};
+}
+
+QString globalShortcutsUnavailableReason()
+{
+    if (!qEnvironmentVariableIsEmpty("DISPLAY")) {
+        const XcbConnection x11(xcb_connect(nullptr, nullptr));
+        if (!xcb_connection_has_error(x11.get()))
+            return {};
+    }
+    if (GlobalShortcutsPortal::isOffered())
+        return {};
+    return QStringLiteral("Global shortcuts need an X11 session or a desktop that offers the "
+                          "GlobalShortcuts portal.");
 }
 
 } // namespace SystemDiagnostics

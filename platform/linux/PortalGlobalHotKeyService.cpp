@@ -1,5 +1,6 @@
 #include "platform/linux/PortalGlobalHotKeyService.h"
 
+#include "platform/linux/GlobalShortcutsPortal.h"
 #include "platform/linux/X11HotKeyMapping.h"
 
 #include <QDBusArgument>
@@ -43,18 +44,6 @@ const QDBusArgument &operator>>(const QDBusArgument &argument, PortalShortcut &s
     return argument;
 }
 
-// The interface's version, 0 when the portal or the interface is missing.
-uint portalVersion()
-{
-    QDBusMessage get = QDBusMessage::createMethodCall(
-        service, desktopPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
-    get << shortcutsInterface << QStringLiteral("version");
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(get, QDBus::Block, 5000);
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
-        return 0;
-    return qvariant_cast<QDBusVariant>(reply.arguments().constFirst()).variant().toUInt();
-}
-
 } // namespace
 
 PortalGlobalHotKeyService::PortalGlobalHotKeyService(QObject *parent)
@@ -64,7 +53,7 @@ PortalGlobalHotKeyService::PortalGlobalHotKeyService(QObject *parent)
     qDBusRegisterMetaType<QList<PortalShortcut>>();
     // Only a Wayland session needs the portal; elsewhere (no display at all) nothing is asked.
     QDBusConnection bus = QDBusConnection::sessionBus();
-    m_available = !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY") && bus.isConnected() && portalVersion() > 0;
+    m_available = GlobalShortcutsPortal::isOffered();
     if (!m_available)
         return;
     bus.connect(service, desktopPath, shortcutsInterface, QStringLiteral("Activated"), this,

@@ -43,7 +43,7 @@ $report"
 ! grep -Eq '^(warning|problem) ' <<<"$report" || fail "a healthy desktop has findings:
 $report"
 for subject in Display 'Session bus' Tray Notifications Editor 'Editor set-up' 'Data folder' codex claude opencode \
-    'Speech recognition' Microphone; do
+    'Speech recognition' Microphone 'Global shortcut'; do
     expect ok "$subject"
 done
 doctor --json
@@ -66,6 +66,9 @@ VISUAL=vim doctor
 [ "$status" = 1 ] || fail "VISUAL=vim exits $status"
 expect problem Editor
 grep -q 'vim' <<<"$report" || fail "the editor finding does not name vim"
+
+DISPLAY= WAYLAND_DISPLAY=wayland-tarvel-test doctor
+expect warning 'Global shortcut'
 
 kill "$(pid_of dunst)"
 timeout 10 bash -c 'while dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
