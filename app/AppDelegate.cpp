@@ -71,7 +71,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_composers(std::make_unique<ComposerCoordinator>(
           *m_intake, *m_quickTaskManager, *m_platform.windowSystem, *m_activation, *m_scratchFrameStore,
           errorLog,
-          ComposerServices{&defaults, m_shortcuts.get(), {}, nullptr, m_platform.speechRecognizer.get()}))
+          ComposerServices{&defaults, m_shortcuts.get(), {}, nullptr, m_platform.speechRecognizer.get(),
+                           m_platform.clipboard.get()}))
     , m_trayMenu(
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
@@ -177,6 +178,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
     listenForRequests();
     m_composers->processPendingRequests();
+    m_composers->forgetDraftsOfAnsweredRequests();
     m_editorSetup->scheduleAfterLaunch();
 }
 

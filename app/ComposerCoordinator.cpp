@@ -5,12 +5,16 @@
 #include "backends/BackendProfiles.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
+#include "composer/ComposerTextView.h"
 #include "composer/EditorComposer.h"
 #include "composer/PanelPlacement.h"
 #include "composer/ScratchWindowFrameStore.h"
 #include "composer/TerminalWindowLocator.h"
+#include "core/DraftKeeper.h"
+#include "core/RequestFileIO.h"
 #include "core/TarvelError.h"
 #include "errorlog/ErrorLogManager.h"
+#include "platform/Clipboard.h"
 #include "platform/WindowSystem.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "settings/AppSettings.h"
@@ -18,6 +22,7 @@
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
+#include <QTextEdit>
 
 namespace {
 const QString kQuickTasks = QStringLiteral("Quick Tasks");
@@ -48,21 +53,39 @@ void ComposerCoordinator::processPendingRequests()
         return;
     if (m_request) {
         m_intake.loadQueuedRequests(m_request->id);
+        // Ctrl-C in the terminal, or the assistant ended its editor: what was typed stays.
+        if (!m_editor->isWithdrawn() && RequestIntake::isWithdrawn(*m_request))
+            m_editor->markWithdrawn();
         return;
     }
     std::optional<ComposerRequest> request = m_intake.takeNextRequest();
     if (!request)
         return;
     m_request = std::move(request);
-    auto *editor = new EditorComposer(m_request->initialText, m_services, this);
+    // A copy of Tarvel that stopped while this request was open left what had been typed.
+    const QString draftName = DraftStore::requestDraftName(m_request->id);
+    const std::optional<QString> draft = m_drafts.load(draftName);
+    const bool restored = draft && !draft->trimmed().isEmpty() && *draft != m_request->initialText;
+    auto *editor = new EditorComposer(restored ? *draft : m_request->initialText, m_services, this);
     m_editor = editor;
+    m_editorDraft = keepDraft(editor, editor->surface(), draftName);
+    if (restored)
+        editor->showNotice(QStringLiteral("Restored from before Tarvel stopped."));
     // A composer on its way out must not answer the request that followed it.
     connect(editor, &EditorComposer::submitted, this, [this, editor](const QString &text) {
-        if (editor == m_editor)
+        if (editor != m_editor)
+            return;
+        if (editor->isWithdrawn())
+            closeWithdrawnEditor(text);
+        else
             answerEditorRequest(ComposerResponse::Disposition::submitted, text);
     });
     connect(editor, &EditorComposer::cancelled, this, [this, editor] {
-        if (editor == m_editor)
+        if (editor != m_editor)
+            return;
+        if (editor->isWithdrawn())
+            closeWithdrawnEditor(std::nullopt);
+        else
             answerEditorRequest(ComposerResponse::Disposition::cancelled, std::nullopt);
     });
     present(m_editor->surface(), false);
@@ -75,7 +98,25 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
                                               const QList<PromptAttachment> &attachments,
                                               const std::optional<QuickTaskSourceContext> &sourceContext)
 {
-    auto *composer = new ScratchComposer(initialText, attachments, m_services, this);
+    // What a scratch composer held when Tarvel stopped is offered to the next one.
+    QString text = initialText;
+    std::optional<QString> restored;
+    if (initialText.isEmpty() && attachments.isEmpty()) {
+        QList<QUuid> open;
+        for (const ScratchComposer *composer : std::as_const(m_scratchComposers))
+            open.append(composer->id());
+        restored = m_drafts.takeNewestScratchDraft(open);
+        if (restored)
+            text = *restored;
+    }
+    auto *composer = new ScratchComposer(text, attachments, m_services, this);
+    DraftKeeper *draft =
+        keepDraft(composer, composer->surface(), DraftStore::scratchDraftName(composer->id()));
+    m_scratchDrafts.insert(composer, draft);
+    if (restored) {
+        composer->showRestoredDraftNotice();
+        draft->saveNow(); // under its new name, before anything is typed
+    }
     connect(composer, &ScratchComposer::submitted, this,
             [this, composer](const QString &text, const QList<PromptAttachment> &submitted,
                              const std::optional<QuickTaskPreset> &preset) {
@@ -148,12 +189,49 @@ void ComposerCoordinator::answerEditorRequest(ComposerResponse::Disposition disp
 {
     if (!m_request || !m_intake.answer(*m_request, disposition, text))
         return; // the composer stays open so nothing typed is lost
+    closeEditor();
+}
+
+void ComposerCoordinator::closeWithdrawnEditor(const std::optional<QString> &copiedText)
+{
+    if (copiedText && m_services.clipboard)
+        m_services.clipboard->setText(*copiedText);
+    closeEditor();
+}
+
+void ComposerCoordinator::closeEditor()
+{
     const ComposerRequest request = *std::exchange(m_request, std::nullopt);
     EditorComposer *editor = std::exchange(m_editor, nullptr);
+    std::exchange(m_editorDraft, nullptr)->discard();
     editor->surface().closeProgrammatically();
     editor->deleteLater();
     processPendingRequests();
     restoreFocus(request.sourceApplicationBundleIdentifier, request.sourceApplicationPID);
+}
+
+DraftKeeper *ComposerCoordinator::keepDraft(QObject *composer, ComposerSurface &surface, const QString &name)
+{
+    auto *keeper = new DraftKeeper(
+        m_drafts, name, [&surface] { return surface.text(); }, composer);
+    connect(surface.panel()->textView(), &QTextEdit::textChanged, keeper, &DraftKeeper::noteChange);
+    return keeper;
+}
+
+void ComposerCoordinator::forgetDraftsOfAnsweredRequests()
+{
+    QList<QUuid> waiting;
+    try {
+        for (const QString &url : RequestFileIO::pendingRequestURLs()) {
+            if (const std::optional<QUuid> id = RequestFileIO::requestIdentifier(url))
+                waiting.append(*id);
+        }
+    } catch (const TarvelError &) {
+        return; // keep them all rather than lose one still needed
+    }
+    if (m_request)
+        waiting.append(m_request->id);
+    m_drafts.removeRequestDraftsExcept(waiting);
 }
 
 void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString &text,
@@ -197,6 +275,8 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
 
 void ComposerCoordinator::closeScratch(ScratchComposer *composer)
 {
+    if (DraftKeeper *draft = m_scratchDrafts.take(composer))
+        draft->discard(); // submitted or cancelled: nothing left to offer
     const std::optional<QuickTaskSourceContext> context = m_sourceContexts.take(composer);
     m_scratchComposers.removeOne(composer);
     m_startingTasks.remove(composer);
@@ -236,8 +316,12 @@ std::optional<QuickTaskSourceContext> ComposerCoordinator::frontmostTerminalCont
 void ComposerCoordinator::closeAllForTermination()
 {
     m_terminated = true;
-    for (ScratchComposer *composer : std::as_const(m_scratchComposers))
+    for (ScratchComposer *composer : std::as_const(m_scratchComposers)) {
+        // A scratch composer open at the end is offered to the next one, as typed to the last key.
+        if (DraftKeeper *draft = m_scratchDrafts.value(composer))
+            draft->saveNow();
         composer->closeProgrammatically();
+    }
     if (m_editor)
         m_editor->surface().closeProgrammatically();
 }

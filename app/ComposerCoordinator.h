@@ -3,6 +3,7 @@
 #include "composer/ScratchComposer.h"
 #include "core/ComposerRequest.h"
 #include "core/ComposerResponse.h"
+#include "core/DraftStore.h"
 #include "quicktasks/QuickTaskSession.h"
 
 #include <QHash>
@@ -13,6 +14,7 @@
 #include <optional>
 
 class ComposerSurface;
+class DraftKeeper;
 class EditorComposer;
 class ErrorLogManager;
 class QuickTaskManager;
@@ -50,6 +52,8 @@ public:
     // At the end: no more requests are served, and every composer closes without answering.
     void stopServingRequests() { m_terminated = true; }
     void closeAllForTermination();
+    // At launch: drafts of requests that were answered meanwhile are of no more use.
+    void forgetDraftsOfAnsweredRequests();
 
 Q_SIGNALS:
     // A failure of something the user just did: recorded already, to be shown.
@@ -61,6 +65,10 @@ private:
     void present(ComposerSurface &surface, bool restoresScratchFrame);
     void place(ComposerSurface &surface, bool restoresScratchFrame);
     void answerEditorRequest(ComposerResponse::Disposition disposition, const std::optional<QString> &text);
+    // Closes the composer of a request its helper gave up on; nothing is written for it.
+    void closeWithdrawnEditor(const std::optional<QString> &copiedText);
+    void closeEditor();
+    DraftKeeper *keepDraft(QObject *composer, ComposerSurface &surface, const QString &name);
     void submitScratch(ScratchComposer *composer, const QString &text,
                        const QList<PromptAttachment> &attachments,
                        const std::optional<QuickTaskPreset> &preset);
@@ -76,8 +84,11 @@ private:
     ScratchWindowFrameStore &m_frames;
     ErrorLogManager &m_errorLog;
     ComposerServices m_services;
+    DraftStore m_drafts;
     std::optional<ComposerRequest> m_request;
     EditorComposer *m_editor = nullptr;
+    DraftKeeper *m_editorDraft = nullptr;
+    QHash<ScratchComposer *, DraftKeeper *> m_scratchDrafts;
     QList<ScratchComposer *> m_scratchComposers;
     QHash<ScratchComposer *, std::optional<QuickTaskSourceContext>> m_sourceContexts;
     QSet<ScratchComposer *> m_startingTasks;

@@ -1,5 +1,7 @@
 #include "app/RequestIntake.h"
 
+#include "core/FileStore.h"
+
 #include "core/Clock.h"
 #include "core/JSONCoding.h"
 #include "core/TarvelError.h"
@@ -80,6 +82,13 @@ QList<PendingRequest> RequestIntake::recoverablePendingRequests(const std::optio
         result.append({url, request});
     }
     return result;
+}
+
+bool RequestIntake::isWithdrawn(const ComposerRequest &request)
+{
+    return !QFileInfo::exists(FileStore::requestURL(request.id)) &&
+           !RequestFileIO::responseExists(request.id) &&
+           !RequestFileIO::completedRequestMarkerExists(request.id);
 }
 
 bool RequestIntake::answer(const ComposerRequest &request, ComposerResponse::Disposition disposition,

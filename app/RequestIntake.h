@@ -43,6 +43,9 @@ public:
                                        const std::optional<QString> &updatedText);
     void quarantineMalformedPendingRequest(const QString &url, const QString &errorDescription);
 
+    // Whether the helper of a request taken from here gave up on it: its file is gone unanswered.
+    static bool isWithdrawn(const ComposerRequest &request);
+
     // Requests still waiting for an answer, onScreen not counted.
     int waitingRequestCount(const std::optional<QUuid> &onScreen);
     // Answers every waiting request as cancelled, so no helper is left waiting.

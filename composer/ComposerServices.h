@@ -7,17 +7,20 @@
 #include <functional>
 
 class AttachmentStore;
+class Clipboard;
 class KeyboardShortcuts;
 class SpeechRecognizer;
 class UserDefaults;
 
 // What a composer consults: settings, shortcuts, the backends' state (tests answer the
 // installation check themselves), the store its attachments are held in, and the speech
-// recogniser for dictation (none: no microphone button).
+// recogniser for dictation (none: no microphone button), the clipboard.
 struct ComposerServices {
     UserDefaults *defaults = nullptr;
     KeyboardShortcuts *shortcuts = nullptr;
     std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
     AttachmentStore *attachments = nullptr;
     SpeechRecognizer *speechRecognizer = nullptr;
+    // Where "Copy and Close" puts the text of a request its terminal gave up on.
+    Clipboard *clipboard = nullptr;
 };

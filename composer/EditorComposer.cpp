@@ -1,6 +1,11 @@
 #include "composer/EditorComposer.h"
 
+#include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QPushButton>
 
 EditorComposer::EditorComposer(const QString &initialText, const ComposerServices &services, QObject *parent)
     : QObject(parent)
@@ -28,4 +33,28 @@ QString EditorComposer::text() const
 void EditorComposer::showWindow()
 {
     m_surface->show(true);
+}
+
+void EditorComposer::showNotice(const QString &text)
+{
+    if (!m_notice) {
+        m_notice = new QLabel(panel());
+        m_notice->setObjectName(QStringLiteral("ComposerNotice"));
+        m_notice->setTextFormat(Qt::PlainText);
+        m_notice->setForegroundRole(QPalette::PlaceholderText);
+        // After the close button, before the space that pushes the buttons right.
+        panel()->footerLayout()->insertWidget(1, m_notice);
+    }
+    m_notice->setText(text);
+}
+
+void EditorComposer::markWithdrawn()
+{
+    if (m_withdrawn)
+        return;
+    m_withdrawn = true;
+    showNotice(QStringLiteral("The terminal stopped waiting."));
+    QPushButton *submit = panel()->submitButton();
+    submit->setText(QStringLiteral("Copy and Close"));
+    submit->setToolTip(QStringLiteral("Put the text on the clipboard and close"));
 }

@@ -6,6 +6,7 @@
 
 class ComposerPanel;
 class ComposerSurface;
+class QLabel;
 
 // The composer of an editor request: the request's text, edited for the helper that
 // waits for it. Pasted files and images become their paths in the text. Which request
@@ -24,6 +25,11 @@ public:
     QString text() const;
 
     void showWindow();
+    // One line in the footer, left of the buttons.
+    void showNotice(const QString &text);
+    // The helper stopped waiting: the text can only be copied now, and Submit says so.
+    void markWithdrawn();
+    bool isWithdrawn() const { return m_withdrawn; }
 
 Q_SIGNALS:
     void submitted(const QString &text);
@@ -31,4 +37,6 @@ Q_SIGNALS:
 
 private:
     ComposerSurface *m_surface = nullptr;
+    QLabel *m_notice = nullptr;
+    bool m_withdrawn = false;
 };

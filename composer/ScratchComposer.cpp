@@ -300,6 +300,11 @@ void ScratchComposer::settingsChanged(const QString &key)
         Qt::QueuedConnection);
 }
 
+void ScratchComposer::showRestoredDraftNotice()
+{
+    panel()->headerLabel()->setText(QStringLiteral("Quick Task \u2014 restored from last time"));
+}
+
 void ScratchComposer::selectQuickTaskPreset(int index)
 {
     if (index < 0 || index >= m_presetPopup->count())

@@ -59,6 +59,10 @@ public:
     // Lets go of the attachments when the composer closes: pasted images that no session
     // holds (a cancelled draft, not a submitted one) are deleted.
     void releaseAttachments();
+    // Its name as a holder of attachments and of its draft.
+    QUuid id() const { return m_holder; }
+    // The text is what an earlier composer held when Tarvel stopped; the header says so.
+    void showRestoredDraftNotice();
     void selectQuickTaskPreset(int index);
     std::optional<QuickTaskPreset> selectedPreset() const;
     QComboBox *presetPopup() const { return m_presetPopup; }

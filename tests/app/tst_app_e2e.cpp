@@ -136,6 +136,80 @@ private Q_SLOTS:
                      QFileInfo(files[index]).fileName().toUtf8() + ' ' + QByteArray::number(index));
     }
 
+    // A commit message half typed when Tarvel dies is there again when the next copy serves the same
+    // request, and reaches git.
+    void typedTextSurvivesACrashIntoTheCommit()
+    {
+        QTemporaryDir root;
+        Application app(root.filePath(QStringLiteral("app")));
+        app.start();
+        const QString repo = root.filePath(QStringLiteral("repo"));
+        QVERIFY(QDir().mkpath(repo));
+        run(QStringLiteral("git"),
+            {QStringLiteral("-C"), repo, QStringLiteral("init"), QStringLiteral("-q")});
+        const QString status = root.filePath(QStringLiteral("status"));
+        QProcess xterm;
+        startXterm(xterm, app,
+                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
+                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
+                       .arg(repo, status));
+        activate(app.waitForComposer());
+        type(QStringLiteral("Survive the crash"));
+        const QString drafts = app.dataFolder() + QStringLiteral("/Drafts");
+        QTRY_COMPARE_WITH_TIMEOUT(QDir(drafts).entryList(QDir::Files).size(), qsizetype(1), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(readFile(drafts + u'/' + QDir(drafts).entryList(QDir::Files).constFirst())
+                                     .contains("Survive the crash"),
+                                 5000);
+        QCOMPARE(QFileInfo(drafts + u'/' + QDir(drafts).entryList(QDir::Files).constFirst()).permissions() &
+                     0x0777,
+                 QFile::ReadUser | QFile::WriteUser); // no group or other bits
+        app.kill(SIGKILL);
+        app.start(); // within the helper's wait for a new copy
+        app.waitForComposer();
+        screenshot(QStringLiteral("composer-restored-draft"));
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("0"), 10000);
+        QCOMPARE(run(QStringLiteral("git"), {QStringLiteral("-C"), repo, QStringLiteral("log"),
+                                             QStringLiteral("-1"), QStringLiteral("--format=%B")}),
+                 QStringLiteral("Survive the crash"));
+        QTRY_VERIFY_WITH_TIMEOUT(QDir(drafts).entryList(QDir::Files).isEmpty(), 5000); // answered: gone
+        xterm.kill();
+        xterm.waitForFinished();
+    }
+
+    // Ctrl-C in the terminal while the composer is open: the composer stays with its text, says the
+    // terminal stopped waiting, and "Copy and Close" puts the text on the clipboard; no response is
+    // written for a helper that is gone.
+    void interruptedHelperLeavesTheTextToCopy()
+    {
+        QTemporaryDir root;
+        Application app(root.filePath(QStringLiteral("app")));
+        app.start();
+        const QString file = root.filePath(QStringLiteral("prompt.md"));
+        writeFile(file, "");
+        const QString status = root.filePath(QStringLiteral("status"));
+        QProcess xterm;
+        startXterm(xterm, app,
+                   QStringLiteral("trap true INT; '%1' '%2'; echo $? > '%3'; sleep 60")
+                       .arg(kTarvelEdit, file, status));
+        const QString composer = app.waitForComposer();
+        type(QStringLiteral("Nothing typed is lost"));
+        activate(windowsOf(xterm.processId()).value(0));
+        key(QStringLiteral("ctrl+c"));
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("130"), 10000);
+        QTest::qWait(500);
+        QCOMPARE(app.composerWindow(), composer);
+        activate(composer);
+        screenshot(QStringLiteral("composer-withdrawn"), composer);
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("Nothing typed is lost"), 5000);
+        QVERIFY(QDir(app.dataFolder() + QStringLiteral("/Responses")).entryList(QDir::Files).isEmpty());
+        QCOMPARE(readFile(file), QByteArray());
+        xterm.kill();
+        xterm.waitForFinished();
+    }
+
     void quitWithAWaitingRequestCancelsIt()
     {
         QTemporaryDir root;
