@@ -1,0 +1,181 @@
+#pragma once
+
+// What the desktop benchmarks share: an X connection that watches windows appear and types and
+// clicks through XTEST, and a quick way to start a program.
+#include <QByteArray>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <xcb/xcb.h>
+#include <xcb/xcb_keysyms.h>
+#include <xcb/xtest.h>
+
+#include <poll.h>
+#include <spawn.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <initializer_list>
+#include <iterator>
+
+extern char **environ;
+
+namespace bench {
+
+class Display final {
+public:
+    Display()
+        : m_connection(xcb_connect(nullptr, nullptr))
+    {
+        m_root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+        const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
+        xcb_change_window_attributes(m_connection, m_root, XCB_CW_EVENT_MASK, &mask);
+        m_clientList = atom("_NET_CLIENT_LIST");
+        m_name = atom("_NET_WM_NAME");
+        m_utf8 = atom("UTF8_STRING");
+        m_keySymbols = xcb_key_symbols_alloc(m_connection);
+        xcb_flush(m_connection);
+    }
+    ~Display()
+    {
+        xcb_key_symbols_free(m_keySymbols);
+        xcb_disconnect(m_connection);
+    }
+
+    bool ok() const { return !xcb_connection_has_error(m_connection); }
+
+    bool composerMapped() { return windowMapped("Tarvel Composer"); }
+
+    // A visible window whose title starts with the prefix.
+    bool windowMapped(const QByteArray &prefix)
+    {
+        auto *reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, m_root, m_clientList, XCB_ATOM_WINDOW, 0, 4096),
+            nullptr);
+        if (!reply)
+            return false;
+        const auto *windows = static_cast<const xcb_window_t *>(xcb_get_property_value(reply));
+        const int count = xcb_get_property_value_length(reply) / 4;
+        bool found = false;
+        for (int i = 0; i < count && !found; ++i)
+            found = title(windows[i]).startsWith(prefix) && viewable(windows[i]);
+        free(reply);
+        return found;
+    }
+
+    // Waits for X events until the predicate holds or the time is up.
+    template<typename Predicate> bool waitUntil(Predicate predicate, int timeoutMs)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        while (!predicate()) {
+            const int left = timeoutMs - int(timer.elapsed());
+            if (left <= 0)
+                return false;
+            pollfd descriptor{xcb_get_file_descriptor(m_connection), POLLIN, 0};
+            ::poll(&descriptor, 1, left);
+            while (xcb_generic_event_t *event = xcb_poll_for_event(m_connection))
+                free(event);
+        }
+        return true;
+    }
+
+    void pressCtrlReturn() { press({kControl, kReturn}); }
+
+    // The keys pressed in order, then released in reverse.
+    void press(std::initializer_list<xcb_keysym_t> symbols)
+    {
+        for (const xcb_keysym_t symbol : symbols)
+            fakeKey(XCB_KEY_PRESS, symbol);
+        for (auto it = std::rbegin(symbols); it != std::rend(symbols); ++it)
+            fakeKey(XCB_KEY_RELEASE, *it);
+        xcb_flush(m_connection);
+    }
+
+    void click(int x, int y)
+    {
+        xcb_test_fake_input(m_connection, XCB_MOTION_NOTIFY, 0, XCB_CURRENT_TIME, m_root, int16_t(x),
+                            int16_t(y), 0);
+        xcb_test_fake_input(m_connection, XCB_BUTTON_PRESS, 1, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        xcb_test_fake_input(m_connection, XCB_BUTTON_RELEASE, 1, XCB_CURRENT_TIME, m_root, 0, 0, 0);
+        xcb_flush(m_connection);
+    }
+
+    static constexpr xcb_keysym_t kControl = 0xffe3, kReturn = 0xff0d, kDown = 0xff54, kW = 0x77;
+
+private:
+    void fakeKey(uint8_t type, xcb_keysym_t symbol)
+    {
+        xcb_test_fake_input(m_connection, type, firstKeycode(symbol), XCB_CURRENT_TIME, m_root, 0, 0, 0);
+    }
+
+    xcb_atom_t atom(const char *name)
+    {
+        auto *reply = xcb_intern_atom_reply(
+            m_connection, xcb_intern_atom(m_connection, 0, uint16_t(strlen(name)), name), nullptr);
+        const xcb_atom_t result = reply ? reply->atom : xcb_atom_t(XCB_ATOM_NONE);
+        free(reply);
+        return result;
+    }
+    QByteArray title(xcb_window_t window)
+    {
+        auto *reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, window, m_name, m_utf8, 0, 256), nullptr);
+        QByteArray result;
+        if (reply)
+            result = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)),
+                                xcb_get_property_value_length(reply));
+        free(reply);
+        return result;
+    }
+    bool viewable(xcb_window_t window)
+    {
+        auto *reply = xcb_get_window_attributes_reply(
+            m_connection, xcb_get_window_attributes(m_connection, window), nullptr);
+        const bool result = reply && reply->map_state == XCB_MAP_STATE_VIEWABLE;
+        free(reply);
+        return result;
+    }
+    xcb_keycode_t firstKeycode(xcb_keysym_t symbol)
+    {
+        xcb_keycode_t *codes = xcb_key_symbols_get_keycode(m_keySymbols, symbol);
+        const xcb_keycode_t code = codes ? codes[0] : 0;
+        free(codes);
+        return code;
+    }
+
+    xcb_connection_t *m_connection;
+    xcb_window_t m_root = 0;
+    xcb_atom_t m_clientList = 0, m_name = 0, m_utf8 = 0;
+    xcb_key_symbols_t *m_keySymbols = nullptr;
+};
+
+inline pid_t spawn(const QByteArray &program, const QByteArray &argument)
+{
+    pid_t pid = 0;
+    char *argv[] = {const_cast<char *>(program.constData()), const_cast<char *>(argument.constData()),
+                    nullptr};
+    return posix_spawn(&pid, program.constData(), nullptr, nullptr, argv, environ) == 0 ? pid : -1;
+}
+
+// Starts tarvel with its data and settings in root and waits for it to settle.
+inline bool startApplication(QProcess &app, const QTemporaryDir &root, const QString &path)
+{
+    qputenv("XDG_DATA_HOME", root.filePath(QStringLiteral("data")).toLocal8Bit());
+    qputenv("XDG_CONFIG_HOME", root.filePath(QStringLiteral("config")).toLocal8Bit());
+    qputenv("TARVEL_APP_PATH", path.toLocal8Bit());
+    // The editor set-up prompt would take the focus from the windows measured.
+    QSettings(root.filePath(QStringLiteral("config/Tarvel/Tarvel.conf")), QSettings::IniFormat)
+        .setValue(QStringLiteral("EditorIntegrationPromptSuppressed"), true);
+    app.setProcessChannelMode(QProcess::ForwardedChannels);
+    app.start(path, {});
+    if (!app.waitForStarted())
+        return false;
+    QThread::msleep(2000); // start-up: bus name, tray icon
+    return true;
+}
+
+} // namespace bench
