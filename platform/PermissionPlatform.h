@@ -1,12 +1,12 @@
 #pragma once
 
+#include "platform/SpeechRecognizer.h"
+
 #include <QFuture>
 #include <QString>
 
 #include <functional>
 #include <memory>
-
-class SpeechRecognizer;
 
 // What the system says about one access Tarvel relies on.
 struct PlatformPermissionState {
@@ -18,6 +18,22 @@ struct PlatformPermissionState {
     // Why the access cannot be used as things stand, as a sentence for the user; empty when the
     // state says it all.
     QString note;
+
+    // The recogniser answers speech and microphone access in the same four ways.
+    static Access fromSpeechAccess(SpeechRecognizer::Access access)
+    {
+        switch (access) {
+        case SpeechRecognizer::Access::notDetermined:
+            return Access::notDetermined;
+        case SpeechRecognizer::Access::denied:
+            return Access::denied;
+        case SpeechRecognizer::Access::restricted:
+            return Access::restricted;
+        case SpeechRecognizer::Access::authorized:
+            return Access::authorized;
+        }
+        return Access::denied;
+    }
 };
 
 // The pages of the system's settings that the permissions window opens.

@@ -3,6 +3,7 @@
 #include "backends/BackendProfiles.h"
 #include "core/UserDefaults.h"
 #include "platform/HostPlatform.h"
+#include "preferences/ModelPopups.h"
 #include "preferences/PreferencesTexts.h"
 #include "preferences/PresetEditorRules.h"
 #include "preferences/QuickTaskPresetEditorView.h"
@@ -288,28 +289,10 @@ void PreferencesWindow::reloadVoiceItems()
 {
     const AppSettings settings(m_defaults);
     const QuickTaskCLIBackend backend = settings.quickTaskCLIBackend();
-    const BackendProfile &profile = BackendProfiles::of(backend);
-    const QList<BackendModel> models = profile.availableModels();
+    const QList<BackendModel> models = BackendProfiles::of(backend).availableModels();
     const QuickTaskPreset draft = settings.voicePromptRewritePreset();
-    m_voiceModelPopup->clear();
-    int selected = -1;
-    for (const QuickTaskPresetModelOption &option :
-         PresetEditorRules::effectiveModelOptions(draft.model, backend, models)) {
-        if (profile.canonicalModelIdentifier(option.identifier) ==
-            profile.canonicalModelIdentifier(draft.model))
-            selected = m_voiceModelPopup->count();
-        m_voiceModelPopup->addItem(option.title, option.identifier);
-    }
-    m_voiceModelPopup->setCurrentIndex(selected);
-    m_voiceThinkingPopup->clear();
-    selected = -1;
-    for (const PresetEditorRules::ThinkingItem &item :
-         PresetEditorRules::thinkingItems(PresetEditorRules::supportedLevels(draft.model, backend, models))) {
-        if (item.value == draft.reasoningEffort)
-            selected = m_voiceThinkingPopup->count();
-        m_voiceThinkingPopup->addItem(item.title, item.value);
-    }
-    m_voiceThinkingPopup->setCurrentIndex(selected);
+    ModelPopups::fillModels(*m_voiceModelPopup, backend, models, draft.model);
+    ModelPopups::fillThinking(*m_voiceThinkingPopup, backend, models, draft.model, draft.reasoningEffort);
 }
 
 void PreferencesWindow::checkInstallations()

@@ -2,6 +2,7 @@
 
 #include "backends/BackendProfiles.h"
 #include "core/UserDefaults.h"
+#include "preferences/ModelPopups.h"
 #include "preferences/PresetEditorRules.h"
 #include "preferences/ShortcutRecorder.h"
 #include "settings/AppSettings.h"
@@ -183,30 +184,12 @@ void QuickTaskPresetEditorView::showEvent(QShowEvent *event)
 
 void QuickTaskPresetEditorView::reloadModelItems(const QString &selecting)
 {
-    m_modelPopUpButton->clear();
-    const BackendProfile &profile = BackendProfiles::of(m_backend);
-    int selected = -1;
-    for (const QuickTaskPresetModelOption &option :
-         PresetEditorRules::effectiveModelOptions(selecting, m_backend, m_availableModels)) {
-        if (profile.canonicalModelIdentifier(option.identifier) ==
-            profile.canonicalModelIdentifier(selecting))
-            selected = m_modelPopUpButton->count();
-        m_modelPopUpButton->addItem(option.title, option.identifier);
-    }
-    m_modelPopUpButton->setCurrentIndex(selected);
+    ModelPopups::fillModels(*m_modelPopUpButton, m_backend, m_availableModels, selecting);
 }
 
 void QuickTaskPresetEditorView::reloadThinkingItems(const QString &model, const QString &selecting)
 {
-    m_thinkingPopUpButton->clear();
-    int selected = -1;
-    for (const PresetEditorRules::ThinkingItem &item : PresetEditorRules::thinkingItems(
-             PresetEditorRules::supportedLevels(model, m_backend, m_availableModels))) {
-        if (item.value == selecting)
-            selected = m_thinkingPopUpButton->count();
-        m_thinkingPopUpButton->addItem(item.title, item.value);
-    }
-    m_thinkingPopUpButton->setCurrentIndex(selected);
+    ModelPopups::fillThinking(*m_thinkingPopUpButton, m_backend, m_availableModels, model, selecting);
 }
 
 void QuickTaskPresetEditorView::persistSettings()

@@ -16,21 +16,6 @@ namespace {
 
 using Access = PlatformPermissionState::Access;
 
-Access accessOf(SpeechRecognizer::Access access)
-{
-    switch (access) {
-    case SpeechRecognizer::Access::notDetermined:
-        return Access::notDetermined;
-    case SpeechRecognizer::Access::denied:
-        return Access::denied;
-    case SpeechRecognizer::Access::restricted:
-        return Access::restricted;
-    case SpeechRecognizer::Access::authorized:
-        return Access::authorized;
-    }
-    return Access::denied;
-}
-
 // The recogniser answers through a callback; the caller waits on a future.
 QFuture<void> finishedWhenAnswered(const std::function<void(std::function<void(bool)>)> &ask)
 {
@@ -100,7 +85,8 @@ QFuture<PlatformPermissionState> LinuxPermissionPlatform::notificationAuthorizat
 
 PlatformPermissionState LinuxPermissionPlatform::speechRecognitionState() const
 {
-    PlatformPermissionState state{accessOf(m_speechRecognizer.speechRecognitionAccess()), {}};
+    PlatformPermissionState state{
+        PlatformPermissionState::fromSpeechAccess(m_speechRecognizer.speechRecognitionAccess()), {}};
     // Nothing is granted here; what can stop recognition is a missing model or command.
     if (state.access == Access::authorized) {
         const QString reason = m_speechRecognizer.unavailableReason();
@@ -112,7 +98,8 @@ PlatformPermissionState LinuxPermissionPlatform::speechRecognitionState() const
 
 PlatformPermissionState LinuxPermissionPlatform::microphoneState() const
 {
-    PlatformPermissionState state{accessOf(m_speechRecognizer.microphoneAccess()), {}};
+    PlatformPermissionState state{
+        PlatformPermissionState::fromSpeechAccess(m_speechRecognizer.microphoneAccess()), {}};
     if (state.access == Access::denied)
         state.note = QStringLiteral("No microphone is connected or enabled.");
     return state;

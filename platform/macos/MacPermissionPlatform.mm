@@ -15,21 +15,6 @@ namespace {
 
 using Access = PlatformPermissionState::Access;
 
-Access accessOf(SpeechRecognizer::Access access)
-{
-    switch (access) {
-    case SpeechRecognizer::Access::notDetermined:
-        return Access::notDetermined;
-    case SpeechRecognizer::Access::denied:
-        return Access::denied;
-    case SpeechRecognizer::Access::restricted:
-        return Access::restricted;
-    case SpeechRecognizer::Access::authorized:
-        return Access::authorized;
-    }
-    return Access::denied;
-}
-
 // Provisional and ephemeral delivery count as allowed; a status added later needs attention.
 Access accessOf(UNAuthorizationStatus status)
 {
@@ -113,12 +98,12 @@ public:
 
     PlatformPermissionState speechRecognitionState() const override
     {
-        return {accessOf(m_speechRecognizer.speechRecognitionAccess()), {}};
+        return {PlatformPermissionState::fromSpeechAccess(m_speechRecognizer.speechRecognitionAccess()), {}};
     }
 
     PlatformPermissionState microphoneState() const override
     {
-        return {accessOf(m_speechRecognizer.microphoneAccess()), {}};
+        return {PlatformPermissionState::fromSpeechAccess(m_speechRecognizer.microphoneAccess()), {}};
     }
 
     QFuture<void> requestNotificationsAuthorization() override
