@@ -46,6 +46,41 @@ void startXterm(QProcess &xterm, const Application &app, const QString &script)
                  QStringLiteral("sh"), QStringLiteral("-c"), script});
     QVERIFY(xterm.waitForStarted());
 }
+// `git commit` in an xterm, in a fresh repository under root; its exit status lands in status().
+class GitCommitInXterm final {
+public:
+    GitCommitInXterm(const QTemporaryDir &root, const Application &app)
+        : m_repo(root.filePath(QStringLiteral("repo")))
+        , m_status(root.filePath(QStringLiteral("status")))
+    {
+        QDir().mkpath(m_repo);
+        run(QStringLiteral("git"),
+            {QStringLiteral("-C"), m_repo, QStringLiteral("init"), QStringLiteral("-q")});
+        startXterm(m_xterm, app,
+                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
+                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
+                       .arg(m_repo, m_status));
+    }
+    ~GitCommitInXterm()
+    {
+        m_xterm.kill();
+        m_xterm.waitForFinished();
+    }
+
+    const QProcess &xterm() const { return m_xterm; }
+    QByteArray status() const { return readFile(m_status).trimmed(); }
+    QString lastMessage() const
+    {
+        return run(QStringLiteral("git"), {QStringLiteral("-C"), m_repo, QStringLiteral("log"),
+                                           QStringLiteral("-1"), QStringLiteral("--format=%B")});
+    }
+
+private:
+    QString m_repo;
+    QString m_status;
+    QProcess m_xterm;
+};
+
 } // namespace
 
 class AppEndToEndTest final : public QObject {
@@ -62,21 +97,12 @@ private Q_SLOTS:
         QTemporaryDir root;
         Application app(root.filePath(QStringLiteral("app")));
         app.start();
-        const QString repo = root.filePath(QStringLiteral("repo"));
-        QVERIFY(QDir().mkpath(repo));
-        run(QStringLiteral("git"),
-            {QStringLiteral("-C"), repo, QStringLiteral("init"), QStringLiteral("-q")});
-        const QString status = root.filePath(QStringLiteral("status"));
-        QProcess xterm;
-        startXterm(xterm, app,
-                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
-                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
-                       .arg(repo, status));
+        const GitCommitInXterm commit(root, app);
         const QString composer = app.waitForComposer();
         screenshot(QStringLiteral("composer-over-xterm"));
 
         // Over the xterm: centred on it, its bottom 20 pixels above the xterm's bottom.
-        const QStringList xtermWindows = windowsOf(xterm.processId());
+        const QStringList xtermWindows = windowsOf(commit.xterm().processId());
         QVERIFY(!xtermWindows.isEmpty());
         const Geometry terminal = outerGeometry(xtermWindows.constFirst());
         const Geometry panel = geometry(composer);
@@ -91,14 +117,10 @@ private Q_SLOTS:
 
         type(QStringLiteral("Fix the parser"));
         key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("0"), 10000);
-        QCOMPARE(run(QStringLiteral("git"), {QStringLiteral("-C"), repo, QStringLiteral("log"),
-                                             QStringLiteral("-1"), QStringLiteral("--format=%B")}),
-                 QStringLiteral("Fix the parser"));
+        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+        QCOMPARE(commit.lastMessage(), QStringLiteral("Fix the parser"));
         // The focus goes back to the terminal that asked.
         QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), xtermWindows.constFirst(), 5000);
-        xterm.kill();
-        xterm.waitForFinished();
     }
 
     // Requests wait their turn oldest first: the next one follows an answer without any new
