@@ -62,4 +62,5 @@ private:
     ErrorLogManager &m_errorLog;
     const Clock &m_clock;
     QList<ComposerRequest> m_queuedRequests;
+    QString m_reportedUnsafeFolder;
 };
