@@ -4,6 +4,7 @@
 #include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/ShortProcess.h"
+#include "quicktasks/VersionCheckCache.h"
 
 #include <QDir>
 #include <QFile>
@@ -194,13 +195,35 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
     return output;
 }
 
+QString checkedVersionString(QuickTaskCLIBackend backend, const QString &executable,
+                             const QProcessEnvironment &environment)
+{
+    // Taken before the check, so a file replaced while it runs is not credited with its answer.
+    const std::optional<ExecutableIdentity> identity = ExecutableIdentity::of(executable);
+    VersionCheckCache &cache = VersionCheckCache::shared();
+    if (identity) {
+        if (std::optional<QString> version = cache.version(backend, *identity))
+            return *version;
+    }
+    try {
+        const QString version = verifiedVersionString(backend, executable, environment);
+        if (identity)
+            cache.remember(backend, *identity, version);
+        return version;
+    } catch (const QuickTaskError &) {
+        if (identity)
+            cache.forget(identity->resolvedPath);
+        throw;
+    }
+}
+
 QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend)
 {
     const QStringList directories = candidateDirectories();
     QuickTaskLaunchTarget target;
     target.executablePath = resolveExecutableURL(backend, directories);
     target.environment = processEnvironment(directories);
-    target.version = verifiedVersionString(backend, target.executablePath, target.environment);
+    target.version = checkedVersionString(backend, target.executablePath, target.environment);
     return target;
 }
 
@@ -222,7 +245,7 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
                                 try {
                                     const QString executable = resolveExecutableURL(backend, directories);
                                     return QuickTaskCLIInstallationAvailability::available(
-                                        verifiedVersionString(backend, executable, environment));
+                                        checkedVersionString(backend, executable, environment));
                                 } catch (const TarvelError &error) {
                                     return QuickTaskCLIInstallationAvailability::unavailable(
                                         error.description());

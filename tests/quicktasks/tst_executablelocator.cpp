@@ -3,6 +3,7 @@
 #include "fakebackends/FakeBackendSetup.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "quicktasks/VersionCheckCache.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -248,6 +249,83 @@ private Q_SLOTS:
         QVERIFY(!result.value(QuickTaskCLIBackend::claude).isAvailable());
         QVERIFY(
             result.value(QuickTaskCLIBackend::claude).message().startsWith(u"Claude CLI did not respond"));
+    }
+
+    // A passed check holds while the file is the same one, in memory and across starts;
+    // any change to the file, and any failure, means asking again.
+    void versionCheckIsKeptWhileTheExecutableIsUnchanged_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::newRow("unchanged") << QString();
+        QTest::newRow("touched") << QStringLiteral("touch");
+        QTest::newRow("replaced by a copy") << QStringLiteral("replace");
+        QTest::newRow("deleted and installed again") << QStringLiteral("delete");
+        QTest::newRow("failed before it passed") << QStringLiteral("fail first");
+    }
+
+    void versionCheckIsKeptWhileTheExecutableIsUnchanged()
+    {
+        QFETCH(QString, change);
+        FakeBackendSetup setup;
+        const QString claude = setup.fakes.executable(QStringLiteral("claude"));
+        const auto calls = [&] {
+            return setup.fakes.recorded(QStringLiteral("claude.version-calls")).count('\n');
+        };
+        const auto check = [] {
+            return Locator::launchTarget(QuickTaskCLIBackend::claude).version;
+        };
+
+        qsizetype expected = 1;
+        if (change == u"fail first") {
+            setup.environment.set("FAKE_CLAUDE_VERSION_EXIT", QStringLiteral("1"));
+            QVERIFY_THROWS_EXCEPTION(QuickTaskError, check());
+            setup.environment.unset("FAKE_CLAUDE_VERSION_EXIT");
+            ++expected;
+        }
+        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
+        QCOMPARE(calls(), expected);
+        // A task start and the composer's availability check both take the kept answer.
+        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
+        QVERIFY(Locator::checkInstallationAvailabilities().value(QuickTaskCLIBackend::claude).isAvailable());
+        QCOMPARE(calls(), expected);
+        // A later start reads it from the data folder.
+        const auto identity = ExecutableIdentity::of(claude);
+        QVERIFY(identity);
+        QCOMPARE(VersionCheckCache(VersionCheckCache::defaultStoragePath())
+                     .version(QuickTaskCLIBackend::claude, *identity),
+                 std::optional<QString>(QStringLiteral("2.0.0 (Claude Code)")));
+        QCOMPARE(VersionCheckCache(VersionCheckCache::defaultStoragePath())
+                     .version(QuickTaskCLIBackend::codex, *identity),
+                 std::nullopt);
+
+        const QString copy = claude + QStringLiteral(".copy");
+        QVERIFY(QFile::copy(claude, copy));
+        if (change == u"touch") {
+            QFile file(claude);
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(60),
+                                     QFileDevice::FileModificationTime));
+        } else if (change == u"replace") {
+            // Same size and time: only the inode tells them apart.
+            QFile file(copy);
+            QVERIFY(file.open(QIODevice::ReadWrite));
+            QVERIFY(file.setFileTime(QFileInfo(claude).lastModified(), QFileDevice::FileModificationTime));
+            file.close();
+            QCOMPARE(::rename(QFile::encodeName(copy).constData(), QFile::encodeName(claude).constData()), 0);
+        } else if (change == u"delete") {
+            QVERIFY(QFile::remove(claude));
+            try {
+                check();
+                QFAIL("a deleted executable was used");
+            } catch (const QuickTaskError &error) {
+                QCOMPARE(error.kind(), QuickTaskError::Kind::executableNotFound);
+            }
+            QVERIFY(QFile::rename(copy, claude));
+        }
+        if (!change.isEmpty() && change != u"fail first")
+            ++expected;
+        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
+        QCOMPARE(calls(), expected);
     }
 
     void launchTargetCarriesTheSearchPath()
