@@ -9,12 +9,14 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QPromise>
 #include <QSet>
 #include <QThreadPool>
 
 #include <future>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -85,7 +87,23 @@ std::optional<QString> loginShellPath()
 
 QStringList candidateDirectories()
 {
-    return candidateDirectories(loginShellPath());
+    // The login shell is asked once per shell for the life of the application: its start-up
+    // files rarely change, and a slow one (up to the 2 s limit) would otherwise hold up every
+    // composer and every task start.
+    static std::mutex mutex;
+    static QHash<QString, std::optional<QString>> answers;
+    const QString shell = loginShellExecutable();
+    {
+        const std::lock_guard lock(mutex);
+        if (const auto answer = answers.constFind(shell); answer != answers.cend())
+            return candidateDirectories(*answer);
+    }
+    const std::optional<QString> answer = loginShellPath();
+    {
+        const std::lock_guard lock(mutex);
+        answers.insert(shell, answer);
+    }
+    return candidateDirectories(answer);
 }
 
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath)

@@ -35,7 +35,7 @@ QString loginShellExecutable();
 std::optional<QString> loginShellPath();
 
 // Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
-// first place.
+// first place. The login shell's answer is kept per shell for the life of the process.
 QStringList candidateDirectories();
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 

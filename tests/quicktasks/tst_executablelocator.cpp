@@ -77,6 +77,20 @@ private Q_SLOTS:
                  QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
     }
 
+    void loginShellIsAskedOncePerShell()
+    {
+        FakeBackendSetup setup;
+        const QString body =
+            QStringLiteral("echo >> \"$(dirname \"$0\")/../record/shell.calls\"; printf /from/login");
+        setup.environment.set("SHELL", writeShell(setup.fakes, body));
+        for (int call = 0; call < 3; ++call)
+            QVERIFY(Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
+        QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.calls")).count('\n'), 1);
+        // Another shell is asked for itself.
+        setup.environment.set("SHELL", QStringLiteral("/bin/sh"));
+        QVERIFY(!Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
+    }
+
     void candidateDirectoriesKeepFirstOccurrences()
     {
         TestEnvironment environment;
