@@ -266,15 +266,12 @@ private Q_SLOTS:
     }
 
     // A passed check holds while the file is the same one, in memory and across starts;
-    // any change to the file, and any failure, means asking again.
+    // a changed file, and a failure, mean asking again.
     void versionCheckIsKeptWhileTheExecutableIsUnchanged_data()
     {
         QTest::addColumn<QString>("change");
-        QTest::newRow("unchanged") << QString();
-        QTest::newRow("touched") << QStringLiteral("touch");
-        QTest::newRow("replaced by a copy") << QStringLiteral("replace");
-        QTest::newRow("deleted and installed again") << QStringLiteral("delete");
-        QTest::newRow("failed before it passed") << QStringLiteral("fail first");
+        for (const char *change : {"", "touch", "replace", "delete", "fail first"})
+            QTest::newRow(*change ? change : "unchanged") << QString::fromLatin1(change);
     }
 
     void versionCheckIsKeptWhileTheExecutableIsUnchanged()
@@ -288,58 +285,40 @@ private Q_SLOTS:
         const auto check = [] {
             return Locator::launchTarget(QuickTaskCLIBackend::claude).version;
         };
+        const QString version = QStringLiteral("2.0.0 (Claude Code)");
 
-        qsizetype expected = 1;
         if (change == u"fail first") {
             setup.environment.set("FAKE_CLAUDE_VERSION_EXIT", QStringLiteral("1"));
             QVERIFY_THROWS_EXCEPTION(QuickTaskError, check());
             setup.environment.unset("FAKE_CLAUDE_VERSION_EXIT");
-            ++expected;
         }
-        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
-        QCOMPARE(calls(), expected);
-        // A task start and the composer's availability check both take the kept answer.
-        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
+        QCOMPARE(check(), version);
         QVERIFY(Locator::checkInstallationAvailabilities().value(QuickTaskCLIBackend::claude).isAvailable());
-        QCOMPARE(calls(), expected);
-        // A later start reads it from the data folder.
+        const qsizetype before = calls();
+        QCOMPARE(before, change == u"fail first" ? 2 : 1);
         const auto identity = ExecutableIdentity::of(claude);
-        QVERIFY(identity);
-        QCOMPARE(VersionCheckCache(VersionCheckCache::defaultStoragePath())
-                     .version(QuickTaskCLIBackend::claude, *identity),
-                 std::optional<QString>(QStringLiteral("2.0.0 (Claude Code)")));
-        QCOMPARE(VersionCheckCache(VersionCheckCache::defaultStoragePath())
-                     .version(QuickTaskCLIBackend::codex, *identity),
-                 std::nullopt);
+        VersionCheckCache nextStart(VersionCheckCache::defaultStoragePath());
+        QCOMPARE(nextStart.version(QuickTaskCLIBackend::claude, *identity), std::optional<QString>(version));
+        QCOMPARE(nextStart.version(QuickTaskCLIBackend::codex, *identity), std::nullopt);
 
         const QString copy = claude + QStringLiteral(".copy");
         QVERIFY(QFile::copy(claude, copy));
-        if (change == u"touch") {
-            QFile file(claude);
-            QVERIFY(file.open(QIODevice::ReadWrite));
-            QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(60),
-                                     QFileDevice::FileModificationTime));
-        } else if (change == u"replace") {
-            // Same size and time: only the inode tells them apart.
-            QFile file(copy);
-            QVERIFY(file.open(QIODevice::ReadWrite));
-            QVERIFY(file.setFileTime(QFileInfo(claude).lastModified(), QFileDevice::FileModificationTime));
-            file.close();
+        QFile file(change == u"touch" ? claude : copy);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        // A copy with the same size and time: only the inode tells them apart.
+        QVERIFY(file.setFileTime(QFileInfo(claude).lastModified().addSecs(change == u"touch" ? 60 : 0),
+                                 QFileDevice::FileModificationTime));
+        file.close();
+        if (change == u"replace")
             QCOMPARE(::rename(QFile::encodeName(copy).constData(), QFile::encodeName(claude).constData()), 0);
-        } else if (change == u"delete") {
+        if (change == u"delete") {
             QVERIFY(QFile::remove(claude));
-            try {
-                check();
-                QFAIL("a deleted executable was used");
-            } catch (const QuickTaskError &error) {
-                QCOMPARE(error.kind(), QuickTaskError::Kind::executableNotFound);
-            }
+            QVERIFY_THROWS_EXCEPTION(QuickTaskError, check());
             QVERIFY(QFile::rename(copy, claude));
         }
-        if (!change.isEmpty() && change != u"fail first")
-            ++expected;
-        QCOMPARE(check(), QStringLiteral("2.0.0 (Claude Code)"));
-        QCOMPARE(calls(), expected);
+        QCOMPARE(check(), version);
+        QCOMPARE(calls(),
+                 before + (change == u"touch" || change == u"replace" || change == u"delete" ? 1 : 0));
     }
 
     void launchTargetCarriesTheSearchPath()
