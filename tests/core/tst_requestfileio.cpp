@@ -211,50 +211,6 @@ private Q_SLOTS:
         QCOMPARE(after.st_uid, before.st_uid);
     }
 
-    // Read only from a plain file of at most 16 MB, without following a link.
-    void onlyPlainRequestFilesOfBoundedSizeAreRead_data()
-    {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<QString>("refusal"); // empty: read
-        QTest::newRow("at the limit") << QStringLiteral("at limit") << QString();
-        QTest::newRow("a byte over") << QStringLiteral("over limit")
-                                     << QStringLiteral("is larger than 16 MB, so Tarvel did not read it.");
-        QTest::newRow("link to a valid request")
-            << QStringLiteral("link")
-            << QStringLiteral("is a symbolic link, and Tarvel reads only plain files as requests.");
-        QTest::newRow("FIFO without a writer")
-            << QStringLiteral("fifo")
-            << QStringLiteral("is not a plain file, and Tarvel reads only plain files as requests.");
-    }
-
-    void onlyPlainRequestFilesOfBoundedSizeAreRead()
-    {
-        QFETCH(QString, kind);
-        QFETCH(QString, refusal);
-        TestEnvironment env;
-        FileStore::ensureDirectoriesExist();
-        const ComposerRequest request = makeRequest(QStringLiteral("from the terminal"));
-        const QByteArray json = JSONCoding::encodeRecord(request);
-        const QString path = FileStore::requestURL(request.id);
-        if (kind == u"link") {
-            writeRaw(env.path(QStringLiteral("elsewhere.json")), json);
-            QVERIFY(QFile::link(env.path(QStringLiteral("elsewhere.json")), path));
-        } else if (kind == u"fifo") {
-            QCOMPARE(::mkfifo(QFile::encodeName(path).constData(), 0600), 0);
-        } else {
-            // Trailing white space keeps the JSON valid: only the size can refuse it.
-            const qint64 size = RequestFileIO::maximumRequestFileSize + (kind == u"over limit" ? 1 : 0);
-            writeRaw(path, json + QByteArray(size - json.size(), ' '));
-        }
-        try {
-            QCOMPARE(RequestFileIO::readRequest(path).id, request.id);
-            QVERIFY(refusal.isEmpty());
-        } catch (const RefusedRequestFileError &error) {
-            QCOMPARE(error.description(),
-                     QStringLiteral("The request file \u201c%1\u201d %2").arg(path, refusal));
-        }
-    }
-
     void quarantineNeverCollides()
     {
         TestEnvironment env;
