@@ -163,6 +163,8 @@ void AppDelegate::applicationDidFinishLaunching()
 
     try {
         FileStore::ensureDirectoriesExist();
+    } catch (const UnsafeFolderError &) {
+        // The request intake refuses the folder and says so at its first scan, just below.
     } catch (const TarvelError &error) {
         m_errorLog.record(QStringLiteral("Failed to prepare app support data."), error.description(),
                           kLaunch);

@@ -26,11 +26,20 @@ std::optional<ComposerRequest> RequestIntake::takeNextRequest()
     QList<PendingRequest> pending;
     try {
         pending = recoverablePendingRequests();
+    } catch (const UnsafeFolderError &error) {
+        // Refused, not served: said once, not at every wake-up while it stays so.
+        if (error.description() != m_reportedUnsafeFolder) {
+            m_reportedUnsafeFolder = error.description();
+            presentErrorAlert(QStringLiteral("Refused to serve editor requests from an unsafe folder."),
+                              error.description(), kRequestQueue);
+        }
+        return std::nullopt;
     } catch (const TarvelError &error) {
         presentErrorAlert(QStringLiteral("Failed to read pending requests."), error.description(),
                           kRequestQueue);
         return std::nullopt;
     }
+    m_reportedUnsafeFolder.clear();
     m_queuedRequests.clear();
     if (pending.isEmpty()) {
         Q_EMIT queueChanged();
@@ -131,7 +140,7 @@ void RequestIntake::quarantineMalformedPendingRequest(const QString &url, const 
 {
     QStringList sentences;
     sentences.append(QFileInfo(url).fileName() + QStringLiteral(" could not be decoded: ") +
-                     errorDescription + u'.');
+                     errorDescription + (errorDescription.endsWith(u'.') ? QString() : QStringLiteral(".")));
     if (const auto id = RequestFileIO::requestIdentifier(url)) {
         try {
             RequestFileIO::writeResponse({*id, m_clock.now(), ComposerResponse::Disposition::cancelled, {}});
@@ -169,6 +178,8 @@ void RequestIntake::cancelPendingEditorRequestsOnTermination()
     QList<QString> urls;
     try {
         urls = RequestFileIO::pendingRequestURLs();
+    } catch (const UnsafeFolderError &) {
+        return; // nothing was served from it, so nothing waits for an answer from here
     } catch (const TarvelError &error) {
         m_errorLog.record(QStringLiteral("Failed to inspect waiting editor requests during quit."),
                           error.description(), kExternalEditor);

@@ -65,4 +65,5 @@ private:
     ErrorLogManager &m_errorLog;
     const Clock &m_clock;
     QList<ComposerRequest> m_queuedRequests;
+    QString m_reportedUnsafeFolder;
 };

@@ -5,10 +5,13 @@
 #include "core/TarvelError.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileInfo>
 #include <QStandardPaths>
 
 #include <cerrno>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace FileStore {
 namespace {
@@ -23,12 +26,14 @@ QString fileName(const QUuid &id, const QString &extension)
 
 void makeFolder(const QString &path, bool privateToUser)
 {
-    if (QFileInfo(path).isDir())
+    // A link is never followed here: verifyPrivateFolder refuses it afterwards.
+    if (QFileInfo(path).isDir() || QFileInfo(path).isSymLink())
         return;
     errno = 0;
     const bool made = privateToUser ? QDir().mkdir(path, kPrivateFolder) : QDir().mkpath(path);
     if (!made && !QFileInfo(path).isDir()) {
-        const QString operation = QStringLiteral("create the folder \u201c%1\u201d").arg(QDir::toNativeSeparators(path));
+        const QString operation =
+            QStringLiteral("create the folder \u201c%1\u201d").arg(QDir::toNativeSeparators(path));
         throw SystemError(operation, errno != 0 ? errno : EACCES);
     }
 }
@@ -46,13 +51,31 @@ QString baseDirectory()
     return QDir(QDir::homePath()).filePath(AppConstants::appName);
 }
 
-QString requestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("Requests")); }
-QString responsesDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("Responses")); }
-QString completedRequestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("CompletedRequests")); }
-QString malformedRequestsDirectory() { return QDir(baseDirectory()).filePath(QStringLiteral("MalformedRequests")); }
+QString requestsDirectory()
+{
+    return QDir(baseDirectory()).filePath(QStringLiteral("Requests"));
+}
+QString responsesDirectory()
+{
+    return QDir(baseDirectory()).filePath(QStringLiteral("Responses"));
+}
+QString completedRequestsDirectory()
+{
+    return QDir(baseDirectory()).filePath(QStringLiteral("CompletedRequests"));
+}
+QString malformedRequestsDirectory()
+{
+    return QDir(baseDirectory()).filePath(QStringLiteral("MalformedRequests"));
+}
 
-QString requestURL(const QUuid &id) { return QDir(requestsDirectory()).filePath(fileName(id, QStringLiteral(".json"))); }
-QString responseURL(const QUuid &id) { return QDir(responsesDirectory()).filePath(fileName(id, QStringLiteral(".json"))); }
+QString requestURL(const QUuid &id)
+{
+    return QDir(requestsDirectory()).filePath(fileName(id, QStringLiteral(".json")));
+}
+QString responseURL(const QUuid &id)
+{
+    return QDir(responsesDirectory()).filePath(fileName(id, QStringLiteral(".json")));
+}
 
 QString completedRequestMarkerURL(const QUuid &id)
 {
@@ -72,9 +95,40 @@ void ensureDirectoriesExist()
     const QString base = baseDirectory();
     makeFolder(QFileInfo(base).absolutePath(), false);
     makeFolder(base, true);
-    for (const QString &folder :
-         {requestsDirectory(), responsesDirectory(), completedRequestsDirectory(), malformedRequestsDirectory()})
+    verifyPrivateFolder(base);
+    for (const QString &folder : {requestsDirectory(), responsesDirectory(), completedRequestsDirectory(),
+                                  malformedRequestsDirectory()}) {
         makeFolder(folder, true);
+        verifyPrivateFolder(folder);
+    }
+}
+
+void verifyPrivateFolder(const QString &path)
+{
+    const QString shown = QDir::toNativeSeparators(path);
+    struct stat info {};
+    if (::lstat(QFile::encodeName(path).constData(), &info) != 0)
+        throw SystemError(QStringLiteral("examine the folder \u201c%1\u201d").arg(shown), errno);
+    if (S_ISLNK(info.st_mode)) {
+        throw UnsafeFolderError(
+            QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because "
+                           "it is a symbolic link; remove the link with rm '%1' and Tarvel "
+                           "will create a private folder in its place.")
+                .arg(shown));
+    }
+    if (info.st_uid != ::geteuid()) {
+        throw UnsafeFolderError(
+            QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because "
+                           "it belongs to another user; move it aside with mv '%1' '%1.old' "
+                           "and Tarvel will create a private folder in its place.")
+                .arg(shown));
+    }
+    if ((info.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw UnsafeFolderError(
+            QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because "
+                           "other users can change it; make it private with chmod 700 '%1'.")
+                .arg(shown));
+    }
 }
 
 QString ensureSubdirectoryExists(const QString &name)

@@ -19,8 +19,12 @@ QString completedRequestMarkerURL(const QUuid &id);
 // A fresh quarantine destination for a bad request file: <stem>-invalid-<NEW UUID>.json.
 QString malformedRequestURL(const QString &badFile);
 
-// Creates the base folder and its four subfolders, private to the user. Throws SystemError.
+// Creates the base folder and its four subfolders, private to the user. Throws SystemError,
+// or UnsafeFolderError when one of them is a link, another user's, or writable by others.
 void ensureDirectoriesExist();
+// Throws UnsafeFolderError when the folder at path (not followed if a link) is one that
+// someone else could change; SystemError when it cannot be examined.
+void verifyPrivateFolder(const QString &path);
 // Creates one folder below the base folder (and the base folder), private to the user.
 QString ensureSubdirectoryExists(const QString &name);
 

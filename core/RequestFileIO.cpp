@@ -11,7 +11,11 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
 #include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace RequestFileIO {
 namespace {
@@ -25,6 +29,56 @@ qint64 creationTime(const QFileInfo &info)
     if (!date.isValid())
         date = info.lastModified();
     return date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
+}
+
+// The bytes of a request file, opened without following a link and examined on the open
+// descriptor, so the file cannot be swapped between the check and the read. Non-blocking,
+// so that a FIFO never stalls the application.
+QByteArray readRequestBytes(const QString &url)
+{
+    const QString shown = QDir::toNativeSeparators(url);
+    const int descriptor =
+        ::open(QFile::encodeName(url).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (descriptor < 0) {
+        if (errno == ELOOP) {
+            throw RefusedRequestFileError(
+                QStringLiteral(
+                    "The request file \u201c%1\u201d is a symbolic link, and Tarvel reads only plain files "
+                    "as requests.")
+                    .arg(shown));
+        }
+        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), errno);
+    }
+    QFile file;
+    if (!file.open(descriptor, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
+        ::close(descriptor);
+        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), file.errorString());
+    }
+    struct stat info {};
+    if (::fstat(descriptor, &info) != 0)
+        throw SystemError(QStringLiteral("examine \u201c%1\u201d").arg(shown), errno);
+    if (!S_ISREG(info.st_mode)) {
+        throw RefusedRequestFileError(
+            QStringLiteral(
+                "The request file \u201c%1\u201d is not a plain file, and Tarvel reads only plain files "
+                "as requests.")
+                .arg(shown));
+    }
+    const auto tooLarge = [&] {
+        return RefusedRequestFileError(
+            QStringLiteral("The request file \u201c%1\u201d is larger than %2 MB, so Tarvel did not read it.")
+                .arg(shown)
+                .arg(maximumRequestFileSize / (1024 * 1024)));
+    };
+    if (info.st_size > maximumRequestFileSize)
+        throw tooLarge();
+    // Bounded even when the file grows after fstat.
+    const QByteArray bytes = file.read(maximumRequestFileSize + 1);
+    if (bytes.size() > maximumRequestFileSize)
+        throw tooLarge();
+    if (file.error() != QFileDevice::NoError)
+        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), file.errorString());
+    return bytes;
 }
 
 } // namespace
@@ -47,7 +101,8 @@ QList<QString> pendingRequestURLs()
     const QString folder = FileStore::requestsDirectory();
     QDir dir(folder);
     if (!dir.isReadable())
-        throw SystemError(QStringLiteral("list \u201c%1\u201d").arg(QDir::toNativeSeparators(folder)), EACCES);
+        throw SystemError(QStringLiteral("list \u201c%1\u201d").arg(QDir::toNativeSeparators(folder)),
+                          EACCES);
 
     struct Entry {
         QString path;
@@ -75,7 +130,7 @@ QList<QString> pendingRequestURLs()
 
 ComposerRequest readRequest(const QString &url)
 {
-    return JSONCoding::decodeRecord<ComposerRequest>(DataFile::read(url));
+    return JSONCoding::decodeRecord<ComposerRequest>(readRequestBytes(url));
 }
 
 QList<PendingRequest> loadPendingRequests()

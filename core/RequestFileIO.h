@@ -23,6 +23,11 @@ void writeResponse(const ComposerResponse &response);
 
 // Request files, oldest first by creation date; ties keep the directory's order.
 QList<QString> pendingRequestURLs();
+// A request file larger than this is refused unread, not read whole.
+inline constexpr qint64 maximumRequestFileSize = 16 * 1024 * 1024;
+
+// Reads a request without following a link at url and only from a plain file; throws
+// RefusedRequestFileError for a link, anything but a plain file, or a file over the limit.
 ComposerRequest readRequest(const QString &url);
 QList<PendingRequest> loadPendingRequests();
 

@@ -36,3 +36,17 @@ class DecodingError final : public TarvelError {
 public:
     using TarvelError::TarvelError;
 };
+
+// A folder of the request exchange that others could read from or write into: a link,
+// another user's folder, or one that group or others may change. Never made private
+// behind the user's back; the sentence says what to run.
+class UnsafeFolderError final : public TarvelError {
+public:
+    using TarvelError::TarvelError;
+};
+
+// A request file that is not read: a link, not a plain file, or too large.
+class RefusedRequestFileError final : public TarvelError {
+public:
+    using TarvelError::TarvelError;
+};

@@ -56,7 +56,16 @@ void EditSession::start()
                                 source.pid};
 
     // Watch before the request exists: an answer cannot come earlier than that.
-    FileStore::ensureDirectoriesExist();
+    try {
+        FileStore::ensureDirectoriesExist();
+    } catch (const UnsafeFolderError &error) {
+        // Nothing is written into a folder someone else could read or answer from.
+        printError(error.description());
+        m_ending = Ending::useFallbackEditor;
+        m_fallbackReason = QStringLiteral("the request folders are not private");
+        finish(0);
+        return;
+    }
     m_responsesWatcher.addPath(FileStore::responsesDirectory());
     RequestFileIO::writeRequest(m_request);
     m_state = State::waitingForResponse;

@@ -4,16 +4,19 @@
 #include "platform/ProcessPlatform.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/ShortProcess.h"
+#include "quicktasks/VersionCheckCache.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QPromise>
 #include <QSet>
 #include <QThreadPool>
 
 #include <future>
 #include <memory>
+#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -84,7 +87,23 @@ std::optional<QString> loginShellPath()
 
 QStringList candidateDirectories()
 {
-    return candidateDirectories(loginShellPath());
+    // The login shell is asked once per shell for the life of the application: its start-up
+    // files rarely change, and a slow one (up to the 2 s limit) would otherwise hold up every
+    // composer and every task start.
+    static std::mutex mutex;
+    static QHash<QString, std::optional<QString>> answers;
+    const QString shell = loginShellExecutable();
+    {
+        const std::lock_guard lock(mutex);
+        if (const auto answer = answers.constFind(shell); answer != answers.cend())
+            return candidateDirectories(*answer);
+    }
+    const std::optional<QString> answer = loginShellPath();
+    {
+        const std::lock_guard lock(mutex);
+        answers.insert(shell, answer);
+    }
+    return candidateDirectories(answer);
 }
 
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath)
@@ -194,13 +213,35 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
     return output;
 }
 
+QString checkedVersionString(QuickTaskCLIBackend backend, const QString &executable,
+                             const QProcessEnvironment &environment)
+{
+    // Taken before the check, so a file replaced while it runs is not credited with its answer.
+    const std::optional<ExecutableIdentity> identity = ExecutableIdentity::of(executable);
+    VersionCheckCache &cache = VersionCheckCache::shared();
+    if (identity) {
+        if (std::optional<QString> version = cache.version(backend, *identity))
+            return *version;
+    }
+    try {
+        const QString version = verifiedVersionString(backend, executable, environment);
+        if (identity)
+            cache.remember(backend, *identity, version);
+        return version;
+    } catch (const QuickTaskError &) {
+        if (identity)
+            cache.forget(identity->resolvedPath);
+        throw;
+    }
+}
+
 QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend)
 {
     const QStringList directories = candidateDirectories();
     QuickTaskLaunchTarget target;
     target.executablePath = resolveExecutableURL(backend, directories);
     target.environment = processEnvironment(directories);
-    target.version = verifiedVersionString(backend, target.executablePath, target.environment);
+    target.version = checkedVersionString(backend, target.executablePath, target.environment);
     return target;
 }
 
@@ -222,7 +263,7 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
                                 try {
                                     const QString executable = resolveExecutableURL(backend, directories);
                                     return QuickTaskCLIInstallationAvailability::available(
-                                        verifiedVersionString(backend, executable, environment));
+                                        checkedVersionString(backend, executable, environment));
                                 } catch (const TarvelError &error) {
                                     return QuickTaskCLIInstallationAvailability::unavailable(
                                         error.description());

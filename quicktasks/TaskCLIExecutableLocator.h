@@ -19,10 +19,11 @@ struct QuickTaskLaunchTarget {
     QProcessEnvironment environment;
 };
 
-// Finds the backend executables and proves they run. Keeps no state: every call looks
-// again. The search path includes the login shell's PATH, and asking the shell can take
-// up to 2 s, so every function below that reaches it blocks; on the main thread use the
-// QFuture forms, whose results come back with .then(context, ...).
+// Finds the backend executables and proves they run. Every call looks for the files
+// again; only a passed version check of an unchanged file is remembered (VersionCheckCache). The search path
+// includes the login shell's PATH, and asking the shell can take up to 2 s, so every function below that
+// reaches it blocks; on the main thread use the QFuture forms, whose results come back with .then(context,
+// ...).
 namespace TaskCLIExecutableLocator {
 
 inline constexpr std::chrono::milliseconds queryTimeLimit{2000};
@@ -34,7 +35,7 @@ QString loginShellExecutable();
 std::optional<QString> loginShellPath();
 
 // Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
-// first place.
+// first place. The login shell's answer is kept per shell for the life of the process.
 QStringList candidateDirectories();
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 
@@ -56,14 +57,20 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
 QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable,
                               const QProcessEnvironment &environment);
 
-// Resolves and verifies one backend: everything a quick task or a rewrite needs before it
-// can start. Throws QuickTaskError.
+// verifiedVersionString, unless this very file (the same resolved path, size, modification
+// time and inode) passed it before: then the version it printed then. Only passes are kept.
+QString checkedVersionString(QuickTaskCLIBackend backend, const QString &executable,
+                             const QProcessEnvironment &environment);
+
+// Resolves and verifies one backend (a check that passed for the unchanged file holds):
+// everything a quick task or a rewrite needs before it can start. Throws QuickTaskError.
 QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend);
 // The same on a background thread; a failure arrives as the QuickTaskError exception of the
 // future (handle it with .onFailed(context, [](const QuickTaskError &error) { ... })).
 QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend);
 
-// Every backend, resolved and verified; a failure becomes unavailable with its sentence.
+// Every backend, resolved and verified as launchTarget does; a failure becomes unavailable
+// with its sentence.
 QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities();
 // The same on a background thread.
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();

@@ -121,9 +121,8 @@ private Q_SLOTS:
         measured.click(QStringLiteral("BackendPopup"));
         QTest::qWait(300);
         key(QStringLiteral("Escape")); // the list the click opened
-        m_fakes.forget(QStringLiteral("opencode.version-answered"));
-        key(QStringLiteral("Down")); // Claude
-        key(QStringLiteral("Down")); // OpenCode
+        key(QStringLiteral("Down"));   // Claude
+        key(QStringLiteral("Down"));   // OpenCode
         QTRY_VERIFY_WITH_TIMEOUT(
             QFile::exists(m_fakes.recordPath(QStringLiteral("opencode.version-answered"))), 10000);
         measured.click(QStringLiteral("AddPreset"));

@@ -10,6 +10,8 @@
 #include <QSignalSpy>
 #include <QtTest>
 
+#include <sys/stat.h>
+
 namespace {
 class FixedClock final : public Clock {
 public:
@@ -122,6 +124,58 @@ private Q_SLOTS:
             uuidEntry.detail.contains(QStringLiteral("Wrote a cancellation response for the waiting CLI.")),
             qPrintable(uuidEntry.detail));
         QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
+    }
+
+    // Only plain files of at most 16 MB are read, without following links: a link and a file a
+    // byte over go aside with the reason, a FIFO is never opened, and a request of exactly
+    // 16 MB behind them is served.
+    void hostileRequestFilesDoNotHoldUpTheQueue()
+    {
+        Fixture f;
+        const QString target = f.env.path(QStringLiteral("elsewhere.json"));
+        const ComposerRequest good{
+            QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, QStringLiteral("x"), {}, {}, {}};
+        const QByteArray json = JSONCoding::encodeRecord(good);
+        DataFile::write(target, json);
+        const QUuid linked = QUuid::createUuid();
+        FileStore::ensureDirectoriesExist();
+        QVERIFY(QFile::link(target, FileStore::requestURL(linked)));
+        QFile huge(QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("huge.json")));
+        QVERIFY(huge.open(QIODevice::WriteOnly) && huge.resize(RequestFileIO::maximumRequestFileSize + 1));
+        QCOMPARE(::mkfifo(QFile::encodeName(FileStore::requestURL(QUuid::createUuid())).constData(), 0600),
+                 0);
+        QTest::qWait(12);
+        // Trailing white space keeps the JSON valid.
+        writeRaw(QFileInfo(FileStore::requestURL(good.id)).fileName(),
+                 json + QByteArray(RequestFileIO::maximumRequestFileSize - json.size(), ' '));
+
+        QCOMPARE(f.intake.takeNextRequest()->id, good.id);
+        QCOMPARE(f.log.entries().size(), 2);
+        const QString details = f.log.entries().at(0).detail + f.log.entries().at(1).detail;
+        QVERIFY2(details.contains(u"is larger than 16 MB, so Tarvel did not read it. No") &&
+                     details.contains(u"is a symbolic link, and Tarvel reads only plain files as requests."),
+                 qPrintable(details));
+        QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 2);
+        QCOMPARE(DataFile::read(target), json); // the link went, not what it pointed at
+        QCOMPARE(RequestFileIO::readResponse(linked).disposition, ComposerResponse::Disposition::cancelled);
+    }
+
+    void unsafeRequestsFolderIsReportedOnceAndNotServed()
+    {
+        Fixture f;
+        const ComposerRequest request = writeRequest(QStringLiteral("waiting"));
+        QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::Permissions(0x7777));
+        QVERIFY(!f.intake.takeNextRequest());
+        QVERIFY(!f.intake.takeNextRequest());
+        f.intake.cancelPendingEditorRequestsOnTermination();
+        QCOMPARE(f.alerts.count(), 1);
+        QCOMPARE(f.log.entries().size(), 1);
+        QVERIFY2(f.log.entries().at(0).detail.contains(u"chmod 700"),
+                 qPrintable(f.log.entries().at(0).detail));
+        QVERIFY(!RequestFileIO::responseExists(request.id));
+
+        QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::Permissions(0x7000));
+        QCOMPARE(f.intake.takeNextRequest()->id, request.id);
     }
 
     void failedResponseIsReportedAndCanBeRetried()

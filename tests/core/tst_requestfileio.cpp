@@ -3,6 +3,7 @@
 #include "core/FileStore.h"
 #include "core/JSONCoding.h"
 #include "core/RequestFileIO.h"
+#include "core/TarvelError.h"
 #include "support/TestEnvironment.h"
 
 #include <QDirIterator>
@@ -142,6 +143,72 @@ private Q_SLOTS:
         QFile::setPermissions(FileStore::requestsDirectory(),
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
         QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
+    }
+
+    // Each refusal names the folder and the command that fixes it; the folder is left as it was.
+    void unsafeFoldersAreRefusedAndLeftAsTheyAre_data()
+    {
+        QTest::addColumn<QString>("folder"); // empty: the base folder
+        QTest::addColumn<QString>("kind");   // link, foreign, or an octal mode
+        QTest::addColumn<QString>("reason");
+        const QString link =
+            QStringLiteral("it is a symbolic link; remove the link with rm '%1' and Tarvel will "
+                           "create a private folder in its place.");
+        const QString foreign =
+            QStringLiteral("it belongs to another user; move it aside with mv '%1' '%1.old' and "
+                           "Tarvel will create a private folder in its place.");
+        const QString writable =
+            QStringLiteral("other users can change it; make it private with chmod 700 '%1'.");
+        for (const QString &folder : {QString(), QStringLiteral("Requests"), QStringLiteral("Responses")}) {
+            const QByteArray name = folder.isEmpty() ? QByteArray("base") : folder.toUtf8();
+            QTest::addRow("%s: link", name.constData()) << folder << QStringLiteral("link") << link;
+            QTest::addRow("%s: another user's", name.constData())
+                << folder << QStringLiteral("foreign") << foreign;
+            QTest::addRow("%s: group-writable", name.constData())
+                << folder << QStringLiteral("770") << writable;
+            QTest::addRow("%s: others-writable", name.constData())
+                << folder << QStringLiteral("703") << writable;
+        }
+    }
+
+    void unsafeFoldersAreRefusedAndLeftAsTheyAre()
+    {
+        QFETCH(QString, folder);
+        QFETCH(QString, kind);
+        QFETCH(QString, reason);
+        TestEnvironment env;
+        FileStore::ensureDirectoriesExist();
+        const QString base = FileStore::baseDirectory();
+        const QString path = folder.isEmpty() ? base : QDir(base).filePath(folder);
+        const QByteArray name = QFile::encodeName(path);
+        if (kind == u"link") {
+            QVERIFY(QDir().rename(path, path + QStringLiteral(".real")));
+            QVERIFY(QFile::link(path + QStringLiteral(".real"), path));
+        } else if (kind == u"foreign") {
+            if (::geteuid() != 0)
+                QSKIP("only the superuser can give a folder to another user");
+            QCOMPARE(::chown(name.constData(), 65534, 65534), 0);
+        } else {
+            QCOMPARE(::chmod(name.constData(), mode_t(kind.toInt(nullptr, 8))), 0);
+        }
+        struct stat before {
+        }, after{};
+        QCOMPARE(::lstat(name.constData(), &before), 0);
+
+        const ComposerRequest request = makeRequest(QStringLiteral("secret"));
+        try {
+            RequestFileIO::writeRequest(request);
+            QFAIL("an unsafe folder was used");
+        } catch (const UnsafeFolderError &error) {
+            const QString start =
+                QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because ");
+            QCOMPARE(error.description(), start.arg(path) + reason.arg(path));
+        }
+        QVERIFY_THROWS_EXCEPTION(UnsafeFolderError, RequestFileIO::pendingRequestURLs());
+        QVERIFY(!QFileInfo::exists(FileStore::requestURL(request.id)));
+        QCOMPARE(::lstat(name.constData(), &after), 0);
+        QCOMPARE(after.st_mode, before.st_mode);
+        QCOMPARE(after.st_uid, before.st_uid);
     }
 
     void quarantineNeverCollides()

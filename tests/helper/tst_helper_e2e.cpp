@@ -367,6 +367,27 @@ private Q_SLOTS:
             QVERIFY2(elapsed < 4000, qPrintable(QString::number(elapsed)));
     }
 
+    // Nothing goes through a folder others can change: the reason is printed and the
+    // terminal editor gets the file.
+    void unsafeFolderSendsTheFileToTheTerminalEditor()
+    {
+        FileStore::ensureDirectoriesExist();
+        QVERIFY(QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::Permissions(0x7777)));
+        m_env->set("FAKE_EDITOR_STATUS", QStringLiteral("0"));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "draft\n");
+
+        const auto helper = startHelper({QStringLiteral("PROMPT.md")}, " typed in the terminal\n");
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), 0);
+        const QByteArray errors = helper->readAllStandardError();
+        QVERIFY2(errors.startsWith("tarvel-edit: Tarvel will not exchange requests through") &&
+                     errors.contains("chmod 700") &&
+                     errors.contains("\ntarvel-edit: the request folders are not private"),
+                 errors.constData());
+        QCOMPARE(readAll(file), QByteArray("draft\n typed in the terminal"));
+        QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList());
+    }
+
     void fallbackEditorChoice_data()
     {
         QTest::addColumn<QString>("fallbackEditor");

@@ -3,6 +3,7 @@
 #include "fakebackends/FakeBackendSetup.h"
 #include "quicktasks/QuickTaskError.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "quicktasks/VersionCheckCache.h"
 
 #include <QElapsedTimer>
 #include <QThread>
@@ -74,6 +75,20 @@ private Q_SLOTS:
         QVERIFY(clock.elapsed() < 5000);
         QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.argv")),
                  QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
+    }
+
+    void loginShellIsAskedOncePerShell()
+    {
+        FakeBackendSetup setup;
+        const QString body =
+            QStringLiteral("echo >> \"$(dirname \"$0\")/../record/shell.calls\"; printf /from/login");
+        setup.environment.set("SHELL", writeShell(setup.fakes, body));
+        for (int call = 0; call < 3; ++call)
+            QVERIFY(Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
+        QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.calls")).count('\n'), 1);
+        // Another shell is asked for itself.
+        setup.environment.set("SHELL", QStringLiteral("/bin/sh"));
+        QVERIFY(!Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
     }
 
     void candidateDirectoriesKeepFirstOccurrences()
@@ -248,6 +263,62 @@ private Q_SLOTS:
         QVERIFY(!result.value(QuickTaskCLIBackend::claude).isAvailable());
         QVERIFY(
             result.value(QuickTaskCLIBackend::claude).message().startsWith(u"Claude CLI did not respond"));
+    }
+
+    // A passed check holds while the file is the same one, in memory and across starts;
+    // a changed file, and a failure, mean asking again.
+    void versionCheckIsKeptWhileTheExecutableIsUnchanged_data()
+    {
+        QTest::addColumn<QString>("change");
+        for (const char *change : {"", "touch", "replace", "delete", "fail first"})
+            QTest::newRow(*change ? change : "unchanged") << QString::fromLatin1(change);
+    }
+
+    void versionCheckIsKeptWhileTheExecutableIsUnchanged()
+    {
+        QFETCH(QString, change);
+        FakeBackendSetup setup;
+        const QString claude = setup.fakes.executable(QStringLiteral("claude"));
+        const auto calls = [&] {
+            return setup.fakes.recorded(QStringLiteral("claude.version-calls")).count('\n');
+        };
+        const auto check = [] {
+            return Locator::launchTarget(QuickTaskCLIBackend::claude).version;
+        };
+        const QString version = QStringLiteral("2.0.0 (Claude Code)");
+
+        if (change == u"fail first") {
+            setup.environment.set("FAKE_CLAUDE_VERSION_EXIT", QStringLiteral("1"));
+            QVERIFY_THROWS_EXCEPTION(QuickTaskError, check());
+            setup.environment.unset("FAKE_CLAUDE_VERSION_EXIT");
+        }
+        QCOMPARE(check(), version);
+        QVERIFY(Locator::checkInstallationAvailabilities().value(QuickTaskCLIBackend::claude).isAvailable());
+        const qsizetype before = calls();
+        QCOMPARE(before, change == u"fail first" ? 2 : 1);
+        const auto identity = ExecutableIdentity::of(claude);
+        VersionCheckCache nextStart(VersionCheckCache::defaultStoragePath());
+        QCOMPARE(nextStart.version(QuickTaskCLIBackend::claude, *identity), std::optional<QString>(version));
+        QCOMPARE(nextStart.version(QuickTaskCLIBackend::codex, *identity), std::nullopt);
+
+        const QString copy = claude + QStringLiteral(".copy");
+        QVERIFY(QFile::copy(claude, copy));
+        QFile file(change == u"touch" ? claude : copy);
+        QVERIFY(file.open(QIODevice::ReadWrite));
+        // A copy with the same size and time: only the inode tells them apart.
+        QVERIFY(file.setFileTime(QFileInfo(claude).lastModified().addSecs(change == u"touch" ? 60 : 0),
+                                 QFileDevice::FileModificationTime));
+        file.close();
+        if (change == u"replace")
+            QCOMPARE(::rename(QFile::encodeName(copy).constData(), QFile::encodeName(claude).constData()), 0);
+        if (change == u"delete") {
+            QVERIFY(QFile::remove(claude));
+            QVERIFY_THROWS_EXCEPTION(QuickTaskError, check());
+            QVERIFY(QFile::rename(copy, claude));
+        }
+        QCOMPARE(check(), version);
+        QCOMPARE(calls(),
+                 before + (change == u"touch" || change == u"replace" || change == u"delete" ? 1 : 0));
     }
 
     void launchTargetCarriesTheSearchPath()

@@ -11,7 +11,7 @@
 #       the version query sleeps this long before it answers; with FAKE_RECORD_DIR it then
 #       creates <name>.version-answered there
 #   FAKE_RECORD_DIR
-#       a run writes its arguments to <name>.argv (each followed by a NUL byte), its working
+#       a version query appends a line to <name>.version-calls; a run writes its arguments to <name>.argv (each followed by a NUL byte), its working
 #       folder to <name>.cwd and its PATH to <name>.path; the steps below write there too
 #   FAKE_STEPS
 #       a file of steps for a run, one per line; without it a run prints a short answer:
@@ -46,6 +46,7 @@ claude)
 esac
 
 if [ "$#" -eq 1 ] && [ "$1" = "$version_argument" ]; then
+    [ -n "${FAKE_RECORD_DIR-}" ] && printf '%s\n' "$1" >>"$FAKE_RECORD_DIR/$name.version-calls"
     eval "hang=\${FAKE_${upper}_VERSION_HANG-}"
     if [ "$hang" = 1 ]; then
         trap '' INT TERM
