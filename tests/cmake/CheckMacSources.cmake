@@ -1,8 +1,9 @@
 # Checks the macOS build's source lists without a Mac:
 #   cmake -DTARVEL_SOURCE_DIR=<repository> -P CheckMacSources.cmake
 # Every source platform/macos/sources.cmake lists exists; no Linux source or Linux-only library
-# is among them; every platform target the rest of the tree links is defined for the Mac; the
-# Mac's CMakeLists.txt builds only from the lists.
+# is among them; every platform target the rest of the tree links is defined for the Mac, and
+# every bundle file it names from dist/macos exists; the Mac's CMakeLists.txt builds only from
+# the lists.
 cmake_minimum_required(VERSION 3.25)
 
 if(NOT TARVEL_SOURCE_DIR)
@@ -65,6 +66,14 @@ foreach(file IN LISTS tree_cmake_files)
         continue()
     endif()
     file(READ "${TARVEL_SOURCE_DIR}/${file}" content)
+    # The bundle's files (Info.plist template, icon) named from dist/macos.
+    string(REGEX MATCHALL "\\$\\{PROJECT_SOURCE_DIR\\}/dist/macos/[A-Za-z0-9_.]+" bundle_files "${content}")
+    foreach(bundle_file IN LISTS bundle_files)
+        string(REPLACE "\${PROJECT_SOURCE_DIR}" "${TARVEL_SOURCE_DIR}" path "${bundle_file}")
+        if(NOT EXISTS "${path}")
+            problem("${file} names ${bundle_file}, which does not exist.")
+        endif()
+    endforeach()
     string(REGEX MATCHALL "TarvelPlatform[A-Za-z]+" used "${content}")
     list(REMOVE_DUPLICATES used)
     foreach(target IN LISTS used)

@@ -10,6 +10,7 @@ set(failures "")
 function(make_copy copy)
     file(REMOVE_RECURSE "${copy}")
     file(COPY "${TARVEL_SOURCE_DIR}/platform" DESTINATION "${copy}")
+    file(COPY "${TARVEL_SOURCE_DIR}/dist/macos" DESTINATION "${copy}/dist")
     file(GLOB_RECURSE lists RELATIVE "${TARVEL_SOURCE_DIR}" "${TARVEL_SOURCE_DIR}/*/CMakeLists.txt")
     foreach(file IN LISTS lists)
         if(NOT file MATCHES "^(platform|build[^/]*)/")
@@ -61,6 +62,10 @@ expect("a platform target only Linux could define" "${copy}" "links TarvelPlatfo
 make_copy("${copy}")
 file(APPEND "${copy}/platform/macos/CMakeLists.txt" "target_sources(TarvelPlatformCore PRIVATE Extra.mm)\n")
 expect("a source outside the lists" "${copy}" "Extra.mm outside sources.cmake")
+
+make_copy("${copy}")
+file(REMOVE_RECURSE "${copy}/dist")
+expect("the bundle's Info.plist template is missing" "${copy}" "dist/macos/Info.plist.in, which does not exist")
 
 file(REMOVE_RECURSE "${copy}")
 if(failures)
