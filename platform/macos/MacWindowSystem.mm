@@ -55,7 +55,8 @@ public:
     {
         QList<TopLevelWindow> windows;
         CFArrayRef list = CGWindowListCopyWindowInfo(
-            kCGWindowListOptionOnScreenOnly | kCGWindowListExcludeDesktopElements, kCGNullWindowID);
+            CGWindowListOption(kCGWindowListOptionOnScreenOnly | kCGWindowListExcludeDesktopElements),
+            kCGNullWindowID);
         if (!list)
             return windows;
         const auto screens = displays();
