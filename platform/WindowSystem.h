@@ -64,4 +64,8 @@ public:
     virtual QList<ScreenArea> screens() const = 0;
     // Index into screens() of the primary screen, -1 without screens.
     virtual int primaryScreenIndex() const = 0;
+
+    // Where the system has a Dock: whether the application shows its icon there and can be the
+    // active application (while one of its windows is up), or stays an accessory. Nothing elsewhere.
+    virtual void setShowsInDock(bool shown) { Q_UNUSED(shown); }
 };
