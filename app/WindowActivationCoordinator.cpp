@@ -2,7 +2,9 @@
 
 #include "platform/WindowSystem.h"
 
+#include <QApplication>
 #include <QCoreApplication>
+#include <QEvent>
 #include <QGuiApplication>
 #include <QTimer>
 #include <QWindow>
@@ -26,6 +28,13 @@ WindowActivationCoordinator::WindowActivationCoordinator(WindowSystem &windows, 
 
 void WindowActivationCoordinator::requestWindowActivation(QWidget *window)
 {
+    // A window that goes away may leave nothing to keep the Dock icon for; watched once.
+    window->removeEventFilter(this);
+    window->installEventFilter(this);
+    if (!m_showsInDock) {
+        m_showsInDock = true;
+        m_windows.setShowsInDock(true);
+    }
     const QUuid id = QUuid::createUuid();
     m_pending.insert(id, window);
     attempt(id);
@@ -64,6 +73,29 @@ void WindowActivationCoordinator::attempt(const QUuid &id)
 void WindowActivationCoordinator::complete(const QUuid &id)
 {
     m_pending.remove(id);
+    QTimer::singleShot(accessoryRestoreDelayMs, this,
+                       &WindowActivationCoordinator::restoreAccessoryPolicyIfNeeded);
+}
+
+void WindowActivationCoordinator::restoreAccessoryPolicyIfNeeded()
+{
+    if (!m_showsInDock)
+        return;
+    for (const QWidget *window : QApplication::topLevelWidgets()) {
+        if (window->isVisible() && !window->isMinimized() &&
+            !window->testAttribute(Qt::WA_DontShowOnScreen) && window->windowType() != Qt::Popup &&
+            window->windowType() != Qt::ToolTip)
+            return;
+    }
+    m_showsInDock = false;
+    m_windows.setShowsInDock(false);
+}
+
+bool WindowActivationCoordinator::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::Hide || event->type() == QEvent::Close)
+        QTimer::singleShot(0, this, &WindowActivationCoordinator::restoreAccessoryPolicyIfNeeded);
+    return QObject::eventFilter(watched, event);
 }
 
 bool WindowActivationCoordinator::restoreFocus(const std::optional<QString> &executableName,

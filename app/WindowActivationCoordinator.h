@@ -20,16 +20,24 @@ public:
     static constexpr int secondAttemptDelayMs = 350;
     static constexpr int finalAttemptDelayMs = 1000;
     static constexpr int settleDelayMs = 50;
+    // After an activation, how long until the Dock icon goes again when no window is left.
+    static constexpr int accessoryRestoreDelayMs = 1200;
 
     explicit WindowActivationCoordinator(WindowSystem &windows, QObject *parent = nullptr);
 
-    // Shows the window and makes it the active one.
+    // Shows the window and makes it the active one. Where the system has a Dock, the application
+    // shows its icon there while one of its windows is up.
     void requestWindowActivation(QWidget *window);
+    // The Dock icon goes once no window of the application is visible.
+    void restoreAccessoryPolicyIfNeeded();
     bool hasPendingActivations() const { return !m_pending.isEmpty(); }
 
     // Gives the focus back to the process that asked for an editor: by process id when
     // that is another process, else by executable name. False when nothing was found.
     bool restoreFocus(const std::optional<QString> &executableName, const std::optional<qint64> &pid);
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     void attempt(const QUuid &id);
@@ -37,4 +45,5 @@ private:
 
     WindowSystem &m_windows;
     QHash<QUuid, QPointer<QWidget>> m_pending;
+    bool m_showsInDock = false;
 };

@@ -55,6 +55,8 @@ bool TerminalWindowLocator::isTerminalWindowClass(const QString &windowClass)
         QStringLiteral("terminator"),
         QStringLiteral("urxvt"),
         QStringLiteral("rxvt-unicode"),
+        // The Mac's window list gives the owner's bundle identifier.
+        QStringLiteral("com.apple.Terminal"),
     };
     return !windowClass.isEmpty() && terminals.contains(windowClass, Qt::CaseInsensitive);
 }

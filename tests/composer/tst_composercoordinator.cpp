@@ -27,6 +27,8 @@ namespace {
 class FakeWindowSystem final : public WindowSystem {
 public:
     QList<qint64> activatedApplications;
+    QList<bool> dockChanges;
+    void setShowsInDock(bool shown) override { dockChanges.append(shown); }
     bool isAvailable() const override { return false; }
     QList<TopLevelWindow> topLevelWindows() const override { return {}; }
     std::optional<TopLevelWindow> activeWindow() const override { return std::nullopt; }
@@ -78,6 +80,7 @@ private Q_SLOTS:
         f.composers.processPendingRequests(); // the second waits behind the first
         QCOMPARE(f.composers.currentRequest()->id, first.id);
         QCOMPARE(f.composers.editorComposer()->text(), QStringLiteral("one"));
+        QCOMPARE(f.windows.dockChanges, QList<bool>{true}); // a Dock icon while a composer is up
 
         const QPointer<EditorComposer> firstComposer = f.composers.editorComposer();
         QTest::keyClicks(firstComposer->panel()->textView(), QStringLiteral("!"));
@@ -99,6 +102,7 @@ private Q_SLOTS:
         QVERIFY(!f.composers.currentRequest());
         QCOMPARE(f.windows.activatedApplications, QList<qint64>{4002});
         QTRY_VERIFY(!firstComposer);
+        QTRY_COMPARE(f.windows.dockChanges, (QList<bool>{true, false})); // none once both are gone
         QCOMPARE(f.log.entries().size(), 0);
     }
 
