@@ -11,6 +11,11 @@ suppressions="$(cd "$(dirname "$0")/.." && pwd)/scripts/lsan-suppressions.txt"
 export LSAN_OPTIONS="suppressions=$suppressions:print_suppressions=0"
 export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
 
+# The settings targets write a file for every input: in memory they run many times as often.
+if [ -d /dev/shm ] && [ -w /dev/shm ]; then
+    export TMPDIR=/dev/shm
+fi
+
 crashed=0
 while IFS=$'\t' read -r name seeds; do
     corpus="$build/fuzz-corpus/$name"
