@@ -2,14 +2,32 @@
 BUILD_DIR ?= build
 BUILD_TYPE ?= RelWithDebInfo
 WERROR := $(if $(CI),ON,OFF)
+# A compiler launcher for every build folder, e.g. LAUNCHER=ccache; none by default.
+LAUNCHER ?=
+LAUNCHER_FLAG := $(if $(LAUNCHER),-DCMAKE_CXX_COMPILER_LAUNCHER=$(LAUNCHER))
 
-.PHONY: deps configure build run test package format clean
+# `make test SANITIZE=address,undefined` builds in a folder of its own and runs every test that
+# needs no desktop under those sanitizers. Warnings are the normal build's business there.
+SANITIZE ?=
+ifneq ($(SANITIZE),)
+BUILD_DIR := build-sanitize
+WERROR := OFF
+SANITIZE_FLAG := -DTARVEL_SANITIZE=$(SANITIZE)
+TEST_FILTER := -LE '^(desktop|realtools|package)$$'
+# Qt and the system libraries are not instrumented: their own leaks are suppressed by name.
+export ASAN_OPTIONS := detect_leaks=1:abort_on_error=0:detect_stack_use_after_return=0
+export LSAN_OPTIONS := suppressions=$(CURDIR)/scripts/lsan-suppressions.txt:print_suppressions=0
+export UBSAN_OPTIONS := print_stacktrace=1:halt_on_error=1
+endif
+
+.PHONY: deps configure build run test test-sanitize fuzz package format clean
 
 deps:
 	@scripts/install-deps.sh
 
 configure: deps
-	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DTARVEL_WERROR=$(WERROR)
+	cmake -S . -B $(BUILD_DIR) -G Ninja -DCMAKE_BUILD_TYPE=$(BUILD_TYPE) -DTARVEL_WERROR=$(WERROR) \
+		$(LAUNCHER_FLAG) $(SANITIZE_FLAG)
 
 build: configure
 	cmake --build $(BUILD_DIR)
@@ -17,8 +35,27 @@ build: configure
 run: build
 	BUILD_DIR=$(BUILD_DIR) scripts/run.sh
 
+# Under CI the fuzz targets and the sanitizer build run as well, so that this stays the one
+# command that runs every test.
 test: build
-	ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600
+	ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600 $(TEST_FILTER)
+ifeq ($(SANITIZE)$(if $(CI),,off),)
+	$(MAKE) fuzz FUZZ_SECONDS=15
+	$(MAKE) test-sanitize
+endif
+
+test-sanitize:
+	$(MAKE) test SANITIZE=address,undefined
+
+# The libFuzzer targets of fuzz/, built with clang in a folder of their own, each run for
+# FUZZ_SECONDS from its seeds; fails on the first target that crashes.
+FUZZ_DIR ?= build-fuzz
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	cmake -S . -B $(FUZZ_DIR) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_COMPILER=clang++ \
+		-DTARVEL_FUZZ=ON $(LAUNCHER_FLAG)
+	cmake --build $(FUZZ_DIR) --target tarvel_fuzzers
+	fuzz/run-fuzzers.sh $(FUZZ_DIR) $(FUZZ_SECONDS)
 
 # tarvel_<version>_<arch>.deb in the build folder.
 package: build
@@ -28,7 +65,7 @@ format:
 	git ls-files '*.cpp' '*.h' '*.mm' | xargs clang-format -i
 
 clean:
-	rm -rf $(BUILD_DIR)
+	rm -rf $(BUILD_DIR) build-sanitize $(FUZZ_DIR)
 
 # The real codex, claude and opencode for the optional real-tools tests (ctest -L realtools),
 # installed outside the repository; the tests look there and skip when they are missing.

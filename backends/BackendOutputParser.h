@@ -31,7 +31,8 @@ namespace BackendOutput {
 
 inline void appendLine(QByteArray &text, QByteArrayView prefix, QByteArrayView line)
 {
-    text.reserve(text.size() + prefix.size() + line.size() + 1);
+    // No reserve() for the exact size here: it would defeat append's growth, and a run's transcript
+    // of many lines would be copied whole for every line.
     text.append(prefix);
     text.append(line);
     text.append('\n');

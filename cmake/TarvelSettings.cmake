@@ -11,3 +11,21 @@ if(TARVEL_WERROR)
     target_compile_options(tarvel_settings INTERFACE -Werror)
 endif()
 target_include_directories(tarvel_settings INTERFACE ${PROJECT_SOURCE_DIR})
+
+# Instrumented builds, each in a build folder of its own. TARVEL_SANITIZE ("address,undefined")
+# builds every target with those sanitizers; a report ends the program, so a test with one fails.
+# TARVEL_FUZZ (clang only) adds libFuzzer's coverage to every target and builds the fuzz targets.
+if(TARVEL_FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "TARVEL_FUZZ needs clang's libFuzzer: configure with -DCMAKE_CXX_COMPILER=clang++.")
+    endif()
+    if(NOT TARVEL_SANITIZE)
+        set(TARVEL_SANITIZE address,undefined)
+    endif()
+    target_compile_options(tarvel_settings INTERFACE -fsanitize=fuzzer-no-link)
+endif()
+if(TARVEL_SANITIZE)
+    target_compile_options(tarvel_settings INTERFACE
+        -fsanitize=${TARVEL_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=undefined)
+    target_link_options(tarvel_settings INTERFACE -fsanitize=${TARVEL_SANITIZE})
+endif()

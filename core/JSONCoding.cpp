@@ -109,15 +109,19 @@ QString encodeDate(const QDateTime &date)
 
 QDateTime decodeDate(const QJsonValue &value)
 {
+    std::optional<QDateTime> date;
     if (value.isString()) {
-        if (const auto date = parseInternetDateTime(value.toString()))
-            return *date;
+        date = parseInternetDateTime(value.toString());
     } else if (value.isDouble()) {
         const double seconds = value.toDouble();
         // QDateTime holds milliseconds in 64 bits; anything beyond is no date.
         if (std::isfinite(seconds) && std::fabs(seconds) < 9.0e12)
-            return referenceDate().addMSecs(std::llround(seconds * 1000.0));
+            date = referenceDate().addMSecs(std::llround(seconds * 1000.0));
     }
+    // Only the years the written form holds (four digits, in UTC): a date read must be written
+    // back in a form that reads again.
+    if (date && date->isValid() && date->date().year() >= 1 && date->date().year() <= 9999)
+        return *date;
     throw DecodingError(
         QStringLiteral("Expected an ISO 8601 date string or a numeric reference-date timestamp."));
 }

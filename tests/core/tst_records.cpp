@@ -118,6 +118,11 @@ private Q_SLOTS:
         QTest::newRow("bad month") << with(R"("createdAt":"2026-13-14T17:36:59Z")");
         QTest::newRow("numeric date string") << with(R"("createdAt":"12")");
         QTest::newRow("bool date") << with(R"("createdAt":true)");
+        // Dates whose UTC year has no four-digit form, so that what was read could not be written.
+        QTest::newRow("number past year 9999") << with(R"("createdAt":795173213425)");
+        QTest::newRow("number before year 1") << with(R"("createdAt":-63200000000)");
+        QTest::newRow("offset into year 10000") << with(R"("createdAt":"9999-12-31T23:30:00-01:00")");
+        QTest::newRow("offset back before year 1") << with(R"("createdAt":"0001-01-01T00:30:00+01:00")");
         QTest::newRow("pid too large") << with(date + R"(,"sourceApplicationPID":4294967296)");
         QTest::newRow("pid below int32") << with(date + R"(,"sourceApplicationPID":-2147483649)");
         QTest::newRow("pid fraction") << with(date + R"(,"sourceApplicationPID":1.5)");
