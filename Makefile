@@ -35,14 +35,8 @@ build: configure
 run: build
 	BUILD_DIR=$(BUILD_DIR) scripts/run.sh
 
-# Under CI the fuzz targets and the sanitizer build run as well, so that this stays the one
-# command that runs every test.
 test: build
 	ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600 $(TEST_FILTER)
-ifeq ($(SANITIZE)$(if $(CI),,off),)
-	$(MAKE) fuzz FUZZ_SECONDS=15
-	$(MAKE) test-sanitize
-endif
 
 test-sanitize:
 	$(MAKE) test SANITIZE=address,undefined
