@@ -3,6 +3,7 @@
 #include "platform/SpeechRecognizer.h"
 
 #include <QFuture>
+#include <QPromise>
 #include <QString>
 
 #include <functional>
@@ -74,4 +75,15 @@ public:
     // Opens the page. Finishes with an empty text when a page was opened, otherwise with one
     // sentence telling the user where to look instead.
     virtual QFuture<QString> openSettings(PermissionSettingsPage page) = 0;
+
+protected:
+    // A request answered through a callback, as a future that finishes with the answer.
+    static QFuture<void> finishedWhenAnswered(const std::function<void(std::function<void(bool)>)> &ask)
+    {
+        auto promise = std::make_shared<QPromise<void>>();
+        QFuture<void> future = promise->future();
+        promise->start();
+        ask([promise](bool) { promise->finish(); });
+        return future;
+    }
 };

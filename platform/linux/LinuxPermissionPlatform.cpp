@@ -13,19 +13,7 @@
 #include <memory>
 
 namespace {
-
 using Access = PlatformPermissionState::Access;
-
-// The recogniser answers through a callback; the caller waits on a future.
-QFuture<void> finishedWhenAnswered(const std::function<void(std::function<void(bool)>)> &ask)
-{
-    auto promise = std::make_shared<QPromise<void>>();
-    QFuture<void> future = promise->future();
-    promise->start();
-    ask([promise](bool) { promise->finish(); });
-    return future;
-}
-
 } // namespace
 
 std::unique_ptr<PermissionPlatform> PermissionPlatform::create(SpeechRecognizer &speechRecognizer,

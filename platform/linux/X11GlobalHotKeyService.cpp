@@ -1,6 +1,7 @@
 #include "platform/linux/X11GlobalHotKeyService.h"
 
 #include "platform/linux/PortalGlobalHotKeyService.h"
+#include "platform/linux/QtX11Connection.h"
 #include "platform/linux/X11HotKeyMapping.h"
 
 #include <QCoreApplication>
@@ -29,17 +30,6 @@ using KeySymbols = std::unique_ptr<xcb_key_symbols_t, KeySymbolsDeleter>;
 constexpr quint8 badAccess = 10;
 // The modifier bits a grab can name; the rest of a key event's state are mouse buttons.
 constexpr quint16 modifierBits = 0xff;
-
-xcb_connection_t *qtConnection()
-{
-    auto *application = qobject_cast<QGuiApplication *>(QCoreApplication::instance());
-    if (application == nullptr)
-        return nullptr;
-    auto *x11 = application->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr || x11->connection() == nullptr || xcb_connection_has_error(x11->connection()))
-        return nullptr;
-    return x11->connection();
-}
 
 QList<quint8> keycodesOf(xcb_key_symbols_t *symbols, xcb_keysym_t keySymbol)
 {
@@ -80,7 +70,7 @@ std::unique_ptr<GlobalHotKeyService> GlobalHotKeyService::create(QObject *parent
 
 X11GlobalHotKeyService::X11GlobalHotKeyService(QObject *parent)
     : GlobalHotKeyService(parent)
-    , m_connection(qtConnection())
+    , m_connection(qtX11Connection())
 {
     if (m_connection == nullptr)
         return;
@@ -103,7 +93,7 @@ X11GlobalHotKeyService::~X11GlobalHotKeyService()
 
 bool X11GlobalHotKeyService::isAvailable()
 {
-    return qtConnection() != nullptr;
+    return qtX11Connection() != nullptr;
 }
 
 QString X11GlobalHotKeyService::unavailableReason() const

@@ -1,5 +1,7 @@
 #include "platform/linux/X11WindowSystem.h"
 
+#include "platform/linux/QtX11Connection.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
@@ -302,14 +304,10 @@ X11WindowSystem::Connection *X11WindowSystem::connection() const
 {
     if (m_connection)
         return xcb_connection_has_error(m_connection->get()) ? nullptr : m_connection.get();
-    auto *application = qobject_cast<QGuiApplication *>(QCoreApplication::instance());
-    if (application == nullptr)
+    xcb_connection_t *x11 = qtX11Connection();
+    if (x11 == nullptr)
         return nullptr;
-    auto *x11 = application->nativeInterface<QNativeInterface::QX11Application>();
-    if (x11 == nullptr || x11->connection() == nullptr || xcb_connection_has_error(x11->connection()))
-        return nullptr;
-    m_connection =
-        std::make_unique<Connection>(x11->connection(), screenNumber(qEnvironmentVariable("DISPLAY")));
+    m_connection = std::make_unique<Connection>(x11, screenNumber(qEnvironmentVariable("DISPLAY")));
     return m_connection.get();
 }
 

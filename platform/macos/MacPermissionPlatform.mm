@@ -66,15 +66,6 @@ bool openURL(NSURL *url)
     return url && [[NSWorkspace sharedWorkspace] openURL:url];
 }
 
-QFuture<void> finishedWhenAnswered(const std::function<void(std::function<void(bool)>)> &ask)
-{
-    auto promise = std::make_shared<QPromise<void>>();
-    QFuture<void> future = promise->future();
-    promise->start();
-    ask([promise](bool) { promise->finish(); });
-    return future;
-}
-
 // The system asks the user for each access and keeps the answers; System Settings changes them.
 class MacPermissionPlatform final : public PermissionPlatform {
 public:
