@@ -145,8 +145,10 @@ QList<DiagnosticFinding> backendFindings()
 {
     QList<DiagnosticFinding> findings;
     const QStringList directories = TaskCLIExecutableLocator::candidateDirectories();
+    // A diagnosis asks each tool now, whatever an earlier check found.
     const QuickTaskCLIInstallationAvailabilities availabilities =
-        TaskCLIExecutableLocator::checkInstallationAvailabilities();
+        TaskCLIExecutableLocator::checkInstallationAvailabilities(
+            TaskCLIExecutableLocator::RememberedChecks::rerun);
     bool anyAvailable = false;
     for (const BackendProfile *profile : BackendProfiles::all()) {
         const QString name = profile->rawValue();
@@ -260,18 +262,21 @@ DiagnosticFinding globalShortcutFinding()
     const QString subject = QStringLiteral("Global shortcut");
     const QString reason = SystemDiagnostics::globalShortcutsUnavailableReason();
     if (!reason.isEmpty())
-        return {subject, Severity::warning, reason,
-                QStringLiteral("Log in to an X11 session, or use a desktop whose portal offers global shortcuts; "
-                               "the tray menu's Quick Tasks works everywhere.")};
+        return {
+            subject, Severity::warning, reason,
+            QStringLiteral("Log in to an X11 session, or use a desktop whose portal offers global shortcuts; "
+                           "the tray menu's Quick Tasks works everywhere.")};
     const KeyboardShortcuts shortcuts(UserDefaults::standard());
     const std::optional<Shortcut> shortcut = shortcuts.getShortcut(ShortcutNames::openScratchComposer());
     if (!shortcut)
         return {subject, Severity::ok,
-                QStringLiteral("None is set; one can be recorded in Preferences to open a quick-task composer from "
-                               "any application."),
+                QStringLiteral(
+                    "None is set; one can be recorded in Preferences to open a quick-task composer from "
+                    "any application."),
                 QString()};
     return {subject, Severity::ok,
-            shortcuts.displayText(*shortcut) + QStringLiteral(" opens a quick-task composer from any application."),
+            shortcuts.displayText(*shortcut) +
+                QStringLiteral(" opens a quick-task composer from any application."),
             QString()};
 }
 

@@ -214,12 +214,12 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
 }
 
 QString checkedVersionString(QuickTaskCLIBackend backend, const QString &executable,
-                             const QProcessEnvironment &environment)
+                             const QProcessEnvironment &environment, RememberedChecks remembered)
 {
     // Taken before the check, so a file replaced while it runs is not credited with its answer.
     const std::optional<ExecutableIdentity> identity = ExecutableIdentity::of(executable);
     VersionCheckCache &cache = VersionCheckCache::shared();
-    if (identity) {
+    if (identity && remembered == RememberedChecks::trusted) {
         if (std::optional<QString> version = cache.version(backend, *identity))
             return *version;
     }
@@ -250,7 +250,7 @@ QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend)
     return runInBackground<QuickTaskLaunchTarget>([backend] { return launchTarget(backend); });
 }
 
-QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
+QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities(RememberedChecks remembered)
 {
     // One login-shell query serves all three; the version checks run side by side, so a
     // backend that hangs costs its time limit once, not once per backend.
@@ -259,16 +259,16 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities()
     std::vector<std::pair<QuickTaskCLIBackend, std::future<QuickTaskCLIInstallationAvailability>>> checks;
     for (const BackendProfile *profile : BackendProfiles::all()) {
         const QuickTaskCLIBackend backend = profile->backend();
-        checks.emplace_back(backend, std::async(std::launch::async, [backend, &directories, &environment] {
-                                try {
-                                    const QString executable = resolveExecutableURL(backend, directories);
-                                    return QuickTaskCLIInstallationAvailability::available(
-                                        checkedVersionString(backend, executable, environment));
-                                } catch (const TarvelError &error) {
-                                    return QuickTaskCLIInstallationAvailability::unavailable(
-                                        error.description());
-                                }
-                            }));
+        checks.emplace_back(
+            backend, std::async(std::launch::async, [backend, &directories, &environment, remembered] {
+                try {
+                    const QString executable = resolveExecutableURL(backend, directories);
+                    return QuickTaskCLIInstallationAvailability::available(
+                        checkedVersionString(backend, executable, environment, remembered));
+                } catch (const TarvelError &error) {
+                    return QuickTaskCLIInstallationAvailability::unavailable(error.description());
+                }
+            }));
     }
     QuickTaskCLIInstallationAvailabilities availabilities;
     for (auto &[backend, check] : checks)

@@ -57,10 +57,15 @@ QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &execut
 QString verifiedVersionString(QuickTaskCLIBackend backend, const QString &executable,
                               const QProcessEnvironment &environment);
 
+// Whether a check that this very file passed before still counts, or the tool is asked again
+// (a diagnosis wants the tool's answer now).
+enum class RememberedChecks { trusted, rerun };
+
 // verifiedVersionString, unless this very file (the same resolved path, size, modification
 // time and inode) passed it before: then the version it printed then. Only passes are kept.
 QString checkedVersionString(QuickTaskCLIBackend backend, const QString &executable,
-                             const QProcessEnvironment &environment);
+                             const QProcessEnvironment &environment,
+                             RememberedChecks remembered = RememberedChecks::trusted);
 
 // Resolves and verifies one backend (a check that passed for the unchanged file holds):
 // everything a quick task or a rewrite needs before it can start. Throws QuickTaskError.
@@ -71,7 +76,8 @@ QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend);
 
 // Every backend, resolved and verified as launchTarget does; a failure becomes unavailable
 // with its sentence.
-QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities();
+QuickTaskCLIInstallationAvailabilities
+checkInstallationAvailabilities(RememberedChecks remembered = RememberedChecks::trusted);
 // The same on a background thread.
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();
 
