@@ -165,16 +165,7 @@ private Q_SLOTS:
         QTemporaryDir root;
         Application app(root.filePath(QStringLiteral("app")));
         app.start();
-        const QString repo = root.filePath(QStringLiteral("repo"));
-        QVERIFY(QDir().mkpath(repo));
-        run(QStringLiteral("git"),
-            {QStringLiteral("-C"), repo, QStringLiteral("init"), QStringLiteral("-q")});
-        const QString status = root.filePath(QStringLiteral("status"));
-        QProcess xterm;
-        startXterm(xterm, app,
-                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
-                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
-                       .arg(repo, status));
+        const GitCommitInXterm commit(root, app);
         activate(app.waitForComposer());
         type(QStringLiteral("Survive the crash"));
         const QString drafts = app.dataFolder() + QStringLiteral("/Drafts");
@@ -190,13 +181,9 @@ private Q_SLOTS:
         app.waitForComposer();
         screenshot(QStringLiteral("composer-restored-draft"));
         key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("0"), 10000);
-        QCOMPARE(run(QStringLiteral("git"), {QStringLiteral("-C"), repo, QStringLiteral("log"),
-                                             QStringLiteral("-1"), QStringLiteral("--format=%B")}),
-                 QStringLiteral("Survive the crash"));
+        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+        QCOMPARE(commit.lastMessage(), QStringLiteral("Survive the crash"));
         QTRY_VERIFY_WITH_TIMEOUT(QDir(drafts).entryList(QDir::Files).isEmpty(), 5000); // answered: gone
-        xterm.kill();
-        xterm.waitForFinished();
     }
 
     // Ctrl-C in the terminal while the composer is open: the composer stays with its text, says the
