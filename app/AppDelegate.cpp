@@ -42,6 +42,7 @@ namespace {
 const QString kLaunch = QStringLiteral("Launch");
 const QString kHotKeyFailed = QStringLiteral("The system-wide shortcut could not be set up.");
 const QString kShortcuts = QStringLiteral("Shortcuts");
+constexpr int kSearchPathDelayMs = 1000;
 } // namespace
 
 AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, UserDefaults &defaults,
@@ -182,6 +183,9 @@ void AppDelegate::applicationDidFinishLaunching()
     m_composers->processPendingRequests();
     m_composers->forgetDraftsOfAnsweredRequests();
     m_editorSetup->scheduleAfterLaunch();
+    // Asking the login shell for its PATH can take seconds; done once the launch has settled, the
+    // first scratch composer or task need not wait for it.
+    QTimer::singleShot(kSearchPathDelayMs, this, [] { TaskCLIExecutableLocator::prepareSearchPath(); });
 }
 
 void AppDelegate::listenForRequests()
@@ -231,7 +235,7 @@ PreferencesWindow &AppDelegate::preferencesWindow()
     if (m_preferencesWindow)
         return *m_preferencesWindow;
     m_preferencesWindow = std::make_unique<PreferencesWindow>(
-        m_defaults, *m_shortcuts, &TaskCLIExecutableLocator::installationAvailabilities);
+        m_defaults, *m_shortcuts, [] { return TaskCLIExecutableLocator::installationAvailabilities(); });
     PreferencesWindow *window = m_preferencesWindow.get();
     window->globalShortcutRecorder()->registration = [this](const std::optional<Shortcut> &shortcut) {
         return registerGlobalShortcut(shortcut);

@@ -1,6 +1,9 @@
 // What a scratch composer and a task start wait for before a backend can be used, before a
 // version check has passed (a fresh data folder) and after (the same executables again):
-//   the availability check of all three backends (the composer is ready when it returns);
+//   the availability check of all three backends;
+//   scratch composer shown -> ready to type (claude chosen, checked before), when it waits for
+//   every backend's check and when it is ready at its own backend's pass (what it does), also
+//   with an opencode that does not answer its version query (as a slow one under load does not);
 //   submit -> backend started: resolve and check the backend, then spawn it in its process group.
 // With the fake backends of the tests, and with the real tools when TARVEL_REAL_TOOLS_DIR (see
 // `make real-tools`) holds them. The user's SHELL is asked for its PATH once, as the application
@@ -8,15 +11,19 @@
 //
 //   bin/bench_backend_check
 #include "BenchStatistics.h"
+#include "composer/ScratchComposer.h"
+#include "core/UserDefaults.h"
 #include "quicktasks/ProcessGroupTask.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "settings/AppSettings.h"
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QTemporaryDir>
+#include <QThreadPool>
 #include <QTimer>
 
 #include <cstdio>
@@ -70,6 +77,47 @@ double startBackend(QuickTaskCLIBackend backend)
     return elapsed;
 }
 
+// A scratch composer with claude chosen, shown: the time until it can be typed in.
+double composerReady(const QTemporaryDir &folder, bool waitForEveryBackend)
+{
+    UserDefaults defaults(folder.filePath(QStringLiteral("settings.conf")));
+    AppSettings(defaults).setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
+    ComposerServices services;
+    services.defaults = &defaults;
+    if (waitForEveryBackend)
+        services.checkInstallations = [](QuickTaskCLIBackend) {
+            return TaskCLIExecutableLocator::installationAvailabilities();
+        };
+    QElapsedTimer clock;
+    clock.start();
+    ScratchComposer composer(QString(), {}, services);
+    QEventLoop loop;
+    QObject::connect(&composer, &ScratchComposer::availabilityChanged, &loop, &QEventLoop::quit);
+    QTimer::singleShot(10000, &loop, &QEventLoop::quit);
+    composer.showWindow();
+    loop.exec();
+    const double elapsed = double(clock.nsecsElapsed()) / 1e6;
+    if (!composer.availability().isReady())
+        std::printf("  (the composer is not ready: %s)\n", qPrintable(composer.availability().title));
+    composer.closeProgrammatically();
+    // The check goes on in the background after the composer is ready; let it end before the next run.
+    QThreadPool::globalInstance()->waitForDone();
+    return elapsed;
+}
+
+void measureComposer(int runs)
+{
+    QList<double> everyBackend, ownBackend;
+    const auto folder = freshDataFolder();
+    TaskCLIExecutableLocator::checkInstallationAvailabilities();
+    for (int run = 0; run < runs; ++run) {
+        everyBackend.append(composerReady(*folder, true));
+        ownBackend.append(composerReady(*folder, false));
+    }
+    BenchStatistics::of(everyBackend).print("  composer ready, waiting for every backend");
+    BenchStatistics::of(ownBackend).print("  composer ready, at its own backend's pass");
+}
+
 void measure(const char *tools, QuickTaskCLIBackend started)
 {
     QList<double> coldChecks, warmChecks, coldStarts, warmStarts;
@@ -91,6 +139,14 @@ void measure(const char *tools, QuickTaskCLIBackend started)
     std::printf("  %-42s %8.2f ms\n", "first availability check (asks the shell)", coldChecks.takeFirst());
     BenchStatistics::of(coldChecks).print("  availability check, nothing checked yet");
     BenchStatistics::of(warmChecks).print("  availability check, checks passed before");
+    measureComposer(kRuns);
+    // The fake opencode, asked for its version, never answers: the check gives up after 2 s.
+    qputenv("OPENCODE_BIN_PATH", TARVEL_FAKE_BACKENDS_DIR "/opencode");
+    qputenv("FAKE_OPENCODE_VERSION_HANG", "1");
+    std::printf("  with an opencode that does not answer:\n");
+    measureComposer(3);
+    qunsetenv("OPENCODE_BIN_PATH");
+    qunsetenv("FAKE_OPENCODE_VERSION_HANG");
     BenchStatistics::of(coldStarts).print("  submit -> backend started, not checked yet");
     BenchStatistics::of(warmStarts).print("  submit -> backend started, checked before");
 }
@@ -99,7 +155,9 @@ void measure(const char *tools, QuickTaskCLIBackend started)
 
 int main(int argc, char *argv[])
 {
-    QCoreApplication application(argc, argv);
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication application(argc, argv);
     const QByteArray path = qgetenv("PATH");
     for (const char *name : {"CODEX_BIN_PATH", "CLAUDE_BIN_PATH", "OPENCODE_BIN_PATH", "FAKE_RECORD_DIR"})
         qunsetenv(name);

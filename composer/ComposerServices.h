@@ -18,7 +18,9 @@ class UserDefaults;
 struct ComposerServices {
     UserDefaults *defaults = nullptr;
     KeyboardShortcuts *shortcuts = nullptr;
-    std::function<QFuture<QuickTaskCLIInstallationAvailabilities>()> checkInstallations;
+    // Its results: the preferred backend alone as soon as it has passed, then every backend.
+    std::function<QFuture<QuickTaskCLIInstallationAvailabilities>(QuickTaskCLIBackend preferred)>
+        checkInstallations;
     AttachmentStore *attachments = nullptr;
     SpeechRecognizer *speechRecognizer = nullptr;
     // Where "Copy and Close" puts the text of a request its terminal gave up on.

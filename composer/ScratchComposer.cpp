@@ -33,8 +33,8 @@ ScratchComposer::ScratchComposer(const QString &initialText,
     , m_surface(new ComposerSurface(Mode::scratch, initialText, this))
 {
     if (!m_services.checkInstallations)
-        m_services.checkInstallations = [] {
-            return TaskCLIExecutableLocator::installationAvailabilities();
+        m_services.checkInstallations = [](QuickTaskCLIBackend preferred) {
+            return TaskCLIExecutableLocator::installationAvailabilities(preferred);
         };
     connect(m_surface, &ComposerSurface::submitRequested, this, &ScratchComposer::submitPressed);
     connect(m_surface, &ComposerSurface::cancelRequested, this, &ScratchComposer::cancelled);
@@ -190,11 +190,13 @@ void ScratchComposer::refreshScratchComposerAvailability(bool showCheckingState)
     // A watcher rather than a continuation: it goes with this composer, so a panel closed
     // while its check runs is never called back.
     m_availabilityWatcher = std::make_unique<QFutureWatcher<QuickTaskCLIInstallationAvailabilities>>();
-    connect(m_availabilityWatcher.get(), &QFutureWatcherBase::finished, this, [this] {
-        const QFuture<QuickTaskCLIInstallationAvailabilities> task = m_availabilityWatcher->future();
-        if (task.isCanceled() || task.resultCount() < 1)
+    // The first result decides: the chosen backend passed, or every backend is known and the
+    // first installed one stands in for it.
+    connect(m_availabilityWatcher.get(), &QFutureWatcherBase::resultReadyAt, this, [this](int index) {
+        QFutureWatcher<QuickTaskCLIInstallationAvailabilities> *watcher = m_availabilityWatcher.get();
+        if (index != 0 || watcher->isCanceled())
             return;
-        const QuickTaskCLIInstallationAvailabilities availabilities = task.result();
+        const QuickTaskCLIInstallationAvailabilities availabilities = watcher->resultAt(index);
         const QuickTaskCLIBackend resolved =
             ScratchComposerAvailability::resolvedBackend(m_backend, availabilities);
         if (m_services.defaults && AppSettings(*m_services.defaults).quickTaskCLIBackend() != resolved)
@@ -205,7 +207,7 @@ void ScratchComposer::refreshScratchComposerAvailability(bool showCheckingState)
         applyAvailability(
             ScratchComposerAvailability::resolved(m_backend, *m_installation, m_presetSettings, models()));
     });
-    m_availabilityWatcher->setFuture(m_services.checkInstallations());
+    m_availabilityWatcher->setFuture(m_services.checkInstallations(m_backend));
 }
 
 void ScratchComposer::applyAvailability(const ScratchComposerAvailability &availability)

@@ -14,6 +14,7 @@
 #include <QSet>
 #include <QThreadPool>
 
+#include <algorithm>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -41,6 +42,7 @@ void appendEntries(QStringList &directories, QSet<QString> &seen, const QString 
     }
 }
 
+// The work's answer is the future's last result; it may add earlier ones through the promise.
 template<typename T, typename Work> QFuture<T> runInBackground(Work work)
 {
     auto promise = std::make_shared<QPromise<T>>();
@@ -48,7 +50,7 @@ template<typename T, typename Work> QFuture<T> runInBackground(Work work)
     promise->start();
     QThreadPool::globalInstance()->start([promise, work = std::move(work)] {
         try {
-            promise->addResult(work());
+            promise->addResult(work(*promise));
         } catch (...) {
             promise->setException(std::current_exception());
         }
@@ -89,21 +91,34 @@ QStringList candidateDirectories()
 {
     // The login shell is asked once per shell for the life of the application: its start-up
     // files rarely change, and a slow one (up to the 2 s limit) would otherwise hold up every
-    // composer and every task start.
-    static std::mutex mutex;
+    // composer and every task start. Callers that come while it is being asked wait for its
+    // answer rather than asking again.
+    static std::mutex queryMutex;
+    static std::mutex answersMutex;
     static QHash<QString, std::optional<QString>> answers;
     const QString shell = loginShellExecutable();
-    {
-        const std::lock_guard lock(mutex);
+    const auto known = [&]() -> std::optional<std::optional<QString>> {
+        const std::lock_guard lock(answersMutex);
         if (const auto answer = answers.constFind(shell); answer != answers.cend())
-            return candidateDirectories(*answer);
-    }
+            return *answer;
+        return std::nullopt;
+    };
+    if (const auto answer = known())
+        return candidateDirectories(*answer);
+    const std::lock_guard query(queryMutex);
+    if (const auto answer = known())
+        return candidateDirectories(*answer);
     const std::optional<QString> answer = loginShellPath();
     {
-        const std::lock_guard lock(mutex);
+        const std::lock_guard lock(answersMutex);
         answers.insert(shell, answer);
     }
     return candidateDirectories(answer);
+}
+
+void prepareSearchPath()
+{
+    QThreadPool::globalInstance()->start([] { candidateDirectories(); });
 }
 
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath)
@@ -247,10 +262,12 @@ QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend)
 
 QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend)
 {
-    return runInBackground<QuickTaskLaunchTarget>([backend] { return launchTarget(backend); });
+    return runInBackground<QuickTaskLaunchTarget>([backend](auto &) { return launchTarget(backend); });
 }
 
-QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities(RememberedChecks remembered)
+QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities(
+    RememberedChecks remembered, std::optional<QuickTaskCLIBackend> preferred,
+    const std::function<void(const QuickTaskCLIInstallationAvailability &)> &passedFirst)
 {
     // One login-shell query serves all three; the version checks run side by side, so a
     // backend that hangs costs its time limit once, not once per backend.
@@ -270,16 +287,33 @@ QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities(Remembere
                 }
             }));
     }
+    // The preferred backend is waited for first, so its pass is told before the slowest check ends.
+    std::stable_partition(checks.begin(), checks.end(),
+                          [preferred](const auto &check) { return check.first == preferred; });
     QuickTaskCLIInstallationAvailabilities availabilities;
-    for (auto &[backend, check] : checks)
-        availabilities.insert(backend, check.get());
+    for (auto &[backend, check] : checks) {
+        const QuickTaskCLIInstallationAvailability availability = check.get();
+        if (backend == preferred && availability.isAvailable() && passedFirst)
+            passedFirst(availability);
+        availabilities.insert(backend, availability);
+    }
     return availabilities;
 }
 
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities()
 {
     return runInBackground<QuickTaskCLIInstallationAvailabilities>(
-        [] { return checkInstallationAvailabilities(); });
+        [](auto &) { return checkInstallationAvailabilities(); });
+}
+
+QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities(QuickTaskCLIBackend preferred)
+{
+    return runInBackground<QuickTaskCLIInstallationAvailabilities>([preferred](auto &promise) {
+        return checkInstallationAvailabilities(
+            RememberedChecks::trusted, preferred, [&promise, preferred](const auto &availability) {
+                promise.addResult(QuickTaskCLIInstallationAvailabilities{{preferred, availability}});
+            });
+    });
 }
 
 } // namespace TaskCLIExecutableLocator

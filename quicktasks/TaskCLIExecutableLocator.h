@@ -9,6 +9,7 @@
 #include <QStringList>
 
 #include <chrono>
+#include <functional>
 #include <optional>
 
 // A backend executable that answered its version query, with the environment to run it in.
@@ -37,6 +38,8 @@ std::optional<QString> loginShellPath();
 // Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
 // first place. The login shell's answer is kept per shell for the life of the process.
 QStringList candidateDirectories();
+// Asks the login shell on a background thread, so that the first composer or task need not.
+void prepareSearchPath();
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 
 // The profile's fixed fallback, its override variable, then each candidate directory.
@@ -75,10 +78,16 @@ QuickTaskLaunchTarget launchTarget(QuickTaskCLIBackend backend);
 QFuture<QuickTaskLaunchTarget> prepareLaunch(QuickTaskCLIBackend backend);
 
 // Every backend, resolved and verified as launchTarget does; a failure becomes unavailable
-// with its sentence.
-QuickTaskCLIInstallationAvailabilities
-checkInstallationAvailabilities(RememberedChecks remembered = RememberedChecks::trusted);
+// with its sentence. When the preferred backend passes, passedFirst hears of it as soon as it
+// does, before the others are done.
+QuickTaskCLIInstallationAvailabilities checkInstallationAvailabilities(
+    RememberedChecks remembered = RememberedChecks::trusted,
+    std::optional<QuickTaskCLIBackend> preferred = std::nullopt,
+    const std::function<void(const QuickTaskCLIInstallationAvailability &)> &passedFirst = {});
 // The same on a background thread.
 QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities();
+// The same, with a first result of the preferred backend alone as soon as it has passed (a
+// composer need not wait for a slow backend it does not use), then every backend.
+QFuture<QuickTaskCLIInstallationAvailabilities> installationAvailabilities(QuickTaskCLIBackend preferred);
 
 } // namespace TaskCLIExecutableLocator

@@ -45,6 +45,7 @@ struct Fixture {
     UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
     KeyboardShortcuts shortcuts{defaults};
     QPromise<Availabilities> promise;
+    QList<QuickTaskCLIBackend> asked; // the preferred backend of each check
     Submissions delegate;
     std::unique_ptr<ScratchComposer> controller;
 
@@ -59,7 +60,8 @@ struct Fixture {
         ComposerServices services;
         services.defaults = &defaults;
         services.shortcuts = &shortcuts;
-        services.checkInstallations = [this] {
+        services.checkInstallations = [this](QuickTaskCLIBackend preferred) {
+            asked.append(preferred);
             return promise.future();
         };
         controller = std::make_unique<ScratchComposer>(QString(), QList<PromptAttachment>{}, services);
@@ -135,8 +137,15 @@ private Q_SLOTS:
         QCOMPARE(f.delegate.submits, 0);
         const int checkingHeight = f.controller->panel()->height();
 
+        // The chosen backend's pass alone makes it ready: a slower backend is not waited for, and
+        // every backend's answer after it changes nothing.
+        QCOMPARE(f.asked, QList{QuickTaskCLIBackend::codex});
+        f.promise.addResult(
+            Availabilities{{QuickTaskCLIBackend::codex, allInstalled().value(QuickTaskCLIBackend::codex)}});
+        QTRY_VERIFY(f.controller->availability().isReady());
+        QCOMPARE(f.controller->availability().version, QStringLiteral("codex-cli 1"));
         f.answer(allInstalled());
-        QVERIFY(f.controller->availability().isReady());
+        QCOMPARE(f.controller->backend(), QuickTaskCLIBackend::codex);
         QVERIFY(!text->isReadOnly());
         QVERIFY(f.controller->panel()->submitButton()->isEnabled());
         QVERIFY(f.controller->attachmentStrip()->isVisibleTo(f.controller->panel()));

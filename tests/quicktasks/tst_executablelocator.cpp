@@ -6,6 +6,7 @@
 #include "quicktasks/VersionCheckCache.h"
 
 #include <QElapsedTimer>
+#include <QFutureWatcher>
 #include <QThread>
 #include <QTimer>
 #include <QtTest>
@@ -242,27 +243,43 @@ private Q_SLOTS:
         QTimer ticker;
         connect(&ticker, &QTimer::timeout, this, [&ticks] { ++ticks; });
         ticker.start(20);
-        QuickTaskCLIInstallationAvailabilities result;
+        // Codex is preferred: its pass comes first, alone, while claude's check still hangs.
+        QFutureWatcher<QuickTaskCLIInstallationAvailabilities> watcher;
+        QList<QuickTaskCLIInstallationAvailabilities> results;
+        QList<bool> finishedAtResult;
         QThread *deliveredOn = nullptr;
-        Locator::installationAvailabilities().then(this,
-                                                   [&](const QuickTaskCLIInstallationAvailabilities &value) {
-                                                       result = value;
-                                                       deliveredOn = QThread::currentThread();
-                                                   });
-        QVERIFY(result.isEmpty()); // not answered synchronously
-        QVERIFY(QTest::qWaitFor([&] { return deliveredOn != nullptr; }, kFutureTimeout));
+        connect(&watcher, &QFutureWatcherBase::resultReadyAt, this, [&](int index) {
+            results.append(watcher.resultAt(index));
+            finishedAtResult.append(watcher.isFinished());
+            deliveredOn = QThread::currentThread();
+        });
+        watcher.setFuture(Locator::installationAvailabilities(QuickTaskCLIBackend::codex));
+        QVERIFY(results.isEmpty()); // not answered synchronously
+        QVERIFY(QTest::qWaitFor([&] { return watcher.isFinished() && results.size() == 2; }, kFutureTimeout));
         QCOMPARE(deliveredOn, QThread::currentThread());
         // The claude check took its full 2 s; the event loop kept running meanwhile.
         QVERIFY2(ticks > 20, qPrintable(QString::number(ticks)));
 
+        const auto codex =
+            QuickTaskCLIInstallationAvailability::available(QStringLiteral("codex-cli 0.0.1-fake"));
+        QCOMPARE(results.first(),
+                 (QuickTaskCLIInstallationAvailabilities{{QuickTaskCLIBackend::codex, codex}}));
+        QVERIFY(!finishedAtResult.first());
+        const QuickTaskCLIInstallationAvailabilities result = results.last();
         QCOMPARE(result.size(), 3);
-        QCOMPARE(result.value(QuickTaskCLIBackend::codex),
-                 QuickTaskCLIInstallationAvailability::available(QStringLiteral("codex-cli 0.0.1-fake")));
+        QCOMPARE(result.value(QuickTaskCLIBackend::codex), codex);
         QCOMPARE(result.value(QuickTaskCLIBackend::opencode),
                  QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.18.33")));
         QVERIFY(!result.value(QuickTaskCLIBackend::claude).isAvailable());
         QVERIFY(
             result.value(QuickTaskCLIBackend::claude).message().startsWith(u"Claude CLI did not respond"));
+
+        // A preferred backend that fails gives no early result: the only one names all three.
+        const QFuture<QuickTaskCLIInstallationAvailabilities> failing =
+            Locator::installationAvailabilities(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return failing.isFinished(); }, kFutureTimeout));
+        QCOMPARE(failing.resultCount(), 1);
+        QCOMPARE(failing.result().size(), 3);
     }
 
     // A passed check holds while the file is the same one, in memory and across starts;
