@@ -71,7 +71,9 @@ QByteArray PcmConverter::convert(QByteArrayView bytes)
     QByteArray output;
     output.reserve(static_cast<qsizetype>(static_cast<double>(frameCount) / step + 2) * 2);
     double position = m_position;
-    while (position <= static_cast<double>(frameCount - 1)) {
+    // Each output sample reads the frame after its position, so the last frame of this chunk is
+    // interpolated from when the next chunk brings its neighbour (m_previous then holds it).
+    while (position < static_cast<double>(frameCount - 1)) {
         const auto index = static_cast<qsizetype>(std::floor(position));
         const float fraction = static_cast<float>(position - static_cast<double>(index));
         const float before = index < 0 ? m_previous : mono[static_cast<size_t>(index)];
@@ -147,7 +149,7 @@ QByteArray samplesOfWav(const QString &path, const QByteArray &file)
             else
                 refuse(path, QStringLiteral("its encoding is not supported (use PCM or 32-bit float WAV, "
                                             "ideally 16 kHz mono 16-bit)."));
-            if (channels == 0 || sampleRate < 1000)
+            if (channels == 0 || sampleRate < 1000 || sampleRate > 1'000'000)
                 refuse(path, QStringLiteral("its format is damaged."));
             const qsizetype length = size == 0 || size == 0xFFFFFFFF ? file.size() - body : available;
             PcmConverter converter(static_cast<int>(sampleRate), channels, format);

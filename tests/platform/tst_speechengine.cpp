@@ -82,6 +82,28 @@ private Q_SLOTS:
                  SpeechTestData::goForwardWords);
     }
 
+    // The microphone's stream comes in chunks that split frames anywhere: the samples are those of
+    // the whole, and no chunk reads past its frames (the instrumented build checks that).
+    void convertsStreamsCutAnywhere()
+    {
+        QByteArray frames;
+        for (qint16 index = 0; index < 600; ++index) {
+            const qint16 left = qint16(index * 37), right = qint16(-index * 11);
+            frames.append(reinterpret_cast<const char *>(&left), 2)
+                .append(reinterpret_cast<const char *>(&right), 2);
+        }
+        const QByteArray whole = PcmConverter(48000, 2, PcmConverter::SampleFormat::int16).convert(frames);
+        QCOMPARE(whole.size(), 2 * 200);
+        for (const qsizetype chunk : {4 * 4, 7, 4 * 3 + 1}) {
+            PcmConverter converter(48000, 2, PcmConverter::SampleFormat::int16);
+            QByteArray streamed;
+            for (qsizetype offset = 0; offset < frames.size(); offset += chunk)
+                streamed += converter.convert(
+                    QByteArrayView(frames).sliced(offset, std::min(chunk, frames.size() - offset)));
+            QCOMPARE(streamed, whole);
+        }
+    }
+
     void runsTheRecognizerCommand_data()
     {
         QTest::addColumn<QString>("script");

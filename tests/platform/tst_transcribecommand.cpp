@@ -39,6 +39,13 @@ private Q_SLOTS:
         QTest::newRow("damaged WAV") << QStringLiteral("damaged.wav")
                                      << QByteArray("RIFF\x10\0\0\0WAVEdata", 16) << QString() << QString()
                                      << 1 << QString() << QStringLiteral("Could not read the audio file");
+        // Found by fuzzing: a rate past 2^31 turned negative and the resampler read before its frames.
+        QTest::newRow("absurd sample rate")
+            << QStringLiteral("absurd.wav")
+            << QByteArray("RIFF\x30\0\0\0WAVEfmt \x10\0\0\0\x03\0\x01\0\x80\xbb\xfb\xff"
+                          "\0\0\0\0\x04\0\x20\0data\x08\0\0\0\0\0\0\0\0\0\x80\x3f",
+                          52)
+            << QString() << QString() << 1 << QString() << QStringLiteral("its format is damaged");
         QTest::newRow("missing file")
             << QStringLiteral("absent.wav") << QByteArray() << QString() << QString() << 1 << QString()
             << QStringLiteral("there is no such file");
