@@ -102,12 +102,14 @@ private Q_SLOTS:
                 QVERIFY(updates[index].transcript != updates[index - 1].transcript);
         }
 
-        // Unused for a while, the model (most of what is resident) leaves memory.
+        // Unused for a while, the model (most of what is resident) leaves memory; AddressSanitizer
+        // keeps freed memory in quarantine, so only an uninstrumented build can tell.
         const double loaded = residentMegabytes();
-        QVERIFY2(QTest::qWaitFor([&] { return residentMegabytes() < loaded / 2; }, 10000),
-                 qPrintable(QStringLiteral("%1 MB resident with the model, %2 MB later")
-                                .arg(loaded)
-                                .arg(residentMegabytes())));
+        if (!kAddressSanitizer)
+            QVERIFY2(QTest::qWaitFor([&] { return residentMegabytes() < loaded / 2; }, 10000),
+                     qPrintable(QStringLiteral("%1 MB resident with the model, %2 MB later")
+                                    .arg(loaded)
+                                    .arg(residentMegabytes())));
 
         // A cancel in the middle of the words: nothing more is heard of that capture.
         updates.clear();

@@ -17,3 +17,17 @@ inline double residentMegabytes(qint64 pid = 0)
     }
     return 0;
 }
+
+// Whether this build runs under AddressSanitizer, whose allocator keeps freed memory: resident
+// memory then says nothing of what the code let go of.
+#if defined(__SANITIZE_ADDRESS__)
+inline constexpr bool kAddressSanitizer = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+inline constexpr bool kAddressSanitizer = true;
+#else
+inline constexpr bool kAddressSanitizer = false;
+#endif
+#else
+inline constexpr bool kAddressSanitizer = false;
+#endif
