@@ -1,8 +1,13 @@
 // The permission center: the summary sentences, the row each platform answer gives, that the
-// on-demand rows never count, and which platform call each action makes.
+// on-demand rows never count, and which platform call each action makes; then its window,
+// offscreen: the rows it shows follow the actions and Tarvel becoming active again.
 #include "FakePermissionPlatform.h"
 #include "permissions/PermissionCenter.h"
+#include "permissions/PermissionsWindow.h"
 
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -19,6 +24,25 @@ PlatformPermissionState &stateOf(Kind kind, FakePermissionPlatform &platform)
     return kind == Kind::notifications       ? platform.notifications
            : kind == Kind::speechRecognition ? platform.speechRecognition
                                              : platform.microphone;
+}
+
+QStringList texts(const QWidget &window, const QString &objectName)
+{
+    QStringList result;
+    for (const QWidget *row : window.findChildren<QWidget *>(u"PermissionRow"_s)) {
+        if (const auto *label = row->findChild<QLabel *>(objectName))
+            result.append(label->text());
+        else if (const auto *button = row->findChild<QPushButton *>(objectName))
+            result.append(button->text());
+        else
+            result.append(QString());
+    }
+    return result;
+}
+
+QPushButton *actionOf(const QWidget &window, int row)
+{
+    return window.findChildren<QWidget *>(u"PermissionRow"_s).at(row)->findChild<QPushButton *>();
 }
 
 } // namespace
@@ -164,7 +188,39 @@ private Q_SLOTS:
         QCOMPARE(platform.calls, QStringList{call});
         QCOMPARE(whereToLook.size(), call.startsWith(u"open"_s) ? 1 : 0);
     }
+
+    void rowsFollowTheActions()
+    {
+        FakePermissionPlatform platform;
+        platform.notifications.access = Access::authorized;
+        platform.speechRecognition.access = Access::restricted;
+        platform.microphone.access = Access::notDetermined;
+        PermissionCenter center(platform, PermissionWording::forOtherSystems());
+        PermissionsWindow window(center);
+        window.show();
+        // Becoming active refreshes too; let that happen before the action.
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+
+        QTRY_COMPARE(texts(window, u"PermissionTitle"_s).size(), 5);
+        QCOMPARE(texts(window, u"PermissionAction"_s),
+                 (QStringList{u"Manage…"_s, QString(), u"Allow…"_s, u"Open Settings"_s, u"Open Settings"_s}));
+        QCOMPARE(window.findChild<QLabel *>(u"PermissionSummaryTitle"_s)->text(), u"Permissions 1/2"_s);
+
+        actionOf(window, 2)->click();
+        QTRY_COMPARE(texts(window, u"PermissionAction"_s).at(2), u"Manage…"_s);
+        QCOMPARE(window.findChild<QLabel *>(u"PermissionSummaryTitle"_s)->text(), u"Permissions 2/2"_s);
+
+        platform.whereToLook = u"Nothing needs allowing here."_s;
+        actionOf(window, 4)->click();
+        QTRY_VERIFY(window.findChild<QMessageBox *>(u"PermissionsMessage"_s));
+        QCOMPARE(window.findChild<QMessageBox *>(u"PermissionsMessage"_s)->text(), platform.whereToLook);
+
+        // As when the user comes back from the system's settings.
+        platform.notifications.access = Access::denied;
+        Q_EMIT qGuiApp->applicationStateChanged(Qt::ApplicationActive);
+        QTRY_COMPARE(texts(window, u"PermissionStatus"_s).first(), u"Needs Attention"_s);
+    }
 };
 
-QTEST_GUILESS_MAIN(PermissionCenterTest)
+QTEST_MAIN(PermissionCenterTest)
 #include "tst_permissioncenter.moc"
