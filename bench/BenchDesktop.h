@@ -75,6 +75,15 @@ public:
             const int left = timeoutMs - int(timer.elapsed());
             if (left <= 0)
                 return false;
+            // Events read along with the predicate's replies wait in xcb's queue, where poll() does
+            // not see them: drain it first, and only sleep on the socket when it was empty.
+            bool queued = false;
+            while (xcb_generic_event_t *event = xcb_poll_for_queued_event(m_connection)) {
+                queued = true;
+                free(event);
+            }
+            if (queued)
+                continue;
             pollfd descriptor{xcb_get_file_descriptor(m_connection), POLLIN, 0};
             ::poll(&descriptor, 1, left);
             while (xcb_generic_event_t *event = xcb_poll_for_event(m_connection))
