@@ -38,9 +38,9 @@ std::optional<QString> loginShellPath();
 // Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
 // first place. The login shell's answer is kept per shell for the life of the process.
 QStringList candidateDirectories();
+QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 // Asks the login shell on a background thread, so that the first composer or task need not.
 void prepareSearchPath();
-QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 
 // The profile's fixed fallback, its override variable, then each candidate directory.
 QStringList candidatePaths(QuickTaskCLIBackend backend);
