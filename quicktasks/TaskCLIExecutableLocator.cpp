@@ -91,29 +91,16 @@ QStringList candidateDirectories()
 {
     // The login shell is asked once per shell for the life of the application: its start-up
     // files rarely change, and a slow one (up to the 2 s limit) would otherwise hold up every
-    // composer and every task start. Callers that come while it is being asked wait for its
-    // answer rather than asking again.
-    static std::mutex queryMutex;
-    static std::mutex answersMutex;
+    // composer and every task start. The lock is held while it is asked, so callers that come
+    // meanwhile wait for its answer rather than asking again.
+    static std::mutex mutex;
     static QHash<QString, std::optional<QString>> answers;
     const QString shell = loginShellExecutable();
-    const auto known = [&]() -> std::optional<std::optional<QString>> {
-        const std::lock_guard lock(answersMutex);
-        if (const auto answer = answers.constFind(shell); answer != answers.cend())
-            return *answer;
-        return std::nullopt;
-    };
-    if (const auto answer = known())
-        return candidateDirectories(*answer);
-    const std::lock_guard query(queryMutex);
-    if (const auto answer = known())
-        return candidateDirectories(*answer);
-    const std::optional<QString> answer = loginShellPath();
-    {
-        const std::lock_guard lock(answersMutex);
-        answers.insert(shell, answer);
-    }
-    return candidateDirectories(answer);
+    const std::lock_guard lock(mutex);
+    auto answer = answers.constFind(shell);
+    if (answer == answers.cend())
+        answer = answers.insert(shell, loginShellPath());
+    return candidateDirectories(*answer);
 }
 
 void prepareSearchPath()
