@@ -16,6 +16,7 @@
 #include <poll.h>
 #include <spawn.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <initializer_list>
@@ -171,6 +172,15 @@ inline pid_t spawn(const QByteArray &program, const QByteArray &argument)
 }
 
 // Starts tarvel with its data and settings in root and waits for it to settle.
+// Whether the benchmark runs on an X desktop; says how to run it when not.
+inline bool onDesktop(const Display &display, const char *program)
+{
+    if (!qEnvironmentVariableIsEmpty("DISPLAY") && display.ok())
+        return true;
+    std::fprintf(stderr, "%s: run it on a desktop (see the comment at the top)\n", program);
+    return false;
+}
+
 inline bool startApplication(QProcess &app, const QTemporaryDir &root, const QString &path)
 {
     qputenv("XDG_DATA_HOME", root.filePath(QStringLiteral("data")).toLocal8Bit());

@@ -55,10 +55,8 @@ long long wakeUps(qint64 pid)
 int main()
 {
     Display display;
-    if (qEnvironmentVariableIsEmpty("DISPLAY") || !display.ok()) {
-        std::fprintf(stderr, "bench_app: run it on a desktop (see the comment at the top)\n");
+    if (!bench::onDesktop(display, "bench_app"))
         return 2;
-    }
     QTemporaryDir root;
     QProcess app;
     if (!bench::startApplication(app, root, QStringLiteral(TARVEL_APP_PATH)))

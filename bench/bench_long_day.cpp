@@ -46,10 +46,8 @@ int main(int argc, char **argv)
 {
     const int requests = argc > 1 ? std::atoi(argv[1]) : 1000;
     bench::Display display;
-    if (qEnvironmentVariableIsEmpty("DISPLAY") || !display.ok() || requests <= 0) {
-        std::fprintf(stderr, "bench_long_day: run it on a desktop (see the comment at the top)\n");
+    if (requests <= 0 || !bench::onDesktop(display, "bench_long_day"))
         return 2;
-    }
     QTemporaryDir root;
     QProcess app;
     if (!bench::startApplication(app, root, QStringLiteral(TARVEL_APP_PATH)))
