@@ -8,8 +8,6 @@
 #include <QDir>
 #include <QFileInfo>
 
-#include <cerrno>
-
 namespace {
 const QString kScratchPrefix = QStringLiteral("scratch-");
 const QString kExtension = QStringLiteral(".txt");
@@ -42,12 +40,7 @@ QString DraftStore::path(const QString &name) const
 
 void DraftStore::save(const QString &name, const QString &text) const
 {
-    if (!QFileInfo(m_folder).isDir()) {
-        if (!QDir().mkpath(m_folder))
-            throw SystemError(QStringLiteral("create the folder \u201c%1\u201d").arg(m_folder), EACCES);
-        QFile::setPermissions(m_folder,
-                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    }
+    FileStore::ensurePrivateFolder(m_folder);
     DataFile::write(path(name), text.toUtf8(), DataFile::privatePermissions);
 }
 

@@ -134,11 +134,16 @@ void verifyPrivateFolder(const QString &path)
 QString ensureSubdirectoryExists(const QString &name)
 {
     const QString base = baseDirectory();
-    makeFolder(QFileInfo(base).absolutePath(), false);
-    makeFolder(base, true);
+    ensurePrivateFolder(base);
     const QString folder = QDir(base).filePath(name);
     makeFolder(folder, true);
     return folder;
+}
+
+void ensurePrivateFolder(const QString &path)
+{
+    makeFolder(QFileInfo(path).absolutePath(), false);
+    makeFolder(path, true);
 }
 
 } // namespace FileStore

@@ -27,5 +27,8 @@ void ensureDirectoriesExist();
 void verifyPrivateFolder(const QString &path);
 // Creates one folder below the base folder (and the base folder), private to the user.
 QString ensureSubdirectoryExists(const QString &name);
+// Creates the folder at path, private to the user, and any missing folder above it as usual.
+// Throws SystemError.
+void ensurePrivateFolder(const QString &path);
 
 } // namespace FileStore

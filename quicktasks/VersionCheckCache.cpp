@@ -131,11 +131,7 @@ void VersionCheckCache::saveLocked() const
                                   {QStringLiteral("version"), entry.version}});
     }
     try {
-        const QString folder = QFileInfo(m_storagePath).absolutePath();
-        if (!QFileInfo(folder).isDir()) {
-            QDir().mkpath(QFileInfo(folder).absolutePath());
-            QDir().mkdir(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        }
+        FileStore::ensurePrivateFolder(QFileInfo(m_storagePath).absolutePath());
         DataFile::write(m_storagePath,
                         QJsonDocument(QJsonObject{{QStringLiteral("checks"), checks}}).toJson());
     } catch (const TarvelError &) {
