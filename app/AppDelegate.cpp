@@ -1,8 +1,9 @@
 #include "app/AppDelegate.h"
 
-#include "app/Alerts.h"
+#include "app/AlertPresenter.h"
 #include "app/ComposerCoordinator.h"
 #include "app/EditorSetupOffer.h"
+#include "app/KeyboardGate.h"
 #include "app/QuitPolicy.h"
 #include "app/RequestIntake.h"
 #include "app/StatusItemController.h"
@@ -51,6 +52,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_platform(std::move(platform))
     , m_errorLog(errorLog)
     , m_defaults(defaults)
+    , m_keyboard(std::make_unique<KeyboardGate>(Clock::system()))
+    , m_alerts(std::make_unique<AlertPresenter>(*m_keyboard))
     , m_permissionPlatform(PermissionPlatform::create(
           *m_platform.speechRecognizer,
           {[&defaults] { return AppSettings(defaults).areCompletionNotificationsEnabled(); },
@@ -69,11 +72,15 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
           QuickTaskStore(), errorLog, defaults, Clock::system(),
           QuickTaskDesktopServices{m_platform.notifications.get(), m_platform.clipboard.get(),
                                    m_platform.fileOpener.get()}))
-    , m_composers(std::make_unique<ComposerCoordinator>(
-          *m_intake, *m_quickTaskManager, *m_platform.windowSystem, *m_activation, *m_scratchFrameStore,
-          errorLog,
-          ComposerServices{&defaults, m_shortcuts.get(), {}, nullptr, m_platform.speechRecognizer.get(),
-                           m_platform.clipboard.get()}))
+    , m_composers(std::make_unique<ComposerCoordinator>(*m_intake, *m_quickTaskManager,
+                                                        *m_platform.windowSystem, *m_activation,
+                                                        *m_scratchFrameStore, errorLog,
+                                                        ComposerServices{&defaults,
+                                                                         m_shortcuts.get(),
+                                                                         {},
+                                                                         nullptr,
+                                                                         m_platform.speechRecognizer.get(),
+                                                                         m_platform.clipboard.get()}))
     , m_trayMenu(
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
@@ -81,7 +88,7 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_editorSetup(std::make_unique<EditorSetupOffer>(
           std::make_unique<EditorIntegrationManager>(QCoreApplication::applicationDirPath(),
                                                      m_platform.fileOpener.get()),
-          defaults, errorLog))
+          defaults, errorLog, *m_keyboard))
 {
     QuickTaskManager &tasks = *m_quickTaskManager;
     ComposerCoordinator &composers = *m_composers;
@@ -91,10 +98,12 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     connect(&tasks, &QuickTaskManager::retryRequested, this, [&composers](const QuickTaskSession &session) {
         composers.openScratchComposer(session.prompt, session.attachments, session.sourceContext);
     });
-    connect(m_intake.get(), &RequestIntake::alertRequested, this, &Alerts::showWarning);
+    connect(m_intake.get(), &RequestIntake::alertRequested, m_alerts.get(),
+            &AlertPresenter::presentUnrequested);
     connect(m_intake.get(), &RequestIntake::workingDirectoryNoted, &tasks,
             &QuickTaskManager::noteWorkingDirectory);
-    connect(&composers, &ComposerCoordinator::alertRequested, this, &Alerts::showWarning);
+    connect(&composers, &ComposerCoordinator::composersOnScreenChanged, m_keyboard.get(),
+            &KeyboardGate::setComposersOnScreen);
     connect(&composers, &ComposerCoordinator::voicePromptRecordingChanged, m_statusItem.get(),
             &StatusItemController::setVoicePromptRecording);
 
@@ -132,7 +141,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                     QTimer::singleShot(0, m_quitPolicy.get(), &QuitPolicy::quit);
                     break;
                 case StatusMenuEntry::Action::setUpEditor:
-                    QTimer::singleShot(0, m_editorSetup.get(), [this] { m_editorSetup->offer(true); });
+                    QTimer::singleShot(0, m_editorSetup.get(),
+                                       [this] { m_editorSetup->offer(KeyboardGate::Origin::askedByUser); });
                     break;
                 case StatusMenuEntry::Action::clearFinishedTasks:
                     m_trayMenu->clearFinishedTasks();
@@ -162,16 +172,21 @@ void AppDelegate::applicationDidFinishLaunching()
     settings.resetQuickTaskConfigurationForCurrentSchemaIfNeeded();
     settings.normalizeQuickTaskCLIBackend();
 
+    std::optional<QString> folderFailure;
     try {
         FileStore::ensureDirectoriesExist();
     } catch (const UnsafeFolderError &) {
         // The request intake refuses the folder and says so at its first scan, just below.
     } catch (const TarvelError &error) {
-        m_errorLog.record(QStringLiteral("Failed to prepare app support data."), error.description(),
-                          kLaunch);
-        Alerts::showWarning(QStringLiteral("Failed to prepare app support data."), error.description());
+        folderFailure = error.description();
     }
+    // Recorded only once the log is loaded: a record made earlier would be saved over it.
     m_errorLog.load();
+    if (folderFailure) {
+        const QString message = QStringLiteral("Failed to prepare app support data.");
+        m_errorLog.record(message, *folderFailure, kLaunch);
+        m_alerts->presentUnrequested(message, *folderFailure);
+    }
     m_quickTaskManager->load();
 
     m_statusItem->show();
@@ -183,6 +198,8 @@ void AppDelegate::applicationDidFinishLaunching()
     m_composers->processPendingRequests();
     m_composers->forgetDraftsOfAnsweredRequests();
     m_editorSetup->scheduleAfterLaunch();
+    // Where the system asks the user about notifications, that question is no one's request either.
+    m_keyboard->whenKeyboardFree(this, [this] { m_permissions->requestNotificationAccessIfUnasked(); });
     // Asking the login shell for its PATH can take seconds; done once the launch has settled, the
     // first scratch composer or task need not wait for it.
     QTimer::singleShot(kSearchPathDelayMs, this, [] { TaskCLIExecutableLocator::prepareSearchPath(); });
@@ -251,10 +268,12 @@ PreferencesWindow &AppDelegate::preferencesWindow()
         });
     });
     connect(window, &PreferencesWindow::openPermissionsRequested, this, &AppDelegate::openPermissions);
+    connect(window, &PreferencesWindow::shortcutRecordingChanged, m_keyboard.get(),
+            &KeyboardGate::noteShortcutRecording);
     connect(window, &PreferencesWindow::showEditorIntegrationPromptRequested, this, [this, window] {
         // After the click's own event: the prompt runs a modal loop of its own.
         QTimer::singleShot(0, m_editorSetup.get(), [this, window] {
-            m_editorSetup->offer(true);
+            m_editorSetup->offer(KeyboardGate::Origin::askedByUser);
             window->setEditorSetupStatusLine(m_editorSetup->statusLine());
         });
     });

@@ -8,11 +8,13 @@
 #include <memory>
 #include <optional>
 
+class AlertPresenter;
 class ComposerCoordinator;
 class EditorSetupOffer;
 class ErrorLogManager;
 class ErrorsWindow;
 class GlobalShortcutRegistrar;
+class KeyboardGate;
 class KeyboardShortcuts;
 class PermissionCenter;
 class PermissionPlatform;
@@ -59,6 +61,9 @@ private:
     PlatformServices m_platform;
     ErrorLogManager &m_errorLog;
     UserDefaults &m_defaults;
+    // Before every window that reports to it.
+    std::unique_ptr<KeyboardGate> m_keyboard;
+    std::unique_ptr<AlertPresenter> m_alerts;
     std::unique_ptr<PermissionPlatform> m_permissionPlatform;
     std::unique_ptr<PermissionCenter> m_permissions;
     std::unique_ptr<KeyboardShortcuts> m_shortcuts;

@@ -43,6 +43,10 @@ ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager
 {
     // Drafts hold their attachments where the sessions hold theirs.
     m_services.attachments = &tasks.attachments();
+    connect(&intake, &RequestIntake::answerFailed, this, [this](const QString &message, const QString &text) {
+        if (m_editor)
+            m_editor->surface().presentAlert(message, text);
+    });
 }
 
 ComposerCoordinator::~ComposerCoordinator() = default;
@@ -88,6 +92,7 @@ void ComposerCoordinator::processPendingRequests()
         else
             answerEditorRequest(ComposerResponse::Disposition::cancelled, std::nullopt);
     });
+    noteComposersOnScreen();
     present(m_editor->surface(), false);
     m_editor->showWindow();
     m_activation.requestWindowActivation(m_editor->panel());
@@ -129,6 +134,7 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
     composer->surface().onFrameChanged = [this](const QRect &frame) {
         m_frames.save(frame);
     };
+    noteComposersOnScreen();
     present(composer->surface(), true);
     composer->showWindow();
     m_activation.requestWindowActivation(composer->panel());
@@ -206,6 +212,7 @@ void ComposerCoordinator::closeEditor()
     std::exchange(m_editorDraft, nullptr)->discard();
     editor->surface().closeProgrammatically();
     editor->deleteLater();
+    noteComposersOnScreen();
     processPendingRequests();
     restoreFocus(request.sourceApplicationBundleIdentifier, request.sourceApplicationPID);
 }
@@ -248,7 +255,7 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
         preset ? preset : AppSettings(*m_services.defaults).selectedQuickTaskPreset();
     if (!chosen) {
         presentErrorAlert(
-            QStringLiteral("No quick-task model preset is available."),
+            composer->surface(), QStringLiteral("No quick-task model preset is available."),
             QStringLiteral("Choose a valid model in Preferences before starting a quick task."));
         return;
     }
@@ -265,11 +272,14 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
                   closeScratch(guarded.data());
               })
         .onFailed(this, [this, guarded, backend](const TarvelError &error) {
-            if (guarded)
-                m_startingTasks.remove(guarded.data());
-            presentErrorAlert(QStringLiteral("Failed to start the ") +
-                                  BackendProfiles::of(backend).displayTitle() + QStringLiteral(" task."),
-                              error.description());
+            const QString message = QStringLiteral("Failed to start the ") +
+                                    BackendProfiles::of(backend).displayTitle() + QStringLiteral(" task.");
+            if (!guarded) {
+                m_errorLog.record(message, error.description(), kQuickTasks);
+                return;
+            }
+            m_startingTasks.remove(guarded.data());
+            presentErrorAlert(guarded->surface(), message, error.description());
         });
 }
 
@@ -283,6 +293,7 @@ void ComposerCoordinator::closeScratch(ScratchComposer *composer)
     composer->releaseAttachments();
     composer->closeProgrammatically();
     composer->deleteLater();
+    noteComposersOnScreen();
     processPendingRequests();
     if (context)
         restoreFocus(context->bundleIdentifier, context->processIdentifier);
@@ -326,8 +337,14 @@ void ComposerCoordinator::closeAllForTermination()
         m_editor->surface().closeProgrammatically();
 }
 
-void ComposerCoordinator::presentErrorAlert(const QString &message, const QString &errorDescription)
+void ComposerCoordinator::presentErrorAlert(ComposerSurface &surface, const QString &message,
+                                            const QString &errorDescription)
 {
     m_errorLog.record(message, errorDescription, kQuickTasks);
-    Q_EMIT alertRequested(message, errorDescription);
+    surface.presentAlert(message, errorDescription);
+}
+
+void ComposerCoordinator::noteComposersOnScreen()
+{
+    Q_EMIT composersOnScreenChanged((m_editor ? 1 : 0) + int(m_scratchComposers.size()));
 }

@@ -56,8 +56,8 @@ public:
     void forgetDraftsOfAnsweredRequests();
 
 Q_SIGNALS:
-    // A failure of something the user just did: recorded already, to be shown.
-    void alertRequested(const QString &message, const QString &informativeText);
+    // Editor and scratch composers on screen, sent before a new one shows and after one closes.
+    void composersOnScreenChanged(int count);
     // Whether any composer is recording a dictation, on every change.
     void voicePromptRecordingChanged(bool recording);
 
@@ -74,7 +74,8 @@ private:
                        const std::optional<QuickTaskPreset> &preset);
     void closeScratch(ScratchComposer *composer);
     void restoreFocus(const std::optional<QString> &executableName, const std::optional<qint32> &pid);
-    void presentErrorAlert(const QString &message, const QString &errorDescription);
+    void presentErrorAlert(ComposerSurface &surface, const QString &message, const QString &errorDescription);
+    void noteComposersOnScreen();
     void noteVoicePromptRecording(ComposerSurface *surface, bool recording);
 
     RequestIntake &m_intake;

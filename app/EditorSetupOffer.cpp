@@ -1,6 +1,7 @@
 #include "app/EditorSetupOffer.h"
 
-#include "app/Alerts.h"
+#include "app/AlertPresenter.h"
+#include "composer/UnrequestedWindowGuard.h"
 #include "core/AppConstants.h"
 #include "core/UserDefaults.h"
 #include "editor_integration/EditorIntegrationError.h"
@@ -20,11 +21,12 @@ constexpr int kPromptDelayMs = 1000;
 } // namespace
 
 EditorSetupOffer::EditorSetupOffer(std::unique_ptr<EditorIntegrationManager> manager, UserDefaults &defaults,
-                                   ErrorLogManager &errorLog, QObject *parent)
+                                   ErrorLogManager &errorLog, KeyboardGate &keyboard, QObject *parent)
     : QObject(parent)
     , m_manager(std::move(manager))
     , m_defaults(defaults)
     , m_errorLog(errorLog)
+    , m_keyboard(keyboard)
 {
 }
 
@@ -38,28 +40,42 @@ bool EditorSetupOffer::isNeeded() const
 
 QString EditorSetupOffer::statusLine() const
 {
-    return PreferencesTexts::editorSetupStatusLine(m_manager->status(),
-                                                   m_defaults.boolean(kPromptSuppressed).value_or(false));
+    return PreferencesTexts::editorSetupStatusLine(m_manager->status(), isSuppressed());
+}
+
+bool EditorSetupOffer::isSuppressed() const
+{
+    return m_defaults.boolean(kPromptSuppressed).value_or(false);
 }
 
 void EditorSetupOffer::scheduleAfterLaunch()
 {
-    if (m_defaults.boolean(kPromptSuppressed).value_or(false))
+    if (isSuppressed())
         return;
-    QTimer::singleShot(kPromptDelayMs, this, [this] {
-        if (isNeeded())
-            offer(false);
+    QTimer::singleShot(kPromptDelayMs, this, &EditorSetupOffer::offerWhenKeyboardFree);
+}
+
+void EditorSetupOffer::offerWhenKeyboardFree()
+{
+    m_keyboard.whenKeyboardFree(this, [this] {
+        // Asked again when it is due: the set-up may have been done or declined meanwhile.
+        if (!isSuppressed() && isNeeded())
+            offer(KeyboardGate::Origin::unrequested);
     });
 }
 
-void EditorSetupOffer::offer(bool askedByUser)
+void EditorSetupOffer::offer(KeyboardGate::Origin origin)
 {
-    if (m_isOpen)
+    const bool askedByUser = origin == KeyboardGate::Origin::askedByUser;
+    if (m_prompt) {
+        if (askedByUser)
+            m_prompt->activateWindow();
         return;
+    }
     const std::optional<EditorIntegrationStatus> status = m_manager->status();
     if (!status) {
         if (askedByUser)
-            Alerts::showWarning(
+            AlertPresenter::showWarning(
                 kInstallFailed,
                 EditorIntegrationError(EditorIntegrationError::Kind::unavailableHomeDirectory).description());
         return;
@@ -68,25 +84,37 @@ void EditorSetupOffer::offer(bool askedByUser)
         EditorIntegrationTexts::forStatus(*status, AppConstants::appName);
     if (status->kind != EditorIntegrationStatus::Kind::needsInstall) {
         if (askedByUser)
-            Alerts::showNotice(texts.headline, texts.message);
+            AlertPresenter::showNotice(texts.headline, texts.message);
         return;
     }
     const EditorIntegrationInstallLocation location = status->location;
     EditorIntegrationPromptWindow prompt(texts.headline, texts.message,
                                          EditorIntegrationTexts::revealButtonTitle(location),
                                          [this, location] { m_manager->revealConfigLocation(location); });
-    m_isOpen = true;
+    if (!askedByUser)
+        UnrequestedWindowGuard::install(&prompt);
+    // Modal, the prompt would hold a composer that comes up meanwhile: it steps aside instead.
+    m_steppedAside = false;
+    connect(&m_keyboard, &KeyboardGate::keyboardClaimed, &prompt, [this, &prompt] {
+        m_steppedAside = true;
+        prompt.reject();
+    });
+    m_prompt = &prompt;
     const EditorIntegrationPromptWindow::Response response = prompt.runModal();
-    m_isOpen = false;
+    m_prompt = nullptr;
+    if (m_steppedAside) {
+        offerWhenKeyboardFree();
+        return;
+    }
     switch (response) {
     case EditorIntegrationPromptWindow::Response::install:
         try {
             const EditorIntegrationTexts::Texts done =
                 EditorIntegrationTexts::installed(m_manager->install(), AppConstants::appName);
-            Alerts::showNotice(done.headline, done.message);
+            AlertPresenter::showNotice(done.headline, done.message);
         } catch (const EditorIntegrationError &error) {
             m_errorLog.record(kInstallFailed, error.description(), QStringLiteral("Editor Integration"));
-            Alerts::showWarning(kInstallFailed, error.description());
+            AlertPresenter::showWarning(kInstallFailed, error.description());
         }
         break;
     case EditorIntegrationPromptWindow::Response::cancelAndSuppress:

@@ -106,10 +106,11 @@ bool RequestIntake::answer(const ComposerRequest &request, ComposerResponse::Dis
     try {
         completeExternalEditorRequest(request.id, disposition, text);
     } catch (const TarvelError &error) {
-        presentErrorAlert(disposition == ComposerResponse::Disposition::submitted
-                              ? QStringLiteral("Failed to write the editor response.")
-                              : QStringLiteral("Failed to write the cancel response."),
-                          error.description(), kExternalEditor);
+        const QString message = disposition == ComposerResponse::Disposition::submitted
+                                    ? QStringLiteral("Failed to write the editor response.")
+                                    : QStringLiteral("Failed to write the cancel response.");
+        m_errorLog.record(message, error.description(), kExternalEditor);
+        Q_EMIT answerFailed(message, error.description());
         return false;
     }
     if (request.cwd)

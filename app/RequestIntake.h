@@ -34,7 +34,7 @@ public:
     QList<PendingRequest> recoverablePendingRequests(const std::optional<QUuid> &onScreen = std::nullopt);
 
     // Writes the response for a request taken from here. False when it could not be
-    // written: the user is told and the request is still unanswered.
+    // written: recorded, answerFailed says why, and the request is still unanswered.
     bool answer(const ComposerRequest &request, ComposerResponse::Disposition disposition,
                 const std::optional<QString> &text);
 
@@ -52,8 +52,12 @@ public:
     void cancelPendingEditorRequestsOnTermination();
 
 Q_SIGNALS:
-    // A failure of something the user just did: record it (done) and show an alert.
+    // A failure found while looking for requests, recorded already: to be shown when the user
+    // is not busy with something else.
     void alertRequested(const QString &message, const QString &informativeText);
+    // The answer the user just gave could not be written, recorded already: to be shown over
+    // the composer that gave it.
+    void answerFailed(const QString &message, const QString &informativeText);
     void workingDirectoryNoted(const QString &path);
     void queueChanged();
 

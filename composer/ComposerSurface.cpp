@@ -3,6 +3,7 @@
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerTextView.h"
 #include "composer/PastedImageImport.h"
+#include "composer/UnrequestedWindowGuard.h"
 #include "composer/VoicePromptButton.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
@@ -286,6 +287,21 @@ void ComposerSurface::presentVoicePromptFailure(std::exception_ptr error)
     alert->setInformativeText(informativeText);
     alert->setWindowModality(Qt::WindowModal);
     alert->setAttribute(Qt::WA_DeleteOnClose);
+    alert->open();
+}
+
+void ComposerSurface::presentAlert(const QString &message, const QString &informativeText)
+{
+    auto *alert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Tarvel"), message, QMessageBox::Ok,
+                                  m_panel.get());
+    alert->setObjectName(QStringLiteral("ComposerAlert"));
+    alert->setInformativeText(informativeText);
+    alert->setWindowModality(Qt::WindowModal);
+    alert->setAttribute(Qt::WA_DeleteOnClose);
+    // It may come seconds after the submit, when the user is typing somewhere else.
+    if (!m_panel->isActiveWindow())
+        alert->setAttribute(Qt::WA_ShowWithoutActivating);
+    UnrequestedWindowGuard::install(alert);
     alert->open();
 }
 

@@ -53,6 +53,10 @@ public:
         return m_lastAppliedLayoutMetrics;
     }
 
+    // A warning about this composer, modal to it alone. It comes up guarded against keys typed
+    // for the text, and without taking the keyboard when another window has it.
+    void presentAlert(const QString &message, const QString &informativeText);
+
     // Inserts the local files' paths as text, one per line.
     void insertPaths(const QList<QUrl> &urls);
 

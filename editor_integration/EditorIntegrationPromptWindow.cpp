@@ -86,6 +86,8 @@ EditorIntegrationPromptWindow::Response EditorIntegrationPromptWindow::runModal(
     m_response = Response::cancel;
     if (const QScreen *screen = QApplication::primaryScreen())
         move(screen->availableGeometry().center() - rect().center());
+    // Modal from its first show: exec() cannot make a window that is already up modal.
+    setWindowModality(Qt::ApplicationModal);
     show();
     raise();
     activateWindow();

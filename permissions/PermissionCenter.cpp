@@ -54,6 +54,18 @@ QFuture<void> PermissionCenter::performAction(const PermissionDescriptor &descri
     return QtFuture::makeReadyFuture();
 }
 
+QFuture<void> PermissionCenter::requestNotificationAccessIfUnasked()
+{
+    return m_platform.notificationAuthorizationStatus()
+        .then(this,
+              [this](const PlatformPermissionState &state) {
+                  return state.access == Access::notDetermined
+                             ? m_platform.requestNotificationsAuthorization()
+                             : QtFuture::makeReadyFuture();
+              })
+        .unwrap();
+}
+
 QFuture<void> PermissionCenter::handleNotificationsAction(Status status)
 {
     return status == Status::notRequested ? m_platform.requestNotificationsAuthorization()

@@ -23,6 +23,9 @@ public:
     QFuture<PermissionSummary> fetchSummary();
     // Asks for access or opens the row's settings page. Callers refresh the rows afterwards.
     QFuture<void> performAction(const PermissionDescriptor &descriptor);
+    // At launch: asks for notification access where the system has not asked the user yet. A
+    // system that asks nobody, or has an answer, is left as it is.
+    QFuture<void> requestNotificationAccessIfUnasked();
 
     const PermissionWording &wording() const { return m_wording; }
 

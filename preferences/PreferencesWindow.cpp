@@ -168,6 +168,11 @@ QWidget *PreferencesWindow::buildContent()
                             "record its own shortcut."),
              content));
     m_presetEditor = new QuickTaskPresetEditorView(m_defaults, m_shortcuts, content);
+    connect(m_presetEditor, &QuickTaskPresetEditorView::shortcutRecordingChanged, this,
+            &PreferencesWindow::shortcutRecordingChanged);
+    for (ShortcutRecorder *recorder : {m_globalShortcutRecorder, m_voiceShortcutRecorder})
+        connect(recorder, &ShortcutRecorder::recordingChanged, this,
+                &PreferencesWindow::shortcutRecordingChanged);
     column->addWidget(m_presetEditor);
     column->addWidget(separator(content));
 

@@ -55,6 +55,8 @@ Q_SIGNALS:
     void refreshRequested();
     void openPermissionsRequested();
     void showEditorIntegrationPromptRequested();
+    // A shortcut recorder of the window began or ended recording.
+    void shortcutRecordingChanged(bool recording);
 
 protected:
     void showEvent(QShowEvent *event) override;

@@ -156,6 +156,8 @@ void QuickTaskPresetEditorView::reloadRows()
         } else {
             auto *recorder = new ShortcutRecorder(m_shortcuts, name, m_table);
             recorder->setObjectName(QStringLiteral("PresetShortcut%1").arg(row + 1));
+            connect(recorder, &ShortcutRecorder::recordingChanged, this,
+                    &QuickTaskPresetEditorView::shortcutRecordingChanged);
             m_table->setCellWidget(row, shortcutColumn, recorder);
             m_recorders.append(recorder);
         }

@@ -35,6 +35,10 @@ public:
     int editorSelectedPresetIndex() const { return m_editorSelectedPresetIndex; }
     void selectRow(int row);
 
+Q_SIGNALS:
+    // One of the rows' shortcut recorders began or ended recording.
+    void shortcutRecordingChanged(bool recording);
+
 protected:
     void showEvent(QShowEvent *event) override;
 

@@ -95,14 +95,22 @@ void ShortcutRecorder::setName(const ShortcutName &name)
     refresh();
 }
 
+ShortcutRecorder::~ShortcutRecorder()
+{
+    // A row removed while it records must not leave the recording announced.
+    stopRecording();
+}
+
 void ShortcutRecorder::startRecording()
 {
-    m_recording = true;
+    const bool wasRecording = std::exchange(m_recording, true);
     m_problem.clear();
     setFocus(Qt::MouseFocusReason);
     // While recording, every key goes here, including combinations bound elsewhere.
     grabKeyboard();
     refresh();
+    if (!wasRecording)
+        Q_EMIT recordingChanged(true);
 }
 
 void ShortcutRecorder::stopRecording()
@@ -112,6 +120,7 @@ void ShortcutRecorder::stopRecording()
     m_recording = false;
     releaseKeyboard();
     refresh();
+    Q_EMIT recordingChanged(false);
 }
 
 void ShortcutRecorder::setRemark(const QString &remark)

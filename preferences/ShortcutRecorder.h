@@ -21,6 +21,7 @@ class ShortcutRecorder final : public QWidget {
 
 public:
     ShortcutRecorder(KeyboardShortcuts &shortcuts, ShortcutName name, QWidget *parent = nullptr);
+    ~ShortcutRecorder() override;
 
     // For a system-wide name: asked before a combination (or none) is stored. Returns why it cannot
     // be used now ("" when it can); nothing is stored then.
@@ -35,6 +36,10 @@ public:
     QString message() const;
     // Shows what is stored now.
     void refresh();
+
+Q_SIGNALS:
+    // Recording began or ended: while it runs, the keys are the recorder's.
+    void recordingChanged(bool recording);
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;

@@ -13,6 +13,7 @@
 #include <QProcess>
 #include <QRegularExpression>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <QTemporaryFile>
 #include <QtTest>
 
@@ -292,6 +293,24 @@ public:
         QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
     }
 
+    // Takes on the copy that tarvel-edit started, as on a first use: found by its home folder.
+    void adoptStartedCopy()
+    {
+        const QByteArray home = "HOME=" + this->home().toUtf8();
+        const auto startedCopy = [&] {
+            for (const QString &pid :
+                 run(QStringLiteral("pgrep"), {QStringLiteral("-x"), QStringLiteral("-f"), kTarvel})
+                     .split(u'\n', Qt::SkipEmptyParts)) {
+                QFile environment(QStringLiteral("/proc/%1/environ").arg(pid));
+                if (environment.open(QIODevice::ReadOnly) && environment.readAll().split('\0').contains(home))
+                    return pid.toLongLong();
+            }
+            return qint64(0);
+        };
+        QTRY_VERIFY_WITH_TIMEOUT((m_adoptedPid = startedCopy()) > 0, 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+    }
+
     bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }
 
     void kill(int signal)
@@ -300,9 +319,14 @@ public:
             ::kill(pid_t(m_process->processId()), signal);
             m_process->waitForFinished(5000);
         }
+        if (const qint64 adopted = std::exchange(m_adoptedPid, 0); adopted > 0) {
+            ::kill(pid_t(adopted), signal);
+            static_cast<void>(QTest::qWaitFor(
+                [&] { return !QFileInfo::exists(QStringLiteral("/proc/%1").arg(adopted)); }, 5000));
+        }
     }
 
-    qint64 pid() const { return m_process ? m_process->processId() : 0; }
+    qint64 pid() const { return m_adoptedPid > 0 ? m_adoptedPid : m_process ? m_process->processId() : 0; }
     QStringList visibleWindows() const { return windowsOf(pid()); }
 
     QString trayIconWindow() const
@@ -437,5 +461,66 @@ private:
     const FakeBackends *m_fakes = nullptr;
     QMap<QString, QString> m_extra;
     std::unique_ptr<QProcess> m_process;
+    qint64 m_adoptedPid = 0;
+};
+
+inline QString activeWindow()
+{
+    return xdotool({QStringLiteral("getactivewindow")});
+}
+
+// A helper run as a terminal editor would run it, without a terminal.
+inline std::unique_ptr<QProcess> startHelper(const Application &app, const QString &file)
+{
+    auto helper = std::make_unique<QProcess>();
+    helper->setProcessEnvironment(app.environment());
+    helper->start(kTarvelEdit, {file});
+    helper->waitForStarted();
+    return helper;
+}
+
+// xterm runs the shell in a session of its own: the helper's terminal is the xterm.
+inline void startXterm(QProcess &xterm, const Application &app, const QString &script)
+{
+    xterm.setProcessEnvironment(app.environment());
+    xterm.start(QStringLiteral("xterm"),
+                {QStringLiteral("-geometry"), QStringLiteral("90x30+150+120"), QStringLiteral("-e"),
+                 QStringLiteral("sh"), QStringLiteral("-c"), script});
+    QVERIFY(xterm.waitForStarted());
+}
+
+// `git commit` in an xterm, in a fresh repository under root; its exit status lands in status().
+class GitCommitInXterm final {
+public:
+    GitCommitInXterm(const QTemporaryDir &root, const Application &app)
+        : m_repo(root.filePath(QStringLiteral("repo")))
+        , m_status(root.filePath(QStringLiteral("status")))
+    {
+        QDir().mkpath(m_repo);
+        run(QStringLiteral("git"),
+            {QStringLiteral("-C"), m_repo, QStringLiteral("init"), QStringLiteral("-q")});
+        startXterm(m_xterm, app,
+                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
+                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
+                       .arg(m_repo, m_status));
+    }
+    ~GitCommitInXterm()
+    {
+        m_xterm.kill();
+        m_xterm.waitForFinished();
+    }
+
+    const QProcess &xterm() const { return m_xterm; }
+    QByteArray status() const { return readFile(m_status).trimmed(); }
+    QString lastMessage() const
+    {
+        return run(QStringLiteral("git"), {QStringLiteral("-C"), m_repo, QStringLiteral("log"),
+                                           QStringLiteral("-1"), QStringLiteral("--format=%B")});
+    }
+
+private:
+    QString m_repo;
+    QString m_status;
+    QProcess m_xterm;
 };
 } // namespace desktop_test

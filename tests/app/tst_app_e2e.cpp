@@ -22,65 +22,6 @@ Geometry outerGeometry(const QString &windowId)
             client.height + extents[2] + extents[3]};
 }
 
-QString activeWindow()
-{
-    return xdotool({QStringLiteral("getactivewindow")});
-}
-
-// A helper run as a terminal editor would run it, without a terminal.
-std::unique_ptr<QProcess> startHelper(const Application &app, const QString &file)
-{
-    auto helper = std::make_unique<QProcess>();
-    helper->setProcessEnvironment(app.environment());
-    helper->start(kTarvelEdit, {file});
-    helper->waitForStarted();
-    return helper;
-}
-
-// xterm runs the shell in a session of its own: the helper's terminal is the xterm.
-void startXterm(QProcess &xterm, const Application &app, const QString &script)
-{
-    xterm.setProcessEnvironment(app.environment());
-    xterm.start(QStringLiteral("xterm"),
-                {QStringLiteral("-geometry"), QStringLiteral("90x30+150+120"), QStringLiteral("-e"),
-                 QStringLiteral("sh"), QStringLiteral("-c"), script});
-    QVERIFY(xterm.waitForStarted());
-}
-// `git commit` in an xterm, in a fresh repository under root; its exit status lands in status().
-class GitCommitInXterm final {
-public:
-    GitCommitInXterm(const QTemporaryDir &root, const Application &app)
-        : m_repo(root.filePath(QStringLiteral("repo")))
-        , m_status(root.filePath(QStringLiteral("status")))
-    {
-        QDir().mkpath(m_repo);
-        run(QStringLiteral("git"),
-            {QStringLiteral("-C"), m_repo, QStringLiteral("init"), QStringLiteral("-q")});
-        startXterm(m_xterm, app,
-                   QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
-                                  "--allow-empty -q; echo $? > '%2'; sleep 60")
-                       .arg(m_repo, m_status));
-    }
-    ~GitCommitInXterm()
-    {
-        m_xterm.kill();
-        m_xterm.waitForFinished();
-    }
-
-    const QProcess &xterm() const { return m_xterm; }
-    QByteArray status() const { return readFile(m_status).trimmed(); }
-    QString lastMessage() const
-    {
-        return run(QStringLiteral("git"), {QStringLiteral("-C"), m_repo, QStringLiteral("log"),
-                                           QStringLiteral("-1"), QStringLiteral("--format=%B")});
-    }
-
-private:
-    QString m_repo;
-    QString m_status;
-    QProcess m_xterm;
-};
-
 } // namespace
 
 class AppEndToEndTest final : public QObject {
@@ -217,6 +158,28 @@ private Q_SLOTS:
         QCOMPARE(readFile(file), QByteArray());
         xterm.kill();
         xterm.waitForFinished();
+    }
+
+    // A data folder that cannot be prepared is recorded after the log has been read, never over it.
+    void startUpFailureKeepsTheErrorLog()
+    {
+        QTemporaryDir root;
+        Application app(root.filePath(QStringLiteral("app")));
+        writeFile(app.dataFolder() + QStringLiteral("/Requests"), "a file where the folder belongs");
+        writeFile(app.dataFolder() + QStringLiteral("/Errors/errors.json"),
+                  R"([{"detail":"d","id":"8F0E3C2A-5B1D-4C6E-9A7F-1D2E3F4A5B6C",)"
+                  R"("recordedAt":"2026-11-20T10:00:00Z","source":"Launch","title":"Earlier problem."}])");
+        app.start();
+        QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({}).isEmpty(), 10000); // the alert, once free
+        const QJsonArray entries =
+            QJsonDocument::fromJson(readFile(app.dataFolder() + QStringLiteral("/Errors/errors.json")))
+                .array();
+        QStringList titles;
+        for (const QJsonValue &entry : entries)
+            titles.append(entry.toObject().value(u"title").toString());
+        QVERIFY2(titles.contains(QStringLiteral("Failed to prepare app support data.")),
+                 qPrintable(titles.join(u'|')));
+        QCOMPARE(titles.constLast(), QStringLiteral("Earlier problem."));
     }
 
     void quitWithAWaitingRequestCancelsIt()

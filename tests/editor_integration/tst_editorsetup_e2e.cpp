@@ -3,6 +3,7 @@
 // Runs inside tests/e2e/desktop-session.sh.
 #include "DesktopTestSupport.h"
 
+#include "composer/UnrequestedWindowGuard.h"
 #include "editor_integration/EditorIntegrationPromptWindow.h"
 
 #include <QLayout>
@@ -128,6 +129,67 @@ private Q_SLOTS:
         app.start();
         QTest::qWait(kPromptWindowMs);
         QVERIFY(promptWindow().isEmpty());
+    }
+
+    // A first use: git commit in an xterm starts Tarvel through the helper. The offer waits until the
+    // composer has closed, and no key typed for the composer answers it.
+    void theFirstComposerKeepsItsKeysUntilItCloses()
+    {
+        QTemporaryDir root;
+        Application app(root.filePath(QStringLiteral("app")), kBash);
+        app.allowEditorSetupPrompt();
+        const QString bashrc = app.home() + QStringLiteral("/.bashrc");
+        const QByteArray bashrcBefore = "alias ll='ls -l'\n";
+        writeFile(bashrc, bashrcBefore);
+        const GitCommitInXterm commit(root, app);
+        app.adoptStartedCopy();
+        const QString composer = app.waitForComposer();
+        QCOMPARE(activeWindow(), composer);
+
+        // Past the second after launch at which the offer used to break in.
+        const QString message = QStringLiteral("Keep typing well past the moment the offer used to come");
+        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("60"), message});
+        QVERIFY(promptWindow().isEmpty());
+        key(QStringLiteral("ctrl+Return"));
+        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+        QCOMPARE(commit.lastMessage(), message);
+        QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), windowsOf(commit.xterm().processId()).value(0), 5000);
+
+        const QString prompt = waitForPrompt();
+        screenshot(QStringLiteral("editor-setup-prompt-after-composer"), prompt);
+        // Nothing is armed: Return, once the prompt takes keys, installs nothing.
+        QTest::qWait(UnrequestedWindowGuard::quietPeriodMs);
+        activate(prompt);
+        key(QStringLiteral("Return"));
+        QTest::qWait(500);
+        QCOMPARE(promptWindow(), prompt);
+        QCOMPARE(readFile(bashrc), bashrcBefore);
+        clickPromptButton(prompt, QStringLiteral("cancelButton"));
+        QTRY_VERIFY_WITH_TIMEOUT(promptWindow().isEmpty(), 5000);
+    }
+
+    // The offer is on screen when an assistant asks for the editor: the composer gets the keys, and
+    // the offer comes back once it has closed.
+    void aComposerOverTheOfferGetsTheKeys()
+    {
+        QTemporaryDir root;
+        Application app(root.filePath(QStringLiteral("app")), kBash);
+        app.allowEditorSetupPrompt();
+        app.start();
+        waitForPrompt();
+        const QString file = root.filePath(QStringLiteral("prompt.md"));
+        writeFile(file, "");
+        const auto helper = startHelper(app, file);
+        const QString composer = app.waitForComposer();
+        QCOMPARE(activeWindow(), composer);
+        QVERIFY(promptWindow().isEmpty());
+        type(QStringLiteral("Typed into the composer"));
+        key(QStringLiteral("ctrl+Return"));
+        QVERIFY(helper->waitForFinished(10000));
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readFile(file), QByteArray("Typed into the composer"));
+        QVERIFY(!QFileInfo::exists(app.home() + QStringLiteral("/.bashrc")));
+        waitForPrompt();
     }
 
     void dontAskAgainHoldsAcrossARestart()

@@ -187,6 +187,12 @@ private Q_SLOTS:
         awaited(center.performAction(awaited(center.fetchDescriptors()).result().at(row)));
         QCOMPARE(platform.calls, QStringList{call});
         QCOMPARE(whereToLook.size(), call.startsWith(u"open"_s) ? 1 : 0);
+
+        // At launch, only a notification access nobody has answered yet is asked for.
+        FakePermissionPlatform atLaunch;
+        atLaunch.notifications.access = access;
+        awaited(PermissionCenter(atLaunch).requestNotificationAccessIfUnasked());
+        QCOMPARE(atLaunch.calls.contains(u"request notifications"_s), access == Access::notDetermined);
     }
 
     void rowsFollowTheActions()

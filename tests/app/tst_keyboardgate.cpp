@@ -1,0 +1,80 @@
+// When a window nobody asked for may take the keyboard, and what waits for that moment.
+#include "app/KeyboardGate.h"
+#include "core/Clock.h"
+
+#include <QSignalSpy>
+#include <QtTest>
+
+using namespace Qt::StringLiterals;
+using Origin = KeyboardGate::Origin;
+
+namespace {
+class ManualClock final : public Clock {
+public:
+    QDateTime now() const override { return m_now; }
+    void advance(int milliseconds) { m_now = m_now.addMSecs(milliseconds); }
+
+private:
+    QDateTime m_now{QDate(2026, 11, 24), QTime(9, 0), Qt::UTC};
+};
+} // namespace
+
+class KeyboardGateTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void theKeyboardIsFreeOnlyWhenNobodyTypes()
+    {
+        ManualClock clock;
+        KeyboardGate gate(clock, std::chrono::milliseconds(1000));
+        QSignalSpy claimed(&gate, &KeyboardGate::keyboardClaimed);
+        QVERIFY(gate.mayTakeKeyboard(Origin::unrequested));
+
+        gate.setComposersOnScreen(1);
+        QCOMPARE(claimed.size(), 1);
+        QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
+        QVERIFY(gate.mayTakeKeyboard(Origin::askedByUser)); // from the tray: the user's own choice
+
+        gate.setComposersOnScreen(0); // just closed: the keys after a submit go where the focus went
+        QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
+        clock.advance(999);
+        QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
+        clock.advance(1);
+        QVERIFY(gate.mayTakeKeyboard(Origin::unrequested));
+
+        // Two recorders overlap as the focus moves from one to the next.
+        gate.noteShortcutRecording(true);
+        gate.noteShortcutRecording(true);
+        gate.noteShortcutRecording(false);
+        QCOMPARE(claimed.size(), 3);
+        QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
+        QVERIFY(gate.mayTakeKeyboard(Origin::askedByUser));
+        gate.noteShortcutRecording(false);
+        QVERIFY(gate.mayTakeKeyboard(Origin::unrequested));
+    }
+
+    void waitingActionsRunOnceTheGraceHasPassed()
+    {
+        ManualClock clock;
+        KeyboardGate gate(clock, std::chrono::milliseconds(50));
+        QStringList ran;
+        gate.whenKeyboardFree(this, [&] { ran << u"at once"_s; });
+        QCOMPARE(ran, QStringList{u"at once"_s});
+
+        gate.setComposersOnScreen(2);
+        auto context = std::make_unique<QObject>();
+        gate.whenKeyboardFree(context.get(), [&] { ran << u"gone"_s; });
+        gate.whenKeyboardFree(this, [&] { ran << u"prompt"_s; });
+        gate.whenKeyboardFree(this, [&] { ran << u"alert"_s; });
+        context.reset();
+        gate.setComposersOnScreen(1);
+        gate.setComposersOnScreen(0);
+        QTest::qWait(100);
+        QCOMPARE(ran.size(), 1); // the clock has not moved: still within the grace period
+        clock.advance(50);
+        QTRY_COMPARE(ran, (QStringList{u"at once"_s, u"prompt"_s, u"alert"_s}));
+    }
+};
+
+QTEST_GUILESS_MAIN(KeyboardGateTest)
+#include "tst_keyboardgate.moc"
