@@ -96,7 +96,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     connect(&tasks, &QuickTaskManager::runningSessionCountChanged, this,
             [this](int count) { m_statusItem->setTasksRunning(count > 0); });
     connect(&tasks, &QuickTaskManager::retryRequested, this, [&composers](const QuickTaskSession &session) {
-        composers.openScratchComposer(session.prompt, session.attachments, session.sourceContext);
+        composers.openScratchComposer(session.prompt, session.attachments, session.sourceContext,
+                                      session.workingDirectory);
     });
     connect(m_intake.get(), &RequestIntake::alertRequested, m_alerts.get(),
             &AlertPresenter::presentUnrequested);

@@ -101,7 +101,8 @@ void ComposerCoordinator::processPendingRequests()
 
 void ComposerCoordinator::openScratchComposer(const QString &initialText,
                                               const QList<PromptAttachment> &attachments,
-                                              const std::optional<QuickTaskSourceContext> &sourceContext)
+                                              const std::optional<QuickTaskSourceContext> &sourceContext,
+                                              const std::optional<QString> &workingDirectory)
 {
     // What a scratch composer held when Tarvel stopped is offered to the next one.
     QString text = initialText;
@@ -115,6 +116,7 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
             text = *restored;
     }
     auto *composer = new ScratchComposer(text, attachments, m_services, this);
+    composer->setWorkingDirectory(workingDirectory.value_or(m_tasks.workingDirectoryForNewTask()));
     DraftKeeper *draft =
         keepDraft(composer, composer->surface(), DraftStore::scratchDraftName(composer->id()));
     m_scratchDrafts.insert(composer, draft);
@@ -143,6 +145,7 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
 
 void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratchFrame)
 {
+    surface.panel()->installEventFilter(this);
     surface.setCompositingAvailable(m_windows.compositorRunning());
     place(surface, restoresScratchFrame);
     connect(&surface, &ComposerSurface::voicePromptStateChanged, this,
@@ -262,10 +265,16 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
     const QuickTaskCLIBackend backend = composer->backend();
     m_startingTasks.insert(composer);
     const QPointer<ScratchComposer> guarded(composer);
-    m_tasks.startTask(text, m_sourceContexts.value(composer), attachments, *chosen, backend)
+    // Cancelled before the backend was found and checked: it must not start after all.
+    const auto stillWanted = [this, guarded] {
+        return guarded && m_startingTasks.contains(guarded.data());
+    };
+    m_tasks
+        .startTask(text, m_sourceContexts.value(composer), attachments, *chosen, backend,
+                   composer->workingDirectory(), stillWanted)
         .then(this,
-              [this, guarded](const QUuid &) {
-                  if (!guarded)
+              [this, guarded](const QUuid &id) {
+                  if (!guarded || id.isNull())
                       return;
                   m_startingTasks.remove(guarded.data());
                   // The session holds the attachments now: closing keeps them.
@@ -301,14 +310,37 @@ void ComposerCoordinator::closeScratch(ScratchComposer *composer)
         restoreFocus(std::nullopt, std::nullopt);
 }
 
+bool ComposerCoordinator::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::WindowActivate) {
+        if (auto *panel = qobject_cast<QWidget *>(watched)) {
+            m_activationOrder.removeAll(panel);
+            m_activationOrder.append(panel);
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+QWidget *ComposerCoordinator::topmostOpenComposer() const
+{
+    QList<QWidget *> open;
+    if (m_editor)
+        open.append(m_editor->panel());
+    for (const ScratchComposer *composer : m_scratchComposers)
+        open.append(composer->panel());
+    // Activation raises a panel, so the one activated last is in front of the others.
+    for (auto it = m_activationOrder.crbegin(); it != m_activationOrder.crend(); ++it) {
+        if (open.contains(it->data()))
+            return it->data();
+    }
+    return open.isEmpty() ? nullptr : open.constLast();
+}
+
 void ComposerCoordinator::restoreFocus(const std::optional<QString> &executableName,
                                        const std::optional<qint32> &pid)
 {
-    // Another composer still open takes the focus: the one that opened last is in front.
-    QWidget *topmost =
-        m_editor ? m_editor->panel()
-                 : (m_scratchComposers.isEmpty() ? nullptr : m_scratchComposers.constLast()->panel());
-    if (topmost) {
+    // Another composer still open takes the focus: the one in front of the others.
+    if (QWidget *topmost = topmostOpenComposer()) {
         m_activation.requestWindowActivation(topmost);
         return;
     }

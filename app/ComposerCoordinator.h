@@ -38,10 +38,11 @@ public:
     // Opens the oldest waiting request when no editor is on screen; refreshes the queue
     // when one is.
     void processPendingRequests();
-    // A scratch composer; a retried task brings its text, attachments and terminal.
+    // A scratch composer; a retried task brings its text, attachments, terminal and folder.
     void openScratchComposer(const QString &initialText = QString(),
                              const QList<PromptAttachment> &attachments = {},
-                             const std::optional<QuickTaskSourceContext> &sourceContext = std::nullopt);
+                             const std::optional<QuickTaskSourceContext> &sourceContext = std::nullopt,
+                             const std::optional<QString> &workingDirectory = std::nullopt);
 
     const std::optional<ComposerRequest> &currentRequest() const { return m_request; }
     EditorComposer *editorComposer() const { return m_editor; }
@@ -61,8 +62,12 @@ Q_SIGNALS:
     // Whether any composer is recording a dictation, on every change.
     void voicePromptRecordingChanged(bool recording);
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void present(ComposerSurface &surface, bool restoresScratchFrame);
+    QWidget *topmostOpenComposer() const;
     void place(ComposerSurface &surface, bool restoresScratchFrame);
     void answerEditorRequest(ComposerResponse::Disposition disposition, const std::optional<QString> &text);
     // Closes the composer of a request its helper gave up on; nothing is written for it.
@@ -94,5 +99,7 @@ private:
     QHash<ScratchComposer *, std::optional<QuickTaskSourceContext>> m_sourceContexts;
     QSet<ScratchComposer *> m_startingTasks;
     QSet<ComposerSurface *> m_recordingSurfaces;
+    // Composer panels in the order they were last activated: the last one is in front.
+    QList<QPointer<QWidget>> m_activationOrder;
     bool m_terminated = false;
 };

@@ -14,6 +14,8 @@
 
 #include <QApplication>
 #include <QComboBox>
+#include <QDir>
+#include <QFileDialog>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
@@ -21,6 +23,8 @@
 #include <QPushButton>
 #include <QStackedWidget>
 #include <QStandardItemModel>
+#include <QStyle>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 using namespace ComposerLayout;
@@ -31,7 +35,13 @@ ScratchComposer::ScratchComposer(const QString &initialText,
     : QObject(parent)
     , m_services(std::move(services))
     , m_surface(new ComposerSurface(Mode::scratch, initialText, this))
+    , m_workingDirectory(QDir::homePath())
 {
+    chooseFolder = [this](const QString &from) -> std::optional<QString> {
+        const QString chosen =
+            QFileDialog::getExistingDirectory(panel(), QStringLiteral("Choose the Working Folder"), from);
+        return chosen.isEmpty() ? std::nullopt : std::optional<QString>(chosen);
+    };
     if (!m_services.checkInstallations)
         m_services.checkInstallations = [](QuickTaskCLIBackend preferred) {
             return TaskCLIExecutableLocator::installationAvailabilities(preferred);
@@ -126,6 +136,21 @@ void ScratchComposer::buildViews()
         panel->setDropTargetEmphasis(highlighted && m_availability.isReady());
     };
 
+    m_folderButton = new QToolButton(panel);
+    m_folderButton->setObjectName(QStringLiteral("WorkingDirectoryButton"));
+    m_folderButton->setFixedHeight(footerHeight);
+    m_folderButton->setAutoRaise(true);
+    m_folderButton->setFocusPolicy(Qt::NoFocus);
+    m_folderButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    // Right after the close button, on the left of the footer.
+    panel->footerLayout()->insertWidget(1, m_folderButton);
+    connect(m_folderButton, &QToolButton::clicked, this, [this] {
+        const QString from = QFileInfo(m_workingDirectory).isDir() ? m_workingDirectory : QDir::homePath();
+        if (const std::optional<QString> chosen = chooseFolder(from))
+            setWorkingDirectory(*chosen);
+    });
+    refreshWorkingDirectoryButton();
+
     m_presetPopup = new QComboBox(panel);
     m_presetPopup->setObjectName(QStringLiteral("PresetPopup"));
     m_presetPopup->setFixedHeight(footerHeight);
@@ -173,6 +198,31 @@ void ScratchComposer::submitPressed()
         return;
     }
     Q_EMIT submitted(text(), m_attachments, selectedPreset());
+}
+
+void ScratchComposer::setWorkingDirectory(const QString &path)
+{
+    m_workingDirectory = QDir::cleanPath(path);
+    refreshWorkingDirectoryButton();
+}
+
+void ScratchComposer::refreshWorkingDirectoryButton()
+{
+    const bool exists = QFileInfo(m_workingDirectory).isDir();
+    const QString native = QDir::toNativeSeparators(m_workingDirectory);
+    QString shown = native;
+    const QString home = QDir::toNativeSeparators(QDir::homePath());
+    if (shown == home || shown.startsWith(home + QDir::separator()))
+        shown = u'~' + shown.mid(home.size());
+    m_folderButton->setText(m_folderButton->fontMetrics().elidedText(shown, Qt::ElideMiddle, 180));
+    m_folderButton->setIcon(
+        m_folderButton->style()->standardIcon(exists ? QStyle::SP_DirIcon : QStyle::SP_MessageBoxWarning));
+    m_folderButton->setToolTip(
+        exists
+            ? QStringLiteral("The task runs in \u201c%1\u201d. Click to choose another folder.").arg(native)
+            : QStringLiteral("The working folder \u201c%1\u201d no longer exists. Click to choose "
+                             "another folder.")
+                  .arg(native));
 }
 
 void ScratchComposer::closeProgrammatically()

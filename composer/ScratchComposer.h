@@ -26,6 +26,7 @@ class KeyboardShortcuts;
 class QComboBox;
 class QLabel;
 class QStackedWidget;
+class QToolButton;
 class UserDefaults;
 
 // A free-standing composer for a quick task: text, attachments, a preset, and a check
@@ -66,6 +67,13 @@ public:
     void selectQuickTaskPreset(int index);
     std::optional<QuickTaskPreset> selectedPreset() const;
     QComboBox *presetPopup() const { return m_presetPopup; }
+    // The folder the task runs in, shown in the footer, where a click chooses another.
+    const QString &workingDirectory() const { return m_workingDirectory; }
+    void setWorkingDirectory(const QString &path);
+    QToolButton *workingDirectoryButton() const { return m_folderButton; }
+    // Asks for another folder, starting at the given one; nothing when the user cancels. A folder
+    // dialog over the panel unless replaced.
+    std::function<std::optional<QString>(const QString &from)> chooseFolder;
     QLabel *availabilityTitle() const { return m_overlayTitle; }
     QLabel *availabilityDetail() const { return m_overlayDetail; }
     AttachmentStripView *attachmentStrip() const { return m_strip; }
@@ -87,6 +95,7 @@ private:
     void setAttachments(const QList<PromptAttachment> &attachments);
     void attachPastedImage(const PromptAttachment &image);
     void presentUnsupportedDirectoryAttachmentAlert(int count);
+    void refreshWorkingDirectoryButton();
     bool handleComposerKey(int key, Qt::KeyboardModifiers modifiers, const QString &text);
     QList<QuickTaskModelCatalog::Model> models() const;
 
@@ -97,6 +106,8 @@ private:
     QLabel *m_overlayTitle = nullptr;
     QLabel *m_overlayDetail = nullptr;
     QComboBox *m_presetPopup = nullptr;
+    QToolButton *m_folderButton = nullptr;
+    QString m_workingDirectory;
     QuickTaskCLIBackend m_backend = QuickTaskCLIBackend::codex;
     QuickTaskPresetSettings m_presetSettings;
     ScratchComposerAvailability m_availability;

@@ -2,6 +2,8 @@
 
 #include "backends/BackendProfiles.h"
 
+#include <QDir>
+
 QuickTaskError::QuickTaskError(Kind kind, QuickTaskCLIBackend backend, QString description)
     : TarvelError(std::move(description))
     , m_kind(kind)
@@ -30,4 +32,12 @@ QuickTaskError QuickTaskError::unsupportedDirectoryAttachments(QuickTaskCLIBacke
         QStringLiteral("%1 can use attached files, but %2 %3 not supported yet. Remove folders or "
                        "choose Codex or Claude.")
             .arg(BackendProfiles::of(backend).displayTitle(), QString::number(count), noun));
+}
+
+QuickTaskError QuickTaskError::missingWorkingDirectory(QuickTaskCLIBackend backend, const QString &path)
+{
+    return QuickTaskError(Kind::missingWorkingDirectory, backend,
+                          QStringLiteral("The working folder \u201c%1\u201d no longer exists. Choose another "
+                                         "folder for the task.")
+                              .arg(QDir::toNativeSeparators(path)));
 }

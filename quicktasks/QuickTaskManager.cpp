@@ -128,12 +128,14 @@ bool QuickTaskManager::normalizeRecoveredSessions()
 QFuture<QUuid> QuickTaskManager::startTask(const QString &prompt,
                                            const std::optional<QuickTaskSourceContext> &sourceContext,
                                            const QList<PromptAttachment> &attachments,
-                                           const QuickTaskPreset &preset, QuickTaskCLIBackend backend)
+                                           const QuickTaskPreset &preset, QuickTaskCLIBackend backend,
+                                           const std::optional<QString> &workingDirectory,
+                                           std::function<bool()> stillWanted)
 {
     QuickTaskSession prototype;
     prototype.backend = backend;
     prototype.prompt = prompt.trimmed();
-    prototype.workingDirectory = resolvedWorkingDirectory();
+    prototype.workingDirectory = workingDirectory.value_or(workingDirectoryForNewTask());
     prototype.attachments = PromptAttachment::normalized(attachments);
     prototype.sourceContext = sourceContext;
 
@@ -143,20 +145,23 @@ QFuture<QUuid> QuickTaskManager::startTask(const QString &prompt,
         return failedFuture<QUuid>(
             std::make_exception_ptr(QuickTaskError::unsupportedDirectoryAttachments(backend, unsupported)));
     }
+    if (!QFileInfo(prototype.workingDirectory).isDir()) {
+        return failedFuture<QUuid>(std::make_exception_ptr(
+            QuickTaskError::missingWorkingDirectory(backend, prototype.workingDirectory)));
+    }
 
     return TaskCLIExecutableLocator::prepareLaunch(backend).then(
-        this, [this, prototype, preset](const QuickTaskLaunchTarget &target) {
+        this, [this, prototype, preset, stillWanted](const QuickTaskLaunchTarget &target) {
+            if (stillWanted && !stillWanted())
+                return QUuid();
             return launch(target, prototype, preset);
         });
 }
 
-QString QuickTaskManager::resolvedWorkingDirectory() const
+QString QuickTaskManager::workingDirectoryForNewTask() const
 {
-    // A folder that has gone away since would only make the start fail.
     const std::optional<QString> last = AppSettings(m_defaults).quickTaskLastWorkingDirectory();
-    if (last && QFileInfo(*last).isDir())
-        return *last;
-    return QDir::homePath();
+    return last && !last->isEmpty() ? *last : QDir::homePath();
 }
 
 QUuid QuickTaskManager::launch(const QuickTaskLaunchTarget &target, const QuickTaskSession &prototype,

@@ -69,14 +69,22 @@ public:
     // they ran) become cancelled.
     void load();
 
-    // Starts a task: checks the attachments, finds and verifies the backend on a
-    // background thread, then launches it in the last working directory (the home folder
-    // when there is none). The future gives the new session's id, or fails with the
-    // QuickTaskError or SystemError to show the user; nothing is left behind then.
+    // Starts a task: checks the attachments and the working folder (by default
+    // workingDirectoryForNewTask()), finds and verifies the backend on a background thread, then
+    // launches it there. A folder that is gone is refused, never swapped for another: a task
+    // may run with its permission checks off. The future gives the new session's id, or fails
+    // with the QuickTaskError or SystemError to show the user; nothing is left behind then.
+    // When stillWanted answers false at launch time (the composer was cancelled meanwhile),
+    // nothing starts and the id is null.
     QFuture<QUuid> startTask(const QString &prompt,
                              const std::optional<QuickTaskSourceContext> &sourceContext,
                              const QList<PromptAttachment> &attachments, const QuickTaskPreset &preset,
-                             QuickTaskCLIBackend backend);
+                             QuickTaskCLIBackend backend,
+                             const std::optional<QString> &workingDirectory = std::nullopt,
+                             std::function<bool()> stillWanted = {});
+    // Where the next task runs unless its composer chooses another folder: the last one used
+    // or noted, whether or not it still exists, else the home folder.
+    QString workingDirectoryForNewTask() const;
 
     // SIGINT to the task's process group now, SIGTERM at 0.6 s and SIGKILL at 2.0 s while it
     // still runs. The session ends "cancelled" whatever the exit status.
@@ -138,7 +146,6 @@ Q_SIGNALS:
 private:
     struct Runtime;
 
-    QString resolvedWorkingDirectory() const;
     QUuid launch(const QuickTaskLaunchTarget &target, const QuickTaskSession &prototype,
                  const QuickTaskPreset &preset);
     void handleOutput(const QUuid &id, bool isStandardError, const QByteArray &bytes);

@@ -6,6 +6,7 @@
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerTextView.h"
 #include "composer/EditorComposer.h"
+#include "composer/ScratchComposer.h"
 #include "composer/ScratchWindowFrameStore.h"
 #include "core/AttachmentStore.h"
 #include "core/Clock.h"
@@ -13,11 +14,12 @@
 #include "core/FileStore.h"
 #include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
+#include "fakebackends/FakeBackendSetup.h"
 #include "platform/WindowSystem.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
-#include "support/TestEnvironment.h"
 
+#include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
 #include <QtTest>
@@ -53,8 +55,9 @@ ComposerRequest writeRequest(const QString &text, qint32 pid)
     return request;
 }
 
-struct Fixture {
-    TestEnvironment env;
+// The fake backends are the only ones on PATH.
+struct Fixture : FakeBackendSetup {
+    TestEnvironment &env = environment;
     UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
     ErrorLogManager log{Clock::system()};
     FakeWindowSystem windows;
@@ -152,6 +155,68 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(pasted.path));
         f.composers.scratchComposers().constFirst()->panel()->cancelButton()->click();
         QVERIFY(!QFile::exists(pasted.path));
+    }
+
+    // A quick task starts where and when the user meant it: never in a folder that has gone,
+    // never after a cancel that came while the backend was being checked.
+    void aQuickTaskStartsOnlyWhereAndWhenMeant()
+    {
+        Fixture f;
+        QDir().mkpath(f.env.path(QStringLiteral(".codex")));
+        QFile::copy(qEnvironmentVariable("TARVEL_TEST_DATA") + QStringLiteral("/codex/models_cache.json"),
+                    f.env.path(QStringLiteral(".codex/models_cache.json")));
+        f.env.set("FAKE_CODEX_VERSION_DELAY", QStringLiteral("1"));
+        const QString gone = f.env.path(QStringLiteral("gone"));
+        f.tasks.noteWorkingDirectory(gone);
+        const auto readyComposer = [&] {
+            f.composers.openScratchComposer();
+            ScratchComposer *composer = f.composers.scratchComposers().constLast();
+            [&] {
+                QTRY_VERIFY_WITH_TIMEOUT(composer->availability().isReady(), 10000);
+            }();
+            composer->panel()->textView()->setPlainText(QStringLiteral("Fix the build"));
+            return composer;
+        };
+        ScratchComposer *composer = readyComposer();
+        QCOMPARE(composer->workingDirectory(), gone);
+        composer->submitPressed();
+        QMessageBox *alert = nullptr;
+        QTRY_VERIFY((alert = composer->panel()->findChild<QMessageBox *>(QStringLiteral("ComposerAlert"))));
+        QVERIFY2(alert->informativeText().contains(gone), qPrintable(alert->informativeText()));
+        alert->close();
+
+        const QString project = f.env.path(QStringLiteral("project"));
+        QVERIFY(QDir().mkpath(project));
+        composer->setWorkingDirectory(project);
+        // A changed program is checked again, which leaves time for the cancel.
+        QFile(f.fakes.executable(QStringLiteral("codex")))
+            .setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime);
+        composer->submitPressed();
+        composer->panel()->cancelButton()->click();
+        QTest::qWait(1500);
+        QVERIFY(f.tasks.sessions().isEmpty());
+        QVERIFY(!QFile::exists(f.fakes.recordPath(QStringLiteral("codex.argv"))));
+
+        ScratchComposer *another = readyComposer();
+        another->setWorkingDirectory(project);
+        another->submitPressed();
+        QTRY_COMPARE_WITH_TIMEOUT(f.tasks.sessions().size(), qsizetype(1), 10000);
+        QCOMPARE(f.tasks.sessions().constFirst().workingDirectory, project);
+    }
+
+    // A closing composer hands the focus to the composer in front, not to the one made last.
+    void focusGoesToTheComposerInFront()
+    {
+        Fixture f;
+        for (int count = 0; count < 3; ++count)
+            f.composers.openScratchComposer();
+        const QList<ScratchComposer *> open = f.composers.scratchComposers();
+        QTest::qWait(WindowActivationCoordinator::finalAttemptDelayMs + 100);
+        open.at(0)->panel()->activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(open.at(0)->panel()));
+        open.at(2)->panel()->cancelButton()->click();
+        QTest::qWait(WindowActivationCoordinator::settleDelayMs * 2);
+        QVERIFY(open.at(0)->panel()->isActiveWindow());
     }
 
     void quitConfirmationLines()

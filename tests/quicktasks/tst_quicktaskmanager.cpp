@@ -476,7 +476,8 @@ private Q_SLOTS:
         QCOMPARE(retries.at(0).at(0).value<QuickTaskSession>().prompt, QStringLiteral("Say hi"));
         QCOMPARE(fixture.manager->sessions().size(), 1);
 
-        // The next task runs where the last editor request was; a folder that is gone gives home.
+        // The next task runs where the last editor request was; a folder that is gone is refused,
+        // never swapped for another.
         const QString other = fixture.environment.path(QStringLiteral("other"));
         QDir().mkpath(other);
         fixture.manager->noteWorkingDirectory(QString());
@@ -486,10 +487,12 @@ private Q_SLOTS:
         QCOMPARE(fixture.session(*second).workingDirectory, other);
         QVERIFY(fixture.waitUntilFinished(*second));
         QDir(other).removeRecursively();
-        const std::optional<QUuid> third = fixture.start(QuickTaskCLIBackend::claude);
-        QVERIFY(third);
-        QCOMPARE(fixture.session(*third).workingDirectory, QDir::homePath());
-        QVERIFY(fixture.waitUntilFinished(*third));
+        QString error;
+        QVERIFY(!fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Say hi"), {}, &error));
+        QCOMPARE(error, QStringLiteral("The working folder \u201c%1\u201d no longer exists. Choose another "
+                                       "folder for the task.")
+                            .arg(other));
+        QCOMPARE(fixture.manager->workingDirectoryForNewTask(), other);
     }
 
     // What the actions do is checked against a notification server in tst_quicktasknotifications.
