@@ -198,6 +198,7 @@ void AppDelegate::applicationDidFinishLaunching()
     listenForRequests();
     m_composers->processPendingRequests();
     m_composers->forgetDraftsOfAnsweredRequests();
+    m_composers->sweepImportedAttachments(QDateTime::currentDateTime().addDays(-1));
     m_editorSetup->scheduleAfterLaunch();
     // Where the system asks the user about notifications, that question is no one's request either.
     m_keyboard->whenKeyboardFree(this, [this] { m_permissions->requestNotificationAccessIfUnasked(); });

@@ -10,6 +10,7 @@
 #include "composer/PanelPlacement.h"
 #include "composer/ScratchWindowFrameStore.h"
 #include "composer/TerminalWindowLocator.h"
+#include "core/AttachmentStore.h"
 #include "core/DraftKeeper.h"
 #include "core/RequestFileIO.h"
 #include "core/TarvelError.h"
@@ -23,6 +24,7 @@
 #include <QPointer>
 #include <QScreen>
 #include <QTextEdit>
+#include <QThreadPool>
 
 namespace {
 const QString kQuickTasks = QStringLiteral("Quick Tasks");
@@ -106,19 +108,24 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
 {
     // What a scratch composer held when Tarvel stopped is offered to the next one.
     QString text = initialText;
-    std::optional<QString> restored;
+    QList<PromptAttachment> held = attachments;
+    std::optional<DraftStore::Draft> restored;
     if (initialText.isEmpty() && attachments.isEmpty()) {
         QList<QUuid> open;
         for (const ScratchComposer *composer : std::as_const(m_scratchComposers))
             open.append(composer->id());
         restored = m_drafts.takeNewestScratchDraft(open);
-        if (restored)
-            text = *restored;
+        if (restored) {
+            text = restored->text;
+            held = restored->attachments;
+        }
     }
-    auto *composer = new ScratchComposer(text, attachments, m_services, this);
+    auto *composer = new ScratchComposer(text, held, m_services, this);
     composer->setWorkingDirectory(workingDirectory.value_or(m_tasks.workingDirectoryForNewTask()));
     DraftKeeper *draft =
-        keepDraft(composer, composer->surface(), DraftStore::scratchDraftName(composer->id()));
+        keepDraft(composer, composer->surface(), DraftStore::scratchDraftName(composer->id()),
+                  [composer] { return composer->attachments(); });
+    connect(composer, &ScratchComposer::attachmentsChanged, draft, &DraftKeeper::noteChange);
     m_scratchDrafts.insert(composer, draft);
     if (restored) {
         composer->showRestoredDraftNotice();
@@ -220,12 +227,25 @@ void ComposerCoordinator::closeEditor()
     restoreFocus(request.sourceApplicationBundleIdentifier, request.sourceApplicationPID);
 }
 
-DraftKeeper *ComposerCoordinator::keepDraft(QObject *composer, ComposerSurface &surface, const QString &name)
+DraftKeeper *ComposerCoordinator::keepDraft(QObject *composer, ComposerSurface &surface, const QString &name,
+                                            std::function<QList<PromptAttachment>()> attachments)
 {
     auto *keeper = new DraftKeeper(
-        m_drafts, name, [&surface] { return surface.text(); }, composer);
+        m_drafts, name, [&surface] { return surface.text(); }, std::move(attachments), composer);
     connect(surface.panel()->textView(), &QTextEdit::textChanged, keeper, &DraftKeeper::noteChange);
     return keeper;
+}
+
+void ComposerCoordinator::sweepImportedAttachments(const QDateTime &cutoff)
+{
+    // What refers to a copy is gathered here, on the main thread that changes it; the folder is
+    // read and pruned elsewhere. Anything that names a copy from now on names either one gathered
+    // here or a newer one.
+    QSet<QString> referenced = m_drafts.attachmentPaths();
+    referenced.unite(m_tasks.attachments().heldPaths());
+    QThreadPool::globalInstance()->start([referenced, texts = m_drafts.texts(), cutoff] {
+        AttachmentStore::removeUnreferencedCopies(referenced, texts, cutoff);
+    });
 }
 
 void ComposerCoordinator::forgetDraftsOfAnsweredRequests()

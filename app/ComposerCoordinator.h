@@ -55,6 +55,9 @@ public:
     void closeAllForTermination();
     // At launch: drafts of requests that were answered meanwhile are of no more use.
     void forgetDraftsOfAnsweredRequests();
+    // At launch: pasted images older than the cutoff that no session, draft or composer names are
+    // deleted on a pool thread.
+    void sweepImportedAttachments(const QDateTime &cutoff);
 
 Q_SIGNALS:
     // Editor and scratch composers on screen, sent before a new one shows and after one closes.
@@ -73,7 +76,8 @@ private:
     // Closes the composer of a request its helper gave up on; nothing is written for it.
     void closeWithdrawnEditor(const std::optional<QString> &copiedText);
     void closeEditor();
-    DraftKeeper *keepDraft(QObject *composer, ComposerSurface &surface, const QString &name);
+    DraftKeeper *keepDraft(QObject *composer, ComposerSurface &surface, const QString &name,
+                           std::function<QList<PromptAttachment>()> attachments = {});
     void submitScratch(ScratchComposer *composer, const QString &text,
                        const QList<PromptAttachment> &attachments,
                        const std::optional<QuickTaskPreset> &preset);

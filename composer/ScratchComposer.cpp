@@ -449,6 +449,7 @@ void ScratchComposer::setAttachments(const QList<PromptAttachment> &attachments)
     if (m_availability.isReady())
         panel()->textView()->setFocus(Qt::OtherFocusReason);
     m_surface->scheduleHeightRecalculation();
+    Q_EMIT attachmentsChanged();
 }
 
 void ScratchComposer::presentUnsupportedDirectoryAttachmentAlert(int count)

@@ -85,6 +85,7 @@ Q_SIGNALS:
                    const std::optional<QuickTaskPreset> &preset);
     void cancelled();
     void availabilityChanged();
+    void attachmentsChanged();
 
 private:
     void buildViews();

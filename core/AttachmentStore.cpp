@@ -72,6 +72,33 @@ void AttachmentStore::release(const QUuid &holder)
     hold(holder, {});
 }
 
+QSet<QString> AttachmentStore::heldPaths() const
+{
+    QSet<QString> paths;
+    for (const QSet<QString> &held : m_held)
+        paths.unite(held);
+    return paths;
+}
+
+int AttachmentStore::removeUnreferencedCopies(const QSet<QString> &referenced, const QStringList &texts,
+                                              const QDateTime &cutoff)
+{
+    int removed = 0;
+    const QDir folder(AttachmentStore::folder());
+    // Plain files only: a link or a folder in there is not one of our copies.
+    for (const QFileInfo &file : folder.entryInfoList(QDir::Files | QDir::NoSymLinks | QDir::Hidden)) {
+        const QString path = QDir::cleanPath(file.absoluteFilePath());
+        if (file.lastModified() >= cutoff || referenced.contains(path))
+            continue;
+        if (std::any_of(texts.cbegin(), texts.cend(),
+                        [&path](const QString &text) { return text.contains(path); }))
+            continue;
+        removeIfManagedCopy(path);
+        removed += QFileInfo::exists(path) ? 0 : 1;
+    }
+    return removed;
+}
+
 bool AttachmentStore::isHeld(const QString &path) const
 {
     const QString cleaned = QDir::cleanPath(path);

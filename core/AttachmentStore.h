@@ -39,6 +39,15 @@ public:
     void release(const QUuid &holder);
 
     bool isHeld(const QString &path) const;
+    // Every path some holder holds now.
+    QSet<QString> heldPaths() const;
+
+    // Deletes the copies in the folder last changed before cutoff that nothing refers to: no path
+    // in referenced, no mention in any of the texts (a path pasted into an editor's text lives on
+    // in its draft). Pasted images that no composer, draft or session names would otherwise stay
+    // for ever. Touches nothing else, and runs on any thread. Returns how many went.
+    static int removeUnreferencedCopies(const QSet<QString> &referenced, const QStringList &texts,
+                                        const QDateTime &cutoff);
 
 private:
     QHash<QUuid, QSet<QString>> m_held;

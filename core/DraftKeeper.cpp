@@ -2,11 +2,13 @@
 
 #include "core/TarvelError.h"
 
-DraftKeeper::DraftKeeper(DraftStore store, QString name, std::function<QString()> text, QObject *parent)
+DraftKeeper::DraftKeeper(DraftStore store, QString name, std::function<QString()> text,
+                         std::function<QList<PromptAttachment>()> attachments, QObject *parent)
     : QObject(parent)
     , m_store(std::move(store))
     , m_name(std::move(name))
     , m_text(std::move(text))
+    , m_attachments(std::move(attachments))
 {
     m_timer.setSingleShot(true);
     m_timer.setInterval(saveDelayMs);
@@ -25,12 +27,13 @@ void DraftKeeper::saveNow()
     if (m_discarded)
         return;
     const QString text = m_text();
-    if (text.trimmed().isEmpty()) {
+    const QList<PromptAttachment> attachments = m_attachments ? m_attachments() : QList<PromptAttachment>();
+    if (text.trimmed().isEmpty() && attachments.isEmpty()) {
         m_store.remove(m_name); // nothing worth offering again
         return;
     }
     try {
-        m_store.save(m_name, text);
+        m_store.save(m_name, text, attachments);
     } catch (const TarvelError &) {
         // The composer keeps the text; only the safety net is missing.
     }

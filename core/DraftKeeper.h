@@ -14,11 +14,13 @@ class DraftKeeper final : public QObject {
     Q_OBJECT
 
 public:
-    DraftKeeper(DraftStore store, QString name, std::function<QString()> text, QObject *parent = nullptr);
+    // attachments, when given, are kept with the text.
+    DraftKeeper(DraftStore store, QString name, std::function<QString()> text,
+                std::function<QList<PromptAttachment>()> attachments = {}, QObject *parent = nullptr);
 
     static constexpr int saveDelayMs = 1000;
 
-    // The text changed.
+    // The text or the attachments changed.
     void noteChange();
     // Writes now (a restored draft is kept under its new name before anything is typed).
     void saveNow();
@@ -30,6 +32,7 @@ private:
     DraftStore m_store;
     QString m_name;
     std::function<QString()> m_text;
+    std::function<QList<PromptAttachment>()> m_attachments;
     QTimer m_timer;
     bool m_discarded = false;
 };

@@ -7,10 +7,12 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QJsonArray>
 
 namespace {
 const QString kScratchPrefix = QStringLiteral("scratch-");
 const QString kExtension = QStringLiteral(".txt");
+const QString kAttachmentsExtension = QStringLiteral(".attachments.json");
 } // namespace
 
 DraftStore::DraftStore()
@@ -38,10 +40,61 @@ QString DraftStore::path(const QString &name) const
     return QDir(m_folder).filePath(name + kExtension);
 }
 
-void DraftStore::save(const QString &name, const QString &text) const
+QString DraftStore::attachmentsPath(const QString &name) const
+{
+    return QDir(m_folder).filePath(name + kAttachmentsExtension);
+}
+
+void DraftStore::save(const QString &name, const QString &text,
+                      const QList<PromptAttachment> &attachments) const
 {
     FileStore::ensurePrivateFolder(m_folder);
+    // The attachments first: a text without its attachments would be restored as if complete.
+    if (attachments.isEmpty()) {
+        DataFile::removeIfExists(attachmentsPath(name));
+    } else {
+        QJsonArray list;
+        for (const PromptAttachment &attachment : attachments)
+            list.append(attachment.toJson());
+        DataFile::write(attachmentsPath(name), JSONCoding::encode(list), DataFile::privatePermissions);
+    }
     DataFile::write(path(name), text.toUtf8(), DataFile::privatePermissions);
+}
+
+QList<PromptAttachment> DraftStore::loadAttachments(const QString &name) const
+{
+    QList<PromptAttachment> attachments;
+    try {
+        if (!DataFile::exists(attachmentsPath(name)))
+            return {};
+        for (const QJsonValue &value : JSONCoding::decodeArray(DataFile::read(attachmentsPath(name))))
+            attachments.append(PromptAttachment::fromJson(value.toObject()));
+    } catch (const TarvelError &) {
+        // What can be read is offered; a damaged list offers none rather than a part.
+        return {};
+    }
+    return attachments;
+}
+
+QStringList DraftStore::texts() const
+{
+    QStringList texts;
+    for (const QFileInfo &file : QDir(m_folder).entryInfoList({u'*' + kExtension}, QDir::Files)) {
+        if (const std::optional<QString> text = load(file.completeBaseName()))
+            texts.append(*text);
+    }
+    return texts;
+}
+
+QSet<QString> DraftStore::attachmentPaths() const
+{
+    QSet<QString> paths;
+    for (const QFileInfo &file : QDir(m_folder).entryInfoList({u'*' + kAttachmentsExtension}, QDir::Files)) {
+        const QString name = file.fileName().chopped(kAttachmentsExtension.size());
+        for (const PromptAttachment &attachment : loadAttachments(name))
+            paths.insert(QDir::cleanPath(attachment.path));
+    }
+    return paths;
 }
 
 std::optional<QString> DraftStore::load(const QString &name) const
@@ -59,12 +112,13 @@ void DraftStore::remove(const QString &name) const
 {
     try {
         DataFile::removeIfExists(path(name));
+        DataFile::removeIfExists(attachmentsPath(name));
     } catch (const TarvelError &) {
         // A draft left behind is offered once more at worst.
     }
 }
 
-std::optional<QString> DraftStore::takeNewestScratchDraft(const QList<QUuid> &openComposers) const
+std::optional<DraftStore::Draft> DraftStore::takeNewestScratchDraft(const QList<QUuid> &openComposers) const
 {
     QStringList excluded;
     for (const QUuid &id : openComposers)
@@ -76,9 +130,10 @@ std::optional<QString> DraftStore::takeNewestScratchDraft(const QList<QUuid> &op
             continue;
         const QString name = file.completeBaseName();
         const std::optional<QString> text = load(name);
+        const QList<PromptAttachment> attachments = loadAttachments(name);
         remove(name);
-        if (text && !text->trimmed().isEmpty())
-            return text;
+        if (text && (!text->trimmed().isEmpty() || !attachments.isEmpty()))
+            return Draft{*text, attachments};
     }
     return std::nullopt;
 }

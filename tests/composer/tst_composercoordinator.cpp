@@ -56,6 +56,15 @@ ComposerRequest writeRequest(const QString &text, qint32 pid)
 }
 
 // The fake backends are the only ones on PATH.
+// Moves the file's modification time back by that many seconds.
+void ageFile(const QString &path, int seconds)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadOnly));
+    QVERIFY(
+        file.setFileTime(QDateTime::currentDateTime().addSecs(-seconds), QFileDevice::FileModificationTime));
+}
+
 struct Fixture : FakeBackendSetup {
     TestEnvironment &env = environment;
     UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
@@ -189,8 +198,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(project));
         composer->setWorkingDirectory(project);
         // A changed program is checked again, which leaves time for the cancel.
-        QFile(f.fakes.executable(QStringLiteral("codex")))
-            .setFileTime(QDateTime::currentDateTime().addSecs(-60), QFileDevice::FileModificationTime);
+        ageFile(f.fakes.executable(QStringLiteral("codex")), 60);
         composer->submitPressed();
         composer->panel()->cancelButton()->click();
         QTest::qWait(1500);
@@ -217,6 +225,36 @@ private Q_SLOTS:
         open.at(2)->panel()->cancelButton()->click();
         QTest::qWait(WindowActivationCoordinator::settleDelayMs * 2);
         QVERIFY(open.at(0)->panel()->isActiveWindow());
+    }
+
+    // A scratch composer open at quit comes back with its pasted image; pastes nothing names any
+    // more go once they are a day old.
+    void draftsKeepTheirPastesAndUnusedOnesGo()
+    {
+        Fixture f;
+        const auto old = [](const PromptAttachment &copy) {
+            ageFile(copy.path, 2 * 24 * 3600);
+            return copy;
+        };
+        const PromptAttachment kept = old(AttachmentStore::importPng("kept"));
+        const PromptAttachment forgotten = old(AttachmentStore::importPng("forgotten"));
+        const PromptAttachment fresh = AttachmentStore::importPng("fresh");
+        const PromptAttachment named = old(AttachmentStore::importPng("named"));
+        DraftStore().save(DraftStore::requestDraftName(QUuid::createUuid()),
+                          QStringLiteral("See ") + named.path);
+
+        f.composers.openScratchComposer(QStringLiteral("Describe it"), {kept});
+        f.composers.closeAllForTermination();
+        ComposerCoordinator next(f.intake, f.tasks, f.windows, f.activation, f.frames, f.log,
+                                 ComposerServices{&f.defaults, nullptr, {}});
+        next.sweepImportedAttachments(QDateTime::currentDateTime().addDays(-1));
+        QTRY_VERIFY(!QFile::exists(forgotten.path));
+        for (const PromptAttachment &stays : {kept, fresh, named})
+            QVERIFY(QFile::exists(stays.path));
+
+        next.openScratchComposer();
+        QCOMPARE(next.scratchComposers().constFirst()->text(), QStringLiteral("Describe it"));
+        QCOMPARE(next.scratchComposers().constFirst()->attachments(), QList<PromptAttachment>{kept});
     }
 
     void quitConfirmationLines()

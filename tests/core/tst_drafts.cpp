@@ -58,15 +58,21 @@ private Q_SLOTS:
         const QUuid answered = QUuid::createUuid();
         store.save(DraftStore::scratchDraftName(older), QStringLiteral("older"));
         QTest::qWait(20); // file times tell the newest
-        store.save(DraftStore::scratchDraftName(newer), QStringLiteral("newer"));
+        const PromptAttachment pasted =
+            PromptAttachment::make(root.filePath(QStringLiteral("image.png")), true);
+        store.save(DraftStore::scratchDraftName(newer), QStringLiteral("newer"), {pasted});
         QTest::qWait(20);
         store.save(DraftStore::scratchDraftName(open), QStringLiteral("still open"));
         store.save(DraftStore::requestDraftName(waiting), QStringLiteral("waiting"));
         store.save(DraftStore::requestDraftName(answered), QStringLiteral("answered"));
 
-        QCOMPARE(store.takeNewestScratchDraft({open}), QStringLiteral("newer"));
-        QCOMPARE(store.takeNewestScratchDraft({open}), QStringLiteral("older"));
-        QCOMPARE(store.takeNewestScratchDraft({open}), std::nullopt);
+        QCOMPARE(store.attachmentPaths(), QSet<QString>{pasted.path});
+        const std::optional<DraftStore::Draft> newest = store.takeNewestScratchDraft({open});
+        QCOMPARE(newest->text, QStringLiteral("newer"));
+        QCOMPARE(newest->attachments, QList<PromptAttachment>{pasted}); // kept with the text
+        QVERIFY(store.attachmentPaths().isEmpty());
+        QCOMPARE(store.takeNewestScratchDraft({open})->text, QStringLiteral("older"));
+        QVERIFY(!store.takeNewestScratchDraft({open}));
         QCOMPARE(store.load(DraftStore::scratchDraftName(open)), QStringLiteral("still open"));
 
         store.removeRequestDraftsExcept({waiting});
