@@ -12,6 +12,7 @@
 #include "core/AppConstants.h"
 #include "core/Clock.h"
 #include "core/DataFile.h"
+#include "core/DataFolderMove.h"
 #include "core/DebugWindowFrame.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
@@ -162,6 +163,8 @@ void AppDelegate::applicationDidFinishLaunching()
     settings.resetQuickTaskConfigurationForCurrentSchemaIfNeeded();
     settings.normalizeQuickTaskCLIBackend();
 
+    // Before anything reads or makes the data folder; recorded once the log is loaded.
+    DataFolderMove::fromHomeFolder();
     try {
         FileStore::ensureDirectoriesExist();
     } catch (const UnsafeFolderError &) {
@@ -172,6 +175,8 @@ void AppDelegate::applicationDidFinishLaunching()
         Alerts::showWarning(QStringLiteral("Failed to prepare app support data."), error.description());
     }
     m_errorLog.load();
+    for (const DataFolderMove &move : DataFolderMove::takeUnrecorded())
+        m_errorLog.record(move.title, move.detail, kLaunch);
     m_quickTaskManager->load();
 
     m_statusItem->show();
