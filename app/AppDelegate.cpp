@@ -13,6 +13,7 @@
 #include "core/AppConstants.h"
 #include "core/Clock.h"
 #include "core/DataFile.h"
+#include "core/DataFolderMove.h"
 #include "core/DebugWindowFrame.h"
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
@@ -173,6 +174,8 @@ void AppDelegate::applicationDidFinishLaunching()
     settings.resetQuickTaskConfigurationForCurrentSchemaIfNeeded();
     settings.normalizeQuickTaskCLIBackend();
 
+    // Before anything reads or makes the data folder; recorded once the log is loaded.
+    DataFolderMove::fromHomeFolder();
     std::optional<QString> folderFailure;
     try {
         FileStore::ensureDirectoriesExist();
@@ -183,6 +186,8 @@ void AppDelegate::applicationDidFinishLaunching()
     }
     // Recorded only once the log is loaded: a record made earlier would be saved over it.
     m_errorLog.load();
+    for (const DataFolderMove &move : DataFolderMove::takeUnrecorded())
+        m_errorLog.record(move.title, move.detail, kLaunch);
     if (folderFailure) {
         const QString message = QStringLiteral("Failed to prepare app support data.");
         m_errorLog.record(message, *folderFailure, kLaunch);

@@ -1,5 +1,7 @@
 #include "backends/BackendProfile.h"
 
+#include "core/DataFile.h"
+
 #include <QDir>
 #include <QRegularExpression>
 
@@ -48,4 +50,9 @@ QString BackendProfile::toolFolder(const char *variable, const QString &homeFold
 {
     const QString named = qEnvironmentVariable(variable);
     return QDir::isAbsolutePath(named) ? named : QDir(QDir::homePath()).filePath(homeFolder);
+}
+
+std::optional<QByteArray> BackendProfile::readToolFile(const QString &path)
+{
+    return DataFile::readIfPlainFile(path, maximumToolFileSize);
 }

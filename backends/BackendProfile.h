@@ -6,6 +6,7 @@
 #include "backends/QuickTaskCLIBackend.h"
 #include "core/PromptAttachment.h"
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 #include <QStringList>
@@ -60,6 +61,8 @@ public:
     // A fresh parser for one run's standard output.
     virtual std::unique_ptr<BackendOutputParser> makeOutputParser() const = 0;
 
+    // The largest of the tools' files that is read; a larger one reads as absent.
+    static constexpr qint64 maximumToolFileSize = 4 * 1024 * 1024;
     // The models on offer now, read again on every call from the backend's own files; a missing or
     // unreadable file only leaves the list short.
     virtual QList<BackendModel> availableModels() const = 0;
@@ -101,4 +104,8 @@ protected:
     // Where a tool keeps its files: the folder the variable names when it holds an absolute path
     // (the tools ignore a relative one), else homeFolder under the home folder.
     static QString toolFolder(const char *variable, const QString &homeFolder);
+    // A tool's file, when it is a plain file of at most maximumToolFileSize bytes. Anything else
+    // (missing, a FIFO or a device, too large, unreadable) is nothing, silently: the file is the
+    // tool's business, and it is read on the main thread.
+    static std::optional<QByteArray> readToolFile(const QString &path);
 };

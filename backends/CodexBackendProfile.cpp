@@ -2,8 +2,8 @@
 
 #include "backends/CodexExecEvent.h"
 #include "backends/QuickTaskInvocation.h"
-#include "core/DataFile.h"
 #include "core/JSONCoding.h"
+#include "core/TarvelError.h"
 
 #include <QDir>
 #include <QJsonArray>
@@ -177,10 +177,13 @@ QString CodexBackendProfile::modelCachePath()
 
 QList<BackendModel> CodexBackendProfile::availableModels() const
 {
+    const std::optional<QByteArray> cache = readToolFile(modelCachePath());
+    if (!cache)
+        return {};
     try {
-        return decodeModelCache(DataFile::read(modelCachePath()));
+        return decodeModelCache(*cache);
     } catch (const TarvelError &) {
-        // The cache belongs to codex and may be missing, half-written or from another version.
+        // The cache belongs to codex and may be half-written or from another version.
         return {};
     }
 }

@@ -3,8 +3,8 @@
 #include "backends/OpenCodeOutput.h"
 #include "backends/QuickTaskInvocation.h"
 #include "backends/TextLinesOutputParser.h"
-#include "core/DataFile.h"
 #include "core/JSONCoding.h"
+#include "core/TarvelError.h"
 
 #include <QCollator>
 #include <QDir>
@@ -130,10 +130,13 @@ std::unique_ptr<BackendOutputParser> OpenCodeBackendProfile::makeOutputParser() 
 QList<BackendModel> OpenCodeBackendProfile::availableModels() const
 {
     QList<BackendModel> models{defaultModel()};
+    const std::optional<QByteArray> config = readToolFile(configPath());
+    if (!config)
+        return models;
     try {
-        models.append(decodeConfig(DataFile::read(configPath())));
+        models.append(decodeConfig(*config));
     } catch (const TarvelError &) {
-        // A missing or unreadable config still leaves opencode's own default usable.
+        // A malformed config still leaves opencode's own default usable.
     }
     return models;
 }

@@ -42,13 +42,10 @@ void makeFolder(const QString &path, bool privateToUser)
 
 QString baseDirectory()
 {
-    // The platform's per-user data folder (XDG data home, Application Support). Without
-    // one, Tarvel keeps its folder in the home folder.
-    const QString dataHome = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    const bool explicitlySet = !qEnvironmentVariableIsEmpty("XDG_DATA_HOME");
-    if (!dataHome.isEmpty() && (explicitlySet || QFileInfo(dataHome).isDir()))
-        return QDir(dataHome).filePath(AppConstants::appName);
-    return QDir(QDir::homePath()).filePath(AppConstants::appName);
+    // The platform's per-user data folder (XDG data home, Application Support), whether it
+    // exists yet or not: the folder never moves once files are in it.
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+        .filePath(AppConstants::appName);
 }
 
 QString requestsDirectory()

@@ -12,10 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <fcntl.h>
 #include <limits>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace RequestFileIO {
 namespace {
@@ -31,54 +28,34 @@ qint64 creationTime(const QFileInfo &info)
     return date.isValid() ? date.toMSecsSinceEpoch() : std::numeric_limits<qint64>::min();
 }
 
-// The bytes of a request file, opened without following a link and examined on the open
-// descriptor, so the file cannot be swapped between the check and the read. Non-blocking,
-// so that a FIFO never stalls the application.
+// The bytes of a request file: a plain file only, never through a link.
 QByteArray readRequestBytes(const QString &url)
 {
     const QString shown = QDir::toNativeSeparators(url);
-    const int descriptor =
-        ::open(QFile::encodeName(url).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (descriptor < 0) {
-        if (errno == ELOOP) {
-            throw RefusedRequestFileError(
-                QStringLiteral(
-                    "The request file \u201c%1\u201d is a symbolic link, and Tarvel reads only plain files "
-                    "as requests.")
-                    .arg(shown));
-        }
-        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), errno);
-    }
-    QFile file;
-    if (!file.open(descriptor, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle)) {
-        ::close(descriptor);
-        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), file.errorString());
-    }
-    struct stat info {};
-    if (::fstat(descriptor, &info) != 0)
-        throw SystemError(QStringLiteral("examine \u201c%1\u201d").arg(shown), errno);
-    if (!S_ISREG(info.st_mode)) {
+    DataFile::PlainFileContents contents =
+        DataFile::readPlainFile(url, maximumRequestFileSize, DataFile::SymbolicLinks::refuse);
+    switch (contents.status) {
+    case DataFile::PlainFileStatus::read:
+        break;
+    case DataFile::PlainFileStatus::missing:
+        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), ENOENT);
+    case DataFile::PlainFileStatus::symbolicLink:
         throw RefusedRequestFileError(
-            QStringLiteral(
-                "The request file \u201c%1\u201d is not a plain file, and Tarvel reads only plain files "
-                "as requests.")
+            QStringLiteral("The request file \u201c%1\u201d is a symbolic link, and Tarvel reads only plain "
+                           "files as requests.")
                 .arg(shown));
-    }
-    const auto tooLarge = [&] {
-        return RefusedRequestFileError(
+    case DataFile::PlainFileStatus::notPlainFile:
+        throw RefusedRequestFileError(
+            QStringLiteral("The request file \u201c%1\u201d is not a plain file, and Tarvel reads only plain "
+                           "files as requests.")
+                .arg(shown));
+    case DataFile::PlainFileStatus::tooLarge:
+        throw RefusedRequestFileError(
             QStringLiteral("The request file \u201c%1\u201d is larger than %2 MB, so Tarvel did not read it.")
                 .arg(shown)
                 .arg(maximumRequestFileSize / (1024 * 1024)));
-    };
-    if (info.st_size > maximumRequestFileSize)
-        throw tooLarge();
-    // Bounded even when the file grows after fstat.
-    const QByteArray bytes = file.read(maximumRequestFileSize + 1);
-    if (bytes.size() > maximumRequestFileSize)
-        throw tooLarge();
-    if (file.error() != QFileDevice::NoError)
-        throw SystemError(QStringLiteral("read \u201c%1\u201d").arg(shown), file.errorString());
-    return bytes;
+    }
+    return std::move(contents.bytes);
 }
 
 } // namespace

@@ -35,12 +35,54 @@ QString trimmedOf(const QString &text, QStringView characters)
     return text.mid(begin, end - begin);
 }
 
-QString readText(const QString &path)
+// The start-up file is read whole up to this size; a larger one is refused, not cut short.
+constexpr qint64 kMaximumStartupFileSize = 16 * 1024 * 1024;
+
+// The start-up file's bytes, as they are: it may hold any encoding, and every byte outside
+// our block goes back unchanged. A missing file is empty; one that cannot be read is an
+// error, since writing the block alone would lose it.
+QByteArray readStartupFile(const QString &path)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromUtf8(file.readAll());
+    const QString shown = QDir::toNativeSeparators(path);
+    DataFile::PlainFileContents contents =
+        DataFile::readPlainFile(path, kMaximumStartupFileSize, DataFile::SymbolicLinks::follow);
+    switch (contents.status) {
+    case DataFile::PlainFileStatus::read:
+    case DataFile::PlainFileStatus::missing:
+        break;
+    case DataFile::PlainFileStatus::symbolicLink:
+    case DataFile::PlainFileStatus::notPlainFile:
+        throw TarvelError(QStringLiteral("\u201c%1\u201d is not a plain file.").arg(shown));
+    case DataFile::PlainFileStatus::tooLarge:
+        throw TarvelError(QStringLiteral("\u201c%1\u201d is larger than %2 MB.")
+                              .arg(shown)
+                              .arg(kMaximumStartupFileSize / (1024 * 1024)));
+    }
+    return std::move(contents.bytes);
+}
+
+// Where the marked block lies: from the start of its first line to the end of its last,
+// newline included. The innermost pair of markers counts, so a stray begin marker above
+// never takes the user's lines between it and our block with it.
+std::optional<std::pair<qsizetype, qsizetype>> blockRange(const QByteArray &text)
+{
+    const QByteArray begin = kBeginMarker.toUtf8();
+    const QByteArray end = kEndMarker.toUtf8();
+    const auto atLineStart = [&text](qsizetype at) {
+        return at == 0 || text.at(at - 1) == '\n';
+    };
+    for (qsizetype close = text.indexOf(end); close >= 0; close = text.indexOf(end, close + 1)) {
+        if (!atLineStart(close))
+            continue;
+        qsizetype open = text.lastIndexOf(begin, close);
+        while (open >= 0 && !atLineStart(open))
+            open = open == 0 ? -1 : text.lastIndexOf(begin, open - 1);
+        if (open < 0)
+            return std::nullopt;
+        const qsizetype lineEnd = text.indexOf('\n', close);
+        return std::pair{open, lineEnd < 0 ? text.size() : lineEnd + 1};
+    }
+    return std::nullopt;
 }
 
 // Inside single quotes every character stands for itself except the quote, which closes them.
@@ -241,8 +283,16 @@ std::optional<EditorIntegrationStatus> EditorIntegrationManager::status() const
     const std::optional<EditorIntegrationInstallLocation> location = installLocation();
     if (!location)
         return std::nullopt;
+    QByteArray config;
+    try {
+        config = readStartupFile(location->configURL.toLocalFile());
+    } catch (const TarvelError &) {
+        // Unreadable counts as empty here; install says why it cannot change the file.
+    }
+    // Decoded for the assignments only: a byte that is not UTF-8 becomes a replacement character
+    // on its own line and hides no assignment.
     const QMap<QString, QString> assignments =
-        editorAssignments(readText(location->configURL.toLocalFile()), syntaxFor(location->shellName));
+        editorAssignments(QString::fromUtf8(config), syntaxFor(location->shellName));
     EditorIntegrationStatus status;
     status.location = *location;
     QString variable = QStringLiteral("VISUAL");
@@ -278,16 +328,21 @@ QString EditorIntegrationManager::markedBlock(ShellSyntax syntax)
     return kBeginMarker + u'\n' + assignment + u'\n' + kEndMarker;
 }
 
-QString EditorIntegrationManager::mergedShellConfig(const QString &existing, ShellSyntax syntax)
+QByteArray EditorIntegrationManager::mergedShellConfig(const QByteArray &existing, ShellSyntax syntax)
 {
-    QString text = existing;
-    const qsizetype begin = text.indexOf(kBeginMarker);
-    const qsizetype end = begin < 0 ? -1 : text.indexOf(kEndMarker, begin + kBeginMarker.size());
-    if (begin >= 0 && end >= 0)
-        text.remove(begin, end + kEndMarker.size() - begin);
-    text = text.trimmed();
-    const QString block = markedBlock(syntax);
-    return (text.isEmpty() ? block : text + QStringLiteral("\n\n") + block) + u'\n';
+    const QByteArray block = markedBlock(syntax).toUtf8() + '\n';
+    QByteArray text = existing;
+    if (const auto range = blockRange(existing)) {
+        const auto [begin, end] = *range;
+        // Replaced where it stands, unless a later line sets VISUAL again and would win over it.
+        const QString rest = QString::fromUtf8(existing.sliced(end));
+        if (!editorAssignments(rest, syntax).contains(QStringLiteral("VISUAL")))
+            return text.replace(begin, end - begin, block);
+        text.remove(begin, end - begin);
+    }
+    if (!text.isEmpty())
+        text += text.endsWith('\n') ? "\n" : "\n\n";
+    return text + block;
 }
 
 QString EditorIntegrationManager::helperScriptContents() const
@@ -327,9 +382,9 @@ EditorIntegrationInstallLocation EditorIntegrationManager::install() const
         if (!QDir().mkpath(configInfo.path()))
             throw TarvelError(QStringLiteral("The folder \u201c%1\u201d could not be made.")
                                   .arg(QDir::toNativeSeparators(configInfo.path())));
-        const QString merged = mergedShellConfig(readText(config), syntaxFor(location->shellName));
+        const QByteArray merged = mergedShellConfig(readStartupFile(config), syntaxFor(location->shellName));
         // Keep the file's own permissions; a new one is readable by all, as start-up files are.
-        DataFile::write(config, merged.toUtf8(), configInfo.isFile() ? configInfo.permissions() : kReadable);
+        DataFile::write(config, merged, configInfo.isFile() ? configInfo.permissions() : kReadable);
     } catch (const TarvelError &error) {
         throw EditorIntegrationError(Kind::failedToWriteShellConfig, error.description());
     }

@@ -2,6 +2,7 @@
 
 #include "editor_integration/EditorIntegrationStatus.h"
 
+#include <QByteArray>
 #include <QMap>
 #include <QString>
 
@@ -29,8 +30,9 @@ public:
     std::optional<EditorIntegrationInstallLocation> installLocation() const;
     // Never fails: an unreadable start-up file counts as empty.
     std::optional<EditorIntegrationStatus> status() const;
-    // Writes the shim and the block; throws EditorIntegrationError. Nothing written before a
-    // failure is undone.
+    // Writes the shim and the block; throws EditorIntegrationError, also when the start-up file
+    // exists but cannot be read (it is never replaced by the block alone). Nothing written
+    // before a failure is undone.
     EditorIntegrationInstallLocation install() const;
     void revealConfigLocation(const EditorIntegrationInstallLocation &location) const;
 
@@ -43,7 +45,10 @@ public:
                                                                             ShellSyntax syntax);
     static bool usesTarvel(const QString &command);
     static QString markedBlock(ShellSyntax syntax);
-    static QString mergedShellConfig(const QString &existing, ShellSyntax syntax);
+    // The start-up file with the marked block in it: an earlier block is replaced where it
+    // stands (unless a later line sets VISUAL again, which would win), else the block is added
+    // at the end. Every byte outside the block is kept as it was, whatever its encoding.
+    static QByteArray mergedShellConfig(const QByteArray &existing, ShellSyntax syntax);
     QString helperScriptContents() const;
 
 private:

@@ -2,6 +2,7 @@
 
 #include "core/AppConstants.h"
 #include "core/Clock.h"
+#include "core/DataFolderMove.h"
 #include "core/FileStore.h"
 #include "core/RequestFileIO.h"
 #include "core/TarvelError.h"
@@ -57,6 +58,8 @@ void EditSession::start()
 
     // Watch before the request exists: an answer cannot come earlier than that.
     try {
+        // An old ~/Tarvel goes to the data folder before this makes its request folders there.
+        DataFolderMove::fromHomeFolder();
         FileStore::ensureDirectoriesExist();
     } catch (const UnsafeFolderError &error) {
         // Nothing is written into a folder someone else could read or answer from.

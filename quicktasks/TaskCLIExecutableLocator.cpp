@@ -89,18 +89,40 @@ std::optional<QString> loginShellPath()
 
 QStringList candidateDirectories()
 {
-    // The login shell is asked once per shell for the life of the application: its start-up
+    // A login shell's answer is kept per shell for the life of the application: its start-up
     // files rarely change, and a slow one (up to the 2 s limit) would otherwise hold up every
-    // composer and every task start. The lock is held while it is asked, so callers that come
-    // meanwhile wait for its answer rather than asking again.
+    // composer and every task start. A failed or timed-out answer is not kept (a shell slow
+    // while the desktop loads would hide the tools on its PATH until Tarvel restarts): the next
+    // check asks again. Callers that come while the shell is being asked take that answer.
+    using Answer = std::shared_future<std::optional<QString>>;
     static std::mutex mutex;
-    static QHash<QString, std::optional<QString>> answers;
+    static QHash<QString, Answer> answers;
     const QString shell = loginShellExecutable();
-    const std::lock_guard lock(mutex);
-    auto answer = answers.constFind(shell);
-    if (answer == answers.cend())
-        answer = answers.insert(shell, loginShellPath());
-    return candidateDirectories(*answer);
+    std::promise<std::optional<QString>> asked;
+    Answer answer;
+    bool asking = false;
+    {
+        const std::lock_guard lock(mutex);
+        answer = answers.value(shell);
+        const bool failed = answer.valid() &&
+                            answer.wait_for(std::chrono::seconds(0)) == std::future_status::ready &&
+                            !answer.get();
+        if (!answer.valid() || failed) {
+            answer = asked.get_future().share();
+            answers.insert(shell, answer);
+            asking = true;
+        }
+    }
+    if (asking) {
+        std::optional<QString> path;
+        try {
+            path = loginShellPath();
+        } catch (...) {
+            // Kept as a failure, asked again next time, rather than leaving waiters stuck.
+        }
+        asked.set_value(path);
+    }
+    return candidateDirectories(answer.get());
 }
 
 void prepareSearchPath()

@@ -36,7 +36,8 @@ QString loginShellExecutable();
 std::optional<QString> loginShellPath();
 
 // Our PATH, the login shell's PATH, then a few fixed folders; each folder once, at its
-// first place. The login shell's answer is kept per shell for the life of the process.
+// first place. The login shell's answer is kept per shell for the life of the process once
+// it has given one; after a failure or a timeout the next call asks again.
 QStringList candidateDirectories();
 QStringList candidateDirectories(const std::optional<QString> &loginShellPath);
 // Asks the login shell on a background thread, so that the first composer or task need not.

@@ -1,5 +1,6 @@
 // The folder tree and the life of request, response and marker files.
 #include "core/DataFile.h"
+#include "core/DataFolderMove.h"
 #include "core/FileStore.h"
 #include "core/JSONCoding.h"
 #include "core/RequestFileIO.h"
@@ -9,6 +10,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <sys/stat.h>
@@ -52,10 +54,85 @@ private Q_SLOTS:
         QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral(".local/share/Tarvel")));
         env.set("XDG_DATA_HOME", env.path(QStringLiteral("elsewhere")));
         QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral("elsewhere/Tarvel")));
-        // No data home set and none on disk: the home folder holds Tarvel's folder.
+        // No data home set and none on disk: still the default one, made as mkdir -p would.
         env.unset("XDG_DATA_HOME");
         QVERIFY(QDir(env.path(QStringLiteral(".local"))).removeRecursively());
-        QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral("Tarvel")));
+        QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral(".local/share/Tarvel")));
+        FileStore::ensureDirectoriesExist();
+        const mode_t mask = ::umask(0);
+        ::umask(mask);
+        QCOMPARE(permissions(env.path(QStringLiteral(".local/share"))), int(0777 & ~mask));
+        QCOMPARE(permissions(FileStore::baseDirectory()), 0700);
+    }
+
+    // An old ~/Tarvel moves into the data folder once: whole when there is none yet (across file
+    // systems too), else only what the data folder lacks. Nothing is replaced, and a link or a
+    // folder that only has the name stays where it is.
+    void oldHomeFolderMovesOnce_data()
+    {
+        QTest::addColumn<QString>("setup");
+        QTest::addColumn<QStringList>("stays"); // in ~/Tarvel afterwards; "*": all of it
+        QTest::newRow("whole") << QString() << QStringList();
+        QTest::newRow("into request folders tarvel-edit made")
+            << QStringLiteral("made")
+            << QStringList{QStringLiteral("CompletedRequests"), QStringLiteral("MalformedRequests"),
+                           QStringLiteral("Requests"), QStringLiteral("Responses")};
+        QTest::newRow("across file systems") << QStringLiteral("shm") << QStringList();
+        QTest::newRow("not Tarvel's") << QStringLiteral("foreign") << QStringList{QStringLiteral("*")};
+        QTest::newRow("a link") << QStringLiteral("link") << QStringList{QStringLiteral("*")};
+    }
+    void oldHomeFolderMovesOnce()
+    {
+        QFETCH(QString, setup);
+        QFETCH(QStringList, stays);
+        TestEnvironment env;
+        QTemporaryDir otherFileSystem(QStringLiteral("/dev/shm/tarvel-XXXXXX"));
+        if (setup == u"shm") {
+            struct stat here {
+            }, there{};
+            if (!otherFileSystem.isValid() || ::stat(QFile::encodeName(env.root()).constData(), &here) != 0 ||
+                ::stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+                QSKIP("no second file system at /dev/shm");
+            env.set("XDG_DATA_HOME", otherFileSystem.path());
+        }
+        const QString old = env.path(QStringLiteral("Tarvel"));
+        const QDir folder(setup == u"link" ? env.path(QStringLiteral("elsewhere")) : old);
+        for (const char *name :
+             {"Errors", "Requests", "Responses", "CompletedRequests", "MalformedRequests"}) {
+            if (setup != u"foreign" || qstrcmp(name, "Errors") == 0)
+                QVERIFY(QDir().mkpath(folder.filePath(QString::fromLatin1(name))));
+        }
+        DataFile::write(folder.filePath(QStringLiteral("Errors/errors.json")), "[]");
+        if (setup == u"link")
+            QVERIFY(QFile::link(folder.path(), old));
+        if (setup == u"made") {
+            DataFile::write(folder.filePath(QStringLiteral("Requests/old.json")), "old");
+            RequestFileIO::writeRequest(makeRequest(QStringLiteral("new")));
+        }
+
+        const std::optional<DataFolderMove> move = DataFolderMove::fromHomeFolder();
+        const QString base = FileStore::baseDirectory();
+        if (stays == QStringList{QStringLiteral("*")}) {
+            QVERIFY(!move);
+            QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Errors/errors.json"))), "[]");
+            QVERIFY(!QFileInfo::exists(base));
+            return;
+        }
+        QVERIFY(move && move->title.contains(base));
+        QCOMPARE(DataFile::read(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), "[]");
+        QCOMPARE(permissions(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), 0600);
+        QCOMPARE(QDir(old).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), stays);
+        QCOMPARE(QFileInfo::exists(old), !stays.isEmpty());
+        if (setup == u"made") {
+            QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Requests/old.json"))), "old");
+            QCOMPARE(RequestFileIO::pendingRequestURLs().size(), 1);
+            QVERIFY2(move->detail.contains(
+                         u"already had CompletedRequests, MalformedRequests, Requests, Responses"),
+                     qPrintable(move->detail));
+        }
+        QVERIFY(!DataFolderMove::fromHomeFolder());
+        QCOMPARE(DataFolderMove::takeUnrecorded(), QList<DataFolderMove>{*move});
+        QVERIFY(DataFolderMove::takeUnrecorded().isEmpty());
     }
 
     void foldersAndFilesArePrivate()

@@ -8,6 +8,9 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 namespace {
 constexpr auto kExecutable = QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner;
 const QByteArray kBlock = "# >>> Tarvel editor integration >>>\n"
@@ -72,6 +75,8 @@ private Q_SLOTS:
         QTest::newRow("fish, another editor")
             << "fish" << QByteArray("set -x EDITOR 'hx'\n") << true << "EDITOR=hx";
         QTest::newRow("fish reads no export line") << "fish" << kBlock << true << "notConfigured";
+        QTest::newRow("latin-1 around it") << "bash"
+                                           << "# \xe9\xe8\n" + kBlock + "\xff" << true << "installed";
     }
     void status()
     {
@@ -107,37 +112,79 @@ private Q_SLOTS:
         QVERIFY(!EditorIntegrationManager(QString()).installLocation());
     }
 
-    void installReplacesTheBlockAndKeepsTheRest()
+    // Every byte outside the block stays as it was, whatever its encoding; the block is replaced
+    // where it stands, unless a later line sets VISUAL, and added at the end otherwise.
+    void installKeepsEveryByteOutsideTheBlock_data()
     {
+        QTest::addColumn<QString>("shell");
+        QTest::addColumn<QByteArray>("before");
+        QTest::addColumn<QByteArray>("after");
+        const QByteArray latin1 = "# caf\xe9 cr\xe8me\r\nalias ll='ls -l'";
+        const QByteArray olderBlock = QByteArray(kBlock).replace("export ", "");
+        QTest::newRow("latin-1, no block") << "bash" << latin1 << latin1 + "\n\n" + kBlock;
+        QTest::newRow("block in the middle") << "bash"
+                                             << "\n" + latin1 + "\n" + olderBlock + "\xff\n\n\n"
+                                             << "\n" + latin1 + "\n" + kBlock + "\xff\n\n\n";
+        QTest::newRow("a stray marker above the block")
+            << "bash"
+            << "# >>> Tarvel editor integration >>>\nx\n" + olderBlock
+            << "# >>> Tarvel editor integration >>>\nx\n" + kBlock;
+        QTest::newRow("a later VISUAL") << "zsh"
+                                        << "a\n" + kBlock + "VISUAL=nano\n"
+                                        << "a\nVISUAL=nano\n\n" + kBlock;
+        QTest::newRow("fish") << "fish" << QByteArray("# \xe9\n")
+                              << "# \xe9\n\n" +
+                                     QByteArray(kBlock).replace("export VISUAL=", "set -gx VISUAL ");
+    }
+    void installKeepsEveryByteOutsideTheBlock()
+    {
+        QFETCH(QString, shell);
+        QFETCH(QByteArray, before);
+        QFETCH(QByteArray, after);
         TestEnvironment environment;
-        environment.set("SHELL", QStringLiteral("/bin/bash"));
+        environment.set("SHELL", QStringLiteral("/bin/") + shell);
         const EditorIntegrationManager manager(QStringLiteral("/opt/tar'vel"));
-        const QString bashrc = environment.path(QStringLiteral(".bashrc"));
-        writeFile(bashrc, "\n" + QByteArray(kBlock).replace("export ", "") + "\n\n"); // an older block alone
+        const QString config = manager.installLocation()->configURL.toLocalFile();
+        writeFile(config, before);
         manager.install();
-        QCOMPARE(readFile(bashrc), kBlock);
-        writeFile(bashrc, "alias ll='ls -l'\n" + kBlock + "export PATH=$PATH:/opt\n\n\n");
+        QCOMPARE(readFile(config), after);
         manager.install();
-        manager.install();
-        QCOMPARE(readFile(bashrc), "alias ll='ls -l'\n\nexport PATH=$PATH:/opt\n\n" + kBlock);
+        QCOMPARE(readFile(config), after);
         QCOMPARE(manager.status()->kind, EditorIntegrationStatus::Kind::installed);
     }
 
-    void unwritableStartupFileKeepsTheShim()
+    // A start-up file that cannot be read or replaced is refused and left as it was (never
+    // replaced by the block alone); status still answers at once.
+    void unusableStartupFileIsLeftAsItWas_data()
     {
+        QTest::addColumn<int>("type");
+        QTest::newRow("a folder") << int(S_IFDIR);
+        QTest::newRow("a link to itself") << int(S_IFLNK);
+        QTest::newRow("a FIFO") << int(S_IFIFO);
+    }
+    void unusableStartupFileIsLeftAsItWas()
+    {
+        QFETCH(int, type);
         TestEnvironment environment;
         environment.set("SHELL", QStringLiteral("/bin/zsh"));
-        // A folder where the start-up file should be: no write can replace it, even as root.
-        QVERIFY(QDir().mkpath(environment.path(QStringLiteral(".zshrc"))));
+        const QByteArray zshrc = QFile::encodeName(environment.path(QStringLiteral(".zshrc")));
+        QCOMPARE(type == S_IFDIR   ? ::mkdir(zshrc, 0700)
+                 : type == S_IFLNK ? ::symlink(zshrc, zshrc)
+                                   : ::mkfifo(zshrc, 0600),
+                 0);
+        const EditorIntegrationManager manager{QString()};
+        QCOMPARE(describe(*manager.status()), QStringLiteral("notConfigured"));
         try {
-            EditorIntegrationManager(QString()).install();
+            manager.install();
             QFAIL("install succeeded");
         } catch (const EditorIntegrationError &error) {
             QCOMPARE(error.kind(), EditorIntegrationError::Kind::failedToWriteShellConfig);
             QVERIFY2(error.description().startsWith(u"Could not update the shell configuration file. "),
                      qPrintable(error.description()));
         }
-        QVERIFY(QFileInfo(environment.path(QStringLiteral(".zshrc"))).isDir());
+        struct stat after {};
+        QCOMPARE(::lstat(zshrc, &after), 0);
+        QCOMPARE(int(after.st_mode & S_IFMT), type);
         QVERIFY(QFileInfo(environment.path(QStringLiteral(".local/bin/tarvel-edit"))).isExecutable());
     }
 

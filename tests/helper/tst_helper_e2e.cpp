@@ -1,5 +1,6 @@
 // tarvel-edit end to end: the built helper against the test responder on a real session
 // bus, with real files and real child processes.
+#include "core/DataFolderMove.h"
 #include "core/FileStore.h"
 #include "support/TestEnvironment.h"
 
@@ -457,11 +458,17 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_editorLog)); // no fallback editor either
     }
 
+    // They all find an old ~/Tarvel too, beside the data folder the application has made: one of
+    // them moves what that lacks, once.
     void manyHelpersAtOnceAreEachAnsweredOnce()
     {
         constexpr int kHelpers = 50;
         Responder responder;
         QVERIFY(responder.start(QStringLiteral("submit"), m_responderLog));
+        const QDir old(m_env->path(QStringLiteral("Tarvel")));
+        for (const char *name : {"Errors", "Requests", "Responses", "CompletedRequests", "MalformedRequests"})
+            QVERIFY(old.mkpath(QString::fromLatin1(name)));
+        QVERIFY(writeFile(old.filePath(QStringLiteral("Errors/errors.json")), "[]"));
 
         std::vector<std::unique_ptr<QProcess>> helpers;
         QStringList files;
@@ -482,6 +489,12 @@ private Q_SLOTS:
             ++answersPerRequest[answer.value(u"id").toString()];
         QCOMPARE(answersPerRequest.size(), kHelpers);
         verifyNoExchangeFilesLeft();
+        QCOMPARE(old.entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+                 (QStringList{QStringLiteral("CompletedRequests"), QStringLiteral("MalformedRequests"),
+                              QStringLiteral("Requests"), QStringLiteral("Responses")}));
+        QCOMPARE(readAll(QDir(FileStore::baseDirectory()).filePath(QStringLiteral("Errors/errors.json"))),
+                 "[]");
+        QCOMPARE(DataFolderMove::takeUnrecorded().size(), 1);
     }
 
     void helpAndVersion()

@@ -8,6 +8,8 @@
 
 #include <QtTest>
 
+#include <sys/stat.h>
+
 using QuickTaskModelCatalog::Model;
 namespace Catalog = QuickTaskModelCatalog;
 
@@ -105,14 +107,33 @@ private Q_SLOTS:
         QVERIFY(modelsOf(QuickTaskCLIBackend::codex).isEmpty());
     }
 
-    void missingFilesAreNotErrors()
+    // Missing, oversized and special files (a FIFO would hold a read for ever) are no models and
+    // no error.
+    void missingLargeAndSpecialFilesReadAsAbsent()
     {
         TestEnvironment env;
-        QVERIFY(modelsOf(QuickTaskCLIBackend::codex).isEmpty());
-        QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode),
-                 QList<Model>{OpenCodeBackendProfile::defaultModel()});
+        const auto onlyBuiltIn = [] {
+            return modelsOf(QuickTaskCLIBackend::codex).isEmpty() &&
+                   modelsOf(QuickTaskCLIBackend::opencode) ==
+                       QList<Model>{OpenCodeBackendProfile::defaultModel()};
+        };
+        QVERIFY(onlyBuiltIn());
         QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::claude)),
                  (QStringList{QStringLiteral("sonnet"), QStringLiteral("opus")}));
+
+        const QByteArray padding(BackendProfile::maximumToolFileSize, ' '); // still valid JSON
+        CatalogFiles::writeCodexCache(env, CatalogFiles::sample(QStringLiteral("codex/models_cache.json")) +
+                                               padding);
+        CatalogFiles::writeOpenCodeConfig(
+            env, CatalogFiles::sample(QStringLiteral("opencode/opencode.json")) + padding);
+        QVERIFY(onlyBuiltIn());
+
+        for (const QString &file :
+             {QStringLiteral(".codex/models_cache.json"), QStringLiteral(".config/opencode/opencode.json")}) {
+            QVERIFY(QFile::remove(env.path(file)));
+            QCOMPARE(::mkfifo(QFile::encodeName(env.path(file)).constData(), 0600), 0);
+        }
+        QVERIFY(onlyBuiltIn());
     }
 
     void openCodeConfigAsOpenCodeWritesIt()
