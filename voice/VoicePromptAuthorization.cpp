@@ -49,12 +49,9 @@ QFuture<void> requestVoiceCaptureAccessIfNeeded(SpeechRecognizer &recognizer)
         speech->speechRecognitionAccess(),
         [speech](Answer answer) { speech->requestSpeechRecognitionAccess(std::move(answer)); },
         [promise, speech](bool granted) {
+            // A refusal is said as such, whatever else stands in the way: the user can change it.
             if (!granted) {
-                // Without a system prompt to answer, a refusal means the recogniser cannot run.
-                const QString reason = speech->unavailableReason();
-                fail(*promise, reason.isEmpty()
-                                   ? VoicePromptDraftError::speechRecognitionPermissionDenied()
-                                   : VoicePromptDraftError::speechRecognitionUnavailable(reason));
+                fail(*promise, VoicePromptDraftError::speechRecognitionPermissionDenied());
                 return;
             }
             settle(

@@ -46,7 +46,8 @@ VoicePromptDraftError VoicePromptDraftError::speechRecognitionUnavailable(const 
         HostPlatform::usesMacConventions()
             ? QStringLiteral("On-device Speech Recognition is unavailable on this Mac right now.")
             : QStringLiteral("On-device Speech Recognition is unavailable on this computer right now.");
-    if (!reason.isEmpty())
+    // A recogniser that gives no reason of its own answers with this very sentence.
+    if (!reason.isEmpty() && reason != description)
         description += u' ' + reason;
     return VoicePromptDraftError(Kind::speechRecognitionUnavailable, description);
 }

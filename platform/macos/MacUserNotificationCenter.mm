@@ -11,12 +11,14 @@
 
 @implementation TarvelNotificationDelegate
 
-// Tarvel is an accessory, but a banner must show while one of its composers is in front too.
+// Tarvel is an accessory, but a banner must show while one of its composers is in front too, and
+// stay in the notification list for later.
 - (void)userNotificationCenter:(UNUserNotificationCenter *)center
        willPresentNotification:(UNNotification *)notification
          withCompletionHandler:(void (^)(UNNotificationPresentationOptions))completionHandler
 {
-    completionHandler(UNNotificationPresentationOptionBanner | UNNotificationPresentationOptionSound);
+    completionHandler(UNNotificationPresentationOptionBanner | UNNotificationPresentationOptionList |
+                      UNNotificationPresentationOptionSound);
 }
 
 - (void)userNotificationCenter:(UNUserNotificationCenter *)center

@@ -164,8 +164,12 @@ private Q_SLOTS:
         QTest::newRow("speech refused: microphone not asked")
             << undetermined << undetermined << false << QString() << QStringList{u"askSpeech"_s}
             << u"Speech Recognition access is required to transcribe a dictated prompt."_s;
-        QTest::newRow("no recogniser installed")
-            << Access::denied << Access::authorized << true << u"Install it."_s << QStringList{} << noModel;
+        QTest::newRow("refused, whatever else stands in the way")
+            << Access::denied << Access::authorized << true << u"Install it."_s << QStringList{}
+            << u"Speech Recognition access is required to transcribe a dictated prompt."_s;
+        const QString plainUnavailable = noModel.chopped(u" Install it."_s.size());
+        QTest::newRow("unavailable, said once") << Access::authorized << Access::authorized << true
+                                                << plainUnavailable << QStringList{} << plainUnavailable;
         QTest::newRow("recogniser gone after access") << Access::authorized << Access::authorized << true
                                                       << u"Install it."_s << QStringList{} << noModel;
     }
