@@ -94,7 +94,7 @@ VoicePromptBuilder::stopRecordingAndBuildPrompt(const QString &workingDirectory,
     if (m_state != State::recording)
         return failedFuture<QString>(VoicePromptDraftError::cancelled());
     const quint64 build = ++m_generation;
-    setState(State::processing);
+    setState(State::transcribing);
     auto promise = std::make_shared<QPromise<QString>>();
     promise->start();
     const auto fail = [this, build, promise](std::exception_ptr error) {
@@ -110,6 +110,7 @@ VoicePromptBuilder::stopRecordingAndBuildPrompt(const QString &workingDirectory,
                       throw VoicePromptDraftError::emptyTranscription();
                   if (build != m_generation)
                       throw VoicePromptDraftError::cancelled();
+                  setState(State::processing);
                   m_rewriter
                       ->rewritePrompt(trimmed, workingDirectory,
                                       preferredPromptRewritePreset(preferredPreset), backend())

@@ -15,13 +15,13 @@ class UserDefaults;
 class VoicePromptTranscriber;
 
 // Dictation into a prompt draft, as a composer drives it: idle → recording (start) →
-// processing (stop: the transcript, then its rewrite by the backend) → idle. One per
-// composer; lives on the main thread.
+// transcribing (stop: the recogniser's transcript) → processing (its rewrite by the backend)
+// → idle. One per composer; lives on the main thread.
 class VoicePromptBuilder final : public QObject {
     Q_OBJECT
 
 public:
-    enum class State { idle, recording, processing };
+    enum class State { idle, recording, transcribing, processing };
     Q_ENUM(State)
 
     VoicePromptBuilder(SpeechRecognizer &recognizer, UserDefaults &defaults, QObject *parent = nullptr);

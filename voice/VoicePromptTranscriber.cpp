@@ -38,7 +38,6 @@ VoicePromptTranscriber::VoicePromptTranscriber(SpeechRecognizer &recognizer, QOb
     , m_recognizer(recognizer)
 {
     m_stopFallbackTimer.setSingleShot(true);
-    m_stopFallbackTimer.setInterval(finalResultWaitMilliseconds);
     connect(&m_stopFallbackTimer, &QTimer::timeout, this,
             &VoicePromptTranscriber::completeStopIfNeededWithFallback);
 }
@@ -88,7 +87,9 @@ QFuture<QString> VoicePromptTranscriber::stopRecording()
         handleRecognitionFailure(*m_failureBeforeStop);
         return future;
     }
-    m_stopFallbackTimer.start();
+    const std::optional<std::chrono::milliseconds> limit = m_recognizer.finalResultTimeLimit();
+    m_stopFallbackTimer.start(limit ? *limit + std::chrono::milliseconds(finalResultLimitGraceMilliseconds)
+                                    : std::chrono::milliseconds(finalResultWaitMilliseconds));
     m_recognizer.finishAudio();
     return future;
 }

@@ -13,6 +13,7 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QtTest>
@@ -78,7 +79,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(f.composer->panel()));
         QTest::keyClick(f.text(), Qt::Key_Escape);
         QCOMPARE(f.cancels, 0);
-        QCOMPARE(f.state(), State::processing);
+        QCOMPARE(f.state(), State::transcribing);
         QVERIFY(!f.button()->isEnabled());
         QVERIFY(!f.composer->panel()->showsRecordingTint());
 
@@ -88,6 +89,20 @@ private Q_SLOTS:
         QCOMPARE(f.alert(), nullptr);
         QCOMPARE(QString::fromUtf8(f.fakes.recorded(u"claude.cwd"_s).trimmed()), f.environment.root());
         f.text()->undo();
+        QCOMPARE(f.text()->toPlainText(), u"Before after"_s);
+
+        // A recogniser that transcribes after the stop shows it; Escape then gives the dictation
+        // up (the recogniser is stopped) and keeps the composer and its text.
+        f.recognizer.timeLimit = std::chrono::seconds(30);
+        f.pressVoiceShortcut();
+        QTRY_COMPARE(f.state(), State::recording);
+        f.pressVoiceShortcut();
+        QVERIFY(f.surface().voicePromptStatus()->isVisible());
+        QTest::keyClick(f.text(), Qt::Key_Escape);
+        QCOMPARE(f.state(), State::idle);
+        QCOMPARE(f.recognizer.calls.last(), u"cancel"_s);
+        QVERIFY(!f.surface().voicePromptStatus()->isVisible());
+        QCOMPARE(f.cancels, 0);
         QCOMPARE(f.text()->toPlainText(), u"Before after"_s);
     }
 

@@ -17,6 +17,8 @@ public:
     QString unavailable;
     // What happens when the audio ends (a final result, an error, or nothing).
     std::function<void()> onFinishAudio;
+    // Set: it transcribes only after the stop, within this time.
+    std::optional<std::chrono::milliseconds> timeLimit;
     QStringList calls;
 
     Access speechRecognitionAccess() const override { return speechAccess; }
@@ -39,6 +41,7 @@ public:
             onFinishAudio();
     }
     void cancel() override { calls.append(QStringLiteral("cancel")); }
+    std::optional<std::chrono::milliseconds> finalResultTimeLimit() const override { return timeLimit; }
 
     void hear(const QString &transcript, bool isFinal = false)
     {
