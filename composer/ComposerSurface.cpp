@@ -182,6 +182,9 @@ void ComposerSurface::enableVoicePrompt(SpeechRecognizer &recognizer, UserDefaul
     QHBoxLayout *footer = m_panel->footerLayout();
     footer->insertWidget(footer->indexOf(m_panel->cancelButton()), m_voicePromptButton);
     connect(m_voicePromptButton, &QToolButton::clicked, this, &ComposerSurface::voicePromptPressed);
+    // The recogniser gave up while recording: stop at once, for what was heard or the failure.
+    connect(m_voicePromptBuilder, &VoicePromptBuilder::captureFailed, this,
+            &ComposerSurface::voicePromptPressed);
     connect(m_voicePromptBuilder, &VoicePromptBuilder::stateChanged, this,
             [this](VoicePromptBuilder::State state) {
                 applyVoicePromptState();

@@ -53,6 +53,16 @@ VoicePromptBuilder::VoicePromptBuilder(SpeechRecognizer &recognizer, UserDefault
         if (m_state == State::recording)
             cancel();
     });
+    connect(m_transcriber, &VoicePromptTranscriber::captureFailed, this, [this] {
+        // Later: a recogniser may fail inside its start, before this builder is recording.
+        QMetaObject::invokeMethod(
+            this,
+            [this, capture = m_generation] {
+                if (capture == m_generation && m_state == State::recording)
+                    Q_EMIT captureFailed();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 VoicePromptBuilder::~VoicePromptBuilder() = default;

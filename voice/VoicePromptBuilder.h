@@ -49,6 +49,10 @@ public:
 
 Q_SIGNALS:
     void stateChanged(VoicePromptBuilder::State state);
+    // The recogniser failed while recording (the microphone, its format, the recogniser's
+    // model): nothing more is recorded. The owner stops now; the stop answers at once with
+    // the words heard or the failure.
+    void captureFailed();
 
 private:
     void setState(State state);

@@ -115,8 +115,12 @@ void VoicePromptTranscriber::handleRecognitionUpdate(const QString &transcript, 
 void VoicePromptTranscriber::handleRecognitionFailure(const QString &errorText)
 {
     if (!m_isStopping) {
-        // Kept quiet until the user stops: the words heard so far may still be enough.
+        // Kept for the stop, which the owner asks for at once: the words heard so far may
+        // still be enough.
+        const bool first = !m_failureBeforeStop;
         m_failureBeforeStop = errorText;
+        if (first)
+            Q_EMIT captureFailed();
         return;
     }
     if (hasSpeech(m_latestTranscript))

@@ -46,6 +46,9 @@ Q_SIGNALS:
     // Another transcriber started on the shared recogniser; this capture has ended (a pending
     // stop failed with cancelled).
     void captureTakenOver();
+    // The recogniser failed while capturing: nothing more is recorded, and a stop answers at
+    // once with what was heard or with the failure.
+    void captureFailed();
 
 private:
     void handleRecognitionUpdate(const QString &transcript, bool isFinal);

@@ -106,20 +106,37 @@ private Q_SLOTS:
         QTEST(task.constLast(), "prompt");
     }
 
-    // Without a sound server there is no input device: an alert, and nothing is recorded.
-    void withoutAMicrophoneNothingRecords()
+    // A dictation that cannot record shows its alert at once, without a stop, and the tray
+    // shows no recording.
+    void failuresShowAtOnce_data()
     {
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value");
+        // Without a sound server there is no input device.
+        QTest::newRow("no microphone")
+            << u"PULSE_SERVER"_s << u"unix:"_s + m_root.filePath(u"no-sound-server"_s);
+        // A model whose files are there but do not load fails once the capture has begun.
+        const QString model = m_root.filePath(u"broken-model"_s);
+        QDir().mkpath(model + u"/en-us"_s);
+        writeFile(model + u"/en-us.lm.bin"_s, {});
+        writeFile(model + u"/cmudict-en-us.dict"_s, {});
+        QTest::newRow("broken speech model") << u"TARVEL_POCKETSPHINX_MODEL"_s << model;
+    }
+    void failuresShowAtOnce()
+    {
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
         FakeBackends fakes;
         Variables environment = withSteps(fakes, {});
-        environment.insert(u"PULSE_SERVER"_s, u"unix:"_s + m_root.filePath(u"no-sound-server"_s));
-        Application app(m_root.filePath(u"silent"_s), fakes, environment);
+        environment.insert(variable, value);
+        Application app(m_root.filePath(variable), fakes, environment);
         app.start();
         const QString composer = app.openReadyComposer();
         const QImage idleIcon = windowImage(app.trayIconWindow());
         key(u"ctrl+r"_s);
         QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({composer}).isEmpty(), 10000);
-        screenshot(u"voice-no-microphone"_s);
-        QCOMPARE(windowImage(app.trayIconWindow()), idleIcon);
+        screenshot(u"voice-failure-"_s + variable);
+        QTRY_COMPARE_WITH_TIMEOUT(windowImage(app.trayIconWindow()), idleIcon, 5000);
     }
 
 private:

@@ -1,6 +1,7 @@
 // Dictation in the composers (offscreen) over a fake recogniser, the rewrite run by the fake
 // claude: the microphone button's states, Escape and the voice shortcut, undoable insertion,
-// the raw-transcript fallback and the failure alert.
+// the raw-transcript fallback and the failure alert, at the stop or as soon as the recogniser
+// fails.
 #include "FakeSpeechRecognizer.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
@@ -132,7 +133,21 @@ private Q_SLOTS:
         f.alert()->close();
         QTRY_COMPARE(f.alert(), nullptr);
 
+        // A recogniser that fails while recording (here within its start) ends the recording at
+        // once, with the stop's alert.
         f.recognizer.microphoneAccessState = SpeechRecognizer::Access::authorized;
+        f.recognizer.onStart = [&] {
+            f.recognizer.fail(u"Could not start microphone capture."_s);
+        };
+        f.pressVoiceShortcut();
+        QTRY_VERIFY(f.alert());
+        QCOMPARE(f.alert()->informativeText(), u"Could not start microphone capture."_s);
+        QCOMPARE(f.state(), State::idle);
+        QVERIFY(!f.composer->panel()->showsRecordingTint());
+        f.alert()->close();
+        QTRY_COMPARE(f.alert(), nullptr);
+
+        f.recognizer.onStart = nullptr;
         f.pressVoiceShortcut();
         QTRY_COMPARE(f.state(), State::recording);
         f.composer->panel()->cancelButton()->click();
