@@ -6,6 +6,7 @@
 #include "core/UserDefaults.h"
 #include "editor_integration/EditorIntegrationManager.h"
 #include "editor_integration/EditorIntegrationTexts.h"
+#include "platform/CommandSpeechEngine.h"
 #include "platform/SpeechRecognizer.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
 #include "settings/AppSettings.h"
@@ -83,25 +84,27 @@ DiagnosticFinding editorSetupFinding(const QString &applicationDirectory)
             kSetUpEditor};
 }
 
-// Dictation: a recogniser that can run, and something to record from.
+// Dictation: a recogniser that can run (the user's command, else the built-in one), and
+// something to record from.
 QList<DiagnosticFinding> dictationFindings()
 {
     const QString command = AppSettings(UserDefaults::standard()).speechRecognizerCommand();
     const std::unique_ptr<SpeechRecognizer> recognizer = SpeechRecognizer::create({[command] {
         return command;
     }});
-    QList<DiagnosticFinding> findings;
-    const QString reason = recognizer->unavailableReason();
-    if (reason.isEmpty())
-        findings.append({QStringLiteral("Speech recognition"),
-                         Severity::ok,
-                         command.trimmed().isEmpty()
-                             ? QStringLiteral("The built-in recogniser can run.")
-                             : QStringLiteral("Your recogniser command \u201c%1\u201d can run.").arg(command),
-                         {}});
-    else
-        findings.append({QStringLiteral("Speech recognition"), Severity::warning,
-                         QStringLiteral("Dictation cannot run."), reason});
+    QList<DiagnosticFinding> findings{recognizerCommandFinding(command)};
+    // A command's own finding says whether it can run.
+    if (command.isEmpty()) {
+        const QString reason = recognizer->unavailableReason();
+        if (reason.isEmpty())
+            findings.append({QStringLiteral("Speech recognition"),
+                             Severity::ok,
+                             QStringLiteral("The built-in recogniser can run."),
+                             {}});
+        else
+            findings.append({QStringLiteral("Speech recognition"), Severity::warning,
+                             QStringLiteral("Dictation cannot run."), reason});
+    }
     if (recognizer->microphoneAccess() == SpeechRecognizer::Access::authorized)
         findings.append({QStringLiteral("Microphone"),
                          Severity::ok,
@@ -255,6 +258,40 @@ DiagnosticFinding dataFolderFinding(const QString &path)
                 QStringLiteral("%1 can be read by other users, and it holds your prompts.").arg(shown),
                 QStringLiteral("Run \u201cchmod 700 %1\u201d.").arg(shown)};
     return {subject, Severity::ok, QStringLiteral("%1 is private to you.").arg(shown), {}};
+}
+
+DiagnosticFinding recognizerCommandFinding(const QString &command)
+{
+    const QString subject = QStringLiteral("Recogniser command");
+    if (command.trimmed().isEmpty())
+        return {subject,
+                Severity::ok,
+                QStringLiteral("None is set; dictation uses the built-in recogniser."),
+                {}};
+    const QString fix = QStringLiteral("fix or clear the command in Preferences (Voice Drafting).");
+    const QString program = CommandSpeechEngine::splitCommandLine(command).value(0);
+    const QString path = program.contains(u'/') ? program : QStandardPaths::findExecutable(program);
+    if (path.isEmpty())
+        return {subject, Severity::warning,
+                QStringLiteral("\u201c%1\u201d is set, but %2 is not on PATH, so dictation cannot run.")
+                    .arg(command, program),
+                QStringLiteral("Install %1, or %2").arg(program, fix)};
+    if (!QFileInfo::exists(path))
+        return {subject, Severity::warning,
+                QStringLiteral("\u201c%1\u201d is set, but %2 does not exist, so dictation cannot run.")
+                    .arg(command, QDir::toNativeSeparators(path)),
+                QStringLiteral("Install it there, or %1").arg(fix)};
+    if (!isExecutableFile(path))
+        return {
+            subject, Severity::warning,
+            QStringLiteral(
+                "\u201c%1\u201d is set, but %2 is not an executable file, so dictation cannot run.")
+                .arg(command, QDir::toNativeSeparators(path)),
+            QStringLiteral("Run \u201cchmod +x %1\u201d, or %2").arg(QDir::toNativeSeparators(path), fix)};
+    return {subject,
+            Severity::ok,
+            QStringLiteral("\u201c%1\u201d runs %2.").arg(command, QDir::toNativeSeparators(path)),
+            {}};
 }
 
 DiagnosticFinding globalShortcutFinding()

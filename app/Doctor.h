@@ -26,6 +26,9 @@ QByteArray jsonReport(const QList<DiagnosticFinding> &findings);
 DiagnosticFinding editorVariableFinding(const QString &visual, const QString &editor,
                                         const QString &thisHelper, const QString &shim);
 DiagnosticFinding dataFolderFinding(const QString &path);
+// The recogniser command of the settings: none (the built-in recogniser), or its program and
+// whether it can run.
+DiagnosticFinding recognizerCommandFinding(const QString &command);
 
 // `tarvel doctor [--json]`: exit status 0 when prompt editing works, 1 when not.
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err);

@@ -175,9 +175,17 @@ void ComposerSurface::enableVoicePrompt(SpeechRecognizer &recognizer, UserDefaul
     m_shortcuts = shortcuts;
     m_voicePromptBuilder = new VoicePromptBuilder(recognizer, defaults, this);
     m_voicePromptButton = new VoicePromptButton(m_panel.get());
+    // Over the text rather than in the footer, which has no room for it beside a preset pop-up.
+    m_voicePromptStatus = new QLabel(QStringLiteral("Transcribing\u2026 Esc cancels"), m_panel.get());
+    m_voicePromptStatus->setObjectName(QStringLiteral("VoicePromptStatus"));
+    m_voicePromptStatus->setAutoFillBackground(true);
+    m_voicePromptStatus->setContentsMargins(6, 2, 6, 2);
     QHBoxLayout *footer = m_panel->footerLayout();
     footer->insertWidget(footer->indexOf(m_panel->cancelButton()), m_voicePromptButton);
     connect(m_voicePromptButton, &QToolButton::clicked, this, &ComposerSurface::voicePromptPressed);
+    // The recogniser gave up while recording: stop at once, for what was heard or the failure.
+    connect(m_voicePromptBuilder, &VoicePromptBuilder::captureFailed, this,
+            &ComposerSurface::voicePromptPressed);
     connect(m_voicePromptBuilder, &VoicePromptBuilder::stateChanged, this,
             [this](VoicePromptBuilder::State state) {
                 applyVoicePromptState();
@@ -204,6 +212,8 @@ void ComposerSurface::applyVoicePromptState()
                            m_voicePromptBuilder->isVoicePromptAvailable(
                                preferredRewritePreset ? preferredRewritePreset() : std::nullopt);
     m_voicePromptButton->applyState(state, available);
+    m_voicePromptStatus->setVisible(state == VoicePromptBuilder::State::transcribing);
+    placeVoicePromptStatus();
     m_panel->setRecordingTint(state == VoicePromptBuilder::State::recording);
 }
 
@@ -230,6 +240,7 @@ void ComposerSurface::voicePromptPressed()
             .onFailed(this, [this] { presentVoicePromptFailure(std::current_exception()); });
         return;
     }
+    case VoicePromptBuilder::State::transcribing:
     case VoicePromptBuilder::State::processing:
         return;
     }
@@ -249,7 +260,24 @@ void ComposerSurface::escapePressed()
         voicePromptPressed();
         return;
     }
+    // Escape while transcribing gives up on the dictation (the recogniser is stopped) and keeps
+    // the composer and its text.
+    if (m_voicePromptBuilder && m_voicePromptBuilder->state() == VoicePromptBuilder::State::transcribing) {
+        m_voicePromptBuilder->cancel();
+        return;
+    }
     cancelPressed();
+}
+
+void ComposerSurface::placeVoicePromptStatus()
+{
+    if (!m_voicePromptStatus || m_voicePromptStatus->isHidden())
+        return;
+    m_voicePromptStatus->adjustSize();
+    const QRect text = m_panel->textView()->geometry();
+    m_voicePromptStatus->move(text.right() - m_voicePromptStatus->width() - 4,
+                              text.bottom() - m_voicePromptStatus->height() - 4);
+    m_voicePromptStatus->raise();
 }
 
 void ComposerSurface::insertVoicePromptText(const QString &text)
@@ -381,6 +409,7 @@ void ComposerSurface::windowDidMove()
 void ComposerSurface::windowDidResize()
 {
     reportFrame();
+    placeVoicePromptStatus();
     if (!m_isApplyingAutomaticFrame)
         scheduleHeightRecalculation();
 }

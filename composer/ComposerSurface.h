@@ -14,6 +14,7 @@
 
 class ComposerPanel;
 class KeyboardShortcuts;
+class QLabel;
 class QMimeData;
 class SpeechRecognizer;
 class UserDefaults;
@@ -68,6 +69,8 @@ public:
     VoicePromptButton *voicePromptButton() const { return m_voicePromptButton; }
     // Starts a dictation when idle, stops it and builds the draft when recording.
     void voicePromptPressed();
+    // "Transcribing…" over the text while the stop waits for the recogniser.
+    QLabel *voicePromptStatus() const { return m_voicePromptStatus; }
     // Whether a dictation can start now (a usable rewrite preset), shown on the idle button.
     void refreshVoicePromptAvailability();
 
@@ -101,6 +104,7 @@ private:
     void cancelPressed();
     void escapePressed();
     void applyVoicePromptState();
+    void placeVoicePromptStatus();
     void insertVoicePromptText(const QString &text);
     void presentVoicePromptFailure(std::exception_ptr error);
 
@@ -113,6 +117,7 @@ private:
     bool m_isFramePersistenceEnabled = false;
     VoicePromptBuilder *m_voicePromptBuilder = nullptr;
     VoicePromptButton *m_voicePromptButton = nullptr;
+    QLabel *m_voicePromptStatus = nullptr;
     UserDefaults *m_defaults = nullptr;
     KeyboardShortcuts *m_shortcuts = nullptr;
 };

@@ -78,10 +78,12 @@ VoicePromptButton::VoicePromptButton(QWidget *parent)
 void VoicePromptButton::applyState(VoicePromptBuilder::State state, bool available)
 {
     using State = VoicePromptBuilder::State;
+    // Colours by the new state: the palette's current group is still the last state's.
     m_state = state;
     switch (state) {
     case State::idle:
-        setIcon(glyph(drawMicrophone, palette().color(QPalette::ButtonText)));
+        setIcon(glyph(drawMicrophone, palette().color(available ? QPalette::Active : QPalette::Disabled,
+                                                      QPalette::ButtonText)));
         setToolTip(QStringLiteral("Dictate a prompt draft"));
         setEnabled(available);
         break;
@@ -90,9 +92,14 @@ void VoicePromptButton::applyState(VoicePromptBuilder::State state, bool availab
         setToolTip(QStringLiteral("Stop recording and build a prompt draft"));
         setEnabled(true);
         break;
+    case State::transcribing:
+        setIcon(glyph(drawWaveform, palette().color(QPalette::Active, QPalette::Highlight)));
+        setToolTip(QStringLiteral("Transcribing your dictated notes; Escape cancels"));
+        setEnabled(false);
+        break;
     case State::processing:
-        setIcon(glyph(drawWaveform, palette().color(QPalette::Highlight)));
-        setToolTip(QStringLiteral("Transcribing and shaping your dictated notes"));
+        setIcon(glyph(drawWaveform, palette().color(QPalette::Active, QPalette::Highlight)));
+        setToolTip(QStringLiteral("Shaping your dictated notes into a prompt draft"));
         setEnabled(false);
         break;
     }

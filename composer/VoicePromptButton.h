@@ -5,7 +5,8 @@
 #include <QToolButton>
 
 // The composer's microphone button: a microphone when idle, a red stop square while
-// recording, an accent-coloured waveform (disabled) while the dictation is processed.
+// recording, an accent-coloured waveform (disabled) while the dictation is transcribed and
+// processed.
 class VoicePromptButton final : public QToolButton {
     Q_OBJECT
 

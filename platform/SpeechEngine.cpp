@@ -19,3 +19,14 @@ QString SpeechEngine::unavailableReason(const QString &command)
         return CommandSpeechEngine::unavailableReason(command);
     return builtInUnavailableReason();
 }
+
+QString SpeechEngine::transcribe(const QByteArray &samples, std::stop_token stop)
+{
+    beginUtterance();
+    const auto *data = reinterpret_cast<const qint16 *>(samples.constData());
+    const qsizetype count = samples.size() / qsizetype(sizeof(qint16));
+    constexpr qsizetype chunk = sampleRate / 10;
+    for (qsizetype offset = 0; offset < count && !stop.stop_requested(); offset += chunk)
+        feed(data + offset, std::min(chunk, count - offset));
+    return finishUtterance(stop);
+}

@@ -2,6 +2,7 @@
 
 #include "core/TarvelError.h"
 
+#include <QByteArray>
 #include <QString>
 
 #include <chrono>
@@ -48,6 +49,10 @@ public:
     // Ends the utterance and returns its final transcript. A stop request makes it return soon
     // (throwing). Throws SpeechEngineError.
     virtual QString finishUtterance(std::stop_token stop) = 0;
+
+    // A whole recording as one utterance, fed in tenths of a second as a microphone would, so
+    // that recordings take the live path. Throws SpeechEngineError.
+    QString transcribe(const QByteArray &samples, std::stop_token stop);
 
 private:
     // This system's own recogniser, and why it cannot run (empty when it can).

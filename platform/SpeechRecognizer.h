@@ -8,6 +8,7 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <utility>
 
 // Why start() could not begin a capture.
@@ -77,6 +78,11 @@ public:
     virtual void finishAudio() = 0;
     // Tears the capture down; no signal of it follows.
     virtual void cancel() = 0;
+    // How long the final result of the capture the last start() began may take after
+    // finishAudio(). None where partial results keep up with the speech, so a stop needs only
+    // a short wait; a recogniser that transcribes only once the audio has ended (the user's
+    // command) gives its own time limit.
+    virtual std::optional<std::chrono::milliseconds> finalResultTimeLimit() const { return std::nullopt; }
 
 Q_SIGNALS:
     void recognitionUpdated(const QString &transcript, bool isFinal);

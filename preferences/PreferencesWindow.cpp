@@ -11,6 +11,7 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 #include "shortcuts/ShortcutName.h"
+#include "voice/RecognizerTrial.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -18,7 +19,9 @@
 #include <QFrame>
 #include <QFutureWatcher>
 #include <QGuiApplication>
+#include <QHBoxLayout>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <QScreen>
@@ -109,7 +112,11 @@ PreferencesWindow::PreferencesWindow(UserDefaults &defaults, KeyboardShortcuts &
     reloadSettings();
 }
 
-PreferencesWindow::~PreferencesWindow() = default;
+PreferencesWindow::~PreferencesWindow()
+{
+    // A recogniser command under test is ended rather than left running.
+    m_recognizerTestStop.request_stop();
+}
 
 QWidget *PreferencesWindow::buildContent()
 {
@@ -194,6 +201,33 @@ QWidget *PreferencesWindow::buildContent()
     column->addLayout(voiceForm);
     column->addWidget(
         note(QStringLiteral("Model and reasoning for drafting. It does not run the prompt."), content));
+    auto *recognizerForm = new QFormLayout;
+    auto *recognizerRow = new QHBoxLayout;
+    m_recognizerCommand = new QLineEdit(content);
+    m_recognizerCommand->setObjectName(QStringLiteral("SpeechRecognizerCommand"));
+    m_recognizerCommand->setPlaceholderText(QStringLiteral("Built-in recogniser"));
+    m_recognizerTestButton = new QPushButton(QStringLiteral("Test"), content);
+    m_recognizerTestButton->setObjectName(QStringLiteral("TestSpeechRecognizer"));
+    recognizerRow->addWidget(m_recognizerCommand, 1);
+    recognizerRow->addWidget(m_recognizerTestButton);
+    recognizerForm->addRow(QStringLiteral("Recogniser:"), recognizerRow);
+    column->addLayout(recognizerForm);
+    column->addWidget(
+        note(platformWords(
+                 QStringLiteral("A command of your own for \u201ctarvel transcribe\u201d (dictation uses the "
+                                "system's recogniser): it gets a 16 kHz mono WAV as its last argument "
+                                "and prints the words, within 30 seconds."),
+                 QStringLiteral("A command of your own, for example a whisper.cpp build: it gets a "
+                                "16 kHz mono WAV of what you said as its last argument and prints the "
+                                "words, within 30 seconds. Empty uses the built-in recogniser.")),
+             content));
+    m_recognizerTestResult = note(QString(), content);
+    m_recognizerTestResult->setObjectName(QStringLiteral("SpeechRecognizerTestResult"));
+    m_recognizerTestResult->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    column->addWidget(m_recognizerTestResult);
+    connect(m_recognizerCommand, &QLineEdit::editingFinished, this,
+            &PreferencesWindow::storeRecognizerCommand);
+    connect(m_recognizerTestButton, &QPushButton::clicked, this, &PreferencesWindow::testRecognizer);
     connect(m_voiceModelPopup, &QComboBox::activated, this, [this](int index) {
         AppSettings settings(m_defaults);
         const QString model = m_voiceModelPopup->itemData(index).toString();
@@ -262,6 +296,9 @@ void PreferencesWindow::reloadSettings()
     reloadBackendItems();
     m_presetEditor->refresh();
     reloadVoiceItems();
+    // Not under the user's unfinished edit.
+    if (!m_recognizerCommand->isModified())
+        m_recognizerCommand->setText(settings.speechRecognizerCommand());
     const QSignalBlocker blocker(m_notifications);
     m_notifications->setChecked(settings.areCompletionNotificationsEnabled());
 }
@@ -314,6 +351,35 @@ void PreferencesWindow::checkInstallations()
     });
     raw->setFuture(m_checkInstallations());
     m_availabilityWatcher = std::move(watcher);
+}
+
+void PreferencesWindow::storeRecognizerCommand()
+{
+    m_recognizerCommand->setModified(false);
+    AppSettings settings(m_defaults);
+    if (settings.speechRecognizerCommand() == m_recognizerCommand->text().trimmed())
+        return;
+    m_recognizerTestResult->clear();
+    settings.setSpeechRecognizerCommand(m_recognizerCommand->text());
+}
+
+void PreferencesWindow::testRecognizer()
+{
+    if (m_recognizerTestWatcher)
+        return;
+    storeRecognizerCommand();
+    m_recognizerTestButton->setEnabled(false);
+    m_recognizerTestResult->setText(QStringLiteral("Transcribing a short recording\u2026"));
+    auto watcher = std::make_unique<QFutureWatcher<RecognizerTrial::Outcome>>();
+    auto *raw = watcher.get();
+    connect(raw, &QFutureWatcherBase::finished, this, [this, raw] {
+        m_recognizerTestResult->setText(RecognizerTrial::describe(raw->result()));
+        m_recognizerTestButton->setEnabled(true);
+        m_recognizerTestWatcher.release()->deleteLater();
+    });
+    raw->setFuture(RecognizerTrial::run(AppSettings(m_defaults).speechRecognizerCommand(),
+                                        m_recognizerTestStop.get_token()));
+    m_recognizerTestWatcher = std::move(watcher);
 }
 
 void PreferencesWindow::setPermissionSummary(const QString &title, const QString &detail)

@@ -9,12 +9,14 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 
 class KeyboardShortcuts;
 class QCheckBox;
 class QComboBox;
 class QFutureWatcherBase;
 class QLabel;
+class QLineEdit;
 class QPushButton;
 class QScrollArea;
 class QTimer;
@@ -69,6 +71,8 @@ private:
     void reloadBackendItems();
     void reloadVoiceItems();
     void checkInstallations();
+    void storeRecognizerCommand();
+    void testRecognizer();
     QSize initialContentSize() const;
 
     UserDefaults &m_defaults;
@@ -84,6 +88,12 @@ private:
     QuickTaskPresetEditorView *m_presetEditor = nullptr;
     QComboBox *m_voiceModelPopup = nullptr;
     QComboBox *m_voiceThinkingPopup = nullptr;
+    QLineEdit *m_recognizerCommand = nullptr;
+    QPushButton *m_recognizerTestButton = nullptr;
+    QLabel *m_recognizerTestResult = nullptr;
+    // The recogniser's test runs on a pool thread; closing the window stops it.
+    std::unique_ptr<QFutureWatcherBase> m_recognizerTestWatcher;
+    std::stop_source m_recognizerTestStop;
     QCheckBox *m_notifications = nullptr;
     QLabel *m_permissionTitle = nullptr;
     QLabel *m_permissionDetail = nullptr;

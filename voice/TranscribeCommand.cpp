@@ -18,14 +18,7 @@ int run(const QStringList &arguments, QTextStream &out, QTextStream &err)
         const QByteArray samples = PcmAudio::readSamplesFile(arguments.first());
         const SpeechEngine::Options options{AppSettings(UserDefaults::standard()).speechRecognizerCommand()};
         const std::unique_ptr<SpeechEngine> engine = SpeechEngine::create(options);
-        engine->beginUtterance();
-        // Fed in tenths of a second, as a microphone would, so that this is the live path.
-        const auto *data = reinterpret_cast<const qint16 *>(samples.constData());
-        const qsizetype count = samples.size() / qsizetype(sizeof(qint16));
-        constexpr qsizetype chunk = SpeechEngine::sampleRate / 10;
-        for (qsizetype offset = 0; offset < count; offset += chunk)
-            engine->feed(data + offset, std::min(chunk, count - offset));
-        out << engine->finishUtterance(std::stop_token()) << '\n';
+        out << engine->transcribe(samples, std::stop_token()) << '\n';
         return 0;
     } catch (const TarvelError &error) {
         err << "tarvel: " << error.description() << '\n';

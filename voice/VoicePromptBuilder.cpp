@@ -53,6 +53,16 @@ VoicePromptBuilder::VoicePromptBuilder(SpeechRecognizer &recognizer, UserDefault
         if (m_state == State::recording)
             cancel();
     });
+    connect(m_transcriber, &VoicePromptTranscriber::captureFailed, this, [this] {
+        // Later: a recogniser may fail inside its start, before this builder is recording.
+        QMetaObject::invokeMethod(
+            this,
+            [this, capture = m_generation] {
+                if (capture == m_generation && m_state == State::recording)
+                    Q_EMIT captureFailed();
+            },
+            Qt::QueuedConnection);
+    });
 }
 
 VoicePromptBuilder::~VoicePromptBuilder() = default;
@@ -94,7 +104,7 @@ VoicePromptBuilder::stopRecordingAndBuildPrompt(const QString &workingDirectory,
     if (m_state != State::recording)
         return failedFuture<QString>(VoicePromptDraftError::cancelled());
     const quint64 build = ++m_generation;
-    setState(State::processing);
+    setState(State::transcribing);
     auto promise = std::make_shared<QPromise<QString>>();
     promise->start();
     const auto fail = [this, build, promise](std::exception_ptr error) {
@@ -110,6 +120,7 @@ VoicePromptBuilder::stopRecordingAndBuildPrompt(const QString &workingDirectory,
                       throw VoicePromptDraftError::emptyTranscription();
                   if (build != m_generation)
                       throw VoicePromptDraftError::cancelled();
+                  setState(State::processing);
                   m_rewriter
                       ->rewritePrompt(trimmed, workingDirectory,
                                       preferredPromptRewritePreset(preferredPreset), backend())

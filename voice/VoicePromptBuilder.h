@@ -15,13 +15,13 @@ class UserDefaults;
 class VoicePromptTranscriber;
 
 // Dictation into a prompt draft, as a composer drives it: idle → recording (start) →
-// processing (stop: the transcript, then its rewrite by the backend) → idle. One per
-// composer; lives on the main thread.
+// transcribing (stop: the recogniser's transcript) → processing (its rewrite by the backend)
+// → idle. One per composer; lives on the main thread.
 class VoicePromptBuilder final : public QObject {
     Q_OBJECT
 
 public:
-    enum class State { idle, recording, processing };
+    enum class State { idle, recording, transcribing, processing };
     Q_ENUM(State)
 
     VoicePromptBuilder(SpeechRecognizer &recognizer, UserDefaults &defaults, QObject *parent = nullptr);
@@ -49,6 +49,10 @@ public:
 
 Q_SIGNALS:
     void stateChanged(VoicePromptBuilder::State state);
+    // The recogniser failed while recording (the microphone, its format, the recogniser's
+    // model): nothing more is recorded. The owner stops now; the stop answers at once with
+    // the words heard or the failure.
+    void captureFailed();
 
 private:
     void setState(State state);

@@ -38,7 +38,6 @@ VoicePromptTranscriber::VoicePromptTranscriber(SpeechRecognizer &recognizer, QOb
     , m_recognizer(recognizer)
 {
     m_stopFallbackTimer.setSingleShot(true);
-    m_stopFallbackTimer.setInterval(finalResultWaitMilliseconds);
     connect(&m_stopFallbackTimer, &QTimer::timeout, this,
             &VoicePromptTranscriber::completeStopIfNeededWithFallback);
 }
@@ -88,7 +87,9 @@ QFuture<QString> VoicePromptTranscriber::stopRecording()
         handleRecognitionFailure(*m_failureBeforeStop);
         return future;
     }
-    m_stopFallbackTimer.start();
+    const std::optional<std::chrono::milliseconds> limit = m_recognizer.finalResultTimeLimit();
+    m_stopFallbackTimer.start(limit ? *limit + std::chrono::milliseconds(finalResultLimitGraceMilliseconds)
+                                    : std::chrono::milliseconds(finalResultWaitMilliseconds));
     m_recognizer.finishAudio();
     return future;
 }
@@ -114,8 +115,12 @@ void VoicePromptTranscriber::handleRecognitionUpdate(const QString &transcript, 
 void VoicePromptTranscriber::handleRecognitionFailure(const QString &errorText)
 {
     if (!m_isStopping) {
-        // Kept quiet until the user stops: the words heard so far may still be enough.
+        // Kept for the stop, which the owner asks for at once: the words heard so far may
+        // still be enough.
+        const bool first = !m_failureBeforeStop;
         m_failureBeforeStop = errorText;
+        if (first)
+            Q_EMIT captureFailed();
         return;
     }
     if (hasSpeech(m_latestTranscript))

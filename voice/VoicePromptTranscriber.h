@@ -19,8 +19,11 @@ class VoicePromptTranscriber final : public QObject {
 
 public:
     // How long a stop waits for the recogniser's final result before the latest partial one
-    // is taken.
+    // is taken, when its partial results keep up with the speech.
     static constexpr int finalResultWaitMilliseconds = 1500;
+    // Added to the time limit of a recogniser that transcribes after the stop: it ends its own
+    // work at its limit and says so, which is the better answer.
+    static constexpr int finalResultLimitGraceMilliseconds = 5000;
 
     explicit VoicePromptTranscriber(SpeechRecognizer &recognizer, QObject *parent = nullptr);
     ~VoicePromptTranscriber() override;
@@ -29,9 +32,10 @@ public:
     // (speechRecognitionUnavailable, recordingFailed).
     void startRecording();
     // The transcript as the recogniser last reported it (untrimmed): its final result, or
-    // after the wait the latest partial one. Fails with emptyTranscription when nothing was
-    // heard, recordingFailed when the recogniser failed before any speech, and cancelled when
-    // nothing is being captured or a stop is already under way. Delivers exactly once.
+    // after the wait (the recogniser's own time limit when it transcribes after the stop) the
+    // latest partial one. Fails with emptyTranscription when nothing was heard, recordingFailed
+    // when the recogniser failed before any speech, and cancelled when nothing is being
+    // captured or a stop is already under way. Delivers exactly once.
     QFuture<QString> stopRecording();
     // Tears the capture down; a pending stop fails with cancelled.
     void cancel();
@@ -42,6 +46,9 @@ Q_SIGNALS:
     // Another transcriber started on the shared recogniser; this capture has ended (a pending
     // stop failed with cancelled).
     void captureTakenOver();
+    // The recogniser failed while capturing: nothing more is recorded, and a stop answers at
+    // once with what was heard or with the failure.
+    void captureFailed();
 
 private:
     void handleRecognitionUpdate(const QString &transcript, bool isFinal);

@@ -79,6 +79,7 @@ void LinuxSpeechRecognizer::start()
     m_stop = std::stop_source();
     m_active = true;
     m_finishing = false;
+    m_transcribesAfterStop = !recognizerCommand.isEmpty();
     const quint64 session = ++m_session;
     const SpeechEngine::Options options{recognizerCommand, m_configuration.commandTimeLimit};
     QMetaObject::invokeMethod(m_worker,
@@ -104,6 +105,13 @@ void LinuxSpeechRecognizer::cancel()
     m_stop.request_stop();
     const quint64 session = m_session;
     QMetaObject::invokeMethod(m_worker, [worker = m_worker, session] { worker->cancelSession(session); });
+}
+
+std::optional<std::chrono::milliseconds> LinuxSpeechRecognizer::finalResultTimeLimit() const
+{
+    if (!m_transcribesAfterStop)
+        return std::nullopt;
+    return m_configuration.commandTimeLimit;
 }
 
 void LinuxSpeechRecognizer::workerUpdated(quint64 session, const QString &transcript, bool isFinal)

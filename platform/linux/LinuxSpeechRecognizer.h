@@ -27,6 +27,7 @@ public:
     void start() override;
     void finishAudio() override;
     void cancel() override;
+    std::optional<std::chrono::milliseconds> finalResultTimeLimit() const override;
 
 private:
     QString command() const;
@@ -39,5 +40,7 @@ private:
     quint64 m_session = 0;
     bool m_active = false;
     bool m_finishing = false;
+    // The user's command transcribes only after the stop.
+    bool m_transcribesAfterStop = false;
     std::stop_source m_stop;
 };

@@ -16,6 +16,7 @@ private Q_SLOTS:
     void editorVariable_data();
     void editorVariable();
     void dataFolder();
+    void recognizerCommand();
 
 private:
     QTemporaryDir m_dir;
@@ -94,6 +95,21 @@ void DoctorTest::dataFolder()
 
     const QString file = makeExecutable(m_dir.filePath(QStringLiteral("a file")));
     QCOMPARE(Doctor::dataFolderFinding(file).severity, Severity::problem);
+}
+
+// None set, its program found, or not: a warning that says what to do.
+void DoctorTest::recognizerCommand()
+{
+    const QString program = makeExecutable(m_dir.filePath(QStringLiteral("my recogniser")));
+    const auto finding = &Doctor::recognizerCommandFinding;
+    QCOMPARE(finding(QString()).severity, Severity::ok);
+    QCOMPARE(finding(QStringLiteral("'%1' -m x").arg(program)).detail,
+             QStringLiteral("\u201c'%1' -m x\u201d runs %1.").arg(program));
+    QCOMPARE(finding(QStringLiteral("no-such-recogniser -m x")).severity, Severity::warning);
+    QCOMPARE(finding(m_dir.filePath(QStringLiteral("gone"))).severity, Severity::warning);
+    QFile::setPermissions(program, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    QVERIFY(
+        finding(QStringLiteral("'%1'").arg(program)).remedy.startsWith(QStringLiteral("Run \u201cchmod +x")));
 }
 
 QTEST_GUILESS_MAIN(DoctorTest)

@@ -1,13 +1,14 @@
-// Dictation on the desktop: the real tarvel and its recogniser on the PulseAudio virtual
-// microphone of desktop-session.sh --microphone, the rewrite and the quick task run by the
-// fake codex. A recording of "go forward ten meters" is played into the microphone between
-// two presses of the voice shortcut. Screenshots of the recording and processing composer go
-// to the artifacts folder.
+// Dictation on the desktop: the real tarvel and its recogniser (the built-in one, or a slow
+// recogniser command) on the PulseAudio virtual microphone of desktop-session.sh --microphone,
+// the rewrite and the quick task run by the fake codex. A recording of "go forward ten meters"
+// is played into the microphone between two presses of the voice shortcut. Screenshots of the
+// recording, transcribing and processing composer go to the artifacts folder.
 #include "DesktopTestSupport.h"
 #include "SpeechTestData.h"
 #include "WindowImage.h"
 
 #include <QImage>
+#include <QSettings>
 #include <QTemporaryDir>
 
 using namespace desktop_test;
@@ -38,21 +39,36 @@ private Q_SLOTS:
     void dictationStartsTheQuickTask_data()
     {
         QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<QString>("recognizer"); // a recogniser command's script; empty: the built-in one
+        QTest::addColumn<QString>("heard");
         QTest::addColumn<QString>("prompt");
-        QTest::newRow("draft") << QStringList{u"sleep 1"_s,
-                                              FakeBackends::codexAnswerStep(u"Drive forward ten meters."_s),
-                                              u"ready"_s}
-                               << u"Drive forward ten meters."_s;
+        const QStringList draft{u"sleep 1"_s, FakeBackends::codexAnswerStep(u"Drive forward ten meters."_s),
+                                u"ready"_s};
+        const QString goForward = u"go forward ten meters"_s;
+        QTest::newRow("draft") << draft << QString() << goForward << u"Drive forward ten meters."_s;
         QTest::newRow("raw transcript")
-            << QStringList{u"err quota exceeded\\n"_s, u"exit 1"_s} << u"go forward ten meters"_s;
+            << QStringList{u"err quota exceeded\\n"_s, u"exit 1"_s} << QString() << goForward << goForward;
+        // Its words come only after the stop, long after a streaming recogniser's final result.
+        QTest::newRow("slow recogniser command")
+            << draft << u"head -c 4 \"$1\" | grep -q RIFF || exit 3\nsleep 3\necho turn left at the lights"_s
+            << u"turn left at the lights"_s << u"Drive forward ten meters."_s;
     }
     void dictationStartsTheQuickTask()
     {
         QFETCH(QStringList, steps);
+        QFETCH(QString, recognizer);
+        QFETCH(QString, heard);
         const bool answers = steps.contains(u"ready"_s);
         FakeBackends fakes;
         Application app(m_root.filePath(QString::fromUtf8(QTest::currentDataTag())), fakes,
                         withSteps(fakes, steps));
+        if (!recognizer.isEmpty()) {
+            const QString script = app.home() + u"/recognizer"_s;
+            writeFile(script, "#!/bin/sh\n" + recognizer.toUtf8() + '\n');
+            QFile::setPermissions(script, QFile::permissions(script) | QFileDevice::ExeOwner);
+            QSettings(app.settingsFile(), QSettings::IniFormat)
+                .setValue(u"SpeechRecognizerCommand"_s, u"'%1'"_s.arg(script)); // the path has spaces
+        }
         app.start();
         const QString composer = app.openReadyComposer();
         const QImage idleIcon = windowImage(app.trayIconWindow());
@@ -65,13 +81,13 @@ private Q_SLOTS:
         key(u"ctrl+r"_s);
         if (answers) {
             QTest::qWait(300);
-            screenshot(u"voice-processing"_s, composer);
+            screenshot(recognizer.isEmpty() ? u"voice-processing"_s : u"voice-transcribing"_s, composer);
         }
         QTRY_COMPARE_WITH_TIMEOUT(windowImage(app.trayIconWindow()), idleIcon, 10000);
         const QStringList rewrite = fakes.nextArguments(u"codex"_s);
         QVERIFY2(!rewrite.isEmpty(), "the rewrite did not run");
         QVERIFY(rewrite.constLast().startsWith(u"Rewrite the user's dictated notes"_s));
-        QVERIFY2(rewrite.constLast().endsWith(u"\nDictated notes:\ngo forward ten meters"_s),
+        QVERIFY2(rewrite.constLast().endsWith(u"\nDictated notes:\n"_s + heard),
                  qPrintable(rewrite.constLast()));
         if (answers) {
             QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
@@ -90,20 +106,37 @@ private Q_SLOTS:
         QTEST(task.constLast(), "prompt");
     }
 
-    // Without a sound server there is no input device: an alert, and nothing is recorded.
-    void withoutAMicrophoneNothingRecords()
+    // A dictation that cannot record shows its alert at once, without a stop, and the tray
+    // shows no recording.
+    void failuresShowAtOnce_data()
     {
+        QTest::addColumn<QString>("variable");
+        QTest::addColumn<QString>("value");
+        // Without a sound server there is no input device.
+        QTest::newRow("no microphone")
+            << u"PULSE_SERVER"_s << u"unix:"_s + m_root.filePath(u"no-sound-server"_s);
+        // A model whose files are there but do not load fails once the capture has begun.
+        const QString model = m_root.filePath(u"broken-model"_s);
+        QDir().mkpath(model + u"/en-us"_s);
+        writeFile(model + u"/en-us.lm.bin"_s, {});
+        writeFile(model + u"/cmudict-en-us.dict"_s, {});
+        QTest::newRow("broken speech model") << u"TARVEL_POCKETSPHINX_MODEL"_s << model;
+    }
+    void failuresShowAtOnce()
+    {
+        QFETCH(QString, variable);
+        QFETCH(QString, value);
         FakeBackends fakes;
         Variables environment = withSteps(fakes, {});
-        environment.insert(u"PULSE_SERVER"_s, u"unix:"_s + m_root.filePath(u"no-sound-server"_s));
-        Application app(m_root.filePath(u"silent"_s), fakes, environment);
+        environment.insert(variable, value);
+        Application app(m_root.filePath(variable), fakes, environment);
         app.start();
         const QString composer = app.openReadyComposer();
         const QImage idleIcon = windowImage(app.trayIconWindow());
         key(u"ctrl+r"_s);
         QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({composer}).isEmpty(), 10000);
-        screenshot(u"voice-no-microphone"_s);
-        QCOMPARE(windowImage(app.trayIconWindow()), idleIcon);
+        screenshot(u"voice-failure-"_s + variable);
+        QTRY_COMPARE_WITH_TIMEOUT(windowImage(app.trayIconWindow()), idleIcon, 5000);
     }
 
 private:

@@ -1,6 +1,7 @@
 // Dictation in the composers (offscreen) over a fake recogniser, the rewrite run by the fake
 // claude: the microphone button's states, Escape and the voice shortcut, undoable insertion,
-// the raw-transcript fallback and the failure alert.
+// the raw-transcript fallback and the failure alert, at the stop or as soon as the recogniser
+// fails.
 #include "FakeSpeechRecognizer.h"
 #include "composer/ComposerPanel.h"
 #include "composer/ComposerSurface.h"
@@ -13,6 +14,7 @@
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QtTest>
@@ -78,7 +80,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(f.composer->panel()));
         QTest::keyClick(f.text(), Qt::Key_Escape);
         QCOMPARE(f.cancels, 0);
-        QCOMPARE(f.state(), State::processing);
+        QCOMPARE(f.state(), State::transcribing);
         QVERIFY(!f.button()->isEnabled());
         QVERIFY(!f.composer->panel()->showsRecordingTint());
 
@@ -88,6 +90,20 @@ private Q_SLOTS:
         QCOMPARE(f.alert(), nullptr);
         QCOMPARE(QString::fromUtf8(f.fakes.recorded(u"claude.cwd"_s).trimmed()), f.environment.root());
         f.text()->undo();
+        QCOMPARE(f.text()->toPlainText(), u"Before after"_s);
+
+        // A recogniser that transcribes after the stop shows it; Escape then gives the dictation
+        // up (the recogniser is stopped) and keeps the composer and its text.
+        f.recognizer.timeLimit = std::chrono::seconds(30);
+        f.pressVoiceShortcut();
+        QTRY_COMPARE(f.state(), State::recording);
+        f.pressVoiceShortcut();
+        QVERIFY(f.surface().voicePromptStatus()->isVisible());
+        QTest::keyClick(f.text(), Qt::Key_Escape);
+        QCOMPARE(f.state(), State::idle);
+        QCOMPARE(f.recognizer.calls.last(), u"cancel"_s);
+        QVERIFY(!f.surface().voicePromptStatus()->isVisible());
+        QCOMPARE(f.cancels, 0);
         QCOMPARE(f.text()->toPlainText(), u"Before after"_s);
     }
 
@@ -117,7 +133,21 @@ private Q_SLOTS:
         f.alert()->close();
         QTRY_COMPARE(f.alert(), nullptr);
 
+        // A recogniser that fails while recording (here within its start) ends the recording at
+        // once, with the stop's alert.
         f.recognizer.microphoneAccessState = SpeechRecognizer::Access::authorized;
+        f.recognizer.onStart = [&] {
+            f.recognizer.fail(u"Could not start microphone capture."_s);
+        };
+        f.pressVoiceShortcut();
+        QTRY_VERIFY(f.alert());
+        QCOMPARE(f.alert()->informativeText(), u"Could not start microphone capture."_s);
+        QCOMPARE(f.state(), State::idle);
+        QVERIFY(!f.composer->panel()->showsRecordingTint());
+        f.alert()->close();
+        QTRY_COMPARE(f.alert(), nullptr);
+
+        f.recognizer.onStart = nullptr;
         f.pressVoiceShortcut();
         QTRY_COMPARE(f.state(), State::recording);
         f.composer->panel()->cancelButton()->click();

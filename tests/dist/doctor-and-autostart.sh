@@ -43,7 +43,7 @@ $report"
 ! grep -Eq '^(warning|problem) ' <<<"$report" || fail "a healthy desktop has findings:
 $report"
 for subject in Display 'Session bus' Tray Notifications Editor 'Editor set-up' 'Data folder' codex claude opencode \
-    'Speech recognition' Microphone 'Global shortcut'; do
+    'Recogniser command' 'Speech recognition' Microphone 'Global shortcut'; do
     expect ok "$subject"
 done
 doctor --json

@@ -15,15 +15,9 @@
 
 namespace {
 
-// Feeds the samples in tenths of a second, as a microphone would, and ends the utterance.
 QString transcribe(SpeechEngine &engine, const QByteArray &samples)
 {
-    engine.beginUtterance();
-    const auto *data = reinterpret_cast<const qint16 *>(samples.constData());
-    const qsizetype count = samples.size() / 2;
-    for (qsizetype offset = 0; offset < count; offset += SpeechEngine::sampleRate / 10)
-        engine.feed(data + offset, std::min<qsizetype>(SpeechEngine::sampleRate / 10, count - offset));
-    return engine.finishUtterance(std::stop_token());
+    return engine.transcribe(samples, std::stop_token());
 }
 
 } // namespace

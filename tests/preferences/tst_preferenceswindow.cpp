@@ -1,5 +1,6 @@
 // The preferences window offscreen: the shortcut recorder's rules as the user meets them, the preset
-// table's buttons, and a window that follows the settings file when someone else writes it.
+// table's buttons, a window that follows the settings file when someone else writes it, and the
+// recogniser command's Test.
 #include "core/UserDefaults.h"
 #include "preferences/PreferencesWindow.h"
 #include "preferences/QuickTaskPresetEditorView.h"
@@ -11,6 +12,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QToolButton>
@@ -136,6 +138,38 @@ private Q_SLOTS:
         AppSettings(other).setCompletionNotificationsEnabled(false);
         QTRY_COMPARE(backend->currentText(), QStringLiteral("Claude"));
         QVERIFY(!m_window->findChild<QCheckBox *>(QStringLiteral("CompletionNotifications"))->isChecked());
+    }
+
+    // The recogniser command is stored as typed. Test runs it on the recording Tarvel ships, off the
+    // window's thread (the command waits for a go-ahead that a blocked window could not give) and
+    // once however often it is clicked, and shows what it heard or why it could not.
+    void recognizerCommandAndItsTest()
+    {
+        auto *field = m_window->findChild<QLineEdit *>(QStringLiteral("SpeechRecognizerCommand"));
+        auto *test = m_window->findChild<QPushButton *>(QStringLiteral("TestSpeechRecognizer"));
+        auto *result = m_window->findChild<QLabel *>(QStringLiteral("SpeechRecognizerTestResult"));
+        QFile script(m_env->path(QStringLiteral("recogniser")));
+        QVERIFY(script.open(QIODevice::WriteOnly));
+        script.write("#!/bin/sh\ncd \"${0%/*}\"; echo run >>runs; until [ -e go ]; do sleep 0.05; done\n"
+                     "echo heard $(head -c 4 \"$1\")\n");
+        script.close();
+        script.setPermissions(script.permissions() | QFileDevice::ExeOwner);
+        QTest::keyClicks(field, script.fileName());
+        QTest::keyClick(field, Qt::Key_Return);
+        QCOMPARE(AppSettings(*m_defaults).speechRecognizerCommand(), script.fileName());
+
+        test->click();
+        test->click();
+        QCOMPARE(result->text(), QStringLiteral("Transcribing a short recording\u2026"));
+        QVERIFY(QFile(m_env->path(QStringLiteral("go"))).open(QIODevice::WriteOnly));
+        QTRY_VERIFY2(result->text().startsWith(QStringLiteral("Heard \u201cheard RIFF\u201d in ")),
+                     qPrintable(result->text()));
+        QCOMPARE(QFileInfo(m_env->path(QStringLiteral("runs"))).size(), 4); // one run
+
+        field->selectAll();
+        QTest::keyClicks(field, QStringLiteral("/nonexistent/recogniser"));
+        test->click();
+        QTRY_VERIFY2(result->text().contains(QStringLiteral("was not found")), qPrintable(result->text()));
     }
 
 private:

@@ -15,8 +15,11 @@ public:
     bool speechAnswer = true;
     bool microphoneAnswer = true;
     QString unavailable;
-    // What happens when the audio ends (a final result, an error, or nothing).
+    // What happens when the audio ends (a final result, an error, or nothing), and at a start.
     std::function<void()> onFinishAudio;
+    std::function<void()> onStart;
+    // Set: it transcribes only after the stop, within this time.
+    std::optional<std::chrono::milliseconds> timeLimit;
     QStringList calls;
 
     Access speechRecognitionAccess() const override { return speechAccess; }
@@ -32,13 +35,19 @@ public:
         answer(microphoneAnswer);
     }
     QString unavailableReason() const override { return unavailable; }
-    void start() override { calls.append(QStringLiteral("start")); }
+    void start() override
+    {
+        calls.append(QStringLiteral("start"));
+        if (onStart)
+            onStart();
+    }
     void finishAudio() override
     {
         if (onFinishAudio)
             onFinishAudio();
     }
     void cancel() override { calls.append(QStringLiteral("cancel")); }
+    std::optional<std::chrono::milliseconds> finalResultTimeLimit() const override { return timeLimit; }
 
     void hear(const QString &transcript, bool isFinal = false)
     {

@@ -77,32 +77,40 @@ private Q_SLOTS:
         QTest::addColumn<QStringList>("partials");
         QTest::addColumn<QString>("finalResult"); // null: none comes
         QTest::addColumn<QString>("failure");     // null: none
+        QTest::addColumn<int>("answerDelay");     // milliseconds after the audio ends
         QTest::addColumn<QString>("expected");    // the transcript or the failure's description
         const QStringList heard{u"go"_s, u"go forward "_s};
+        const int late = VoicePromptTranscriber::finalResultWaitMilliseconds + 1000;
         QTest::newRow("final result within the wait, untrimmed")
-            << heard << u" go forward ten meters "_s << QString() << u" go forward ten meters "_s;
+            << heard << u" go forward ten meters "_s << QString() << 50 << u" go forward ten meters "_s;
         QTest::newRow("no final result: the latest partial")
-            << heard << QString() << QString() << u"go forward "_s;
+            << heard << QString() << QString() << 50 << u"go forward "_s;
         QTest::newRow("nothing heard")
-            << QStringList{u" "_s} << QString() << QString() << u"No speech was transcribed."_s;
+            << QStringList{u" "_s} << QString() << QString() << 50 << u"No speech was transcribed."_s;
         QTest::newRow("error after speech keeps it")
-            << heard << QString() << u"Decoder stopped."_s << u"go forward "_s;
+            << heard << QString() << u"Decoder stopped."_s << 50 << u"go forward "_s;
         QTest::newRow("error before speech")
-            << QStringList{} << QString() << u"Decoder stopped."_s << u"Decoder stopped."_s;
+            << QStringList{} << QString() << u"Decoder stopped."_s << 50 << u"Decoder stopped."_s;
+        // A recogniser that transcribes only after the stop gets its own time limit.
+        QTest::newRow("transcribed after the stop, later than the wait")
+            << QStringList{} << u"turn left"_s << QString() << late << u"turn left"_s;
     }
     void stopOutcomes()
     {
         QFETCH(QStringList, partials);
         QFETCH(QString, finalResult);
         QFETCH(QString, failure);
+        QFETCH(int, answerDelay);
         FakeSpeechRecognizer recognizer;
+        if (answerDelay > VoicePromptTranscriber::finalResultWaitMilliseconds)
+            recognizer.timeLimit = std::chrono::seconds(30);
         VoicePromptTranscriber transcriber(recognizer);
         transcriber.startRecording();
         for (const QString &partial : partials)
             recognizer.hear(partial);
         recognizer.onFinishAudio = [&] {
             // The recogniser answers later than the call, from its own thread.
-            QTimer::singleShot(50, &recognizer, [&] {
+            QTimer::singleShot(answerDelay, &recognizer, [&] {
                 if (!finalResult.isNull())
                     recognizer.hear(finalResult, true);
                 if (!failure.isNull())
@@ -227,10 +235,11 @@ private Q_SLOTS:
             QTimer::singleShot(0, &f.recognizer, [&] { f.recognizer.hear(u"  um go forward\n"_s, true); });
         };
         const auto draft = f.stop(preferred);
-        QCOMPARE(f.builder.state(), State::processing);
+        QCOMPARE(f.builder.state(), State::transcribing);
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder))); // nor does this
         QVERIFY(delivered(draft));
-        QCOMPARE(f.states, (QList<State>{State::recording, State::processing, State::idle}));
+        QCOMPARE(f.states,
+                 (QList<State>{State::recording, State::transcribing, State::processing, State::idle}));
         QCOMPARE(f.recognizer.calls.count(u"start"_s), 1);
         if (modelAndEffort.isEmpty()) {
             QCOMPARE(draft->kind, Kind::promptRewriteModelUnavailable);
@@ -260,8 +269,8 @@ private Q_SLOTS:
         // A new dictation at once is not disturbed by the old one's end.
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         QTest::qWait(200);
-        QCOMPARE(f.states,
-                 (QList<State>{State::recording, State::processing, State::idle, State::recording}));
+        QCOMPARE(f.states, (QList<State>{State::recording, State::transcribing, State::processing,
+                                         State::idle, State::recording}));
     }
 
     // Composers share the recogniser: the latest start wins and the earlier recording ends.
