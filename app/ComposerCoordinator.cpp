@@ -74,6 +74,9 @@ void ComposerCoordinator::processPendingRequests()
     const bool restored = draft && !draft->trimmed().isEmpty() && *draft != m_request->initialText;
     auto *editor = new EditorComposer(restored ? *draft : m_request->initialText, m_services, this);
     m_editor = editor;
+    editor->surface().preferredWorkingDirectory = [cwd = m_request->cwd] {
+        return cwd;
+    };
     m_editorDraft = keepDraft(editor, editor->surface(), draftName);
     if (restored)
         editor->showNotice(QStringLiteral("Restored from before Tarvel stopped."));

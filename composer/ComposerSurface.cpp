@@ -231,10 +231,8 @@ void ComposerSurface::voicePromptPressed()
             this, [this] { presentVoicePromptFailure(std::current_exception()); });
         return;
     case VoicePromptBuilder::State::recording: {
-        const QString workingDirectory =
-            AppSettings(*m_defaults).quickTaskLastWorkingDirectory().value_or(QDir::homePath());
         m_voicePromptBuilder
-            ->stopRecordingAndBuildPrompt(workingDirectory,
+            ->stopRecordingAndBuildPrompt(rewriteWorkingDirectory(),
                                           preferredRewritePreset ? preferredRewritePreset() : std::nullopt)
             .then(this, [this](const QString &draft) { insertVoicePromptText(draft); })
             .onFailed(this, [this] { presentVoicePromptFailure(std::current_exception()); });
@@ -244,6 +242,22 @@ void ComposerSurface::voicePromptPressed()
     case VoicePromptBuilder::State::processing:
         return;
     }
+}
+
+QString ComposerSurface::rewriteWorkingDirectory() const
+{
+    // The owner's folder, else the last quick task's, else home: never one that has gone, where
+    // the backend would not even start.
+    QList<std::optional<QString>> candidates;
+    if (preferredWorkingDirectory)
+        candidates.append(preferredWorkingDirectory());
+    if (m_defaults)
+        candidates.append(AppSettings(*m_defaults).quickTaskLastWorkingDirectory());
+    for (const std::optional<QString> &candidate : std::as_const(candidates)) {
+        if (candidate && !candidate->isEmpty() && QFileInfo(*candidate).isDir())
+            return *candidate;
+    }
+    return QDir::homePath();
 }
 
 void ComposerSurface::cancelPressed()

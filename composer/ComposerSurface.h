@@ -85,6 +85,9 @@ public:
     std::function<void(ComposerLayout::Input &)> completeLayoutInput;
     // The frame after the first placement, whenever it moves or resizes, and at close.
     std::function<void(const QRect &)> onFrameChanged;
+    // The folder the owner works in (an editor request's, a quick task's), preferred for the
+    // dictation's rewrite when it exists.
+    std::function<std::optional<QString>()> preferredWorkingDirectory;
     // The owner's selected preset, preferred for the dictation's rewrite.
     std::function<std::optional<QuickTaskPreset>()> preferredRewritePreset;
 
@@ -107,6 +110,7 @@ private:
     void placeVoicePromptStatus();
     void insertVoicePromptText(const QString &text);
     void presentVoicePromptFailure(std::exception_ptr error);
+    QString rewriteWorkingDirectory() const;
 
     ComposerLayout::Mode m_mode;
     std::unique_ptr<ComposerPanel> m_panel;

@@ -57,6 +57,9 @@ ScratchComposer::ScratchComposer(const QString &initialText,
     m_surface->onPastedImage = [this](const PromptAttachment &image) {
         attachPastedImage(image);
     };
+    m_surface->preferredWorkingDirectory = [this] {
+        return std::optional<QString>(m_workingDirectory);
+    };
     m_surface->onKey = [this](int key, Qt::KeyboardModifiers modifiers, const QString &text) {
         return handleComposerKey(key, modifiers, text);
     };

@@ -67,6 +67,11 @@ private Q_SLOTS:
     void dictationIsInsertedAtTheSelectionAndUndoable()
     {
         Fixture f;
+        // The rewrite runs in the composer's own folder, not in a stored one that has gone.
+        const QString project = f.environment.path(u"project"_s);
+        QVERIFY(QDir().mkpath(project));
+        f.composer->setWorkingDirectory(project);
+        AppSettings(f.defaults).setQuickTaskLastWorkingDirectory(f.environment.path(u"gone"_s));
         QVERIFY(f.button()->isEnabled());
         f.pressVoiceShortcut();
         QTRY_COMPARE(f.state(), State::recording);
@@ -88,7 +93,7 @@ private Q_SLOTS:
         QCOMPARE(f.state(), State::idle);
         QVERIFY(f.button()->isEnabled());
         QCOMPARE(f.alert(), nullptr);
-        QCOMPARE(QString::fromUtf8(f.fakes.recorded(u"claude.cwd"_s).trimmed()), f.environment.root());
+        QCOMPARE(QString::fromUtf8(f.fakes.recorded(u"claude.cwd"_s).trimmed()), project);
         f.text()->undo();
         QCOMPARE(f.text()->toPlainText(), u"Before after"_s);
 
