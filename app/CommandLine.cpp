@@ -15,6 +15,11 @@
 namespace {
 
 constexpr int kUsageError = 2;
+const QString kVerbose = QStringLiteral("--verbose");
+
+// Qt and the libraries under it (the sound server's client, the platform plugins) speak up on
+// stderr when their services are missing, which is what `tarvel doctor` reports in its own words.
+void discardLibraryMessages(QtMsgType, const QMessageLogContext &, const QString &) {}
 
 QString usage()
 {
@@ -22,7 +27,8 @@ QString usage()
                                   "       tarvel COMMAND [ARGUMENTS]\n"
                                   "\n"
                                   "Without a command, starts Tarvel in the tray (or brings up a quick-task\n"
-                                  "composer when it is already running).\n"
+                                  "composer when it is already running). A command prints only its own\n"
+                                  "output; with --verbose, Qt's and the sound server's messages too.\n"
                                   "\n"
                                   "Commands:\n");
     qsizetype width = 0;
@@ -76,12 +82,14 @@ std::optional<int> run(int argc, char **argv)
     for (const Subcommand &command : subcommands()) {
         if (command.name != name)
             continue;
-        QCoreApplication app(argc, argv);
-        QCoreApplication::setApplicationName(AppConstants::appName);
-        QCoreApplication::setOrganizationName(AppConstants::appName);
         QStringList arguments;
         for (int index = 2; index < argc; ++index)
             arguments << QString::fromLocal8Bit(argv[index]);
+        if (!arguments.removeAll(kVerbose))
+            qInstallMessageHandler(discardLibraryMessages);
+        QCoreApplication app(argc, argv);
+        QCoreApplication::setApplicationName(AppConstants::appName);
+        QCoreApplication::setOrganizationName(AppConstants::appName);
         return command.run(arguments, out, err);
     }
     // Options are Qt's own (-platform, -style): those start the application.
