@@ -30,13 +30,42 @@ QString PocketSphinxEngine::modelDirectory()
     return configured.isEmpty() ? QStringLiteral(TARVEL_POCKETSPHINX_MODEL_DIR "/en-us") : configured;
 }
 
+namespace {
+
+// PocketSphinx ends the whole process (exit(1)) on some damaged model files instead of failing the
+// load, so what it needs is checked first: each file there, readable and not empty.
+QString damagedModelFile(const QDir &folder)
+{
+    const QDir acoustic(acousticModel(folder));
+    QStringList needed{languageModel(folder), dictionary(folder)};
+    for (const char *name : {"mdef", "means", "variances", "transition_matrices", "noisedict", "feat.params"})
+        needed.append(acoustic.filePath(QString::fromLatin1(name)));
+    needed.append(acoustic.filePath(QFileInfo::exists(acoustic.filePath(QStringLiteral("sendump")))
+                                        ? QStringLiteral("sendump")
+                                        : QStringLiteral("mixture_weights")));
+    for (const QString &path : std::as_const(needed)) {
+        const QFileInfo file(path);
+        if (!file.isFile() || !file.isReadable() || file.size() == 0)
+            return path;
+    }
+    return {};
+}
+
+} // namespace
+
 QString PocketSphinxEngine::unavailableReason()
 {
     const QDir folder(modelDirectory());
     const bool present = QFileInfo(acousticModel(folder)).isDir() &&
                          QFileInfo(languageModel(folder)).isFile() && QFileInfo(dictionary(folder)).isFile();
-    if (present)
-        return {};
+    if (present) {
+        const QString damaged = damagedModelFile(folder);
+        if (damaged.isEmpty())
+            return {};
+        return QStringLiteral("The PocketSphinx speech model in %1 is damaged (%2 is missing, unreadable or "
+                              "empty). Reinstall the Debian package pocketsphinx-en-us.")
+            .arg(QDir::toNativeSeparators(folder.path()), QFileInfo(damaged).fileName());
+    }
     return QStringLiteral(
                "Speech recognition needs the PocketSphinx US English model, which is not installed "
                "(looked in %1). Install the Debian package pocketsphinx-en-us, or set a speech "
@@ -47,6 +76,8 @@ QString PocketSphinxEngine::unavailableReason()
 PocketSphinxEngine::PocketSphinxEngine()
 {
     const QDir folder(modelDirectory());
+    if (const QString reason = unavailableReason(); !reason.isEmpty())
+        throw SpeechRecognizerError(SpeechRecognizerError::Kind::recognitionUnavailable, reason);
     const QByteArray hmm = QFile::encodeName(acousticModel(folder));
     const QByteArray lm = QFile::encodeName(languageModel(folder));
     const QByteArray dict = QFile::encodeName(dictionary(folder));

@@ -223,6 +223,10 @@ private Q_SLOTS:
         QTest::newRow("no model") << SpeechTestData::goForwardRaw() << QByteArray() << QString()
                                   << QStringLiteral("/nonexistent/model") << 1 << QString()
                                   << QStringLiteral("Install the Debian package pocketsphinx-en-us");
+        // An empty mdef made PocketSphinx end the process where it stood.
+        QTest::newRow("damaged model")
+            << SpeechTestData::goForwardRaw() << QByteArray() << QString() << QStringLiteral("damaged") << 1
+            << QString() << QStringLiteral("(mdef is missing, unreadable or empty)");
     }
 
     void transcribes()
@@ -258,6 +262,21 @@ private Q_SLOTS:
 
         QProcess tarvel;
         QProcessEnvironment processEnvironment = QProcessEnvironment::systemEnvironment();
+        if (modelFolder == u"damaged") {
+            // The installed model, but for an empty mdef.
+            const QDir installed(QStringLiteral(TARVEL_POCKETSPHINX_MODEL_DIR "/en-us"));
+            modelFolder = environment.path(QStringLiteral("damaged"));
+            QVERIFY(QDir().mkpath(modelFolder + QStringLiteral("/en-us")));
+            for (const QString &name : installed.entryList(QDir::Files))
+                QFile::link(installed.filePath(name), modelFolder + u'/' + name);
+            for (const QString &name :
+                 QDir(installed.filePath(QStringLiteral("en-us"))).entryList(QDir::Files))
+                QFile::link(installed.filePath(QStringLiteral("en-us/") + name),
+                            modelFolder + QStringLiteral("/en-us/") + name);
+            QFile::remove(modelFolder + QStringLiteral("/en-us/mdef"));
+            QFile empty(modelFolder + QStringLiteral("/en-us/mdef"));
+            QVERIFY(empty.open(QIODevice::WriteOnly));
+        }
         if (!modelFolder.isEmpty())
             processEnvironment.insert(QStringLiteral("TARVEL_POCKETSPHINX_MODEL"), modelFolder);
         tarvel.setProcessEnvironment(processEnvironment);
