@@ -83,6 +83,14 @@ private Q_SLOTS:
         press(Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
         QCOMPARE(m_shortcuts->displayText(*m_shortcuts->getShortcut(name)), QStringLiteral("Ctrl+Alt+K"));
         QCOMPARE(recorder->findChild<QPushButton *>()->text(), QStringLiteral("Ctrl+Alt+K"));
+        // The window's own Close combinations are recorded rather than closing it.
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+        for (const QKeySequence &close : QKeySequence::keyBindings(QKeySequence::Close)) {
+            press(close[0].key(), close[0].keyboardModifiers());
+            QCOMPARE(m_shortcuts->getShortcut(name),
+                     Shortcut::fromQtKey(close[0].key(), close[0].keyboardModifiers()));
+            QVERIFY(m_window->isVisible());
+        }
 
         // Backspace clears; the preset rows' recorders follow a change made elsewhere.
         press(Qt::Key_Backspace, Qt::NoModifier);
