@@ -132,6 +132,20 @@ private Q_SLOTS:
         QCOMPARE(stored(), 1);
         QCOMPARE(editor->table()->rowCount(), 1);
         QVERIFY(editor->addButton()->isEnabled());
+
+        // How attachments work is told in the quick-task section, a line each, below the table.
+        const auto labelAt = [this](const QString &text) {
+            for (const QLabel *label : m_window->findChildren<QLabel *>())
+                if (label->text() == text)
+                    return label->mapTo(m_window.get(), QPoint()).y();
+            return -1;
+        };
+        const int voice = labelAt(QStringLiteral("Voice Drafting"));
+        for (const char *help : {"Drop files below the editor to attach, or onto the editor to insert paths.",
+                                 "Paste screenshots or copied files to attach them."}) {
+            const int y = labelAt(QString::fromUtf8(help));
+            QVERIFY2(y > editor->mapTo(m_window.get(), QPoint()).y() && y < voice, help);
+        }
     }
 
     // Another copy of the application writes the same settings file.
