@@ -250,7 +250,7 @@ void AppDelegate::openScratchComposer()
 void AppDelegate::openErrors()
 {
     if (!m_errorsWindow)
-        m_errorsWindow = std::make_unique<ErrorsWindow>(m_errorLog, AppConstants::appName);
+        m_errorsWindow = std::make_unique<ErrorsWindow>(m_errorLog, m_defaults, AppConstants::appName);
     m_activation->requestWindowActivation(m_errorsWindow.get());
 }
 

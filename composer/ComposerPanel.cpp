@@ -24,17 +24,23 @@
 using namespace ComposerLayout;
 
 namespace {
-// Lets the pointer move the window from a widget's empty space. The move starts only once
-// the pointer travels while pressed: asking the window manager to move on the press
-// itself leaves some window managers in a move after a quick click, swallowing the next
-// input. A click without travel is reported instead.
-class WindowMoveHandle final : public QObject {
+// How far in from the panel's left and right edges the pointer resizes it.
+constexpr int kResizeEdgeWidth = 6;
+
+// Lets the pointer move the window from a widget's empty space, and resize it from the window's
+// left and right edges, both through the window system. Either starts only once the pointer
+// travels while pressed: asking the window manager on the press itself leaves some window
+// managers in a move after a quick click, swallowing the next input. A click without travel is
+// reported instead. The height is the composer's (it follows the text), so only the sides resize.
+class WindowDragHandle final : public QObject {
 public:
-    WindowMoveHandle(QWidget *area, std::function<void()> onClick)
+    WindowDragHandle(QWidget *area, std::function<void()> onClick)
         : QObject(area)
         , m_area(area)
         , m_onClick(std::move(onClick))
     {
+        // Moves without a button show the resize cursor over the edges.
+        area->setMouseTracking(true);
         area->installEventFilter(this);
     }
 
@@ -48,26 +54,39 @@ protected:
             const auto *press = static_cast<QMouseEvent *>(event);
             if (press->button() == Qt::LeftButton) {
                 m_pressedAt = press->globalPosition().toPoint();
+                m_pressedEdges = edgesAt(press->position().toPoint());
                 m_isPressed = true;
             }
             break;
         }
         case QEvent::MouseMove: {
             const auto *move = static_cast<QMouseEvent *>(event);
-            if (m_isPressed && (move->globalPosition().toPoint() - m_pressedAt).manhattanLength() >=
-                                   QApplication::startDragDistance()) {
+            if (!m_isPressed) {
+                if (move->buttons() == Qt::NoButton)
+                    showResizeCursor(edgesAt(move->position().toPoint()) != Qt::Edges());
+                break;
+            }
+            if ((move->globalPosition().toPoint() - m_pressedAt).manhattanLength() >=
+                QApplication::startDragDistance()) {
                 m_isPressed = false;
-                if (QWindow *window = m_area->window()->windowHandle())
-                    window->startSystemMove();
+                if (QWindow *window = m_area->window()->windowHandle()) {
+                    if (m_pressedEdges)
+                        window->startSystemResize(m_pressedEdges);
+                    else
+                        window->startSystemMove();
+                }
             }
             break;
         }
         case QEvent::MouseButtonRelease:
             if (m_isPressed && static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
                 m_isPressed = false;
-                if (m_onClick)
+                if (m_onClick && !m_pressedEdges)
                     m_onClick();
             }
+            break;
+        case QEvent::Leave:
+            showResizeCursor(false);
             break;
         default:
             break;
@@ -76,10 +95,33 @@ protected:
     }
 
 private:
+    Qt::Edges edgesAt(const QPoint &position) const
+    {
+        const int x = m_area->mapTo(m_area->window(), position).x();
+        if (x < kResizeEdgeWidth)
+            return Qt::LeftEdge;
+        if (x >= m_area->window()->width() - kResizeEdgeWidth)
+            return Qt::RightEdge;
+        return {};
+    }
+
+    void showResizeCursor(bool shown)
+    {
+        if (shown == m_showsResizeCursor)
+            return;
+        m_showsResizeCursor = shown;
+        if (shown)
+            m_area->setCursor(Qt::SizeHorCursor);
+        else
+            m_area->unsetCursor();
+    }
+
     QWidget *m_area;
     std::function<void()> m_onClick;
     QPoint m_pressedAt;
+    Qt::Edges m_pressedEdges;
     bool m_isPressed = false;
+    bool m_showsResizeCursor = false;
 };
 } // namespace
 
@@ -111,7 +153,7 @@ ComposerPanel::ComposerPanel(bool scratchMode, QWidget *parent)
     m_textView = new ComposerTextView(this);
     m_textView->setObjectName(QStringLiteral("ComposerText"));
     // A click on the background returns the keyboard to the prompt, when it can be typed in.
-    new WindowMoveHandle(this, [this] {
+    new WindowDragHandle(this, [this] {
         if (!m_textView->isReadOnly())
             m_textView->setFocus(Qt::MouseFocusReason);
     });

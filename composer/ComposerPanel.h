@@ -13,7 +13,8 @@ class QHBoxLayout;
 
 // The floating, borderless composer window. A thin view: it lays out the text view,
 // header and footer, draws its rounded background and forwards user gestures through
-// the callbacks; the controller decides what they mean.
+// the callbacks; the controller decides what they mean. Its background moves it and its
+// left and right edges resize it, both through the window system.
 class ComposerPanel final : public QWidget {
     Q_OBJECT
 

@@ -249,6 +249,13 @@ void ScratchComposer::refreshScratchComposerAvailability(bool showCheckingState)
         QFutureWatcher<QuickTaskCLIInstallationAvailabilities> *watcher = m_availabilityWatcher.get();
         if (index != 0 || watcher->isCanceled())
             return;
+        // The backend changed again while this check ran: the answer is stale, and storing its
+        // backend would undo the newer choice. The reload (queued already when the change was
+        // ours) checks the new one.
+        if (m_services.defaults && AppSettings(*m_services.defaults).quickTaskCLIBackend() != m_backend) {
+            settingsChanged(QString());
+            return;
+        }
         const QuickTaskCLIInstallationAvailabilities availabilities = watcher->resultAt(index);
         const QuickTaskCLIBackend resolved =
             ScratchComposerAvailability::resolvedBackend(m_backend, availabilities);

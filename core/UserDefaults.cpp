@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QFileSystemWatcher>
+#include <QRegularExpression>
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -43,6 +44,28 @@ bool isScalarText(const QVariant &value)
     default:
         return false;
     }
+}
+
+QString rectString(const QRectF &rect)
+{
+    const auto number = [](double value) {
+        return QString::number(value, 'g', 15);
+    };
+    return QStringLiteral("{{%1, %2}, {%3, %4}}")
+        .arg(number(rect.x()), number(rect.y()), number(rect.width()), number(rect.height()));
+}
+
+std::optional<QRectF> rectFromString(const QString &text)
+{
+    static const QString number =
+        QStringLiteral(u"\\s*([-+]?(?:\\d+\\.?\\d*|\\.\\d+)(?:[eE][-+]?\\d+)?)\\s*");
+    static const QRegularExpression pattern(
+        QStringLiteral(u"^\\s*\\{\\s*\\{%1,%1\\}\\s*,\\s*\\{%1,%1\\}\\s*\\}\\s*$").arg(number));
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch())
+        return std::nullopt;
+    return QRectF(match.captured(1).toDouble(), match.captured(2).toDouble(), match.captured(3).toDouble(),
+                  match.captured(4).toDouble());
 }
 
 } // namespace
@@ -200,6 +223,12 @@ std::optional<QByteArray> UserDefaults::data(const QString &key) const
     return value.toByteArray();
 }
 
+std::optional<QRectF> UserDefaults::rect(const QString &key) const
+{
+    const std::optional<QString> text = string(key);
+    return text ? rectFromString(*text) : std::nullopt;
+}
+
 void UserDefaults::setString(const QString &key, const QString &value)
 {
     write(key, value);
@@ -218,6 +247,11 @@ void UserDefaults::setInteger(const QString &key, qint64 value)
 void UserDefaults::setData(const QString &key, const QByteArray &value)
 {
     write(key, value);
+}
+
+void UserDefaults::setRect(const QString &key, const QRectF &value)
+{
+    write(key, rectString(value));
 }
 
 void UserDefaults::remove(const QString &key)

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QRectF>
 #include <QString>
 #include <QVariant>
 
@@ -42,11 +43,15 @@ public:
     std::optional<bool> boolean(const QString &key) const;
     std::optional<qint64> integer(const QString &key) const;
     std::optional<QByteArray> data(const QString &key) const;
+    // A window frame, as text in the form the Mac writes rectangles in, "{{x, y}, {w, h}}", so one
+    // settings file serves both. Text of another shape reads as absent.
+    std::optional<QRectF> rect(const QString &key) const;
 
     void setString(const QString &key, const QString &value);
     void setBool(const QString &key, bool value);
     void setInteger(const QString &key, qint64 value);
     void setData(const QString &key, const QByteArray &value);
+    void setRect(const QString &key, const QRectF &value);
     void remove(const QString &key);
 
     // A record stored as JSON data. Missing, not data, or not decodable: absent.

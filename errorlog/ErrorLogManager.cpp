@@ -60,6 +60,13 @@ void ErrorLogManager::record(const QString &title, const QString &detail, const 
     if (trimmedDetail.isEmpty())
         trimmedDetail = QStringLiteral("No additional details were captured.");
 
+    // A failure that repeats (the global shortcut at every launch) is one entry until something
+    // else happens in between.
+    if (!m_entries.isEmpty()) {
+        const ErrorLogEntry &newest = m_entries.constFirst();
+        if (newest.title == trimmedTitle && newest.detail == trimmedDetail && newest.source == source)
+            return;
+    }
     m_entries.prepend(ErrorLogEntry{QUuid::createUuid(), trimmedTitle, trimmedDetail, source, m_clock.now()});
     if (m_entries.size() > maximumEntries)
         m_entries.resize(maximumEntries);

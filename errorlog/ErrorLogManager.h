@@ -27,6 +27,7 @@ public:
     void load();
 
     const QList<ErrorLogEntry> &entries() const { return m_entries; }
+    // Adds an entry unless the newest one already says the same (title, detail and source).
     void record(const QString &title, const QString &detail, const QString &source);
     void dismiss(const QUuid &id);
 

@@ -181,6 +181,11 @@ QWidget *PreferencesWindow::buildContent()
         connect(recorder, &ShortcutRecorder::recordingChanged, this,
                 &PreferencesWindow::shortcutRecordingChanged);
     column->addWidget(m_presetEditor);
+    // How attachments reach a quick task, where its settings are.
+    column->addWidget(
+        note(QStringLiteral("Drop files below the editor to attach, or onto the editor to insert paths."),
+             content));
+    column->addWidget(note(QStringLiteral("Paste screenshots or copied files to attach them."), content));
     column->addWidget(separator(content));
 
     // Voice drafting.

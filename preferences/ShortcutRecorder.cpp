@@ -155,6 +155,16 @@ void ShortcutRecorder::refresh()
     m_message->setVisible(!shown.isEmpty());
 }
 
+bool ShortcutRecorder::event(QEvent *event)
+{
+    // While recording, no shortcut of the window (its Close, Ctrl+W) takes a combination first.
+    if (m_recording && event->type() == QEvent::ShortcutOverride) {
+        event->accept();
+        return true;
+    }
+    return QWidget::event(event);
+}
+
 void ShortcutRecorder::keyPressEvent(QKeyEvent *event)
 {
     if (!m_recording) {

@@ -42,6 +42,7 @@ Q_SIGNALS:
     void recordingChanged(bool recording);
 
 protected:
+    bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void focusOutEvent(QFocusEvent *event) override;
 

@@ -24,10 +24,10 @@ private Q_SLOTS:
         writeFile(m_notes, "notes\n");
     }
 
-    // Dragging the panel's background moves it; a quick click there only returns the keyboard
-    // to the prompt, and what is typed next arrives. Stop in the running row cancels that task
-    // (that it ends the whole process group is tst_quicktaskmanager's); "Clear Finished Tasks"
-    // then removes the stopped session.
+    // Dragging the panel's background moves it, dragging its sides resizes it; a quick click there
+    // only returns the keyboard to the prompt, and what is typed next arrives. Stop in the running
+    // row cancels that task (that it ends the whole process group is tst_quicktaskmanager's);
+    // "Clear Finished Tasks" then removes the stopped session.
     void backgroundDragMovesClickKeepsTypingAndStopCancels()
     {
         QTemporaryDir root;
@@ -39,18 +39,40 @@ private Q_SLOTS:
         app.start();
         const QString composer = app.openReadyComposer();
         const Geometry before = geometry(composer);
+        // Presses at from and travels to to (on the screen) in steps of at most 20 pixels.
+        const auto drag = [](const QPoint &from, QPoint to) {
+            to = QPoint(std::clamp(to.x(), 0, 1279), std::clamp(to.y(), 0, 799));
+            xdotool({QStringLiteral("mousemove"), QString::number(from.x()), QString::number(from.y()),
+                     QStringLiteral("mousedown"), QStringLiteral("1")});
+            const int steps = std::max((to - from).manhattanLength() / 20, 10);
+            for (int step = 1; step <= steps; ++step) {
+                QTest::qWait(30);
+                const QPoint at = from + (to - from) * step / steps;
+                xdotool({QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y())});
+            }
+            xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+        };
         // The header row, right of its title: background.
         const QPoint grip(before.right() - 40, before.y + 12);
-        xdotool({QStringLiteral("mousemove"), QString::number(grip.x()), QString::number(grip.y()),
-                 QStringLiteral("mousedown"), QStringLiteral("1")});
-        for (int step = 1; step <= 10; ++step) {
-            QTest::qWait(30);
-            xdotool({QStringLiteral("mousemove"), QString::number(grip.x() - 12 * step),
-                     QString::number(grip.y() + 8 * step)});
-        }
-        xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+        drag(grip, grip + QPoint(-120, 80));
         QTRY_VERIFY_WITH_TIMEOUT(geometry(composer).x < before.x - 60, 5000);
         QVERIFY(geometry(composer).y > before.y + 40);
+
+        // The sides resize it through the window manager, from 360 to 1100 pixels wide, while the
+        // height stays the text's; the scratch composer keeps the width with its frame.
+        const int middle = geometry(composer).centerY();
+        drag(QPoint(geometry(composer).right() - 2, middle), QPoint(1279, middle));
+        QTRY_VERIFY_WITH_TIMEOUT(geometry(composer).width > before.width + 200, 5000);
+        drag(QPoint(geometry(composer).x + 1, middle), QPoint(0, middle));
+        QTRY_COMPARE_WITH_TIMEOUT(geometry(composer).width, 1100, 5000);
+        drag(QPoint(geometry(composer).right() - 2, middle), QPoint(0, middle));
+        QTRY_COMPARE_WITH_TIMEOUT(geometry(composer).width, 360, 5000);
+        QCOMPARE(geometry(composer).height, before.height);
+        QTRY_VERIFY_WITH_TIMEOUT(QSettings(app.settingsFile(), QSettings::IniFormat)
+                                     .value(QStringLiteral("ScratchWindowFrame"))
+                                     .toString()
+                                     .contains(QStringLiteral(", {360, ")),
+                                 5000);
 
         const Geometry moved = geometry(composer);
         click(moved.right() - 40, moved.y + 12);

@@ -130,7 +130,7 @@ private Q_SLOTS:
     }
 
     // A click on the footer's empty space is a click on the background: it hands the keyboard
-    // back to the prompt (the header is driven end to end).
+    // back to the prompt (the header is driven end to end). The panel's sides resize it.
     void footerClickFocusesThePrompt()
     {
         EditorComposer controller(QStringLiteral("draft"));
@@ -144,6 +144,15 @@ private Q_SLOTS:
         QCOMPARE(panel->childAt(footer->pos() + gap), footer);
         QTest::mouseClick(footer, Qt::LeftButton, {}, gap);
         QVERIFY(panel->textView()->hasFocus());
+
+        // The sides resize the panel (end to end in tst_quicktask_e2e): the pointer says so there only.
+        const auto cursorAt = [panel](int x) {
+            QTest::mouseMove(panel, QPoint(x, panel->height() / 2));
+            return panel->cursor().shape();
+        };
+        QCOMPARE(cursorAt(1), Qt::SizeHorCursor);
+        QCOMPARE(cursorAt(ComposerLayout::horizontalPadding - 1), Qt::ArrowCursor);
+        QCOMPARE(cursorAt(panel->width() - 2), Qt::SizeHorCursor);
     }
 
     void pastedFilesBecomePathText()

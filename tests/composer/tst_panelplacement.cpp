@@ -222,33 +222,6 @@ private Q_SLOTS:
                  expected);
     }
 
-    void frameStringRoundTrip()
-    {
-        const QRectF fractional(12.25, -350.1, 640.5, 1e-3);
-        QCOMPARE(ScratchWindowFrameStore::parseFrameString(ScratchWindowFrameStore::frameString(fractional)),
-                 std::optional<QRectF>(fractional));
-    }
-
-    void parseFrameString_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<std::optional<QRectF>>("expected");
-
-        QTest::newRow("spaced") << QStringLiteral(" {{ 1 ,-2 },{3.5, 4e2}} ")
-                                << std::optional<QRectF>(QRectF(1, -2, 3.5, 400));
-        QTest::newRow("trailing text")
-            << QStringLiteral("{{1, 2}, {3, 4}} and more") << std::optional<QRectF>();
-        QTest::newRow("empty") << QString() << std::optional<QRectF>();
-    }
-
-    void parseFrameString()
-    {
-        QFETCH(QString, text);
-        QFETCH(std::optional<QRectF>, expected);
-
-        QCOMPARE(ScratchWindowFrameStore::parseFrameString(text), expected);
-    }
-
     void storeRestoresThroughUserDefaults()
     {
         TestEnvironment environment;

@@ -164,6 +164,14 @@ private Q_SLOTS:
         f.answer(availabilities);
         QCOMPARE(f.controller->backend(), QuickTaskCLIBackend::codex);
         QCOMPARE(AppSettings(f.defaults).quickTaskCLIBackend(), QuickTaskCLIBackend::codex);
+
+        // An answer that arrives after the backend was changed again (two quick steps in the
+        // preferences) is stale: it does not write its backend back over the newer choice.
+        Fixture quick;
+        quick.promise.addResult(allInstalled());
+        AppSettings(quick.defaults).setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
+        QTRY_COMPARE(quick.asked, (QList{QuickTaskCLIBackend::codex, QuickTaskCLIBackend::claude}));
+        QCOMPARE(AppSettings(quick.defaults).quickTaskCLIBackend(), QuickTaskCLIBackend::claude);
     }
 
     void presetPopupRules()

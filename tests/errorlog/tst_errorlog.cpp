@@ -3,6 +3,7 @@
 #include "core/Clock.h"
 #include "core/DataFile.h"
 #include "core/JSONCoding.h"
+#include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
 #include "support/TestEnvironment.h"
@@ -17,6 +18,7 @@ class ManualClock final : public Clock {
 public:
     QDateTime now() const override { return m_now; }
     void advance(int seconds) { m_now = m_now.addSecs(seconds); }
+    void set(const QDateTime &now) { m_now = now; }
 
 private:
     QDateTime m_now = QDateTime(QDate(2026, 11, 14), QTime(17, 0), Qt::UTC);
@@ -59,6 +61,17 @@ private Q_SLOTS:
         QCOMPARE(entry.detail, QStringLiteral("No additional details were captured."));
         QCOMPARE(entry.source, QStringLiteral(" External Editor ")); // as given
         QCOMPARE(entry.recordedAt, f.clock.now());
+
+        // The same failure again (one at every launch) adds nothing while it is the newest.
+        const auto again = [&f](const QString &source) {
+            f.log.record(QStringLiteral("Could not write the response."), QString(), source);
+        };
+        again(QStringLiteral(" External Editor "));
+        QCOMPARE(f.log.entries().size(), 1);
+        QCOMPARE(changes.count(), 1);
+        again(QStringLiteral("Launch"));
+        again(QStringLiteral(" External Editor "));
+        QCOMPARE(f.log.entries().size(), 3);
     }
 
     // The hundred newest survive, newest first, on disk too; dismissing an unknown entry
@@ -125,29 +138,44 @@ private Q_SLOTS:
 
     void listFollowsTheLog()
     {
-        TestEnvironment env;
-        ErrorLogManager log(Clock::system());
-        log.load();
-        ErrorsWindow window(log, QStringLiteral("Tarvel"));
+        Fixture f;
+        UserDefaults defaults(f.env.path(QStringLiteral("Tarvel.conf")));
+        ErrorsWindow window(f.log, defaults, QStringLiteral("Tarvel"));
         window.show();
         QVERIFY(window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
 
-        log.record(QStringLiteral("First"), QStringLiteral("one"), QStringLiteral("Launch"));
-        log.record(QStringLiteral("Second"), QStringLiteral("two"), QStringLiteral("Launch"));
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+        f.clock.set(QDateTime(QDate(2026, 11, 24), QTime(15, 5)));
+        f.log.record(QStringLiteral("First"), QStringLiteral("<div>one</div>\n<b>two</b>"),
+                     QStringLiteral("Launch"));
+        f.log.record(QStringLiteral("Second"), QStringLiteral("two"), QStringLiteral("Launch"));
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QCOMPARE(titles(window), (QStringList{QStringLiteral("Second"), QStringLiteral("First")}));
         QVERIFY(!window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
+        // Details are shown as written, never as markup; dates in the medium style.
+        for (const QLabel *label : window.findChildren<QLabel *>())
+            QCOMPARE(label->textFormat(), Qt::PlainText);
+        const auto meta = window.findChildren<QLabel *>(QStringLiteral("ErrorMeta"));
+        QCOMPARE(meta.isEmpty() ? QString() : meta.constLast()->text(),
+                 QStringLiteral("Nov 24, 2026, 3:05 PM \u00b7 Launch"));
 
         // Removing rows one by one ends with the empty text again.
         for (int remaining = 2; remaining > 0; --remaining) {
             auto buttons = window.findChildren<QToolButton *>(QStringLiteral("ErrorRemove"));
             QCOMPARE(buttons.size(), remaining);
             buttons.first()->click();
-            QTRY_COMPARE(log.entries().size(), remaining - 1);
+            QTRY_COMPARE(f.log.entries().size(), remaining - 1);
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         }
         QCOMPARE(titles(window), QStringList());
         QVERIFY(window.findChild<QLabel *>(QStringLiteral("NoStoredErrors")));
+
+        // The frame is kept for the next window, across restarts too.
+        const QRect frame(100, 80, 600, 400);
+        window.setGeometry(frame);
+        window.close();
+        QVERIFY(defaults.rect(QStringLiteral("TarvelErrors")));
+        QCOMPARE(ErrorsWindow(f.log, defaults, QStringLiteral("Tarvel")).geometry(), frame);
     }
 };
 

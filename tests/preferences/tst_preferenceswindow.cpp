@@ -85,6 +85,14 @@ private Q_SLOTS:
         press(Qt::Key_K, Qt::ControlModifier | Qt::AltModifier);
         QCOMPARE(m_shortcuts->displayText(*m_shortcuts->getShortcut(name)), QStringLiteral("Ctrl+Alt+K"));
         QCOMPARE(recorder->findChild<QPushButton *>()->text(), QStringLiteral("Ctrl+Alt+K"));
+        // The window's own Close combinations are recorded rather than closing it.
+        QVERIFY(QTest::qWaitForWindowActive(m_window.get()));
+        for (const QKeySequence &close : QKeySequence::keyBindings(QKeySequence::Close)) {
+            press(close[0].key(), close[0].keyboardModifiers());
+            QCOMPARE(m_shortcuts->getShortcut(name),
+                     Shortcut::fromQtKey(close[0].key(), close[0].keyboardModifiers()));
+            QVERIFY(m_window->isVisible());
+        }
 
         // Backspace clears; the preset rows' recorders follow a change made elsewhere.
         press(Qt::Key_Backspace, Qt::NoModifier);
@@ -126,6 +134,20 @@ private Q_SLOTS:
         QCOMPARE(stored(), 1);
         QCOMPARE(editor->table()->rowCount(), 1);
         QVERIFY(editor->addButton()->isEnabled());
+
+        // How attachments work is told in the quick-task section, a line each, below the table.
+        const auto labelAt = [this](const QString &text) {
+            for (const QLabel *label : m_window->findChildren<QLabel *>())
+                if (label->text() == text)
+                    return label->mapTo(m_window.get(), QPoint()).y();
+            return -1;
+        };
+        const int voice = labelAt(QStringLiteral("Voice Drafting"));
+        for (const char *help : {"Drop files below the editor to attach, or onto the editor to insert paths.",
+                                 "Paste screenshots or copied files to attach them."}) {
+            const int y = labelAt(QString::fromUtf8(help));
+            QVERIFY2(y > editor->mapTo(m_window.get(), QPoint()).y() && y < voice, help);
+        }
     }
 
     // Another copy of the application writes the same settings file.

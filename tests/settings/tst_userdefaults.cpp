@@ -100,6 +100,32 @@ private Q_SLOTS:
         QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
     }
 
+    // Window frames as text: fractions survive, loose spacing reads, anything else is absent.
+    void rectsAsTheMacWritesThem_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<std::optional<QRectF>>("expected");
+
+        QTest::newRow("spaced") << QStringLiteral(" {{ 1 ,-2 },{3.5, 4e2}} ")
+                                << std::optional<QRectF>(QRectF(1, -2, 3.5, 400));
+        QTest::newRow("trailing text")
+            << QStringLiteral("{{1, 2}, {3, 4}} and more") << std::optional<QRectF>();
+        QTest::newRow("empty") << QString() << std::optional<QRectF>();
+    }
+    void rectsAsTheMacWritesThem()
+    {
+        QFETCH(QString, text);
+        QFETCH(std::optional<QRectF>, expected);
+        TestEnvironment env;
+        UserDefaults defaults(env.path(QStringLiteral("Tarvel.conf")));
+        defaults.setString(QStringLiteral("Frame"), text);
+        QCOMPARE(defaults.rect(QStringLiteral("Frame")), expected);
+
+        const QRectF fractional(12.25, -350.1, 640.5, 1e-3);
+        defaults.setRect(QStringLiteral("Frame"), fractional);
+        QCOMPARE(defaults.rect(QStringLiteral("Frame")), std::optional<QRectF>(fractional));
+    }
+
     void standardStoreFollowsTheConfigHome()
     {
         TestEnvironment env;
