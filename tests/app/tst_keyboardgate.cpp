@@ -1,6 +1,10 @@
-// When a window nobody asked for may take the keyboard, and what waits for that moment.
+// When a window nobody asked for may take the keyboard, and what waits for that moment (offscreen).
+#include "app/AlertPresenter.h"
 #include "app/KeyboardGate.h"
 #include "core/Clock.h"
+
+#include <QApplication>
+#include <QMessageBox>
 
 #include <QSignalSpy>
 #include <QtTest>
@@ -74,7 +78,30 @@ private Q_SLOTS:
         clock.advance(50);
         QTRY_COMPARE(ran, (QStringList{u"at once"_s, u"prompt"_s, u"alert"_s}));
     }
+
+    // A failing scan reports at every notification: one alert, shown once nobody types.
+    void unrequestedAlertsWaitAndNeverStack()
+    {
+        KeyboardGate gate(Clock::system(), std::chrono::milliseconds(50));
+        AlertPresenter alerts(gate);
+        const auto shown = [] {
+            qsizetype count = 0;
+            for (QWidget *window : QApplication::topLevelWidgets())
+                count += window->isVisible() && window->objectName() == u"UnrequestedAlert";
+            return count;
+        };
+        gate.setComposersOnScreen(1);
+        for (int scan = 0; scan < 3; ++scan)
+            alerts.presentUnrequested(u"Failed to read pending requests."_s, u"Could not list it."_s);
+        QTest::qWait(100);
+        QCOMPARE(shown(), 0);
+        gate.setComposersOnScreen(0);
+        QTRY_COMPARE(shown(), 1);
+        alerts.presentUnrequested(u"Failed to read pending requests."_s, u"Could not list it."_s);
+        QTest::qWait(100);
+        QCOMPARE(shown(), 1);
+    }
 };
 
-QTEST_GUILESS_MAIN(KeyboardGateTest)
+QTEST_MAIN(KeyboardGateTest)
 #include "tst_keyboardgate.moc"

@@ -192,6 +192,20 @@ private Q_SLOTS:
         waitForPrompt();
     }
 
+    // Shown before its own event loop ran, the prompt used to be an ordinary window.
+    void thePromptIsModal()
+    {
+        EditorIntegrationPromptWindow prompt(QStringLiteral("Headline"), QStringLiteral("Message"),
+                                             QStringLiteral("Review .bashrc"), {});
+        QWidget *modal = nullptr;
+        QTimer::singleShot(100, &prompt, [&] {
+            modal = QApplication::activeModalWidget();
+            prompt.reject();
+        });
+        prompt.runModal();
+        QCOMPARE(modal, &prompt);
+    }
+
     void dontAskAgainHoldsAcrossARestart()
     {
         QTemporaryDir root;
