@@ -103,6 +103,11 @@ QVariant UserDefaults::freshValue(const QString &key) const
 
 void UserDefaults::write(const QString &key, const QVariant &value)
 {
+    // Saving rewrites and syncs the whole file (some milliseconds on the way to every composer,
+    // which notes the request's folder): a value already stored is not written again.
+    m_settings->sync();
+    if (value.isValid() ? m_settings->value(key) == value : !m_settings->contains(key))
+        return;
     if (value.isValid())
         m_settings->setValue(key, value);
     else

@@ -79,6 +79,12 @@ private Q_SLOTS:
         QCOMPARE(first.boolean(QStringLiteral("Flag")), true);
         QCOMPARE(first.integer(QStringLiteral("Count")), 12);
         QTRY_COMPARE(changes.size(), 1);
+
+        // Storing what is stored already leaves the file alone: every request notes its folder.
+        first.setString(QStringLiteral("Text"), QStringLiteral("after and longer"));
+        QCOMPARE(changes.size(), 1);
+        first.remove(QStringLiteral("Absent"));
+        QCOMPARE(changes.size(), 1);
     }
 
     void wrongTypesAndUndecodableRecordsReadAsAbsent()
