@@ -202,6 +202,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
     listenForRequests();
     m_composers->processPendingRequests();
+    m_composers->prepareEditorComposer();
     m_composers->forgetDraftsOfAnsweredRequests();
     m_composers->sweepImportedAttachments(QDateTime::currentDateTime().addDays(-1));
     m_editorSetup->scheduleAfterLaunch();

@@ -25,6 +25,7 @@
 #include <QScreen>
 #include <QTextEdit>
 #include <QThreadPool>
+#include <QTimer>
 
 namespace {
 const QString kQuickTasks = QStringLiteral("Quick Tasks");
@@ -72,7 +73,12 @@ void ComposerCoordinator::processPendingRequests()
     const QString draftName = DraftStore::requestDraftName(m_request->id);
     const std::optional<QString> draft = m_drafts.load(draftName);
     const bool restored = draft && !draft->trimmed().isEmpty() && *draft != m_request->initialText;
-    auto *editor = new EditorComposer(restored ? *draft : m_request->initialText, m_services, this);
+    const QString &text = restored ? *draft : m_request->initialText;
+    EditorComposer *editor = std::exchange(m_preparedEditor, nullptr);
+    if (editor)
+        editor->surface().replaceInitialText(text);
+    else
+        editor = new EditorComposer(text, m_services, this);
     m_editor = editor;
     editor->surface().preferredWorkingDirectory = [cwd = m_request->cwd] {
         return cwd;
@@ -102,6 +108,17 @@ void ComposerCoordinator::processPendingRequests()
     m_editor->showWindow();
     m_activation.requestWindowActivation(m_editor->panel());
     m_editor->surface().completeInitialPlacement();
+    // Once this one is on screen, the next is made while the user types.
+    QTimer::singleShot(0, this, &ComposerCoordinator::prepareEditorComposer);
+}
+
+void ComposerCoordinator::prepareEditorComposer()
+{
+    if (m_preparedEditor || m_terminated)
+        return;
+    m_preparedEditor = new EditorComposer(QString(), m_services, this);
+    // The native window too: mapping it is then all that is left.
+    m_preparedEditor->panel()->winId();
 }
 
 void ComposerCoordinator::openScratchComposer(const QString &initialText,

@@ -53,6 +53,9 @@ public:
     // At the end: no more requests are served, and every composer closes without answering.
     void stopServingRequests() { m_terminated = true; }
     void closeAllForTermination();
+    // Makes the next editor composer now, hidden and laid out, so a request only has to fill
+    // in its text, place it and show it. Called at launch and after each request is shown.
+    void prepareEditorComposer();
     // At launch: drafts of requests that were answered meanwhile are of no more use.
     void forgetDraftsOfAnsweredRequests();
     // At launch: pasted images older than the cutoff that no session, draft or composer names are
@@ -97,6 +100,8 @@ private:
     DraftStore m_drafts;
     std::optional<ComposerRequest> m_request;
     EditorComposer *m_editor = nullptr;
+    // Made ahead of time and hidden, for the next request.
+    EditorComposer *m_preparedEditor = nullptr;
     DraftKeeper *m_editorDraft = nullptr;
     QHash<ScratchComposer *, DraftKeeper *> m_scratchDrafts;
     QList<ScratchComposer *> m_scratchComposers;

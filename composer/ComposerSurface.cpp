@@ -32,9 +32,7 @@ ComposerSurface::ComposerSurface(Mode mode, const QString &initialText, QObject 
     , m_panel(std::make_unique<ComposerPanel>(mode == Mode::scratch))
 {
     ComposerTextView *textView = m_panel->textView();
-    textView->setPlainText(initialText);
-    textView->moveCursor(QTextCursor::End);
-    textView->document()->clearUndoRedoStacks();
+    setTextWithoutUndo(initialText);
     textView->onAttachmentPaste = [this](const QMimeData *data) {
         return handlePaste(data);
     };
@@ -73,6 +71,20 @@ ComposerSurface::ComposerSurface(Mode mode, const QString &initialText, QObject 
 }
 
 ComposerSurface::~ComposerSurface() = default;
+
+void ComposerSurface::setTextWithoutUndo(const QString &text)
+{
+    ComposerTextView *textView = m_panel->textView();
+    textView->setPlainText(text);
+    textView->moveCursor(QTextCursor::End);
+    textView->document()->clearUndoRedoStacks();
+}
+
+void ComposerSurface::replaceInitialText(const QString &text)
+{
+    setTextWithoutUndo(text);
+    recalculateHeight();
+}
 
 void ComposerSurface::applyInitialSize()
 {

@@ -37,6 +37,9 @@ public:
 
     // Sizes the panel for its text; called once the owner has added its parts.
     void applyInitialSize();
+    // Replaces the text of a panel not shown yet, as if it had been made with it: no undo step,
+    // the cursor at the end, the height for the new text.
+    void replaceInitialText(const QString &text);
     void setCompositingAvailable(bool available);
     // Shows the window, with the keyboard focus in the text when asked.
     void show(bool focusText);
@@ -99,6 +102,7 @@ Q_SIGNALS:
     void voicePromptStateChanged(VoicePromptBuilder::State state);
 
 private:
+    void setTextWithoutUndo(const QString &text);
     bool handlePaste(const QMimeData *data);
     ComposerLayout::Input layoutInput() const;
     void windowDidMove();

@@ -16,6 +16,7 @@ class EditorComposer final : public QObject {
 
 public:
     // Only the defaults, the shortcuts and the speech recogniser of the services are used.
+    // A composer may be made ahead of time, hidden, and given its request's text when one comes.
     explicit EditorComposer(const QString &initialText, const ComposerServices &services = {},
                             QObject *parent = nullptr);
     ~EditorComposer() override;

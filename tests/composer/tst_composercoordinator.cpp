@@ -88,10 +88,12 @@ private Q_SLOTS:
         Fixture f;
         const ComposerRequest first = writeRequest(QStringLiteral("one"), 4001);
         const ComposerRequest second = writeRequest(QStringLiteral("two"), 4002);
+        f.composers.prepareEditorComposer(); // made ahead, as at launch
         f.composers.processPendingRequests();
         f.composers.processPendingRequests(); // the second waits behind the first
         QCOMPARE(f.composers.currentRequest()->id, first.id);
         QCOMPARE(f.composers.editorComposer()->text(), QStringLiteral("one"));
+        QVERIFY(!f.composers.editorComposer()->panel()->textView()->document()->isUndoAvailable());
         QCOMPARE(f.windows.dockChanges, QList<bool>{true}); // a Dock icon while a composer is up
 
         const QPointer<EditorComposer> firstComposer = f.composers.editorComposer();
