@@ -1,6 +1,7 @@
 #include "app/AppDelegate.h"
 
 #include "app/AlertPresenter.h"
+#include "app/AppearanceController.h"
 #include "app/ComposerCoordinator.h"
 #include "app/EditorSetupOffer.h"
 #include "app/KeyboardGate.h"
@@ -53,6 +54,9 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     , m_platform(std::move(platform))
     , m_errorLog(errorLog)
     , m_defaults(defaults)
+    , m_appearance(m_platform.colorScheme
+                       ? std::make_unique<AppearanceController>(std::move(m_platform.colorScheme))
+                       : nullptr)
     , m_keyboard(std::make_unique<KeyboardGate>(Clock::system()))
     , m_alerts(std::make_unique<AlertPresenter>(*m_keyboard))
     , m_permissionPlatform(PermissionPlatform::create(

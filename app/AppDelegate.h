@@ -9,6 +9,7 @@
 #include <optional>
 
 class AlertPresenter;
+class AppearanceController;
 class ComposerCoordinator;
 class EditorSetupOffer;
 class ErrorLogManager;
@@ -62,6 +63,7 @@ private:
     ErrorLogManager &m_errorLog;
     UserDefaults &m_defaults;
     // Before every window that reports to it.
+    std::unique_ptr<AppearanceController> m_appearance;
     std::unique_ptr<KeyboardGate> m_keyboard;
     std::unique_ptr<AlertPresenter> m_alerts;
     std::unique_ptr<PermissionPlatform> m_permissionPlatform;

@@ -2,6 +2,7 @@
 
 #include "core/UserDefaults.h"
 #include "platform/Clipboard.h"
+#include "platform/ColorSchemeSource.h"
 #include "platform/DistributedNotificationObserver.h"
 #include "platform/FileOpener.h"
 #include "platform/GlobalHotKeyService.h"
@@ -31,5 +32,6 @@ PlatformServices PlatformServices::create()
     };
     services.speechRecognizer = SpeechRecognizer::create(std::move(speech));
     services.hotKeys = GlobalHotKeyService::create();
+    services.colorScheme = ColorSchemeSource::create();
     return services;
 }

@@ -3,6 +3,7 @@
 #include <memory>
 
 class Clipboard;
+class ColorSchemeSource;
 class DistributedNotificationObserver;
 class FileOpener;
 class GlobalHotKeyService;
@@ -22,6 +23,8 @@ struct PlatformServices {
     // Dictation in the composers: one for the application, so one model is loaded however many
     // composers are open.
     std::unique_ptr<SpeechRecognizer> speechRecognizer;
+    // The desktop's light or dark preference.
+    std::unique_ptr<ColorSchemeSource> colorScheme;
     // The system-wide shortcut that opens a scratch composer.
     std::unique_ptr<GlobalHotKeyService> hotKeys;
     // A StatusNotifierItem host draws exported menus itself and loses custom rows.

@@ -13,6 +13,7 @@ set(TARVEL_MAC_OWN_TARGETS
 # instance, the status item and the user notification centre.
 set(TARVEL_MAC_TarvelPlatformCore_SOURCES
     CFDistributedNotificationObserver.cpp
+    MacColorSchemeSource.cpp
     CFDistributedNotificationPoster.cpp
     ../ApplicationInstance.h MacApplicationInstance.mm
     ../FileRevealer.h MacFileRevealer.mm
