@@ -1,31 +1,33 @@
 #include "platform/linux/LinuxSpeechRecognizer.h"
 
 #include "platform/SpeechEngine.h"
-#include "platform/linux/SpeechCaptureWorker.h"
-
-#include <QMediaDevices>
+#include "platform/linux/SpeechModule.h"
 
 LinuxSpeechRecognizer::LinuxSpeechRecognizer(Configuration configuration, QObject *parent)
     : SpeechRecognizer(parent)
     , m_configuration(std::move(configuration))
-    , m_worker(new SpeechCaptureWorker(m_configuration.modelIdleRelease))
 {
-    m_thread.setObjectName(QStringLiteral("Speech recognition"));
-    m_worker->moveToThread(&m_thread);
-    connect(m_worker, &SpeechCaptureWorker::updated, this, &LinuxSpeechRecognizer::workerUpdated);
-    connect(m_worker, &SpeechCaptureWorker::failed, this, &LinuxSpeechRecognizer::workerFailed);
-    // Deleted on its own thread, after its event loop has ended.
-    connect(&m_thread, &QThread::finished, m_worker, &QObject::deleteLater);
-    m_thread.start();
 }
 
 LinuxSpeechRecognizer::~LinuxSpeechRecognizer()
 {
-    // A running command or model load ends soon once told to stop; the worker (its capture and
-    // its model) goes on its own thread.
+    // A running command or model load ends soon once told to stop.
     m_stop.request_stop();
-    m_thread.quit();
-    m_thread.wait();
+}
+
+SpeechCapture &LinuxSpeechRecognizer::capture()
+{
+    if (!m_capture) {
+        m_capture = SpeechModule::load().createCapture(
+            m_configuration.modelIdleRelease,
+            {[this](quint64 session, const QString &transcript, bool isFinal) {
+                 workerUpdated(session, transcript, isFinal);
+             },
+             [this](quint64 session, const QString &errorText) {
+                 workerFailed(session, errorText);
+             }});
+    }
+    return *m_capture;
 }
 
 SpeechRecognizer::Access LinuxSpeechRecognizer::speechRecognitionAccess() const
@@ -36,7 +38,11 @@ SpeechRecognizer::Access LinuxSpeechRecognizer::speechRecognitionAccess() const
 
 SpeechRecognizer::Access LinuxSpeechRecognizer::microphoneAccess() const
 {
-    return QMediaDevices::audioInputs().isEmpty() ? Access::denied : Access::authorized;
+    try {
+        return SpeechModule::load().hasAudioInput() ? Access::authorized : Access::denied;
+    } catch (const SpeechRecognizerError &) {
+        return Access::denied; // without the module nothing can record
+    }
 }
 
 void LinuxSpeechRecognizer::requestSpeechRecognitionAccess(std::function<void(bool granted)> answer)
@@ -70,22 +76,15 @@ void LinuxSpeechRecognizer::start()
     const QString reason = SpeechEngine::unavailableReason(recognizerCommand);
     if (!reason.isEmpty())
         throw SpeechRecognizerError(SpeechRecognizerError::Kind::recognitionUnavailable, reason);
-    const QAudioDevice device = QMediaDevices::defaultAudioInput();
-    if (device.isNull())
-        throw SpeechRecognizerError(
-            SpeechRecognizerError::Kind::captureFailed,
-            QStringLiteral("Could not start microphone capture: no audio input device "
-                           "was found."));
-    m_stop = std::stop_source();
+    SpeechCapture &recognizer = capture();
+    std::stop_source stop;
+    const quint64 session = m_session + 1;
+    recognizer.start(session, {recognizerCommand, m_configuration.commandTimeLimit}, stop.get_token());
+    m_session = session;
+    m_stop = stop;
     m_active = true;
     m_finishing = false;
     m_transcribesAfterStop = !recognizerCommand.isEmpty();
-    const quint64 session = ++m_session;
-    const SpeechEngine::Options options{recognizerCommand, m_configuration.commandTimeLimit};
-    QMetaObject::invokeMethod(m_worker,
-                              [worker = m_worker, session, options, device, stop = m_stop.get_token()] {
-                                  worker->startSession(session, options, device, stop);
-                              });
 }
 
 void LinuxSpeechRecognizer::finishAudio()
@@ -93,8 +92,7 @@ void LinuxSpeechRecognizer::finishAudio()
     if (!m_active || m_finishing)
         return;
     m_finishing = true;
-    const quint64 session = m_session;
-    QMetaObject::invokeMethod(m_worker, [worker = m_worker, session] { worker->finishSession(session); });
+    capture().finish(m_session);
 }
 
 void LinuxSpeechRecognizer::cancel()
@@ -103,8 +101,7 @@ void LinuxSpeechRecognizer::cancel()
         return;
     m_active = false;
     m_stop.request_stop();
-    const quint64 session = m_session;
-    QMetaObject::invokeMethod(m_worker, [worker = m_worker, session] { worker->cancelSession(session); });
+    capture().cancel(m_session);
 }
 
 std::optional<std::chrono::milliseconds> LinuxSpeechRecognizer::finalResultTimeLimit() const

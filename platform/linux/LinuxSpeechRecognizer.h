@@ -2,15 +2,15 @@
 
 #include "platform/SpeechRecognizer.h"
 
-#include <QThread>
-
+#include <memory>
 #include <stop_token>
 
-class SpeechCaptureWorker;
+class SpeechCapture;
 
 // Captures the default microphone with Qt Multimedia and recognises it with PocketSphinx, or
-// with the user's recogniser command when one is set. Capture, model loading and recognition
-// run on a thread of their own; the signals arrive on this object's thread.
+// with the user's recogniser command when one is set. Both live in the speech module, loaded at
+// the first capture or microphone check; capture, model loading and recognition run on a thread
+// of their own, and the signals arrive on this object's thread.
 class LinuxSpeechRecognizer final : public SpeechRecognizer {
     Q_OBJECT
 
@@ -34,9 +34,10 @@ private:
     void workerUpdated(quint64 session, const QString &transcript, bool isFinal);
     void workerFailed(quint64 session, const QString &errorText);
 
+    SpeechCapture &capture();
+
     Configuration m_configuration;
-    QThread m_thread;
-    SpeechCaptureWorker *m_worker;
+    std::unique_ptr<SpeechCapture> m_capture;
     quint64 m_session = 0;
     bool m_active = false;
     bool m_finishing = false;

@@ -7,15 +7,10 @@
 struct cmd_ln_s;
 struct ps_decoder_s;
 
-// PocketSphinx with its US English model (Debian's pocketsphinx-en-us). The model is loaded
-// when the engine is made and released when it is destroyed.
+// PocketSphinx with its US English model (PocketSphinxModel). The model is loaded when the engine
+// is made and released when it is destroyed. Part of the speech module.
 class PocketSphinxEngine final : public SpeechEngine {
 public:
-    // The model folder: TARVEL_POCKETSPHINX_MODEL when set, else where the package puts it.
-    static QString modelDirectory();
-    // Empty when the model's files are all there.
-    static QString unavailableReason();
-
     // Loads the model. Throws SpeechRecognizerError when it cannot.
     PocketSphinxEngine();
     ~PocketSphinxEngine() override;
