@@ -22,10 +22,14 @@ deb=$work/out/tarvel_${version}_$(dpkg --print-architecture).deb
 [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "wrong version"
 depends=$(dpkg-deb -f "$deb" Depends)
 # Worked out from the binaries, plus what is loaded rather than linked.
-for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins; do
+# The speech module's libraries count too, though the application only loads it.
+for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins libqt6multimedia6 libpocketsphinx3; do
     [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
 done
-[[ $(dpkg-deb -f "$deb" Recommends) == *notification-daemon* ]] || fail "no notification daemon recommended"
+recommends=$(dpkg-deb -f "$deb" Recommends)
+for wanted in notification-daemon pocketsphinx-en-us; do
+    [[ $recommends == *"$wanted"* ]] || fail "Recommends lacks $wanted: $recommends"
+done
 
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/tarvel ./usr/bin/tarvel-edit ./usr/share/applications/zq.tarvel.desktop \
@@ -38,5 +42,9 @@ dpkg-deb -x "$deb" "$work/root"
 grep -qx 'Exec=/usr/bin/tarvel' "$work/root/usr/share/dbus-1/services/zq.tarvel.service" ||
     fail "the packaged service file does not start /usr/bin/tarvel"
 [ "$("$work/root/usr/bin/tarvel" --version)" = "tarvel $version" ] || fail "tarvel --version"
+# The packaged tarvel finds its speech module where the package puts it.
+speech=$(pkg-config --variable=datadir pocketsphinx)/test/data/goforward.raw
+transcript=$("$work/root/usr/bin/tarvel" transcribe "$speech") || fail "the packaged tarvel cannot transcribe"
+[ "$transcript" = "go forward ten meters" ] || fail "the packaged tarvel heard: $transcript"
 [ "$("$work/root/usr/bin/tarvel-edit" --version)" = "tarvel-edit $version" ] || fail "tarvel-edit --version"
 echo "ok: $(basename "$deb"), $(stat -c %s "$deb") bytes"
