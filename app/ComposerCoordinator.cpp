@@ -154,7 +154,12 @@ void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratch
 {
     surface.panel()->installEventFilter(this);
     surface.setCompositingAvailable(m_windows.compositorRunning());
+    surface.panel()->setHeightFixedToContent(m_windows.floatsFixedSizeWindows());
     place(surface, restoresScratchFrame);
+    // Where the compositor places windows, it is asked to put the panel where it was placed here
+    // and to keep it there as it grows.
+    surface.panel()->winId();
+    m_windows.followOwnWindow(surface.panel()->windowHandle());
     connect(&surface, &ComposerSurface::voicePromptStateChanged, this,
             [this, composer = &surface](VoicePromptBuilder::State state) {
                 noteVoicePromptRecording(composer, state == VoicePromptBuilder::State::recording);

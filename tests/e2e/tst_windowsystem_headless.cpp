@@ -1,12 +1,14 @@
 // The window system where there is no X display: an empty desktop, never a crash.
 
 #include "platform/WindowSystem.h"
+#include "platform/linux/FloatingWindowHints.h"
 #include "platform/linux/X11WindowSystem.h"
 
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QTest>
+#include <QWindow>
 
 class WindowSystemHeadlessTest final : public QObject {
     Q_OBJECT
@@ -14,6 +16,7 @@ class WindowSystemHeadlessTest final : public QObject {
 private Q_SLOTS:
     void reportsAnEmptyDesktop();
     void screenNumberOfDisplayNames();
+    void floatingHintsLastUntilTheFirstFrame();
 };
 
 void WindowSystemHeadlessTest::reportsAnEmptyDesktop()
@@ -46,6 +49,36 @@ void WindowSystemHeadlessTest::screenNumberOfDisplayNames()
     QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("localhost:10.1")), 1);
     QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("/tmp/launch-x/org.xquartz:0")), 0);
     QCOMPARE(X11WindowSystem::screenNumber(QString()), 0);
+}
+
+void WindowSystemHeadlessTest::floatingHintsLastUntilTheFirstFrame()
+{
+    const FloatingWindowHints hints;
+    // A tiling compositor floats what it sees at the map as unable to change size.
+    QWindow resizable;
+    resizable.setMinimumSize(QSize(100, 80));
+    resizable.resize(300, 200);
+    resizable.show();
+    QCOMPARE(resizable.minimumSize(), QSize(300, 200));
+    QCOMPARE(resizable.maximumSize(), QSize(300, 200));
+    // Once the first frame is out, the user can resize it again.
+    QTRY_COMPARE(resizable.minimumSize(), QSize(100, 80));
+    QCOMPARE(resizable.maximumSize(), QWindow().maximumSize());
+
+    // A height the window fixed meanwhile (a panel following its text) stays its own.
+    QWindow panel;
+    panel.resize(520, 90);
+    panel.show();
+    panel.setMaximumHeight(120);
+    QTRY_COMPARE(panel.minimumSize(), QSize(0, 0));
+    QCOMPARE(panel.maximumHeight(), 120);
+
+    // Pop-ups are placed by their parent; their sizes are left alone.
+    QWindow popup;
+    popup.setFlags(Qt::Popup);
+    popup.resize(50, 50);
+    popup.show();
+    QCOMPARE(popup.maximumSize(), QWindow().maximumSize());
 }
 
 int main(int argc, char **argv)
