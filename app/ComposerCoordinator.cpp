@@ -97,7 +97,7 @@ void ComposerCoordinator::processPendingRequests()
     noteComposersOnScreen();
     present(m_editor->surface(), false);
     m_editor->showWindow();
-    m_activation.requestWindowActivation(m_editor->panel());
+    m_activation.requestWindowActivation(m_editor->panel(), m_request->activationToken.value_or(QString()));
     m_editor->surface().completeInitialPlacement();
 }
 
