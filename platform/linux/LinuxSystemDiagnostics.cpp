@@ -3,6 +3,7 @@
 #include "platform/linux/DBusContract.h"
 #include "platform/linux/GlobalShortcutsPortal.h"
 #include "platform/linux/I3IpcClient.h"
+#include "platform/linux/ManualShortcutBinding.h"
 #include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
@@ -184,6 +185,12 @@ QString globalShortcutsUnavailableReason()
         return {};
     return QStringLiteral("Global shortcuts need an X11 session or a desktop that offers the "
                           "GlobalShortcuts portal.");
+}
+
+QString manualShortcutInstructions(const std::optional<Shortcut> &shortcut)
+{
+    return ManualShortcutBinding::instructions(ManualShortcutBinding::currentDesktop(), shortcut,
+                                               ManualShortcutBinding::tarvelCommand());
 }
 
 } // namespace SystemDiagnostics
