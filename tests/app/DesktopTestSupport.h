@@ -22,9 +22,19 @@
 #include <memory>
 
 namespace desktop_test {
-inline const QString kTarvel = QStringLiteral(TARVEL_APP_PATH);
-inline const QString kTarvelEdit = QStringLiteral(TARVEL_EDIT_PATH);
-inline const QString kArtifacts = QStringLiteral(TARVEL_ARTIFACTS_DIR);
+// A session that runs the test as another user (tests/e2e/wayland-session.sh) hands it the programs
+// where that user can run them, and a folder for screenshots it can write.
+inline QString fromSession(const char *variable, const QString &name, const QString &built)
+{
+    const QString folder = qEnvironmentVariable(variable);
+    return folder.isEmpty() ? built : name.isEmpty() ? folder : folder + u'/' + name;
+}
+inline const QString kTarvel =
+    fromSession("TARVEL_TEST_PROGRAMS", QStringLiteral("tarvel"), QStringLiteral(TARVEL_APP_PATH));
+inline const QString kTarvelEdit =
+    fromSession("TARVEL_TEST_PROGRAMS", QStringLiteral("tarvel-edit"), QStringLiteral(TARVEL_EDIT_PATH));
+inline const QString kArtifacts =
+    fromSession("TARVEL_TEST_ARTIFACTS", {}, QStringLiteral(TARVEL_ARTIFACTS_DIR));
 inline const QString kTestData = QStringLiteral(TARVEL_TEST_DATA_DIR);
 
 inline QString run(const QString &program, const QStringList &arguments)
@@ -230,6 +240,37 @@ inline QStringList attachedPaths(const QString &prompt)
     return paths;
 }
 
+// The StatusNotifierItems the tray host (swaybar, KDE, GNOME's AppIndicator extension) shows, as
+// the bus connection and object path of each.
+inline QStringList statusNotifierItems()
+{
+    const QString reply =
+        run(QStringLiteral("dbus-send"),
+            {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+             QStringLiteral("--dest=org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
+             QStringLiteral("org.freedesktop.DBus.Properties.Get"),
+             QStringLiteral("string:org.kde.StatusNotifierWatcher"),
+             QStringLiteral("string:RegisteredStatusNotifierItems")});
+    QStringList items;
+    static const QRegularExpression item(QStringLiteral("string \"([^\"]+)\""));
+    for (auto match = item.globalMatch(reply); match.hasNext();)
+        items.append(match.next().captured(1));
+    return items;
+}
+
+// The process on the other end of a bus connection (":1.17"), 0 when the bus does not say.
+inline qint64 busConnectionPid(const QString &connection)
+{
+    const QString reply =
+        run(QStringLiteral("dbus-send"),
+            {QStringLiteral("--session"), QStringLiteral("--print-reply"),
+             QStringLiteral("--dest=org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+             QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
+             QStringLiteral("string:") + connection});
+    static const QRegularExpression pid(QStringLiteral("uint32 (\\d+)"));
+    return pid.match(reply).captured(1).toLongLong();
+}
+
 // A running copy of the application with its own home, data and settings folders, tarvel-edit
 // as its editor, and the fake backends first on its PATH when given.
 class Application final {
@@ -290,11 +331,11 @@ public:
         m_process->start(kTarvel, {});
         QVERIFY(m_process->waitForStarted());
         // The tray icon is the last thing start-up makes.
-        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(hasTrayIcon(), 10000);
     }
 
     // Takes on the copy that tarvel-edit started, as on a first use: found by its home folder.
-    void adoptStartedCopy()
+    void adoptStartedCopy(bool waitForTrayIcon = true)
     {
         const QByteArray home = "HOME=" + this->home().toUtf8();
         const auto startedCopy = [&] {
@@ -308,7 +349,19 @@ public:
             return qint64(0);
         };
         QTRY_VERIFY_WITH_TIMEOUT((m_adoptedPid = startedCopy()) > 0, 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+        if (waitForTrayIcon)
+            QTRY_VERIFY_WITH_TIMEOUT(hasTrayIcon(), 10000);
+    }
+
+    // On X11 the icon's window in the XEmbed tray; on Wayland its StatusNotifierItem.
+    bool hasTrayIcon() const
+    {
+        if (qEnvironmentVariable("QT_QPA_PLATFORM") != u"wayland")
+            return !trayIconWindow().isEmpty();
+        const QStringList items = statusNotifierItems();
+        return std::any_of(items.cbegin(), items.cend(), [this](const QString &item) {
+            return busConnectionPid(item.section(u'/', 0, 0)) == pid();
+        });
     }
 
     bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }
