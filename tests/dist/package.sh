@@ -26,6 +26,7 @@ for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins; do
     [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
 done
 [[ $(dpkg-deb -f "$deb" Recommends) == *notification-daemon* ]] || fail "no notification daemon recommended"
+[[ $(dpkg-deb -f "$deb" Recommends) == *qt6-wayland* ]] || fail "Qt's Wayland platform plug-in is not recommended"
 
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/tarvel ./usr/bin/tarvel-edit ./usr/share/applications/zq.tarvel.desktop \
