@@ -66,7 +66,7 @@ fi
 
 if [ "${WAYLAND:-}" = 1 ]; then
     echo "Starting a private headless sway session for Tarvel."
-    exec "$root/tests/e2e/wayland-session.sh" --compositor sway --home "$HOME" --program "$app" \
+    exec "$root/tests/e2e/desktop-session.sh" --wayland sway --home "$HOME" --program "$app" \
         --program "$edit" -- "$root/scripts/run.sh" --inside-wayland
 fi
 

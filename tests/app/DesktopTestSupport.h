@@ -22,7 +22,7 @@
 #include <memory>
 
 namespace desktop_test {
-// A session that runs the test as another user (tests/e2e/wayland-session.sh) hands it the programs
+// A session that runs the test as another user (desktop-session.sh --wayland) hands it the programs
 // where that user can run them, and a folder for screenshots it can write.
 inline QString fromSession(const char *variable, const QString &name, const QString &built)
 {
@@ -240,37 +240,6 @@ inline QStringList attachedPaths(const QString &prompt)
     return paths;
 }
 
-// The StatusNotifierItems the tray host (swaybar, KDE, GNOME's AppIndicator extension) shows, as
-// the bus connection and object path of each.
-inline QStringList statusNotifierItems()
-{
-    const QString reply =
-        run(QStringLiteral("dbus-send"),
-            {QStringLiteral("--session"), QStringLiteral("--print-reply"),
-             QStringLiteral("--dest=org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
-             QStringLiteral("org.freedesktop.DBus.Properties.Get"),
-             QStringLiteral("string:org.kde.StatusNotifierWatcher"),
-             QStringLiteral("string:RegisteredStatusNotifierItems")});
-    QStringList items;
-    static const QRegularExpression item(QStringLiteral("string \"([^\"]+)\""));
-    for (auto match = item.globalMatch(reply); match.hasNext();)
-        items.append(match.next().captured(1));
-    return items;
-}
-
-// The process on the other end of a bus connection (":1.17"), 0 when the bus does not say.
-inline qint64 busConnectionPid(const QString &connection)
-{
-    const QString reply =
-        run(QStringLiteral("dbus-send"),
-            {QStringLiteral("--session"), QStringLiteral("--print-reply"),
-             QStringLiteral("--dest=org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
-             QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
-             QStringLiteral("string:") + connection});
-    static const QRegularExpression pid(QStringLiteral("uint32 (\\d+)"));
-    return pid.match(reply).captured(1).toLongLong();
-}
-
 // A running copy of the application with its own home, data and settings folders, tarvel-edit
 // as its editor, and the fake backends first on its PATH when given.
 class Application final {
@@ -353,15 +322,32 @@ public:
             QTRY_VERIFY_WITH_TIMEOUT(hasTrayIcon(), 10000);
     }
 
-    // On X11 the icon's window in the XEmbed tray; on Wayland its StatusNotifierItem.
+    // On X11 the icon's window in the XEmbed tray; on Wayland a StatusNotifierItem that the tray's host
+    // (swaybar) lists, registered from this process's bus connection.
     bool hasTrayIcon() const
     {
         if (qEnvironmentVariable("QT_QPA_PLATFORM") != u"wayland")
             return !trayIconWindow().isEmpty();
-        const QStringList items = statusNotifierItems();
-        return std::any_of(items.cbegin(), items.cend(), [this](const QString &item) {
-            return busConnectionPid(item.section(u'/', 0, 0)) == pid();
-        });
+        const auto ask = [](const QString &destination, const QString &path, const QStringList &call) {
+            return run(QStringLiteral("dbus-send"),
+                       QStringList{QStringLiteral("--session"), QStringLiteral("--print-reply"),
+                                   QStringLiteral("--dest=") + destination, path} +
+                           call);
+        };
+        const QString items =
+            ask(QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
+                {QStringLiteral("org.freedesktop.DBus.Properties.Get"),
+                 QStringLiteral("string:org.kde.StatusNotifierWatcher"),
+                 QStringLiteral("string:RegisteredStatusNotifierItems")});
+        static const QRegularExpression connection(QStringLiteral("string \"(:[0-9.]+)/"));
+        for (auto match = connection.globalMatch(items); match.hasNext();) {
+            if (ask(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
+                    {QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
+                     QStringLiteral("string:") + match.next().captured(1)})
+                    .endsWith(u' ' + QString::number(pid())))
+                return true;
+        }
+        return false;
     }
 
     bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }
