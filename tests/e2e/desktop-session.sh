@@ -17,7 +17,8 @@
 #                      compositor's selections (default: $TARVEL_DESKTOP_PROBE, else the PATH;
 #                      without one the tray's window is awaited instead)
 #   --home DIR         HOME (and the XDG folders under it) for the command; default: a new
-#                      empty folder, so that the user's own files are never read or written
+#                      empty folder, so that the user's own files are never read or written (a
+#                      Wayland session run as nobody always gets a new one)
 #   --use-current-bus  stay on the caller's session bus, which must be a private one (from
 #                      dbus-run-session); default: start one
 #   --keep             keep the session folder with the helpers' logs
@@ -52,7 +53,7 @@ self="$here/$(basename "${BASH_SOURCE[0]}")"
 arguments=("$@")
 
 usage() {
-    sed -n '9,34s/^# \{0,1\}//p' "$self" >&2
+    sed -n '9,32s/^# \{0,1\}//p' "$self" >&2
     exit 2
 }
 fail() {
@@ -156,7 +157,7 @@ if [ "$use_current_bus" = 0 ]; then
         [ ${#as_user[@]} = 0 ] || "${as_user[@]}" true 2>/dev/null || skip "cannot run the session as nobody here"
         mkdir -p -m 0755 "$dir/programs"
         mkdir -p "$dir/artifacts"
-        # A program the user can run where it is gets a link; one it cannot (a build under /root) a copy.
+        # A program the user can run where it is gets a link; one it cannot (a build in a private home) a copy.
         reachable() {
             if "${as_user[@]}" test -x "$1" -a -r "$1" 2>/dev/null; then
                 ln -sf "$(readlink -f "$1")" "$dir/programs/$2"
