@@ -37,8 +37,10 @@ configure: deps
 build: configure
 	cmake --build $(BUILD_DIR) $(BUILD_TARGET)
 
+# WAYLAND=1: a headless sway session with a foot terminal instead of the X desktop.
+WAYLAND ?=
 run: build
-	BUILD_DIR=$(BUILD_DIR) scripts/run.sh
+	BUILD_DIR=$(BUILD_DIR) WAYLAND=$(WAYLAND) scripts/run.sh
 
 test: build
 	$(TEST_ENV) ctest --test-dir $(BUILD_DIR) --output-on-failure --timeout 600 $(TEST_FILTER)

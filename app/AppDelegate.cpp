@@ -202,7 +202,8 @@ void AppDelegate::applicationDidFinishLaunching()
     m_statusItem->show();
     m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());
 
-    if (m_globalShortcuts)
+    // Where the desktop binds the keys, its binding starts Tarvel again; there is nothing to register.
+    if (m_globalShortcuts && manualShortcutBinding(std::nullopt).isEmpty())
         m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
     listenForRequests();
     m_composers->processPendingRequests();
@@ -271,14 +272,17 @@ PreferencesWindow &AppDelegate::preferencesWindow()
     };
     connect(window, &PreferencesWindow::refreshRequested, this, [this, window] {
         window->setEditorSetupStatusLine(m_editorSetup->statusLine());
-        QString remark = m_platform.hotKeys ? m_platform.hotKeys->unavailableReason() : QString();
-        if (remark.isEmpty() && m_globalShortcuts)
-            remark = m_globalShortcuts->problem(ShortcutNames::openScratchComposer());
-        window->globalShortcutRecorder()->setRemark(remark);
+        refreshGlobalShortcutRemark();
         m_permissions->fetchSummary().then(window, [window](const PermissionSummary &summary) {
             window->setPermissionSummary(summary.title(), summary.detail());
         });
     });
+    // The line to add to the desktop's settings follows the recorded combination.
+    connect(m_shortcuts.get(), &KeyboardShortcuts::shortcutByNameDidChange, window,
+            [this](const QString &name) {
+                if (name == ShortcutNames::openScratchComposer().rawValue)
+                    refreshGlobalShortcutRemark();
+            });
     connect(window, &PreferencesWindow::openPermissionsRequested, this, &AppDelegate::openPermissions);
     connect(window, &PreferencesWindow::shortcutRecordingChanged, m_keyboard.get(),
             &KeyboardGate::noteShortcutRecording);
@@ -292,11 +296,34 @@ PreferencesWindow &AppDelegate::preferencesWindow()
     return *window;
 }
 
+void AppDelegate::refreshGlobalShortcutRemark()
+{
+    if (!m_preferencesWindow)
+        return;
+    const std::optional<Shortcut> stored = m_shortcuts->getShortcut(ShortcutNames::openScratchComposer());
+    QString remark = manualShortcutBinding(stored);
+    if (remark.isEmpty() && m_platform.hotKeys)
+        remark = m_platform.hotKeys->unavailableReason();
+    if (remark.isEmpty() && m_globalShortcuts)
+        remark = m_globalShortcuts->problem(ShortcutNames::openScratchComposer());
+    m_preferencesWindow->globalShortcutRecorder()->setRemark(remark);
+}
+
+QString AppDelegate::manualShortcutBinding(const std::optional<Shortcut> &shortcut) const
+{
+    if (!m_platform.hotKeys || m_platform.hotKeys->unavailableReason().isEmpty())
+        return {};
+    return m_platform.hotKeys->manualBindingInstructions(shortcut);
+}
+
 QString AppDelegate::registerGlobalShortcut(const std::optional<Shortcut> &shortcut)
 {
     if (!m_globalShortcuts)
         return {};
     const QString unavailable = m_platform.hotKeys->unavailableReason();
+    // Kept for the user to bind in the desktop's settings; the remark gives the line.
+    if (!manualShortcutBinding(shortcut).isEmpty())
+        return {};
     if (!unavailable.isEmpty() && shortcut)
         return unavailable;
     const QString problem = m_globalShortcuts->tryRegister(ShortcutNames::openScratchComposer(), shortcut);

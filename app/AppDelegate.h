@@ -55,6 +55,10 @@ private:
     void openPermissions();
     PreferencesWindow &preferencesWindow();
     QString registerGlobalShortcut(const std::optional<Shortcut> &shortcut);
+    // Where the desktop binds system-wide keys itself (sway, GNOME without the portal), how the user
+    // binds the stored (or given) shortcut there; empty where Tarvel registers it itself.
+    QString manualShortcutBinding(const std::optional<Shortcut> &shortcut) const;
+    void refreshGlobalShortcutRemark();
     void handleDebugWindowRequest(const QMap<QString, QString> &userInfo);
     void listenForRequests();
     void stopListening();

@@ -106,7 +106,7 @@ void ComposerCoordinator::processPendingRequests()
     noteComposersOnScreen();
     present(m_editor->surface(), false);
     m_editor->showWindow();
-    m_activation.requestWindowActivation(m_editor->panel());
+    m_activation.requestWindowActivation(m_editor->panel(), m_request->activationToken.value_or(QString()));
     m_editor->surface().completeInitialPlacement();
     // Once this one is on screen, the next is made while the user types.
     QTimer::singleShot(0, this, &ComposerCoordinator::prepareEditorComposer);
@@ -174,7 +174,12 @@ void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratch
 {
     surface.panel()->installEventFilter(this);
     surface.setCompositingAvailable(m_windows.compositorRunning());
+    surface.panel()->setHeightFixedToContent(m_windows.floatsFixedSizeWindows());
     place(surface, restoresScratchFrame);
+    // Where the compositor places windows, it is asked to put the panel where it was placed here
+    // and to keep it there as it grows.
+    surface.panel()->winId();
+    m_windows.followOwnWindow(surface.panel()->windowHandle());
     connect(&surface, &ComposerSurface::voicePromptStateChanged, this,
             [this, composer = &surface](VoicePromptBuilder::State state) {
                 noteVoicePromptRecording(composer, state == VoicePromptBuilder::State::recording);

@@ -298,13 +298,17 @@ DiagnosticFinding globalShortcutFinding()
 {
     const QString subject = QStringLiteral("Global shortcut");
     const QString reason = SystemDiagnostics::globalShortcutsUnavailableReason();
-    if (!reason.isEmpty())
-        return {
-            subject, Severity::warning, reason,
-            QStringLiteral("Log in to an X11 session, or use a desktop whose portal offers global shortcuts; "
-                           "the tray menu's Quick Tasks works everywhere.")};
     const KeyboardShortcuts shortcuts(UserDefaults::standard());
     const std::optional<Shortcut> shortcut = shortcuts.getShortcut(ShortcutNames::openScratchComposer());
+    if (!reason.isEmpty()) {
+        // Where the desktop binds keys itself, the user can bind starting Tarvel there.
+        const QString manual = SystemDiagnostics::manualShortcutInstructions(shortcut);
+        return {subject, Severity::warning, reason,
+                !manual.isEmpty()
+                    ? manual
+                    : QStringLiteral("Log in to an X11 session, or use a desktop whose portal offers global "
+                                     "shortcuts; the tray menu's Quick Tasks works everywhere.")};
+    }
     if (!shortcut)
         return {subject, Severity::ok,
                 QStringLiteral(

@@ -22,6 +22,7 @@ PlatformServices PlatformServices::create()
     PlatformServices services;
     services.windowSystem = WindowSystem::create();
     services.trayExportsMenus = TrayHost::exportsMenus();
+    TrayHost::quietenFallbackWarnings();
     services.notifications = UserNotificationCenter::create();
     services.clipboard = Clipboard::create();
     services.fileOpener = FileOpener::create();

@@ -26,7 +26,7 @@ WindowActivationCoordinator::WindowActivationCoordinator(WindowSystem &windows, 
     });
 }
 
-void WindowActivationCoordinator::requestWindowActivation(QWidget *window)
+void WindowActivationCoordinator::requestWindowActivation(QWidget *window, const QString &activationToken)
 {
     // A window that goes away may leave nothing to keep the Dock icon for; watched once.
     window->removeEventFilter(this);
@@ -37,11 +37,11 @@ void WindowActivationCoordinator::requestWindowActivation(QWidget *window)
     }
     const QUuid id = QUuid::createUuid();
     m_pending.insert(id, window);
-    attempt(id);
+    attempt(id, activationToken);
     QTimer::singleShot(settleDelayMs, this, [this, id] {
         // The first request often lands before the window is mapped; repeat it once.
         if (const QPointer<QWidget> window = m_pending.value(id); window && !window->isActiveWindow())
-            m_windows.activateWindow(window->winId());
+            m_windows.activateOwnWindow(window->windowHandle());
     });
     QTimer::singleShot(secondAttemptDelayMs, this, [this, id] {
         if (m_pending.contains(id))
@@ -55,7 +55,7 @@ void WindowActivationCoordinator::requestWindowActivation(QWidget *window)
     });
 }
 
-void WindowActivationCoordinator::attempt(const QUuid &id)
+void WindowActivationCoordinator::attempt(const QUuid &id, const QString &activationToken)
 {
     const QPointer<QWidget> window = m_pending.value(id);
     if (!window) {
@@ -65,7 +65,7 @@ void WindowActivationCoordinator::attempt(const QUuid &id)
     window->show();
     window->raise();
     window->activateWindow();
-    m_windows.activateWindow(window->winId());
+    m_windows.activateOwnWindow(window->windowHandle(), activationToken);
     if (window->isActiveWindow())
         complete(id);
 }

@@ -26,8 +26,9 @@ public:
     explicit WindowActivationCoordinator(WindowSystem &windows, QObject *parent = nullptr);
 
     // Shows the window and makes it the active one. Where the system has a Dock, the application
-    // shows its icon there while one of its windows is up.
-    void requestWindowActivation(QWidget *window);
+    // shows its icon there while one of its windows is up. An activation token (Wayland's
+    // xdg-activation) from the process that asked for the window goes with the first request.
+    void requestWindowActivation(QWidget *window, const QString &activationToken = {});
     // The Dock icon goes once no window of the application is visible.
     void restoreAccessoryPolicyIfNeeded();
     bool hasPendingActivations() const { return !m_pending.isEmpty(); }
@@ -40,7 +41,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void attempt(const QUuid &id);
+    void attempt(const QUuid &id, const QString &activationToken = {});
     void complete(const QUuid &id);
 
     WindowSystem &m_windows;

@@ -5,6 +5,7 @@
 #include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "platform/ApplicationInstance.h"
+#include "platform/WindowSystem.h"
 #include "quicktasks/StandardInput.h"
 
 #include <QApplication>
@@ -24,6 +25,7 @@ int main(int argc, char *argv[])
         std::fprintf(stderr, "tarvel: %s\n", error.what());
     }
 
+    WindowSystem::prepareEnvironment();
     QApplication app(argc, argv);
     QApplication::setApplicationName(AppConstants::appName);
     QApplication::setApplicationDisplayName(AppConstants::appName);

@@ -257,6 +257,23 @@ void ComposerPanel::applyTextArea(int visibleTextHeight, int sectionHeight, bool
     m_section->setFixedHeight(sectionHeight);
 }
 
+void ComposerPanel::setHeightFixedToContent(bool fixed)
+{
+    m_heightFixedToContent = fixed;
+    if (fixed)
+        setFixedHeight(height());
+    else
+        setMaximumHeight(QWIDGETSIZE_MAX);
+}
+
+void ComposerPanel::applyHeightLimits(int minimumHeight, int height)
+{
+    if (m_heightFixedToContent)
+        setFixedHeight(height);
+    else
+        setMinimumHeight(minimumHeight);
+}
+
 void ComposerPanel::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);

@@ -37,6 +37,13 @@ public:
     bool showsRecordingTint() const { return m_recordingTint; }
     // Sizes the text area and the section below it; the window height follows.
     void applyTextArea(int visibleTextHeight, int sectionHeight, bool showsVerticalScroller);
+    // Where tiling compositors float only windows whose height cannot change (Wayland), the
+    // panel's height is fixed to what its content needs, and moves with it.
+    void setHeightFixedToContent(bool fixed);
+    bool isHeightFixedToContent() const { return m_heightFixedToContent; }
+    // The height limits for the height the content needs: at least the layout's minimum, or
+    // exactly that height when it is fixed.
+    void applyHeightLimits(int minimumHeight, int height);
 
     std::function<void()> onSubmit;
     std::function<void()> onCancel;
@@ -77,4 +84,5 @@ private:
     bool m_compositing = true;
     bool m_dropEmphasis = false;
     bool m_recordingTint = false;
+    bool m_heightFixedToContent = false;
 };

@@ -408,9 +408,9 @@ void ComposerSurface::recalculateHeight()
     m_isApplyingAutomaticFrame = true;
     m_panel->applyTextArea(int(metrics.visibleHeight), int(contentToFooterSectionHeight(input)),
                            metrics.showsVerticalScroller);
-    m_panel->setMinimumHeight(int(minimumPanelHeight(input)));
-    QRect frame = m_panel->geometry();
     const int height = int(std::ceil(metrics.totalHeight));
+    m_panel->applyHeightLimits(int(minimumPanelHeight(input)), height);
+    QRect frame = m_panel->geometry();
     if (m_automaticHeightAnchorBottom)
         frame.setTop(*m_automaticHeightAnchorBottom - height + 1);
     frame.setHeight(height);

@@ -10,6 +10,7 @@ const QString kInitialText = QStringLiteral("initialText");
 const QString kFilePath = QStringLiteral("filePath");
 const QString kSourceBundle = QStringLiteral("sourceApplicationBundleIdentifier");
 const QString kSourcePid = QStringLiteral("sourceApplicationPID");
+const QString kActivationToken = QStringLiteral("activationToken");
 } // namespace
 
 QJsonObject ComposerRequest::toJson() const
@@ -23,6 +24,7 @@ QJsonObject ComposerRequest::toJson() const
     JSONCoding::insertOptional(object, kFilePath, filePath);
     JSONCoding::insertOptional(object, kSourceBundle, sourceApplicationBundleIdentifier);
     JSONCoding::insertOptional(object, kSourcePid, sourceApplicationPID);
+    JSONCoding::insertOptional(object, kActivationToken, activationToken);
     return object;
 }
 
@@ -36,5 +38,6 @@ ComposerRequest ComposerRequest::fromJson(const QJsonObject &object)
     request.filePath = JSONCoding::optionalString(object, kFilePath);
     request.sourceApplicationBundleIdentifier = JSONCoding::optionalString(object, kSourceBundle);
     request.sourceApplicationPID = JSONCoding::optionalInt32(object, kSourcePid);
+    request.activationToken = JSONCoding::optionalString(object, kActivationToken);
     return request;
 }

@@ -16,6 +16,8 @@ struct ComposerRequest {
     std::optional<QString> filePath;
     std::optional<QString> sourceApplicationBundleIdentifier;
     std::optional<qint32> sourceApplicationPID;
+    // A Wayland activation token from the helper's environment, for the composer's activation.
+    std::optional<QString> activationToken = std::nullopt;
 
     QJsonObject toJson() const;
     // Throws DecodingError.

@@ -54,7 +54,8 @@ void EditSession::start()
                                 m_file.text(),
                                 m_file.absolutePath(),
                                 source.identifier,
-                                source.pid};
+                                source.pid,
+                                source.activationToken};
 
     // Watch before the request exists: an answer cannot come earlier than that.
     try {

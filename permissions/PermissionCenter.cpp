@@ -160,9 +160,9 @@ QList<PermissionDescriptor> PermissionCenter::onDemandDescriptors() const
                   "Usually works automatically. If macOS blocks Terminal window metadata on your setup, "
                   "enable Screen Recording in Privacy & Security.")
             : QStringLiteral(
-                  "Usually works automatically on X11 with a window manager that follows EWMH. On "
-                  "Wayland other applications' windows cannot be found, so composers cannot be placed "
-                  "over their terminal.");
+                  "Usually works automatically on X11 with a window manager that follows EWMH, and on "
+                  "sway through its IPC. Other Wayland desktops show no application the other windows, "
+                  "so there the desktop places composers.");
     const QString filesDetail =
         m_wording.isMac
             ? QStringLiteral("Desktop, Documents, Downloads, iCloud Drive, removable, and network "

@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 
 // Key combinations that reach the application whichever window has the keyboard. Registrations
 // are addressed by a caller's id; pressed and released carry it back.
@@ -26,6 +27,16 @@ public:
     // string on success, else a user-facing sentence.
     virtual QString registerHotKey(int id, const Shortcut &shortcut) = 0;
     virtual void unregisterHotKey(int id) = 0;
+
+    // Where the desktop binds system-wide keys itself and lets no application do it (sway, GNOME
+    // without the portal): how the user binds the shortcut to starting Tarvel, which opens a
+    // quick-task composer in the running copy, as one sentence with the exact line. Empty where
+    // this service registers shortcuts itself, and where Tarvel knows no such way.
+    virtual QString manualBindingInstructions(const std::optional<Shortcut> &shortcut) const
+    {
+        Q_UNUSED(shortcut);
+        return {};
+    }
 
 Q_SIGNALS:
     void pressed(int id);

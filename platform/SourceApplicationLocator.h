@@ -9,6 +9,9 @@
 struct SourceApplication {
     std::optional<QString> identifier;
     std::optional<qint32> pid;
+    // A Wayland activation token (xdg-activation) in this process's environment, which lets the
+    // compositor give the composer the keyboard.
+    std::optional<QString> activationToken = std::nullopt;
 };
 
 namespace SourceApplicationLocator {

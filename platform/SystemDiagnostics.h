@@ -1,7 +1,11 @@
 #pragma once
 
+#include "shortcuts/Shortcut.h"
+
 #include <QList>
 #include <QString>
+
+#include <optional>
 
 // One line of `tarvel doctor`.
 struct DiagnosticFinding {
@@ -29,5 +33,8 @@ QList<DiagnosticFinding> desktopFindings();
 // Why a system-wide shortcut cannot work in this session, as a sentence; empty when it can (an X
 // display to grab keys on, or the desktop portal's global shortcuts).
 QString globalShortcutsUnavailableReason();
+// Where the desktop binds system-wide keys itself (sway, GNOME without the portal): how the user
+// binds the shortcut to Tarvel there, with the exact line; empty elsewhere.
+QString manualShortcutInstructions(const std::optional<Shortcut> &shortcut);
 
 } // namespace SystemDiagnostics

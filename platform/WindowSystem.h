@@ -8,6 +8,8 @@
 #include <memory>
 #include <optional>
 
+class QWindow;
+
 // One top-level client window as the window manager sees it.
 struct TopLevelWindow {
     quint64 id = 0;
@@ -39,8 +41,11 @@ class WindowSystem {
 public:
     virtual ~WindowSystem() = default;
 
-    // The implementation for this platform. Create it after the QGuiApplication.
+    // The implementation for this platform and session (X11, Wayland with or without the i3 IPC).
+    // Create it after the QGuiApplication.
     static std::unique_ptr<WindowSystem> create();
+    // Sets what Qt reads only while the QGuiApplication is made; call before making it.
+    static void prepareEnvironment();
 
     virtual bool isAvailable() const = 0;
 
@@ -64,6 +69,24 @@ public:
     virtual QList<ScreenArea> screens() const = 0;
     // Index into screens() of the primary screen, -1 without screens.
     virtual int primaryScreenIndex() const = 0;
+
+    // Asks the window system, beyond Qt's own request, to give one of our windows the keyboard: on
+    // X11 as a pager would, on Wayland with an activation token from the process that asked for
+    // the window (its XDG_ACTIVATION_TOKEN), over sway's IPC by focusing its container. Nothing
+    // where Qt's request is all there is (the Mac).
+    virtual bool activateOwnWindow(QWindow *window, const QString &activationToken = {})
+    {
+        Q_UNUSED(window);
+        Q_UNUSED(activationToken);
+        return false;
+    }
+    // Keeps one of our windows where Qt has it, from now on. Nothing where Qt moves windows itself
+    // (X11, the Mac) and where the compositor takes no requests; over sway's IPC it asks.
+    virtual void followOwnWindow(QWindow *window) { Q_UNUSED(window); }
+    // Whether a window whose height cannot change floats instead of being tiled: tiling Wayland
+    // compositors read equal minimum and maximum sizes so. Panels whose height follows their text
+    // then keep it fixed.
+    virtual bool floatsFixedSizeWindows() const { return false; }
 
     // Where the system has a Dock: whether the application shows its icon there and can be the
     // active application (while one of its windows is up), or stays an accessory. Nothing elsewhere.

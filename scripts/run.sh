@@ -2,6 +2,8 @@
 # Starts Tarvel from the build folder. On a machine without a display it first starts a
 # private virtual desktop (X server, window manager, tray, notifications) and runs Tarvel
 # there, with your own HOME, so requests and settings are the ones you would have anyway.
+# WAYLAND=1 starts a private headless sway session with a foot terminal instead (as root, it
+# belongs to the user nobody, with a home of its own).
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=${BUILD_DIR:-$root/build}
@@ -34,6 +36,38 @@ Stop with Ctrl+C.
 TEXT
     explain_editor
     exec "$app"
+fi
+
+if [ "${1:-}" = --inside-wayland ]; then
+    # In the headless sway session (as its user, with copies of the programs where needed).
+    app=$TARVEL_TEST_PROGRAMS/tarvel
+    edit=$TARVEL_TEST_PROGRAMS/tarvel-edit
+    foot >/dev/null 2>&1 &
+    cat <<TEXT
+
+Tarvel is running in a headless sway session (display $WAYLAND_DISPLAY), beside a foot terminal.
+From another shell, first:
+    export XDG_RUNTIME_DIR='$XDG_RUNTIME_DIR' WAYLAND_DISPLAY='$WAYLAND_DISPLAY' SWAYSOCK='$SWAYSOCK'
+Look at it:
+    grim /tmp/tarvel-sway.png
+See its windows, where they are and which has the keyboard:
+    swaymsg -t get_tree
+Send it a request from a terminal in the session:
+    swaymsg exec "foot sh -c 'echo hello > /tmp/prompt.txt; $edit /tmp/prompt.txt'"
+Type into the window that has the keyboard, and submit a composer:
+    wtype 'some words'
+    wtype -M ctrl -k Return -m ctrl
+Stop with Ctrl+C.
+
+TEXT
+    explain_editor
+    exec "$app"
+fi
+
+if [ "${WAYLAND:-}" = 1 ]; then
+    echo "Starting a private headless sway session for Tarvel."
+    exec "$root/tests/e2e/desktop-session.sh" --wayland sway --home "$HOME" --program "$app" \
+        --program "$edit" -- "$root/scripts/run.sh" --inside-wayland
 fi
 
 if [ -n "${DISPLAY:-}" ] || [ -n "${WAYLAND_DISPLAY:-}" ]; then

@@ -45,14 +45,20 @@ std::optional<QString> executableName(pid_t pid)
 
 SourceApplication locate()
 {
+    SourceApplication source;
+    // What started the terminal (a launcher) may have left a token that its shells inherit.
+    if (const QString token = qEnvironmentVariable("XDG_ACTIVATION_TOKEN"); !token.isEmpty())
+        source.activationToken = token;
     // The shell is the session leader; the terminal emulator started it.
     const pid_t leader = ::getsid(0);
     if (leader <= 0)
-        return {};
+        return source;
     const pid_t terminal = parentOf(leader);
     if (terminal <= 1)
-        return {};
-    return {executableName(terminal), qint32(terminal)};
+        return source;
+    source.identifier = executableName(terminal);
+    source.pid = qint32(terminal);
+    return source;
 }
 
 } // namespace SourceApplicationLocator

@@ -2,12 +2,15 @@
 
 #include "platform/linux/DBusContract.h"
 #include "platform/linux/GlobalShortcutsPortal.h"
+#include "platform/linux/I3IpcClient.h"
+#include "platform/linux/ManualShortcutBinding.h"
 #include "platform/linux/NotificationServer.h"
 
 #include <QDBusConnection>
 #include <QDBusConnectionInterface>
 #include <QDBusInterface>
 #include <QDBusReply>
+#include <QFile>
 
 #include <xcb/xcb.h>
 
@@ -54,11 +57,18 @@ DiagnosticFinding displayFinding(const XcbConnection &x11, int screen)
                 Severity::ok,
                 QStringLiteral("X11 display %1 (screen %2) is reachable.").arg(x11Name).arg(screen),
                 {}};
+    if (!waylandName.isEmpty() && !I3IpcClient::socketPathFromEnvironment().isEmpty())
+        return {QStringLiteral("Display"),
+                Severity::ok,
+                QStringLiteral("Wayland display %1 with the window manager's IPC socket, so composers "
+                               "are placed over their terminal.")
+                    .arg(waylandName),
+                {}};
     if (!waylandName.isEmpty())
         return {QStringLiteral("Display"),
                 Severity::ok,
-                QStringLiteral("Wayland display %1; no X11 display, so composers cannot be placed over "
-                               "their terminal.")
+                QStringLiteral("Wayland display %1; the compositor shows no client the other windows, so "
+                               "it places composers itself instead of over their terminal.")
                     .arg(waylandName),
                 {}};
     if (!x11Name.isEmpty())
@@ -92,6 +102,17 @@ DiagnosticFinding busFinding(QDBusConnection &bus)
             {}};
 }
 
+// Who keeps the StatusNotifierItem watcher: swaybar, plasmashell, gnome-shell (its AppIndicator
+// extension), as "swaybar's"; "A" when the bus does not say.
+QString trayHostName(QDBusConnection &bus)
+{
+    const QDBusReply<uint> pid = bus.interface()->servicePid(QStringLiteral("org.kde.StatusNotifierWatcher"));
+    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid.isValid() ? pid.value() : 0));
+    const QString name =
+        comm.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(comm.readAll()).trimmed() : QString();
+    return name.isEmpty() ? QStringLiteral("A") : name + QStringLiteral("\u2019s");
+}
+
 DiagnosticFinding trayFinding(QDBusConnection &bus, const XcbConnection &x11, int screen)
 {
     if (x11 && ownsSelection(x11.get(), QByteArrayLiteral("_NET_SYSTEM_TRAY_S") + QByteArray::number(screen)))
@@ -100,8 +121,9 @@ DiagnosticFinding trayFinding(QDBusConnection &bus, const XcbConnection &x11, in
     if (hasOwner(bus, QStringLiteral("org.kde.StatusNotifierWatcher")))
         return {QStringLiteral("Tray"),
                 Severity::ok,
-                QStringLiteral("A StatusNotifierItem host is running; clicking Tarvel's icon opens its "
-                               "menu."),
+                QStringLiteral("%1 StatusNotifierItem host is running; clicking Tarvel's icon opens its "
+                               "menu.")
+                    .arg(trayHostName(bus)),
                 {}};
     return {QStringLiteral("Tray"), Severity::warning,
             QStringLiteral("No system tray is running, so Tarvel's icon and menu are not shown."),
@@ -163,6 +185,12 @@ QString globalShortcutsUnavailableReason()
         return {};
     return QStringLiteral("Global shortcuts need an X11 session or a desktop that offers the "
                           "GlobalShortcuts portal.");
+}
+
+QString manualShortcutInstructions(const std::optional<Shortcut> &shortcut)
+{
+    return ManualShortcutBinding::instructions(ManualShortcutBinding::currentDesktop(), shortcut,
+                                               ManualShortcutBinding::tarvelCommand());
 }
 
 } // namespace SystemDiagnostics

@@ -1,6 +1,7 @@
 #include "platform/linux/PortalGlobalHotKeyService.h"
 
 #include "platform/linux/GlobalShortcutsPortal.h"
+#include "platform/linux/ManualShortcutBinding.h"
 #include "platform/linux/X11HotKeyMapping.h"
 
 #include <QDBusArgument>
@@ -88,6 +89,14 @@ QString PortalGlobalHotKeyService::registerHotKey(int id, const Shortcut &shortc
     m_triggers.insert(id, trigger);
     rebind();
     return {};
+}
+
+QString PortalGlobalHotKeyService::manualBindingInstructions(const std::optional<Shortcut> &shortcut) const
+{
+    if (m_available)
+        return {};
+    return ManualShortcutBinding::instructions(ManualShortcutBinding::currentDesktop(), shortcut,
+                                               ManualShortcutBinding::tarvelCommand());
 }
 
 void PortalGlobalHotKeyService::unregisterHotKey(int id)

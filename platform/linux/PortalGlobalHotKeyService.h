@@ -20,6 +20,7 @@ public:
     QString unavailableReason() const override;
     QString registerHotKey(int id, const Shortcut &shortcut) override;
     void unregisterHotKey(int id) override;
+    QString manualBindingInstructions(const std::optional<Shortcut> &shortcut) const override;
 
 private:
     void rebind();

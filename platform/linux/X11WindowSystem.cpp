@@ -1,13 +1,13 @@
 #include "platform/linux/X11WindowSystem.h"
 
+#include "platform/linux/ProcessExecutableName.h"
 #include "platform/linux/QtX11Connection.h"
 
 #include <QCoreApplication>
-#include <QFile>
-#include <QFileInfo>
 #include <QGuiApplication>
 #include <QRegularExpression>
 #include <QScreen>
+#include <QWindow>
 
 #include <xcb/xcb.h>
 
@@ -288,11 +288,6 @@ QList<WindowFacts> X11WindowSystem::Connection::describe(const QList<quint32> &w
 X11WindowSystem::X11WindowSystem() = default;
 X11WindowSystem::~X11WindowSystem() = default;
 
-std::unique_ptr<WindowSystem> WindowSystem::create()
-{
-    return std::make_unique<X11WindowSystem>();
-}
-
 int X11WindowSystem::screenNumber(const QString &displayName)
 {
     static const QRegularExpression pattern(QStringLiteral(u":\\d+\\.(\\d+)$"));
@@ -363,6 +358,12 @@ bool X11WindowSystem::activateWindow(quint64 windowId)
     return true;
 }
 
+bool X11WindowSystem::activateOwnWindow(QWindow *window, const QString &activationToken)
+{
+    Q_UNUSED(activationToken);
+    return window != nullptr && activateWindow(window->winId());
+}
+
 bool X11WindowSystem::activateApplication(qint64 pid)
 {
     if (pid <= 0)
@@ -376,19 +377,7 @@ bool X11WindowSystem::activateApplication(qint64 pid)
 
 QString X11WindowSystem::executableName(qint64 pid) const
 {
-    if (pid <= 0)
-        return {};
-    QString target = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
-    if (!target.isEmpty()) {
-        // A binary replaced by an upgrade while running still names its old file.
-        target.remove(QRegularExpression(QStringLiteral(u" \\(deleted\\)$")));
-        return QFileInfo(target).fileName();
-    }
-    // Another user's process: its exe link is closed to us, its short name is not.
-    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
-    if (!comm.open(QIODevice::ReadOnly))
-        return {};
-    return QString::fromLocal8Bit(comm.readAll()).trimmed();
+    return processExecutableName(pid);
 }
 
 bool X11WindowSystem::compositorRunning() const

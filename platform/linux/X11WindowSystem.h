@@ -20,6 +20,7 @@ public:
     std::optional<TopLevelWindow> activeWindow() const override;
     bool activateWindow(quint64 windowId) override;
     bool activateApplication(qint64 pid) override;
+    bool activateOwnWindow(QWindow *window, const QString &activationToken) override;
     QString executableName(qint64 pid) const override;
     bool compositorRunning() const override;
     QList<ScreenArea> screens() const override;

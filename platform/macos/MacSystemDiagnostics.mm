@@ -30,4 +30,9 @@ QString globalShortcutsUnavailableReason()
     return {};
 }
 
+QString manualShortcutInstructions(const std::optional<Shortcut> &)
+{
+    return {};
+}
+
 } // namespace SystemDiagnostics

@@ -9,4 +9,6 @@ bool exportsMenus()
     return false;
 }
 
+void quietenFallbackWarnings() {}
+
 } // namespace TrayHost

@@ -157,3 +157,8 @@ std::unique_ptr<WindowSystem> WindowSystem::create()
 {
     return std::make_unique<MacWindowSystem>();
 }
+
+void WindowSystem::prepareEnvironment()
+{
+    // Nothing the Mac's Qt reads at start-up needs setting.
+}

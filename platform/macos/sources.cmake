@@ -41,7 +41,7 @@ set(TARVEL_MAC_TarvelPlatformDesktop_PRIVATE Qt6::Gui "-framework AppKit" "-fram
 
 # What the Mac offers, for `tarvel doctor`.
 set(TARVEL_MAC_TarvelPlatformDiagnostics_SOURCES ../SystemDiagnostics.h MacSystemDiagnostics.mm)
-set(TARVEL_MAC_TarvelPlatformDiagnostics_PUBLIC tarvel_settings TarvelPlatformCore)
+set(TARVEL_MAC_TarvelPlatformDiagnostics_PUBLIC tarvel_settings TarvelPlatformCore TarvelShortcuts)
 set(TARVEL_MAC_TarvelPlatformDiagnostics_PRIVATE "-framework AppKit")
 
 # The system-wide hot key: Carbon's event hot keys on the application's event target.

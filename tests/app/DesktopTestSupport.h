@@ -22,9 +22,19 @@
 #include <memory>
 
 namespace desktop_test {
-inline const QString kTarvel = QStringLiteral(TARVEL_APP_PATH);
-inline const QString kTarvelEdit = QStringLiteral(TARVEL_EDIT_PATH);
-inline const QString kArtifacts = QStringLiteral(TARVEL_ARTIFACTS_DIR);
+// A session that runs the test as another user (desktop-session.sh --wayland) hands it the programs
+// where that user can run them, and a folder for screenshots it can write.
+inline QString fromSession(const char *variable, const QString &name, const QString &built)
+{
+    const QString folder = qEnvironmentVariable(variable);
+    return folder.isEmpty() ? built : name.isEmpty() ? folder : folder + u'/' + name;
+}
+inline const QString kTarvel =
+    fromSession("TARVEL_TEST_PROGRAMS", QStringLiteral("tarvel"), QStringLiteral(TARVEL_APP_PATH));
+inline const QString kTarvelEdit =
+    fromSession("TARVEL_TEST_PROGRAMS", QStringLiteral("tarvel-edit"), QStringLiteral(TARVEL_EDIT_PATH));
+inline const QString kArtifacts =
+    fromSession("TARVEL_TEST_ARTIFACTS", {}, QStringLiteral(TARVEL_ARTIFACTS_DIR));
 inline const QString kTestData = QStringLiteral(TARVEL_TEST_DATA_DIR);
 
 inline QString run(const QString &program, const QStringList &arguments)
@@ -290,11 +300,11 @@ public:
         m_process->start(kTarvel, {});
         QVERIFY(m_process->waitForStarted());
         // The tray icon is the last thing start-up makes.
-        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(hasTrayIcon(), 10000);
     }
 
     // Takes on the copy that tarvel-edit started, as on a first use: found by its home folder.
-    void adoptStartedCopy()
+    void adoptStartedCopy(bool waitForTrayIcon = true)
     {
         const QByteArray home = "HOME=" + this->home().toUtf8();
         const auto startedCopy = [&] {
@@ -308,7 +318,36 @@ public:
             return qint64(0);
         };
         QTRY_VERIFY_WITH_TIMEOUT((m_adoptedPid = startedCopy()) > 0, 10000);
-        QTRY_VERIFY_WITH_TIMEOUT(!trayIconWindow().isEmpty(), 10000);
+        if (waitForTrayIcon)
+            QTRY_VERIFY_WITH_TIMEOUT(hasTrayIcon(), 10000);
+    }
+
+    // On X11 the icon's window in the XEmbed tray; on Wayland a StatusNotifierItem that the tray's host
+    // (swaybar) lists, registered from this process's bus connection.
+    bool hasTrayIcon() const
+    {
+        if (qEnvironmentVariable("QT_QPA_PLATFORM") != u"wayland")
+            return !trayIconWindow().isEmpty();
+        const auto ask = [](const QString &destination, const QString &path, const QStringList &call) {
+            return run(QStringLiteral("dbus-send"),
+                       QStringList{QStringLiteral("--session"), QStringLiteral("--print-reply"),
+                                   QStringLiteral("--dest=") + destination, path} +
+                           call);
+        };
+        const QString items =
+            ask(QStringLiteral("org.kde.StatusNotifierWatcher"), QStringLiteral("/StatusNotifierWatcher"),
+                {QStringLiteral("org.freedesktop.DBus.Properties.Get"),
+                 QStringLiteral("string:org.kde.StatusNotifierWatcher"),
+                 QStringLiteral("string:RegisteredStatusNotifierItems")});
+        static const QRegularExpression connection(QStringLiteral("string \"(:[0-9.]+)/"));
+        for (auto match = connection.globalMatch(items); match.hasNext();) {
+            if (ask(QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/"),
+                    {QStringLiteral("org.freedesktop.DBus.GetConnectionUnixProcessID"),
+                     QStringLiteral("string:") + match.next().captured(1)})
+                    .endsWith(u' ' + QString::number(pid())))
+                return true;
+        }
+        return false;
     }
 
     bool waitForExit(int milliseconds) { return m_process->waitForFinished(milliseconds); }

@@ -27,7 +27,7 @@ for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins lib
     [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
 done
 recommends=$(dpkg-deb -f "$deb" Recommends)
-for wanted in notification-daemon pocketsphinx-en-us; do
+for wanted in notification-daemon pocketsphinx-en-us qt6-wayland; do
     [[ $recommends == *"$wanted"* ]] || fail "Recommends lacks $wanted: $recommends"
 done
 

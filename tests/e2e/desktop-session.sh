@@ -4,6 +4,7 @@
 # reserves the top 28 pixels), the dunst notification server and, on request, the xcompmgr
 # compositor and a PulseAudio server with a virtual microphone. Every helper is ready before
 # the command starts and is ended by its process id afterwards. Exits with the command's status (125 when the desktop could not be started).
+# With --wayland, a Wayland session instead (see below); 77 (a skip) when that cannot be made here.
 #
 #   tests/e2e/desktop-session.sh [OPTIONS] [--] COMMAND [ARG...]
 #
@@ -16,10 +17,19 @@
 #                      compositor's selections (default: $TARVEL_DESKTOP_PROBE, else the PATH;
 #                      without one the tray's window is awaited instead)
 #   --home DIR         HOME (and the XDG folders under it) for the command; default: a new
-#                      empty folder, so that the user's own files are never read or written
+#                      empty folder, so that the user's own files are never read or written (a
+#                      Wayland session run as nobody always gets a new one)
 #   --use-current-bus  stay on the caller's session bus, which must be a private one (from
 #                      dbus-run-session); default: start one
 #   --keep             keep the session folder with the helpers' logs
+#   --wayland NAME     sway: a headless sway (WLR_BACKENDS=headless, no input devices, pixman) with
+#                      swaybar's StatusNotifierItem tray and one long-lived virtual keyboard; weston:
+#                      weston --debug on its X11 back end on the virtual display (its headless back
+#                      end has no input at all). sway refuses root, so as root the whole session,
+#                      the command included, runs as the user nobody (setpriv), with copies of the
+#                      --program files and of the command where nobody cannot reach them
+#   --program FILE     with --wayland: a program the command runs, in TARVEL_TEST_PROGRAMS
+#   --artifacts DIR    with --wayland: where what the command leaves in TARVEL_TEST_ARTIFACTS goes
 #
 # The command runs with DISPLAY, XAUTHORITY, DBUS_SESSION_BUS_ADDRESS, QT_QPA_PLATFORM=xcb,
 # HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_CACHE_HOME, a 0700 XDG_RUNTIME_DIR, and
@@ -29,6 +39,13 @@
 #   TARVEL_DESKTOP_SCREENSHOT  the screenshot helper: "$TARVEL_DESKTOP_SCREENSHOT" FILE.png [WINDOW]
 #   PULSE_SERVER               the sound server (with --microphone) or one that is not there
 #   TARVEL_DESKTOP_MICROPHONE_SINK  with --microphone: the sink that feeds the microphone
+# and with --wayland, QT_QPA_PLATFORM=wayland, WAYLAND_DISPLAY, TARVEL_WAYLAND_COMPOSITOR, SWAYSOCK
+# (sway), DISPLAY (weston's X display), TARVEL_TEST_PROGRAMS and TARVEL_TEST_ARTIFACTS.
+#
+# Keys under sway: each wtype run makes a virtual keyboard of its own, which on a seat without devices
+# is the seat's first keyboard; clients bind it only once they hear of it, so the first keys of every
+# run were lost. One wtype kept alive for the session keeps a keyboard on the seat, after which each
+# run only switches the keymap, which clients take in order with its keys.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -36,12 +53,16 @@ self="$here/$(basename "${BASH_SOURCE[0]}")"
 arguments=("$@")
 
 usage() {
-    sed -n '8,23s/^# \{0,1\}//p' "$self" >&2
+    sed -n '9,32s/^# \{0,1\}//p' "$self" >&2
     exit 2
 }
 fail() {
     echo "desktop-session: $*" >&2
     exit 125
+}
+skip() {
+    echo "desktop-session: SKIPPED: $*" >&2
+    exit 77
 }
 
 compositor=0
@@ -51,6 +72,9 @@ probe=${TARVEL_DESKTOP_PROBE:-}
 home=
 use_current_bus=0
 keep=0
+wayland=
+programs=()
+artifacts=
 while [ $# -gt 0 ]; do
     case $1 in
     --compositor) compositor=1; shift ;;
@@ -60,6 +84,9 @@ while [ $# -gt 0 ]; do
     --home) home=${2:?}; shift 2 ;;
     --use-current-bus) use_current_bus=1; shift ;;
     --keep) keep=1; shift ;;
+    --wayland) wayland=${2:?}; shift 2 ;;
+    --program) programs+=("${2:?}"); shift 2 ;;
+    --artifacts) artifacts=${2:?}; shift 2 ;;
     --) shift; break ;;
     -*) usage ;;
     *) break ;;
@@ -67,6 +94,19 @@ while [ $# -gt 0 ]; do
 done
 [ $# -gt 0 ] || usage
 [[ $screen =~ ^[0-9]+x[0-9]+x[0-9]+$ ]] || usage
+[[ $wayland =~ ^(|sway|weston)$ ]] || usage
+options=("${arguments[@]:0:${#arguments[@]}-$#}")
+[ "${options[-1]:-}" != -- ] || unset 'options[-1]'
+command=("$@")
+# sway refuses root: a Wayland session started as root belongs to nobody, with a home of its own.
+as_user=()
+if [ -n "$wayland" ] && [ "$(id -u)" = 0 ] && [ "$use_current_bus" = 0 ]; then
+    as_user=(setpriv --reuid="$(id -u nobody 2>/dev/null)" --regid="$(id -g nobody 2>/dev/null)" --clear-groups)
+    home=
+    for index in "${!options[@]}"; do
+        [ "${options[index]:-}" != --home ] || unset "options[index]" "options[index+1]"
+    done
+fi
 if [ -z "$probe" ]; then
     probe=$(command -v tarvel-desktop-probe || true)
 fi
@@ -83,6 +123,9 @@ else
 fi
 
 remove_dir() {
+    if [ -n "$artifacts" ] && [ -n "$(ls -A "$dir/artifacts" 2>/dev/null)" ]; then
+        mkdir -p "$artifacts" && cp -r "$dir/artifacts/." "$artifacts/" || true
+    fi
     if [ "$keep" = 1 ]; then
         echo "desktop-session: logs kept in $dir" >&2
     else
@@ -103,7 +146,34 @@ if [ "$use_current_bus" = 0 ]; then
     # A signal for this process is passed on to the inner half, which ends the helpers.
     trap '[ "$owns_dir" = 0 ] || remove_dir' EXIT
     trap '[ -s "$dir/session.pid" ] && kill -TERM "$(<"$dir/session.pid")" 2>/dev/null' INT TERM
-    _TARVEL_DESKTOP_SESSION=$dir dbus-run-session -- "$self" --use-current-bus "${arguments[@]}" <&0 &
+    if [ -n "$wayland" ]; then
+        needed=(foot sway swaybar swaymsg wtype grim)
+        [ "$wayland" = sway ] || needed=(foot weston weston-debug)
+        for tool in "${needed[@]}"; do
+            command -v "$tool" >/dev/null || skip "$tool is not installed (see scripts/apt-packages.txt)"
+        done
+        compgen -G '/usr/lib/*/qt6/plugins/platforms/libqwayland-generic.so' >/dev/null ||
+            skip "Qt's Wayland platform plug-in is not installed (qt6-wayland)"
+        [ ${#as_user[@]} = 0 ] || "${as_user[@]}" true 2>/dev/null || skip "cannot run the session as nobody here"
+        mkdir -p -m 0755 "$dir/programs"
+        mkdir -p "$dir/artifacts"
+        # A program the user can run where it is gets a link; one it cannot (a build in a private home) a copy.
+        reachable() {
+            if "${as_user[@]}" test -x "$1" -a -r "$1" 2>/dev/null; then
+                ln -sf "$(readlink -f "$1")" "$dir/programs/$2"
+            else
+                install -m 0755 "$1" "$dir/programs/$2"
+            fi
+            echo "$dir/programs/$2"
+        }
+        for program in "${programs[@]}"; do
+            reachable "$program" "$(basename "$program")" >/dev/null
+        done
+        [ ! -f "${command[0]}" ] || command[0]=$(reachable "${command[0]}" "command-$(basename "${command[0]}")")
+        [ ${#as_user[@]} = 0 ] || chown -R "$(id -u nobody):$(id -g nobody)" "$dir"
+    fi
+    env -u DISPLAY -u WAYLAND_DISPLAY -u SWAYSOCK -u I3SOCK _TARVEL_DESKTOP_SESSION="$dir" "${as_user[@]}" \
+        dbus-run-session -- "$self" --use-current-bus "${options[@]}" -- "${command[@]}" <&0 &
     bus_pid=$!
     status=0
     wait "$bus_pid" || status=$?
@@ -196,38 +266,72 @@ notifications_ready() {
         org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications) && [[ $out == *"boolean true"* ]]
 }
 
-# The X server picks a free display itself (-displayfd), so parallel sessions never race for
-# one. The server accepts every cookie in its authority file, whatever display it is filed under.
-export XAUTHORITY=$dir/xauthority
-cookie=$(od -An -tx1 -N16 /dev/urandom | tr -d ' \n')
-: >"$XAUTHORITY"
-xauth -q -f "$XAUTHORITY" add :0 . "$cookie"
-Xvfb -displayfd 3 -auth "$XAUTHORITY" -nolisten tcp -noreset -screen 0 "$screen" \
-    3>"$dir/display" </dev/null >"$dir/xvfb.log" 2>&1 &
-helpers+=("xvfb:$!")
-await xvfb 15 test -s "$dir/display"
-display=$(tr -d '[:space:]' <"$dir/display")
-export DISPLAY=:$display
-xauth -q -f "$XAUTHORITY" add "$DISPLAY" . "$cookie"
-[ "$display" = 0 ] || xauth -q -f "$XAUTHORITY" remove :0
+bus_name_owned() {
+    dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+        org.freedesktop.DBus.NameHasOwner "string:$1" | grep -q 'boolean true'
+}
 
-start openbox openbox --sm-disable
-await openbox 15 window_manager_ready
-
-start trayer trayer --edge top --align right --widthtype pixel --width 200 --height 28 \
-    --SetDockType true --SetPartialStrut true
-await trayer 15 tray_ready
-await trayer 15 work_area_ready
-
-if [ "$compositor" = 1 ]; then
-    start xcompmgr xcompmgr
-    if [ -n "$probe" ]; then
-        await xcompmgr 15 selection_owned _NET_WM_CM_S0
-    fi
+if [ "$wayland" = sway ]; then
+    # The session's address comes back through a command sway runs once it is up.
+    cat >"$dir/sway.conf" <<CONFIG
+output HEADLESS-1 resolution ${screen%x*}
+xwayland disable
+exec printf '%s %s\n' "\$WAYLAND_DISPLAY" "\$SWAYSOCK" >'$dir/sway.address'
+bar {
+    position top
+    tray_output *
+}
+CONFIG
+    start sway env WLR_BACKENDS=headless WLR_LIBINPUT_NO_DEVICES=1 WLR_RENDERER=pixman sway -c "$dir/sway.conf"
+    await sway 20 test -s "$dir/sway.address"
+    read -r WAYLAND_DISPLAY SWAYSOCK <"$dir/sway.address"
+    export WAYLAND_DISPLAY SWAYSOCK
+    await sway 20 bus_name_owned org.kde.StatusNotifierWatcher
+    start keyboard wtype -s 2000000000
+    await keyboard 10 sh -c "swaymsg -t get_inputs | grep -q '\"type\": \"keyboard\"'"
+else
+    # The X server picks a free display itself (-displayfd), so parallel sessions never race for
+    # one. The server accepts every cookie in its authority file, whatever display it is filed under.
+    export XAUTHORITY=$dir/xauthority
+    cookie=$(od -An -tx1 -N16 /dev/urandom | tr -d ' \n')
+    : >"$XAUTHORITY"
+    xauth -q -f "$XAUTHORITY" add :0 . "$cookie"
+    Xvfb -displayfd 3 -auth "$XAUTHORITY" -nolisten tcp -noreset -screen 0 "$screen" \
+        3>"$dir/display" </dev/null >"$dir/xvfb.log" 2>&1 &
+    helpers+=("xvfb:$!")
+    await xvfb 15 test -s "$dir/display"
+    display=$(tr -d '[:space:]' <"$dir/display")
+    export DISPLAY=:$display
+    xauth -q -f "$XAUTHORITY" add "$DISPLAY" . "$cookie"
+    [ "$display" = 0 ] || xauth -q -f "$XAUTHORITY" remove :0
 fi
 
-start dunst dunst
-await dunst 15 notifications_ready
+if [ "$wayland" = weston ]; then
+    start weston weston --backend=x11-backend.so --use-pixman --width="${screen%%x*}" \
+        --height="$(cut -dx -f2 <<<"$screen")" --socket=wayland-tarvel --idle-time=0 --debug
+    export WAYLAND_DISPLAY=wayland-tarvel
+    await weston 20 sh -c 'weston-debug scene-graph | grep -q "^Output"'
+    # Without a window manager on the X display the keyboard follows the pointer.
+    xdotool mousemove 1 "$(($(cut -dx -f2 <<<"$screen") - 1))"
+elif [ -z "$wayland" ]; then
+    start openbox openbox --sm-disable
+    await openbox 15 window_manager_ready
+
+    start trayer trayer --edge top --align right --widthtype pixel --width 200 --height 28 \
+        --SetDockType true --SetPartialStrut true
+    await trayer 15 tray_ready
+    await trayer 15 work_area_ready
+
+    if [ "$compositor" = 1 ]; then
+        start xcompmgr xcompmgr
+        if [ -n "$probe" ]; then
+            await xcompmgr 15 selection_owned _NET_WM_CM_S0
+        fi
+    fi
+
+    start dunst dunst
+    await dunst 15 notifications_ready
+fi
 
 # Qt lists no monitor sources, so the null sink's monitor is remapped into a real source.
 # Without a microphone PULSE_SERVER names a socket that does not exist: no server is spawned.
@@ -246,8 +350,13 @@ else
     export PULSE_SERVER=unix:$XDG_RUNTIME_DIR/no-sound-server
 fi
 
-export QT_QPA_PLATFORM=xcb
-unset WAYLAND_DISPLAY
+if [ -n "$wayland" ]; then
+    export QT_QPA_PLATFORM=wayland TARVEL_WAYLAND_COMPOSITOR=$wayland
+    export TARVEL_TEST_PROGRAMS=$dir/programs TARVEL_TEST_ARTIFACTS=$dir/artifacts
+else
+    export QT_QPA_PLATFORM=xcb
+    unset WAYLAND_DISPLAY
+fi
 export TARVEL_DESKTOP_DIR=$dir
 export TARVEL_DESKTOP_PIDS="${helpers[*]}"
 export TARVEL_DESKTOP_COMPOSITOR=$compositor

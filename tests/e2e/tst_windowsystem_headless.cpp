@@ -1,12 +1,14 @@
 // The window system where there is no X display: an empty desktop, never a crash.
 
 #include "platform/WindowSystem.h"
+#include "platform/linux/FloatingWindowHints.h"
 #include "platform/linux/X11WindowSystem.h"
 
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QScreen>
 #include <QTest>
+#include <QWindow>
 
 class WindowSystemHeadlessTest final : public QObject {
     Q_OBJECT
@@ -14,6 +16,7 @@ class WindowSystemHeadlessTest final : public QObject {
 private Q_SLOTS:
     void reportsAnEmptyDesktop();
     void screenNumberOfDisplayNames();
+    void floatingHintsLastUntilTheFirstFrame();
 };
 
 void WindowSystemHeadlessTest::reportsAnEmptyDesktop()
@@ -46,6 +49,27 @@ void WindowSystemHeadlessTest::screenNumberOfDisplayNames()
     QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("localhost:10.1")), 1);
     QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("/tmp/launch-x/org.xquartz:0")), 0);
     QCOMPARE(X11WindowSystem::screenNumber(QString()), 0);
+}
+
+void WindowSystemHeadlessTest::floatingHintsLastUntilTheFirstFrame()
+{
+    // A tiling compositor floats what it sees at the map as unable to change size; once the first frame
+    // is out, the user can resize it again.
+    const FloatingWindowHints hints;
+    QWindow window;
+    window.setMinimumSize(QSize(100, 80));
+    window.resize(300, 200);
+    window.show();
+    QCOMPARE(window.maximumSize(), QSize(300, 200));
+    QCOMPARE(window.minimumSize(), QSize(300, 200));
+    QTRY_COMPARE(window.minimumSize(), QSize(100, 80));
+    QCOMPARE(window.maximumSize(), QWindow().maximumSize());
+    // Pop-ups are placed by their parent and left alone.
+    QWindow popup;
+    popup.setFlags(Qt::Popup);
+    popup.resize(50, 50);
+    popup.show();
+    QCOMPARE(popup.maximumSize(), QWindow().maximumSize());
 }
 
 int main(int argc, char **argv)

@@ -239,6 +239,8 @@ private Q_SLOTS:
         const QString file = workFile(QStringLiteral("PROMPT.md"), original);
         const ino_t before = inode(file);
         const QDateTime modified = QFileInfo(file).lastModified();
+        // A launcher's token in the terminal's environment goes on to the composer's activation.
+        m_env->set("XDG_ACTIVATION_TOKEN", QStringLiteral("token-from-the-launcher"));
 
         const auto helper = startHelper({QStringLiteral("PROMPT.md")});
         QVERIFY(finish(*helper));
@@ -261,6 +263,7 @@ private Q_SLOTS:
         QCOMPARE(request.value(u"sourceApplicationPID").toInteger(), qint64(::getpid()));
         QCOMPARE(request.value(u"sourceApplicationBundleIdentifier").toString(),
                  QFileInfo(QCoreApplication::applicationFilePath()).fileName());
+        QCOMPARE(request.value(u"activationToken").toString(), QStringLiteral("token-from-the-launcher"));
     }
 
     void applicationIsStartedWhenNotRunning()

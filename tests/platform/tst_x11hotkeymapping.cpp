@@ -1,5 +1,7 @@
-// From a stored shortcut to an X key grab and to the portal's trigger, checked against X's own key
-// symbol definitions; and the modifier arithmetic of the lock keys.
+// From a stored shortcut to an X key grab, to the portal's trigger and to sway's binding line,
+// checked against X's own key symbol definitions; the modifier arithmetic of the lock keys; and what
+// a user is told to bind by hand.
+#include "platform/linux/ManualShortcutBinding.h"
 #include "platform/linux/X11HotKeyMapping.h"
 
 #include <QSet>
@@ -70,6 +72,22 @@ private Q_SLOTS:
         QCOMPARE(keySymbol(Shortcut{carbonKeyCode, 0}), std::optional(symbol));
         QCOMPARE(portalTrigger(Shortcut{carbonKeyCode, CarbonModifiers::all}),
                  QStringLiteral("CTRL+ALT+SHIFT+LOGO+") + trigger);
+    }
+
+    void bindingByHand()
+    {
+        using namespace ManualShortcutBinding;
+        const QString tarvel = QStringLiteral("tarvel");
+        QCOMPARE(swayBinding(Shortcut{0x79, CarbonModifiers::all}, tarvel),
+                 QStringLiteral("bindsym Ctrl+Alt+Shift+Mod4+Page_Down exec tarvel"));
+        QCOMPARE(swayBinding(Shortcut{0x7F, CarbonModifiers::command}, tarvel), QString());
+        // The stored combination's line; without one, Ctrl+Alt+K's.
+        QVERIFY(
+            instructions(Desktop::sway, std::nullopt, tarvel).contains(u"bindsym Ctrl+Alt+k exec tarvel"));
+        QVERIFY(instructions(Desktop::sway, Shortcut{0x7F, 0}, tarvel).startsWith(u"sway cannot bind"));
+        const QString gnome = instructions(Desktop::gnome, std::nullopt, QStringLiteral("/usr/bin/tarvel"));
+        QVERIFY(gnome.contains(u"Custom Shortcuts") && gnome.contains(u"\u201c/usr/bin/tarvel\u201d"));
+        QCOMPARE(instructions(Desktop::other, std::nullopt, tarvel), QString());
     }
 
     void findsTheModifierAKeyIsMappedTo()
