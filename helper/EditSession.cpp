@@ -26,15 +26,12 @@ void EditSession::start()
     request.initialText = m_file.text();
     request.filePath = m_file.absolutePath();
 
-    m_channel.send(std::move(request), {[this](const EditResponse &response) { answered(response); },
-                                        [this](const std::string &reason) {
-                                            m_ending = Ending::useFallbackEditor;
-                                            m_fallbackReason = reason;
-                                            finish(0);
-                                        },
-                                        [this](const std::string &message) {
-                                            finish(1, message);
-                                        }});
+    m_channel.send(std::move(request),
+                   {
+                       .answered = [this](const EditResponse &response) { answered(response); },
+                       .unavailable = [this](const std::string &reason) { useFallbackEditor(reason); },
+                       .failed = [this](const std::string &message) { finish(1, message); },
+                   });
 }
 
 void EditSession::interrupt(int signalNumber)
@@ -61,6 +58,13 @@ void EditSession::answered(const EditResponse &response)
         finish(1, error.description());
         return;
     }
+    finish(0);
+}
+
+void EditSession::useFallbackEditor(const std::string &reason)
+{
+    m_ending = Ending::useFallbackEditor;
+    m_fallbackReason = reason;
     finish(0);
 }
 

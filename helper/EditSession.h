@@ -29,6 +29,7 @@ public:
 
 private:
     void answered(const EditResponse &response);
+    void useFallbackEditor(const std::string &reason);
     void finish(int exitCode, const std::string &message = {});
 
     EditedFile &m_file;

@@ -12,10 +12,10 @@ constexpr std::chrono::seconds kApplicationStartTimeout{5};
 LocalRequestChannel::LocalRequestChannel(EventLoop &loop, RequestExchange exchange)
     : m_loop(loop)
     , m_exchange(std::move(exchange))
-    , m_transport(ApplicationTransport::create({[this] { applicationDidLaunch(); },
-                                                [this] {
-                                                    applicationDidTerminate();
-                                                }}))
+    , m_transport(ApplicationTransport::create({
+          .applicationDidLaunch = [this] { applicationDidLaunch(); },
+          .applicationDidTerminate = [this] { applicationDidTerminate(); },
+      }))
     , m_applicationStart([this] { applicationStartTimedOut(); })
 {
     m_loop.add(*m_transport);

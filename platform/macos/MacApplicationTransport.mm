@@ -17,7 +17,7 @@ constexpr std::chrono::milliseconds kLaunchPollingInterval{100};
 
 NSString *bundleIdentifier()
 {
-    return @(ExchangeNames::bundleIdentifier);
+    return [NSString stringWithUTF8String:ExchangeNames::bundleIdentifier];
 }
 
 std::string homeFolder()
@@ -101,8 +101,8 @@ public:
             return {};
         const std::string identifier = variable;
         @autoreleasepool {
-            NSArray<NSRunningApplication *> *candidates =
-                [NSRunningApplication runningApplicationsWithBundleIdentifier:@(variable)];
+            NSArray<NSRunningApplication *> *candidates = [NSRunningApplication
+                runningApplicationsWithBundleIdentifier:[NSString stringWithUTF8String:variable]];
             // The copy of the terminal that is one of our ancestors, else any copy.
             for (pid_t ancestor = ::getppid(); ancestor > 1; ancestor = parentOf(ancestor)) {
                 for (NSRunningApplication *candidate in candidates) {
