@@ -21,6 +21,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <iterator>
+#include <utility>
 
 extern char **environ;
 
@@ -35,6 +36,7 @@ public:
         const uint32_t mask = XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
         xcb_change_window_attributes(m_connection, m_root, XCB_CW_EVENT_MASK, &mask);
         m_clientList = atom("_NET_CLIENT_LIST");
+        m_activeWindow = atom("_NET_ACTIVE_WINDOW");
         m_name = atom("_NET_WM_NAME");
         m_utf8 = atom("UTF8_STRING");
         m_keySymbols = xcb_key_symbols_alloc(m_connection);
@@ -65,6 +67,42 @@ public:
             found = title(windows[i]).startsWith(prefix) && viewable(windows[i]);
         free(reply);
         return found;
+    }
+
+    // The window the window manager has given the focus to is mapped and its title holds the
+    // text: the editor is on screen and takes keys. Its own title changes and mapping wake
+    // waitUntil() too, as the root window's events do.
+    bool activeWindowTitled(const QByteArray &part)
+    {
+        auto *reply = xcb_get_property_reply(
+            m_connection, xcb_get_property(m_connection, 0, m_root, m_activeWindow, XCB_ATOM_WINDOW, 0, 1),
+            nullptr);
+        xcb_window_t window = 0;
+        if (reply && xcb_get_property_value_length(reply) == 4)
+            window = *static_cast<const xcb_window_t *>(xcb_get_property_value(reply));
+        free(reply);
+        if (window == 0)
+            return false;
+        if (window != m_watchedWindow) {
+            const uint32_t mask = XCB_EVENT_MASK_STRUCTURE_NOTIFY | XCB_EVENT_MASK_PROPERTY_CHANGE;
+            xcb_change_window_attributes(m_connection, window, XCB_CW_EVENT_MASK, &mask);
+            xcb_flush(m_connection);
+            m_watchedWindow = window;
+        }
+        return title(window).contains(part) && viewable(window);
+    }
+
+    // Types printable ASCII, with Shift where the key needs it.
+    void type(const QByteArray &text)
+    {
+        for (const char character : text) {
+            const xcb_keysym_t symbol = static_cast<unsigned char>(character);
+            const xcb_keycode_t code = firstKeycode(symbol);
+            if (xcb_key_symbols_get_keysym(m_keySymbols, code, 0) != symbol)
+                press({kShift, symbol});
+            else
+                press({symbol});
+        }
     }
 
     // Waits for X events until the predicate holds or the time is up.
@@ -114,7 +152,8 @@ public:
         xcb_flush(m_connection);
     }
 
-    static constexpr xcb_keysym_t kControl = 0xffe3, kReturn = 0xff0d, kDown = 0xff54, kW = 0x77;
+    static constexpr xcb_keysym_t kControl = 0xffe3, kShift = 0xffe1, kReturn = 0xff0d, kEscape = 0xff1b,
+                                  kDown = 0xff54, kW = 0x77;
 
 private:
     void fakeKey(uint8_t type, xcb_keysym_t symbol)
@@ -130,15 +169,22 @@ private:
         free(reply);
         return result;
     }
+    // _NET_WM_NAME, else the older WM_NAME.
     QByteArray title(xcb_window_t window)
     {
-        auto *reply = xcb_get_property_reply(
-            m_connection, xcb_get_property(m_connection, 0, window, m_name, m_utf8, 0, 256), nullptr);
         QByteArray result;
-        if (reply)
-            result = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)),
-                                xcb_get_property_value_length(reply));
-        free(reply);
+        for (const auto &[property, type] :
+             {std::pair{m_name, m_utf8},
+              std::pair{xcb_atom_t(XCB_ATOM_WM_NAME), xcb_atom_t(XCB_ATOM_STRING)}}) {
+            auto *reply = xcb_get_property_reply(
+                m_connection, xcb_get_property(m_connection, 0, window, property, type, 0, 256), nullptr);
+            if (reply)
+                result = QByteArray(static_cast<const char *>(xcb_get_property_value(reply)),
+                                    xcb_get_property_value_length(reply));
+            free(reply);
+            if (!result.isEmpty())
+                break;
+        }
         return result;
     }
     bool viewable(xcb_window_t window)
@@ -159,7 +205,8 @@ private:
 
     xcb_connection_t *m_connection;
     xcb_window_t m_root = 0;
-    xcb_atom_t m_clientList = 0, m_name = 0, m_utf8 = 0;
+    xcb_atom_t m_clientList = 0, m_activeWindow = 0, m_name = 0, m_utf8 = 0;
+    xcb_window_t m_watchedWindow = 0;
     xcb_key_symbols_t *m_keySymbols = nullptr;
 };
 

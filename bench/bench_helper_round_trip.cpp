@@ -1,7 +1,7 @@
 // The round trip of tarvel-edit, from starting the helper to its exit, against the test
 // responder that stands in for the application; the responder's own time per request
-// is printed beside it, and so are the bare costs of starting a process and of loading
-// the Qt libraries (tarvel-edit --version does nothing else).
+// is printed beside it, and so are the bare costs of starting a process and of starting
+// tarvel-edit (--version does nothing else).
 //
 //   cmake --build BUILD --target bench_helper_round_trip && BUILD/bin/bench_helper_round_trip [runs]
 //
@@ -127,7 +127,7 @@ int main(int argc, char **argv)
         }
     }
 
-    // The floor of any Qt program here: loading Qt Core and Qt DBus, and nothing else.
+    // The floor: starting the helper with its C++ runtime, and starting any process at all.
     QList<double> versionRuns;
     QList<double> bareStarts;
     for (int run = 0; run < runs; ++run) {

@@ -1,6 +1,7 @@
 #include "core/FileStore.h"
 
 #include "core/AppConstants.h"
+#include "core/ExchangeNames.h"
 #include "core/JSONCoding.h"
 #include "core/TarvelError.h"
 
@@ -50,19 +51,19 @@ QString baseDirectory()
 
 QString requestsDirectory()
 {
-    return QDir(baseDirectory()).filePath(QStringLiteral("Requests"));
+    return QDir(baseDirectory()).filePath(QString::fromLatin1(ExchangeNames::requestsFolder));
 }
 QString responsesDirectory()
 {
-    return QDir(baseDirectory()).filePath(QStringLiteral("Responses"));
+    return QDir(baseDirectory()).filePath(QString::fromLatin1(ExchangeNames::responsesFolder));
 }
 QString completedRequestsDirectory()
 {
-    return QDir(baseDirectory()).filePath(QStringLiteral("CompletedRequests"));
+    return QDir(baseDirectory()).filePath(QString::fromLatin1(ExchangeNames::completedRequestsFolder));
 }
 QString malformedRequestsDirectory()
 {
-    return QDir(baseDirectory()).filePath(QStringLiteral("MalformedRequests"));
+    return QDir(baseDirectory()).filePath(QString::fromLatin1(ExchangeNames::malformedRequestsFolder));
 }
 
 QString requestURL(const QUuid &id)

@@ -1,27 +1,31 @@
 #pragma once
 
-#include <QByteArray>
-#include <QFile>
-#include <QString>
+#include <string>
 
-// The file that the calling tool handed to its editor. It stays open from the first read
-// to the last write, so the new text goes into the very file the caller holds.
+// The file that the calling tool handed to its editor. It stays open from the first read to the
+// last write, so the new text goes into the very file the caller holds.
 class EditedFile final {
 public:
-    // Opens the file for reading and writing and reads it as UTF-8. Throws TarvelError.
-    explicit EditedFile(const QString &path);
+    // Opens the file for reading and writing and reads it; it must be UTF-8. Throws HelperError.
+    explicit EditedFile(const std::string &path);
+    ~EditedFile();
+    EditedFile(const EditedFile &) = delete;
+    EditedFile &operator=(const EditedFile &) = delete;
 
-    QString absolutePath() const { return m_absolutePath; }
-    const QString &text() const { return m_text; }
+    const std::string &absolutePath() const { return m_absolutePath; }
+    const std::string &text() const { return m_text; }
 
-    // Truncates and rewrites in place (same inode). When the write fails, the original
-    // bytes are put back as far as possible. Throws SystemError.
-    void replaceText(const QString &text);
-    void close() { m_file.close(); }
+    // Truncates and rewrites in place (same inode). When the write fails, the original bytes
+    // are put back as far as possible. Throws HelperError.
+    void replaceText(const std::string &text);
+    void close();
+
+    // path made absolute against the working folder, with "." and ".." taken out as written
+    // (links are not followed).
+    static std::string absolute(const std::string &path);
 
 private:
-    QString m_absolutePath;
-    QFile m_file;
-    QByteArray m_original;
-    QString m_text;
+    std::string m_absolutePath;
+    int m_descriptor = -1;
+    std::string m_text;
 };

@@ -1,64 +1,77 @@
 #include "helper/FallbackEditor.h"
 
-#include "platform/InterruptWatcher.h"
-
-#include <QCoreApplication>
-#include <QFileInfo>
-#include <QStandardPaths>
+#include "helper/Interrupts.h"
+#include "platform/ExecutablePath.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
 namespace FallbackEditor {
 namespace {
 
-const QString kHelperName = QStringLiteral("tarvel-edit");
+constexpr char kHelperName[] = "tarvel-edit";
 
-// The shell hook points EDITOR at tarvel-edit or its shim; running that would only ask
-// the missing application again.
-bool namesThisHelper(const QString &editor)
+std::string trimmed(const char *text)
 {
-    QString program = editor.trimmed().section(u' ', 0, 0);
-    if (program.size() >= 2 && (program.front() == u'"' || program.front() == u'\'') &&
+    const std::string value = text ? text : "";
+    constexpr char kSpace[] = " \t\n\v\f\r";
+    const std::size_t first = value.find_first_not_of(kSpace);
+    if (first == std::string::npos)
+        return {};
+    return value.substr(first, value.find_last_not_of(kSpace) - first + 1);
+}
+
+std::string canonical(const std::string &path)
+{
+    char resolved[PATH_MAX];
+    return !path.empty() && ::realpath(path.c_str(), resolved) ? std::string(resolved) : std::string();
+}
+
+// The shell hook points EDITOR at tarvel-edit or its shim; running that would only ask the
+// missing application again.
+bool namesThisHelper(const std::string &editor)
+{
+    std::string program = editor.substr(0, editor.find(' '));
+    if (program.size() >= 2 && (program.front() == '"' || program.front() == '\'') &&
         program.back() == program.front())
-        program = program.mid(1, program.size() - 2);
-    if (QFileInfo(program).fileName() == kHelperName)
+        program = program.substr(1, program.size() - 2);
+    if (program.substr(program.rfind('/') + 1) == kHelperName)
         return true;
-    const QString resolved = program.contains(u'/') ? program : QStandardPaths::findExecutable(program);
-    const QString self = QFileInfo(QCoreApplication::applicationFilePath()).canonicalFilePath();
-    return !resolved.isEmpty() && QFileInfo(resolved).canonicalFilePath() == self;
+    const std::string resolved =
+        program.find('/') != std::string::npos ? program : ExecutablePath::findOnPath(program);
+    const std::string self = canonical(ExecutablePath::ofThisProcess());
+    return !self.empty() && canonical(resolved) == self;
 }
 
 } // namespace
 
-QString command()
+std::string command()
 {
-    const QString fallback = qEnvironmentVariable("TARVEL_FALLBACK_EDITOR").trimmed();
-    if (!fallback.isEmpty())
+    const std::string fallback = trimmed(std::getenv("TARVEL_FALLBACK_EDITOR"));
+    if (!fallback.empty())
         return fallback;
-    const QString editor = qEnvironmentVariable("EDITOR").trimmed();
-    if (!editor.isEmpty() && !namesThisHelper(editor))
+    const std::string editor = trimmed(std::getenv("EDITOR"));
+    if (!editor.empty() && !namesThisHelper(editor))
         return editor;
-    return QStringLiteral("vi");
+    return "vi";
 }
 
-QString exec(const QString &command, const QString &file)
+std::string exec(const std::string &command, const std::string &file)
 {
-    // The shell splits the command the way the user wrote it ("vim -u NONE"); the file
-    // travels as a separate argument, so no quoting of it is needed.
-    const QByteArray script = command.toLocal8Bit() + " \"$@\"";
-    const QByteArray name = kHelperName.toLocal8Bit();
-    const QByteArray path = file.toLocal8Bit();
-    const char *const argv[] = {"/bin/sh",        "-c",   script.constData(), name.constData(),
-                                path.constData(), nullptr};
+    // The shell splits the command the way the user wrote it ("vim -u NONE"); the file travels
+    // as a separate argument, so no quoting of it is needed.
+    const std::string script = command + " \"$@\"";
+    const char *const argv[] = {"/bin/sh", "-c", script.c_str(), kHelperName, file.c_str(), nullptr};
 
     std::fflush(stdout);
     std::fflush(stderr);
-    InterruptWatcher::restoreDefaultDispositions();
+    Interrupts::restoreDefaultDispositions();
     ::execv("/bin/sh", const_cast<char *const *>(argv));
-    return QString::fromLocal8Bit(std::strerror(errno));
+    return std::strerror(errno);
 }
 
 } // namespace FallbackEditor

@@ -1,18 +1,17 @@
-// tarvel-edit: the $VISUAL command. Hands the file to the Tarvel application's composer
-// and waits for the answer; without an application it runs a terminal editor instead.
-#include "core/TarvelError.h"
+// tarvel-edit: the $VISUAL command. Hands the file to the Tarvel application's composer and
+// waits for the answer; without an application it runs a terminal editor instead. Plain C++
+// without Qt, so that it is ready to send the request almost as soon as it starts.
 #include "helper/EditSession.h"
 #include "helper/EditedFile.h"
+#include "helper/EventLoop.h"
 #include "helper/FallbackEditor.h"
-#include "platform/InterruptWatcher.h"
-#include "platform/DistributedNotificationPoster.h"
-#include "platform/RunningApplicationWatcher.h"
-
-#include <QCoreApplication>
-#include <QFile>
+#include "helper/HelperError.h"
+#include "helper/Interrupts.h"
+#include "helper/LocalRequestChannel.h"
 
 #include <cstdio>
 #include <cstring>
+#include <string>
 #include <unistd.h>
 
 namespace {
@@ -32,9 +31,9 @@ const char kUsage[] = "Usage: tarvel-edit [--help | --version] FILE\n"
                       "  TARVEL_APP_PATH         the Tarvel application to start\n"
                       "  TARVEL_FALLBACK_EDITOR  the terminal editor to use when Tarvel is unavailable\n";
 
-int fail(const QString &message, int exitCode = 1)
+int fail(const std::string &message, int exitCode = 1)
 {
-    std::fputs(QStringLiteral("tarvel-edit: %1\n").arg(message).toLocal8Bit().constData(), stderr);
+    printError(message);
     return exitCode;
 }
 
@@ -42,7 +41,7 @@ int fail(const QString &message, int exitCode = 1)
 
 int main(int argc, char **argv)
 {
-    QString path;
+    std::string path;
     bool onlyOperands = false;
     for (int index = 1; index < argc; ++index) {
         const char *argument = argv[index];
@@ -56,45 +55,41 @@ int main(int argc, char **argv)
             std::fputs("tarvel-edit " TARVEL_VERSION "\n", stdout);
             return 0;
         } else if (!onlyOperands && argument[0] == '-' && argument[1] != '\0') {
-            return fail(QStringLiteral("unknown option \u201c%1\u201d (see tarvel-edit --help)")
-                            .arg(QString::fromLocal8Bit(argument)),
-                        kUsageError);
-        } else if (path.isEmpty()) {
-            path = QFile::decodeName(argument);
+            return fail("unknown option " + inQuotes(argument) + " (see tarvel-edit --help)", kUsageError);
+        } else if (path.empty()) {
+            path = argument;
         } else {
-            return fail(QStringLiteral("expected one FILE, got more (see tarvel-edit --help)"), kUsageError);
+            return fail("expected one FILE, got more (see tarvel-edit --help)", kUsageError);
         }
     }
-    if (path.isEmpty())
-        return fail(QStringLiteral("expected a FILE to edit (see tarvel-edit --help)"), kUsageError);
+    if (path.empty())
+        return fail("expected a FILE to edit (see tarvel-edit --help)", kUsageError);
 
-    QCoreApplication application(argc, argv);
     try {
-        // Before the request exists, so that no interruption can leave it behind.
-        InterruptWatcher interrupts;
+        EventLoop loop;
         EditedFile file(path);
-        EditSession session(file, {DistributedNotificationPoster::create(),
-                                   RunningApplicationWatcher::create(), &ApplicationLauncher::launch});
-        QObject::connect(&interrupts, &InterruptWatcher::interrupted, &session, &EditSession::interrupt);
-        QObject::connect(&session, &EditSession::finished, &application, &QCoreApplication::quit,
-                         Qt::QueuedConnection);
+        LocalRequestChannel channel(loop);
+        EditSession session(file, channel, loop);
+        // Before the request exists, so that no interruption can leave it behind.
+        Interrupts interrupts([&session](int signalNumber) { session.interrupt(signalNumber); });
+        loop.add(interrupts);
         session.start();
         if (!session.isFinished())
-            application.exec();
+            loop.run();
 
         if (session.ending() == EditSession::Ending::exit) {
-            // Everything the caller needs is on disk; tearing down the bus connection
-            // and Qt would only keep the caller waiting.
+            // Everything the caller needs is on disk; closing the bus connection and freeing
+            // memory would only keep the caller waiting.
             std::fflush(stdout);
             std::fflush(stderr);
             ::_exit(session.exitCode());
         }
         file.close();
-        const QString editor = FallbackEditor::command();
-        fail(QStringLiteral("%1; opening \u201c%2\u201d instead").arg(session.fallbackReason(), editor));
-        const QString reason = FallbackEditor::exec(editor, file.absolutePath());
-        return fail(QStringLiteral("Could not run \u201c%1\u201d: %2").arg(editor, reason), 127);
-    } catch (const TarvelError &error) {
+        const std::string editor = FallbackEditor::command();
+        printError(session.fallbackReason() + "; opening " + inQuotes(editor) + " instead");
+        const std::string reason = FallbackEditor::exec(editor, file.absolutePath());
+        return fail("Could not run " + inQuotes(editor) + ": " + reason, 127);
+    } catch (const HelperError &error) {
         return fail(error.description());
     }
 }

@@ -3,13 +3,12 @@
 # Paths are relative to this folder.
 
 # Targets that platform/CMakeLists.txt defines for both systems; the Mac adds to them.
-set(TARVEL_MAC_SHARED_TARGETS TarvelPlatformCore TarvelPlatformSpeechEngine TarvelPlatformSpeech)
+set(TARVEL_MAC_SHARED_TARGETS TarvelPlatformCore TarvelPlatformHelper TarvelPlatformSpeechEngine TarvelPlatformSpeech)
 # Targets each system defines itself.
 set(TARVEL_MAC_OWN_TARGETS
     TarvelPlatformDesktop TarvelPlatformDiagnostics TarvelPlatformHotKeys TarvelPlatformPermissions)
 
-# The distributed notification centre, NSWorkspace for the application's presence, launch and
-# reveal, LaunchServices' __CFBundleIdentifier for the source terminal, the login item, the single
+# The distributed notification centre, NSWorkspace to reveal files, the login item, the single
 # instance, the status item and the user notification centre.
 set(TARVEL_MAC_TarvelPlatformCore_SOURCES
     CFDistributedNotificationObserver.cpp
@@ -17,16 +16,24 @@ set(TARVEL_MAC_TarvelPlatformCore_SOURCES
     CFDistributedNotificationPoster.cpp
     ../ApplicationInstance.h MacApplicationInstance.mm
     ../FileRevealer.h MacFileRevealer.mm
-    MacApplicationLauncher.mm
     ../LoginItem.h MacLoginItem.mm
-    MacRunningApplicationWatcher.mm
-    MacSourceApplicationLocator.mm
     ../TrayHost.h MacTrayHost.cpp
     ../UserNotificationCenter.h MacUserNotificationCenter.mm
 )
 set(TARVEL_MAC_TarvelPlatformCore_PUBLIC
     "-framework CoreFoundation" "-framework AppKit" "-framework ServiceManagement"
     "-framework UserNotifications")
+
+# tarvel-edit's transport, without Qt: the distributed notification centre, NSRunningApplication
+# for the application's presence (a kqueue on its process while it runs), open(1) to start the
+# bundle, LaunchServices' __CFBundleIdentifier for the source terminal; a kqueue on the Responses
+# folder.
+set(TARVEL_MAC_TarvelPlatformHelper_SOURCES
+    KqueueFolderWatch.cpp
+    MacApplicationTransport.mm
+    MacExecutablePath.cpp
+)
+set(TARVEL_MAC_TarvelPlatformHelper_PRIVATE "-framework CoreFoundation" "-framework AppKit")
 
 # Speech: SFSpeechRecognizer on device fed by AVAudioEngine; recordings (tarvel transcribe) need
 # the user's recogniser command here.

@@ -43,6 +43,12 @@ ino_t inode(const QString &path)
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? info.st_ino : 0;
 }
 
+int mode(const QString &path)
+{
+    struct stat info {};
+    return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 07777) : -1;
+}
+
 QStringList filesIn(const QString &folder)
 {
     return QDir(folder).entryList(QDir::Files | QDir::Hidden);
@@ -218,6 +224,9 @@ private Q_SLOTS:
                                  << QByteArray(
                                         "Edited: Gr\xc3\xbc\xc3\x9f\x65 \xe2\x9c\x93\n\xf0\x9f\x9a\x80\n");
         QTest::newRow("empty file") << submit << QByteArray() << edited << QByteArray("Edited: ");
+        QTest::newRow("characters JSON escapes")
+            << submit << QByteArray("\"quoted\" back\\slash\ttab /path \x01\n") << edited
+            << QByteArray("Edited: \"quoted\" back\\slash\ttab /path \x01\n");
         QTest::newRow("shorter answer")
             << submit << QByteArray("a long prompt that will be replaced\n")
             << std::optional<QString>(QStringLiteral("short")) << QByteArray("short");
@@ -452,7 +461,11 @@ private Q_SLOTS:
         const QString file = workFile(QStringLiteral("PROMPT.md"), "half-written thought\n");
 
         const auto helper = startHelper({file});
-        QTRY_COMPARE(filesIn(FileStore::requestsDirectory()).size(), 1);
+        // The request is whole (the responder read it), private, and nothing else is left there.
+        waitForAnswers(1);
+        const QString request = readLog(m_responderLog).constFirst().value(u"id").toString() + QStringLiteral(".json");
+        QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList{request});
+        QCOMPARE(mode(QDir(FileStore::requestsDirectory()).filePath(request)), 0600);
         ::kill(pid_t(helper->processId()), signalNumber);
         QVERIFY(finish(*helper));
         QCOMPARE(helper->exitCode(), exitCode);
@@ -461,8 +474,46 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_editorLog)); // no fallback editor either
     }
 
-    // They all find an old ~/Tarvel too, beside the data folder the application has made: one of
-    // them moves what that lacks, once.
+    // The application vanished without answering and a new copy came within the 5 seconds: the
+    // request waited for it.
+    void theRequestOutlivesTheApplication()
+    {
+        auto crashing = std::make_unique<Responder>();
+        QVERIFY(crashing->start(QStringLiteral("never"), m_responderLog));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "after a crash\n");
+        const auto helper = startHelper({file});
+        waitForAnswers(1);
+        crashing->kill();
+        Responder next;
+        QVERIFY(next.start(QStringLiteral("submit"), m_responderLog));
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readAll(file), QByteArray("Edited: after a crash\n"));
+    }
+
+    // An answer that cannot be read is said so and removed, and the file keeps its text.
+    void unreadableAnswerIsReported()
+    {
+        Responder responder;
+        QVERIFY(responder.start(QStringLiteral("never"), m_responderLog));
+        const QString file = workFile(QStringLiteral("PROMPT.md"), "keep me\n");
+        const auto helper = startHelper({file});
+        waitForAnswers(1);
+        const QString id = readLog(m_responderLog).constFirst().value(u"id").toString();
+        QVERIFY(writeFile(QDir(FileStore::responsesDirectory()).filePath(id + QStringLiteral(".json")),
+                          R"({"id": ")" + id.toUtf8() + R"(", "disposition": "submitted")"));
+        QVERIFY(finish(*helper));
+        QCOMPARE(helper->exitCode(), 1);
+        const QByteArray errors = helper->readAllStandardError();
+        QVERIFY2(errors.startsWith(
+                     "tarvel-edit: The answer from Tarvel could not be read. The data isn't valid JSON"),
+                 errors.constData());
+        QCOMPARE(readAll(file), QByteArray("keep me\n"));
+        QCOMPARE(filesIn(FileStore::responsesDirectory()), QStringList());
+    }
+
+    // They all find an old ~/Tarvel too, beside the data folder the application has made. They
+    // leave it to the application, whose next start moves what the data folder lacks, once.
     void manyHelpersAtOnceAreEachAnsweredOnce()
     {
         constexpr int kHelpers = 50;
@@ -492,6 +543,8 @@ private Q_SLOTS:
             ++answersPerRequest[answer.value(u"id").toString()];
         QCOMPARE(answersPerRequest.size(), kHelpers);
         verifyNoExchangeFilesLeft();
+        QCOMPARE(old.entryList(QDir::AllEntries | QDir::NoDotAndDotDot).size(), 5);
+        QVERIFY(DataFolderMove::fromHomeFolder());
         QCOMPARE(old.entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
                  (QStringList{QStringLiteral("CompletedRequests"), QStringLiteral("MalformedRequests"),
                               QStringLiteral("Requests"), QStringLiteral("Responses")}));
