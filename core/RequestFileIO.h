@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/ExchangeNames.h"
+
 #include "core/ComposerRequest.h"
 #include "core/ComposerResponse.h"
 
@@ -24,7 +26,7 @@ void writeResponse(const ComposerResponse &response);
 // Request files, oldest first by creation date; ties keep the directory's order.
 QList<QString> pendingRequestURLs();
 // A request file larger than this is refused unread, not read whole.
-inline constexpr qint64 maximumRequestFileSize = 16 * 1024 * 1024;
+inline constexpr qint64 maximumRequestFileSize = ExchangeNames::maximumRequestFileSize;
 
 // Reads a request without following a link at url and only from a plain file; throws
 // RefusedRequestFileError for a link, anything but a plain file, or a file over the limit.
