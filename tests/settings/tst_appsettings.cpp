@@ -185,8 +185,16 @@ private Q_SLOTS:
     void voiceRewriteCodexSelection()
     {
         Fixture f;
+        // A choice stored with the override switched off is not used, nor cleared as a stale one.
+        StoredVoicePromptRewriteSettingsByBackend stored;
+        stored.setSlot(
+            QuickTaskCLIBackend::codex,
+            VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false});
+        f.defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, stored);
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.2-codex", "low"));
+        QCOMPARE(f.storedVoice(), stored);
+
         f.settings.setVoicePromptRewriteModelIdentifier(QStringLiteral("gpt-5.1-codex-mini"));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), QStringLiteral("gpt-5.1-codex-mini"));
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.1-codex-mini", "medium"));
@@ -232,19 +240,6 @@ private Q_SLOTS:
 
         CatalogFiles::writeCodexCache(f.env, CatalogFiles::codexCache(codexEntries()));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-    }
-
-    void voiceRewriteNeedsTheOverrideSwitch()
-    {
-        Fixture f;
-        StoredVoicePromptRewriteSettingsByBackend stored;
-        stored.setSlot(
-            QuickTaskCLIBackend::codex,
-            VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false});
-        f.defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, stored);
-        QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-        QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.2-codex", "low"));
-        QCOMPARE(f.storedVoice(), stored); // an unused choice is not a stale one
     }
 
     void voiceRewriteOpenCodeSelection()
