@@ -374,12 +374,8 @@ private Q_SLOTS:
             << codex << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
         QTest::newRow("no stderr") << codex << QStringList{u"exit 1"_s} << false
                                    << u"Codex could not turn the transcript into a prompt draft."_s;
-        QTest::newRow("killed") << opencode << QStringList{u"kill TERM"_s} << false
-                                << u"OpenCode could not turn the transcript into a prompt draft."_s;
         QTest::newRow("empty answer") << claude << QStringList{u"out \\n  \\n"_s} << false
                                       << u"Claude returned an empty prompt draft."_s;
-        QTest::newRow("only terminal codes") << opencode << QStringList{u"out \\0033[0m<think></think>\\n"_s}
-                                             << false << u"OpenCode returned an empty prompt draft."_s;
         QTest::newRow("codex without an agent message")
             << codex
             << QStringList{uR"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)"_s}
