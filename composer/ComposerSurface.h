@@ -1,6 +1,7 @@
 #pragma once
 
 #include "composer/ComposerLayout.h"
+#include "composer/ComposerServices.h"
 #include "core/PromptAttachment.h"
 #include "settings/QuickTaskPreset.h"
 #include "voice/VoicePromptBuilder.h"
@@ -14,6 +15,7 @@
 
 class ComposerPanel;
 class KeyboardShortcuts;
+class PromptEditingAids;
 class QLabel;
 class QMimeData;
 class SpeechRecognizer;
@@ -74,6 +76,14 @@ public:
     // Whether a dictation can start now (a usable rewrite preset), shown on the idle button.
     void refreshVoicePromptAvailability();
 
+    // The editing aids (highlighting and spelling, `@` mentions, earlier prompts, find and
+    // replace) with the services' history and spelling.
+    void enableEditingAids(const ComposerServices &services);
+    PromptEditingAids *editingAids() const { return m_editingAids; }
+    // The folder the prompt is for (an editor request's, a quick task's): its files for mentions,
+    // its earlier prompts for Up.
+    void setWorkingFolder(const std::optional<QString> &folder);
+
     // Hooks for the owner. Paste: whether it takes pastes now, where pasted files go
     // (their paths by default) and what becomes of a pasted image (a managed copy).
     std::function<bool()> acceptsPaste;
@@ -124,4 +134,5 @@ private:
     QLabel *m_voicePromptStatus = nullptr;
     UserDefaults *m_defaults = nullptr;
     KeyboardShortcuts *m_shortcuts = nullptr;
+    PromptEditingAids *m_editingAids = nullptr;
 };

@@ -22,10 +22,11 @@ deb=$work/out/tarvel_${version}_$(dpkg --print-architecture).deb
 [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "wrong version"
 depends=$(dpkg-deb -f "$deb" Depends)
 # Worked out from the binaries, plus what is loaded rather than linked.
-for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins; do
+for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 libhunspell qt6-qpa-plugins; do
     [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
 done
 [[ $(dpkg-deb -f "$deb" Recommends) == *notification-daemon* ]] || fail "no notification daemon recommended"
+[[ $(dpkg-deb -f "$deb" Recommends) == *hunspell-dictionary* ]] || fail "no spelling dictionary recommended"
 
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/tarvel ./usr/bin/tarvel-edit ./usr/share/applications/zq.tarvel.desktop \
