@@ -60,6 +60,8 @@ CompletionPopup::CompletionPopup(QWidget *anchor)
 {
     setObjectName(QStringLiteral("MentionCompletionList"));
     setWindowFlags(Qt::ToolTip | Qt::FramelessWindowHint);
+    // Never shown, but lets tests and window managers tell it apart.
+    setWindowTitle(QStringLiteral("Tarvel Completions"));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setFocusPolicy(Qt::NoFocus);
     setUniformItemSizes(true);

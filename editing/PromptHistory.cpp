@@ -29,6 +29,9 @@ constexpr qsizetype kFileLayoutBytes = 64;
 constexpr qsizetype kSearchedLength = 4000;
 // Characters a search term may skip between two of its own, inside a word.
 constexpr qsizetype kLongestGap = 3;
+// A term found as typed scores like a run of consecutive characters.
+constexpr int kContiguousCharacterScore = 28;
+constexpr int kFuzzyAttempts = 4;
 
 std::optional<QString> normalizedFolder(const std::optional<QString> &cwd)
 {
@@ -49,6 +52,40 @@ qsizetype encodedSize(const PromptHistoryEntry &entry)
 {
     const QByteArray compact = QJsonDocument(toJson(entry)).toJson(QJsonDocument::Compact);
     return compact.size() + compact.count('/') + kEntryLayoutBytes;
+}
+
+// Whether each matched character after the first follows the one before closely or begins a
+// word ("relnotes" for "release notes"): a long prompt holds almost any letters in order.
+bool isCloseMatch(QStringView text, const QList<qsizetype> &positions)
+{
+    for (qsizetype index = 1; index < positions.size(); ++index) {
+        if (positions.at(index) - positions.at(index - 1) > kLongestGap + 1 &&
+            !FuzzyMatcher::isWordStart(text, positions.at(index)))
+            return false;
+    }
+    return true;
+}
+
+// A search term's score in a prompt: as typed first, then as a close fuzzy match, looked for a
+// few times further on when the first one found is spread too thinly.
+std::optional<int> termScore(QStringView term, QStringView text, QStringView folded)
+{
+    if (const qsizetype at = folded.indexOf(term); at >= 0)
+        return int(term.size()) * kContiguousCharacterScore + (FuzzyMatcher::isWordStart(text, at) ? 16 : 0);
+    qsizetype offset = 0;
+    for (int attempt = 0; attempt < kFuzzyAttempts && offset < folded.size(); ++attempt) {
+        QList<qsizetype> positions;
+        const std::optional<int> score =
+            FuzzyMatcher::score(term, text.mid(offset), folded.mid(offset), &positions);
+        if (!score)
+            return std::nullopt;
+        for (qsizetype &position : positions)
+            position += offset;
+        if (isCloseMatch(text, positions))
+            return score;
+        offset = positions.constFirst() + 1;
+    }
+    return std::nullopt;
 }
 
 } // namespace
@@ -243,15 +280,8 @@ QList<PromptHistoryEntry> PromptHistory::search(QStringView query, const std::op
         int total = 0;
         bool matches = true;
         for (const QString &term : std::as_const(terms)) {
-            QList<qsizetype> positions;
-            const std::optional<int> score = FuzzyMatcher::score(term, searched, folded, &positions);
-            // A long prompt holds almost any letters in order: each character after the first must
-            // follow the one before closely or begin a word ("relnotes" for "release notes").
-            for (qsizetype index = 1; score && matches && index < positions.size(); ++index) {
-                matches = positions.at(index) - positions.at(index - 1) <= kLongestGap + 1 ||
-                          FuzzyMatcher::isWordStart(searched, positions.at(index));
-            }
-            if (!score || !matches) {
+            const std::optional<int> score = termScore(term, searched, folded);
+            if (!score) {
                 matches = false;
                 break;
             }
