@@ -10,12 +10,18 @@
 #include <QTextEdit>
 #include <QTimer>
 
+namespace {
+// When to list a folder whose composer has not drawn yet.
+constexpr int kLatestStartMs = 300;
+} // namespace
+
 MentionCompleter::MentionCompleter(QTextEdit *view, QObject *parent)
     : QObject(parent)
     , m_view(view)
     , m_popup(new CompletionPopup(view))
 {
     connect(m_popup, &CompletionPopup::chosen, this, &MentionCompleter::choose);
+    view->viewport()->installEventFilter(this);
     // A click elsewhere in the text leaves the token.
     connect(view, &QTextEdit::cursorPositionChanged, this, [this] {
         if (isShowing())
@@ -42,24 +48,43 @@ void MentionCompleter::setFolder(const std::optional<QString> &folder)
     m_building.reset();
     if (!folder || folder->isEmpty() || m_startPending)
         return;
-    // From the event loop: a folder set twice while the composer is made is listed once.
+    // Once the text has drawn its first frame (or a little later when it is not shown): a large
+    // tree listed on the other core would compete with it. A folder set twice meanwhile is
+    // listed once.
     m_startPending = true;
-    QTimer::singleShot(0, this, [this] {
-        m_startPending = false;
-        if (!m_folder || m_folder->isEmpty() || m_building || m_index)
-            return;
-        m_building = std::make_unique<QFutureWatcher<std::shared_ptr<PathIndex>>>();
-        connect(m_building.get(), &QFutureWatcherBase::finished, this, &MentionCompleter::indexBuilt);
-        m_building->setFuture(ProjectFiles::indexInBackground(*m_folder));
-    });
+    QTimer::singleShot(m_framePainted ? 0 : kLatestStartMs, this, &MentionCompleter::startBuilding);
+}
+
+void MentionCompleter::startBuilding()
+{
+    if (!m_startPending)
+        return;
+    m_startPending = false;
+    if (!m_folder || m_folder->isEmpty() || m_building || m_index)
+        return;
+    m_building = std::make_unique<QFutureWatcher<std::shared_ptr<PathIndex>>>();
+    connect(m_building.get(), &QFutureWatcherBase::finished, this, &MentionCompleter::indexBuilt);
+    m_building->setFuture(ProjectFiles::indexInBackground(*m_folder));
+}
+
+bool MentionCompleter::eventFilter(QObject *watched, QEvent *event)
+{
+    if (event->type() == QEvent::Paint && !m_framePainted) {
+        m_framePainted = true;
+        // After this paint, not inside it.
+        if (m_startPending)
+            QTimer::singleShot(0, this, &MentionCompleter::startBuilding);
+    }
+    return QObject::eventFilter(watched, event);
 }
 
 void MentionCompleter::indexBuilt()
 {
-    const QFuture<std::shared_ptr<PathIndex>> future = m_building->future();
+    QFuture<std::shared_ptr<PathIndex>> future = m_building->future();
     if (future.isCanceled() || future.resultCount() == 0)
         return;
-    m_index = future.result();
+    // Taken out, so that the index goes with this completer and not with the watcher's late deletion.
+    m_index = future.takeResult();
     m_building.release()->deleteLater();
     Q_EMIT indexReady();
     // The list may be waiting for it.

@@ -44,7 +44,11 @@ public:
 Q_SIGNALS:
     void indexReady();
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
+    void startBuilding();
     void choose(int row);
     void indexBuilt();
 
@@ -59,4 +63,5 @@ private:
     int m_tokenBlockPosition = 0;
     QList<qsizetype> m_shownEntries;
     bool m_startPending = false;
+    bool m_framePainted = false;
 };

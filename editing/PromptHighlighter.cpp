@@ -26,6 +26,8 @@ constexpr qsizetype kLongestCheckedLine = 10000;
 // What a change may cost at once before the rest goes to the slices.
 constexpr int kLinesAtOnce = 32;
 constexpr int kVisibleLinesAhead = 200;
+constexpr int kFewestLinesPerLayout = 32;
+constexpr int kMostLinesPerLayout = 4096;
 
 bool isDirty(const QTextBlock &block)
 {
@@ -201,12 +203,15 @@ void PromptHighlighter::work()
         highlightVisibleLines();
         flushLayout();
     }
+    // The slice ends when its scanning time is up, or when it changed as many lines as the layout
+    // takes in the rest of a slice.
     QTextBlock block = m_document->findBlockByNumber(m_firstDirty);
     while (block.isValid()) {
         if (isDirty(block))
             highlight(block, false);
         block = block.next();
-        if (block.isValid() && timer.elapsed() >= sliceMilliseconds) {
+        if (block.isValid() &&
+            (timer.elapsed() >= sliceMilliseconds / 2 || m_changedLines >= m_linesPerLayout)) {
             flushLayout();
             m_firstDirty = block.blockNumber();
             scheduleWork();
@@ -235,9 +240,21 @@ void PromptHighlighter::flushLayout()
         return;
     const int from = std::exchange(m_changedFrom, -1);
     const int to = std::exchange(m_changedTo, -1);
+    const int lines = std::exchange(m_changedLines, 0);
+    QElapsedTimer timer;
+    timer.start();
     m_applying = true;
     m_document->markContentsDirty(from, to - from);
     m_applying = false;
+    // How many lines the layout takes in half a slice here, learnt as it goes. Its cost grows with
+    // the lines after them too, so it is followed rather than worked out.
+    if (lines >= m_linesPerLayout / 2) {
+        const double spent = double(timer.nsecsElapsed()) / 1e6;
+        if (spent > sliceMilliseconds / 2.0)
+            m_linesPerLayout = std::max(kFewestLinesPerLayout, m_linesPerLayout * 3 / 4);
+        else if (spent < sliceMilliseconds / 4.0)
+            m_linesPerLayout = std::min(kMostLinesPerLayout, m_linesPerLayout * 5 / 4);
+    }
 }
 
 void PromptHighlighter::highlightVisibleLines()
@@ -290,6 +307,7 @@ void PromptHighlighter::highlight(QTextBlock block, bool provisional)
         layout->setFormats(ranges);
         m_changedFrom = m_changedFrom < 0 ? block.position() : std::min(m_changedFrom, block.position());
         m_changedTo = std::max(m_changedTo, block.position() + block.length());
+        ++m_changedLines;
     }
     if (provisional)
         return;

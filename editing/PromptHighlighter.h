@@ -25,8 +25,9 @@ class PromptHighlighter final : public QObject {
 public:
     PromptHighlighter(QTextEdit *view, SpellCheckService *spelling, QObject *parent = nullptr);
 
-    // The longest a slice of work may take before the event loop runs again.
-    static constexpr int sliceMilliseconds = 8;
+    // The longest a slice of work (scanning, spelling and the layout of what changed) may take
+    // before the event loop runs again.
+    static constexpr int sliceMilliseconds = 12;
 
     // Whether lines still wait for their highlighting.
     bool isPending() const;
@@ -71,4 +72,6 @@ private:
     // The span of the document whose lines got new formats since the layout last heard of it.
     int m_changedFrom = -1;
     int m_changedTo = -1;
+    int m_changedLines = 0;
+    int m_linesPerLayout = 256;
 };
