@@ -18,9 +18,11 @@
 #include "shortcuts/KeyboardShortcuts.h"
 #include "support/TestEnvironment.h"
 
+#include <QContextMenuEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QListWidget>
+#include <QMenu>
 #include <QProcess>
 #include <QTextBlock>
 #include <QTextLayout>
@@ -139,6 +141,38 @@ private Q_SLOTS:
         f.composer->panel()->setPalette(dark);
         QTRY_VERIFY_WITH_TIMEOUT(!highlighter->isPending(), 30000);
         QVERIFY(f.formatAt(4500, 30).background().color().lightness() < 80);
+    }
+
+    // A right-click on a misspelled word offers the dictionary's suggestions and its own entry.
+    void spellingMenuReplacesTheWordOrKeepsIt()
+    {
+        Fixture f(QStringLiteral("fix teh `teh` bug"));
+        f.aids().highlighter()->finishNow();
+        const auto rightClickAndChoose = [&f](int position, const QString &choice) {
+            QStringList offered;
+            QTimer::singleShot(0, [&offered, choice] {
+                auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+                for (QAction *action : menu ? menu->actions() : QList<QAction *>()) {
+                    offered.append(action->text());
+                    if (action->text() == choice)
+                        action->trigger();
+                }
+                if (menu)
+                    menu->close();
+            });
+            QTextCursor at(f.view()->document());
+            at.setPosition(position);
+            const QPoint point = f.view()->cursorRect(at).center() + QPoint(2, 0);
+            QContextMenuEvent event(QContextMenuEvent::Mouse, point,
+                                    f.view()->viewport()->mapToGlobal(point));
+            QApplication::sendEvent(f.view()->viewport(), &event);
+            return offered;
+        };
+        QCOMPARE(rightClickAndChoose(5, QString()).mid(0, 2),
+                 (QStringList{QStringLiteral("the"), QStringLiteral("Add to Dictionary")}));
+        QVERIFY(!rightClickAndChoose(11, QString()).contains(QStringLiteral("the"))); // code is not spelled
+        rightClickAndChoose(5, QStringLiteral("the"));
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("fix the `teh` bug"));
     }
 
     void mentionsCompleteFromTheWorkingFolder()
