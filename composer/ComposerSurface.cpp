@@ -1,6 +1,7 @@
 #include "composer/ComposerSurface.h"
 
 #include "composer/ComposerPanel.h"
+#include "composer/ComposerServices.h"
 #include "composer/ComposerTextView.h"
 #include "composer/PastedImageImport.h"
 #include "composer/UnrequestedWindowGuard.h"

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "composer/ComposerLayout.h"
-#include "composer/ComposerServices.h"
 #include "core/PromptAttachment.h"
 #include "settings/QuickTaskPreset.h"
 #include "voice/VoicePromptBuilder.h"
@@ -14,6 +13,7 @@
 #include <optional>
 
 class ComposerPanel;
+struct ComposerServices;
 class KeyboardShortcuts;
 class PromptEditingAids;
 class QLabel;
