@@ -1,5 +1,6 @@
 #pragma once
 
+#include "editing/SpellDictionaries.h"
 #include "platform/SystemDiagnostics.h"
 
 #include <QByteArray>
@@ -29,6 +30,10 @@ DiagnosticFinding dataFolderFinding(const QString &path);
 // The recogniser command of the settings: none (the built-in recogniser), or its program and
 // whether it can run.
 DiagnosticFinding recognizerCommandFinding(const QString &command);
+// The composer's spelling: the stored choice (empty follows the locale, "off", or a dictionary's
+// name) against the installed dictionaries, and how to turn checking on when it is off.
+DiagnosticFinding spellingFinding(const QString &choice, const QList<SpellDictionary> &installed,
+                                  const QLocale &locale);
 
 // `tarvel doctor [--json]`: exit status 0 when prompt editing works, 1 when not.
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err);
