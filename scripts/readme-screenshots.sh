@@ -47,9 +47,10 @@ crop composer "$((TW + 24))x$((TH + 48))+$((TX - 12))+$((TY - 36))" composer-ove
 xdotool key --clearmodifiers Escape
 
 # The editing aids, once per look: a highlighted Markdown prompt (with a misspelled word), and the
-# `@` completion list over a project's files. Each look's pictures are named after it; to add one
-# (a dark look), give it its own way to start tarvel below and add it to LOOKS.
-LOOKS=(light)
+# `@` completion list over a project's files. Each look's pictures are named after it. Tarvel
+# follows the desktop portal's colour scheme, so each look is announced the way a portal does when
+# the user switches it (1 is dark, 2 light).
+LOOKS=(dark light) # light last: the pictures after these are light
 project=$HOME/project
 mkdir -p "$project/src/parser" "$project/docs"
 touch "$project/src/parser/lexer.cpp" "$project/src/parser/lexer.h" "$project/src/parser/parser.cpp" \
@@ -57,6 +58,10 @@ touch "$project/src/parser/lexer.cpp" "$project/src/parser/lexer.h" "$project/sr
 git -C "$project" init -q && git -C "$project" add .
 editing_pictures() {
     local look=$1
+    dbus-send --session --type=signal /org/freedesktop/portal/desktop \
+        org.freedesktop.portal.Settings.SettingChanged string:org.freedesktop.appearance \
+        string:color-scheme "variant:uint32:$([ "$look" = dark ] && echo 1 || echo 2)"
+    sleep 0.3
     cat >"$shots/plan.md" <<'PROMPT'
 ## Plan for the parser
 
