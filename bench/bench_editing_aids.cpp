@@ -204,6 +204,18 @@ int main(int argc, char **argv)
         BenchStatistics::of(turns).print("1 MB paste: later turns while highlighting");
         std::printf("%-44s %8.1f ms\n", "1 MB paste: highlighted and spelled after",
                     double(total.nsecsElapsed()) / 1e6);
+        // Typing on at the end of the pasted text: the key, the highlighting and the height.
+        QList<double> typing;
+        for (const QChar character : QStringLiteral("and the rest")) {
+            QElapsedTimer key;
+            key.start();
+            QTest::keyClick(composer.panel()->textView(), character.toLatin1());
+            while (highlighter->isPending())
+                QCoreApplication::processEvents();
+            QCoreApplication::processEvents();
+            typing.append(double(key.nsecsElapsed()) / 1e6);
+        }
+        BenchStatistics::of(typing).print("1 MB paste: key typed after it");
 
         // What the same paste costs a plain text edit of the same font, without the composer and
         // its aids: Qt's own share of the figures above.

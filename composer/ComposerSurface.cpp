@@ -395,7 +395,10 @@ Input ComposerSurface::layoutInput() const
     input.scrollContentWidth = textView->viewport()->width();
     const double width = input.scrollContentWidth > 0 ? std::trunc(input.scrollContentWidth)
                                                       : fallbackTextWidth(input.mode, input.windowWidth);
-    textView->document()->setTextWidth(width);
+    // Setting the width lays the whole document out again, even when it is the same: a second
+    // of work for each keystroke once a long log is pasted.
+    if (textView->document()->textWidth() != width)
+        textView->document()->setTextWidth(width);
     input.measuredTextHeight = std::ceil(textView->document()->size().height());
     input.maximumVisibleTextHeight = std::ceil(maximumVisibleTextHeight());
     input.headerIntrinsicHeight = m_panel->headerLabel()->sizeHint().height();
