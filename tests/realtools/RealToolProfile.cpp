@@ -213,7 +213,17 @@ QString RealToolProfile::writeInteractiveSettings(const QProcessEnvironment &env
                    "hide_world_writable_warning = true\n"
                    "hide_rate_limit_model_nudge = true\n"
                    "hide_gpt5_1_migration_prompt = true\n"
-                   "\"hide_gpt-5.1-codex-max_migration_prompt\" = true\n");
+                   "\"hide_gpt-5.1-codex-max_migration_prompt\" = true\n"
+                   // Answered "Use existing model" on codex 0.169's offer of a newer one.
+                   "\n"
+                   "[notice.model_migrations]\n"
+                   "\"gpt-5.5\" = \"gpt-6-sol\"\n"
+                   "\n"
+                   "[tui]\n"
+                   "screen_reader_detection_done = true\n"
+                   "\n"
+                   "[tui.model_availability_nux]\n"
+                   "\"gpt-6.1-sol\" = 1\n");
         return {};
     }
     case QuickTaskCLIBackend::claude: {
