@@ -17,7 +17,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -119,24 +118,6 @@ QProcessEnvironment gitEnvironment()
     return environment;
 }
 
-void drain(FileDescriptor &descriptor, QByteArray *into)
-{
-    char buffer[64 * 1024];
-    while (descriptor.isValid()) {
-        const ssize_t count = ::read(descriptor.get(), buffer, sizeof buffer);
-        if (count > 0) {
-            if (into)
-                into->append(buffer, count);
-            continue;
-        }
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
-            descriptor.reset();
-        return;
-    }
-}
-
 // What `git ls-files` lists; nothing when git is missing or refuses the folder.
 std::optional<Listing> listWithGit(const QString &folder, qsizetype limit, const std::function<bool()> &stop)
 {
@@ -158,19 +139,12 @@ std::optional<Listing> listWithGit(const QString &folder, qsizetype limit, const
     const QDeadlineTimer deadline(kGitTimeLimitMs);
     bool complete = false;
     while (!collector.full() && !deadline.hasExpired() && !(stop && stop())) {
-        pollfd descriptors[2];
-        nfds_t count = 0;
-        for (FileDescriptor *descriptor : {&process.standardOutput, &process.standardError}) {
-            if (descriptor->isValid())
-                descriptors[count++] = pollfd{descriptor->get(), POLLIN, 0};
-        }
-        if (count == 0) {
+        if (!process.waitForOutput(std::chrono::milliseconds(50))) {
             complete = true;
             break;
         }
-        ::poll(descriptors, count, 50);
-        drain(process.standardError, nullptr);
-        drain(process.standardOutput, &pending);
+        ProcessSpawner::readAvailable(process.standardError, nullptr);
+        ProcessSpawner::readAvailable(process.standardOutput, &pending);
         qsizetype start = 0;
         for (qsizetype end = pending.indexOf('\0'); end >= 0; end = pending.indexOf('\0', start)) {
             if (!collector.addFile(QFile::decodeName(pending.mid(start, end - start))))
