@@ -31,20 +31,6 @@ int permissions(const QString &path)
     return ::stat(QFile::encodeName(path).constData(), &info) == 0 ? int(info.st_mode & 0777) : -1;
 }
 
-void writeRaw(const QString &path, const QByteArray &data)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(data);
-}
-
-QStringList names(const QList<QString> &paths)
-{
-    QStringList result;
-    for (const QString &path : paths)
-        result.append(QFileInfo(path).fileName());
-    return result;
-}
 QList<QByteArray> keyLines(const QByteArray &json)
 {
     QList<QByteArray> keys;
@@ -114,15 +100,12 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("value");
         QTest::addColumn<QDateTime>("expected");
-        QTest::newRow("whole seconds")
-            << QByteArray(R"("2026-11-14T17:36:59Z")") << utc(2026, 11, 14, 17, 36, 59);
         QTest::newRow("fraction") << QByteArray(R"("2026-11-14T17:36:59.5Z")")
                                   << utc(2026, 11, 14, 17, 36, 59, 500);
         QTest::newRow("long fraction")
             << QByteArray(R"("2026-11-14T17:36:59.123456Z")") << utc(2026, 11, 14, 17, 36, 59, 123);
         QTest::newRow("offset") << QByteArray(R"("2026-11-14T19:36:59+02:00")")
                                 << utc(2026, 11, 14, 17, 36, 59);
-        QTest::newRow("reference zero") << QByteArray("0") << utc(2001, 1, 1, 0, 0, 0);
         QTest::newRow("reference 1.5") << QByteArray("1.5") << utc(2001, 1, 1, 0, 0, 1, 500);
         QTest::newRow("before reference") << QByteArray("-86400") << utc(2000, 12, 31, 0, 0, 0);
     }
@@ -151,15 +134,12 @@ private Q_SLOTS:
         const QByteArray date = R"("createdAt":"2026-11-14T17:36:59Z")";
         // Dates that are neither ISO 8601 with a zone nor a reference-date number.
         QTest::newRow("date without zone") << with(R"("createdAt":"2026-11-14T17:36:59")");
-        QTest::newRow("date only") << with(R"("createdAt":"2026-11-14")");
         QTest::newRow("bad month") << with(R"("createdAt":"2026-13-14T17:36:59Z")");
-        QTest::newRow("numeric date string") << with(R"("createdAt":"12")");
         QTest::newRow("bool date") << with(R"("createdAt":true)");
         // Dates whose UTC year has no four-digit form, so that what was read could not be written.
         QTest::newRow("number past year 9999") << with(R"("createdAt":795173213425)");
         QTest::newRow("number before year 1") << with(R"("createdAt":-63200000000)");
         QTest::newRow("offset into year 10000") << with(R"("createdAt":"9999-12-31T23:30:00-01:00")");
-        QTest::newRow("offset back before year 1") << with(R"("createdAt":"0001-01-01T00:30:00+01:00")");
         QTest::newRow("pid too large") << with(date + R"(,"sourceApplicationPID":4294967296)");
         QTest::newRow("pid below int32") << with(date + R"(,"sourceApplicationPID":-2147483649)");
         QTest::newRow("pid fraction") << with(date + R"(,"sourceApplicationPID":1.5)");
@@ -171,8 +151,6 @@ private Q_SLOTS:
         QTest::newRow("braced uuid")
             << R"({"id":"{6F9619FF-8B86-D011-B42D-00C04FC964FF}","initialText":"",)" + date + "}";
         QTest::newRow("missing id") << R"({"initialText":"",)" + date + "}";
-        QTest::newRow("missing text")
-            << QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","createdAt":0})");
         QTest::newRow("truncated") << QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF",)");
         QTest::newRow("array") << QByteArray("[]");
     }
@@ -194,7 +172,8 @@ private Q_SLOTS:
         QCOMPARE(request.initialText, QStringLiteral("x"));
     }
 
-    void baseFolderFollowsTheDataHome()
+    // The data folder follows the data home; its folders and files are private.
+    void foldersFollowTheDataHomeAndArePrivate()
     {
         TestEnvironment env;
         QCOMPARE(FileStore::baseDirectory(), env.path(QStringLiteral(".local/share/Tarvel")));
@@ -208,7 +187,21 @@ private Q_SLOTS:
         const mode_t mask = ::umask(0);
         ::umask(mask);
         QCOMPARE(permissions(env.path(QStringLiteral(".local/share"))), int(0777 & ~mask));
-        QCOMPARE(permissions(FileStore::baseDirectory()), 0700);
+        FileStore::ensureDirectoriesExist(); // existing folders are fine
+        for (const QString &folder :
+             {FileStore::baseDirectory(), FileStore::requestsDirectory(), FileStore::responsesDirectory(),
+              FileStore::completedRequestsDirectory(), FileStore::malformedRequestsDirectory()})
+            QCOMPARE(permissions(folder), 0700);
+
+        const ComposerRequest request = makeRequest(QStringLiteral("hello"));
+        RequestFileIO::writeRequest(request);
+        QCOMPARE(permissions(FileStore::requestURL(request.id)), 0600);
+        RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
+                                      ComposerResponse::Disposition::submitted, QStringLiteral("bye")});
+        QCOMPARE(permissions(FileStore::responseURL(request.id)), 0600);
+        // Rewriting leaves no temporary files behind.
+        RequestFileIO::writeRequest(request);
+        QCOMPARE(QDir(FileStore::requestsDirectory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
     }
 
     // An old ~/Tarvel moves into the data folder once: whole when there is none yet (across file
@@ -281,56 +274,6 @@ private Q_SLOTS:
         QVERIFY(DataFolderMove::takeUnrecorded().isEmpty());
     }
 
-    void foldersAndFilesArePrivate()
-    {
-        TestEnvironment env;
-        FileStore::ensureDirectoriesExist();
-        FileStore::ensureDirectoriesExist(); // existing folders are fine
-        for (const QString &folder :
-             {FileStore::baseDirectory(), FileStore::requestsDirectory(), FileStore::responsesDirectory(),
-              FileStore::completedRequestsDirectory(), FileStore::malformedRequestsDirectory()})
-            QCOMPARE(permissions(folder), 0700);
-
-        const ComposerRequest request = makeRequest(QStringLiteral("hello"));
-        RequestFileIO::writeRequest(request);
-        QCOMPARE(permissions(FileStore::requestURL(request.id)), 0600);
-        RequestFileIO::writeResponse({request.id, QDateTime::currentDateTimeUtc(),
-                                      ComposerResponse::Disposition::submitted, QStringLiteral("bye")});
-        QCOMPARE(permissions(FileStore::responseURL(request.id)), 0600);
-
-        // Rewriting leaves no temporary files behind.
-        RequestFileIO::writeRequest(request);
-        QCOMPARE(QDir(FileStore::requestsDirectory()).entryList(QDir::Files | QDir::Hidden).size(), 1);
-    }
-
-    void fileNames()
-    {
-        TestEnvironment env;
-        const QUuid id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
-        QCOMPARE(QFileInfo(FileStore::requestURL(id)).fileName(),
-                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.json"));
-        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(id)).fileName(),
-                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.done"));
-        QCOMPARE(
-            RequestFileIO::requestIdentifier(QStringLiteral("/x/6f9619ff-8b86-d011-b42d-00c04fc964ff.json")),
-            id);
-        QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/abc.json")));
-        QVERIFY(!RequestFileIO::requestIdentifier(QStringLiteral("/x/notes.txt")));
-    }
-
-    // The order (oldest first) and retiring answered requests are driven through the queue in
-    // tst_requestintake; these are the cases it does not reach.
-    void pendingListKeepsOnlyVisibleJson()
-    {
-        TestEnvironment env;
-        FileStore::ensureDirectoriesExist();
-        const QDir requests(FileStore::requestsDirectory());
-        for (const char *name : {"a.json", "notes.JSON", ".hidden.json", "draft.json.tmp"})
-            writeRaw(requests.filePath(QString::fromLatin1(name)), "{}");
-        QVERIFY(requests.mkdir(QStringLiteral("folder.json")));
-        QCOMPARE(names(RequestFileIO::pendingRequestURLs()), QStringList{QStringLiteral("a.json")});
-    }
-
     void completionAndRetirementEdgeCases()
     {
         TestEnvironment env;
@@ -351,14 +294,10 @@ private Q_SLOTS:
         RequestFileIO::removeRequest(nobody);
         RequestFileIO::removeResponse(nobody);
         RequestFileIO::retireCompletedRequestArtifacts(nobody);
-    }
 
-    void retirementKeepsTheMarkerWhileTheRequestStays()
-    {
-        TestEnvironment env;
+        // The marker stays while its request could not be removed.
         if (::geteuid() == 0)
             QSKIP("root may remove files from a read-only folder");
-        const ComposerRequest request = makeRequest(QStringLiteral("x"));
         RequestFileIO::writeRequest(request);
         RequestFileIO::markRequestCompleted(request.id);
         QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
@@ -434,14 +373,33 @@ private Q_SLOTS:
         QCOMPARE(after.st_uid, before.st_uid);
     }
 
-    void quarantineNeverCollides()
+    // The order (oldest first) and retiring answered requests are driven through the queue in
+    // tst_requestintake; these are the cases it does not reach: the names, which files are
+    // pending requests, and moving a malformed one aside without replacing an earlier one.
+    void requestFileNamesAndQuarantine()
     {
         TestEnvironment env;
+        const QUuid id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
+        QCOMPARE(QFileInfo(FileStore::requestURL(id)).fileName(),
+                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.json"));
+        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(id)).fileName(),
+                 QStringLiteral("6F9619FF-8B86-D011-B42D-00C04FC964FF.done"));
         FileStore::ensureDirectoriesExist();
-        const QString bad = QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("abc.json"));
-        writeRaw(bad, "first");
+        const QDir requests(FileStore::requestsDirectory());
+        for (const char *name :
+             {"6f9619ff-8b86-d011-b42d-00c04fc964ff.json", "notes.JSON", ".hidden.json", "draft.json.tmp"})
+            DataFile::write(requests.filePath(QString::fromLatin1(name)), "{}");
+        QVERIFY(requests.mkdir(QStringLiteral("folder.json")));
+        const QList<QString> pending = RequestFileIO::pendingRequestURLs();
+        QCOMPARE(pending.size(), 1);
+        QCOMPARE(RequestFileIO::requestIdentifier(pending.first()), id);
+        QVERIFY(!RequestFileIO::requestIdentifier(requests.filePath(QStringLiteral("notes.txt"))));
+
+        const QString bad = requests.filePath(QStringLiteral("abc.json"));
+        QVERIFY(!RequestFileIO::requestIdentifier(bad));
+        DataFile::write(bad, "first");
         const QString firstDestination = RequestFileIO::quarantineMalformedRequest(bad);
-        writeRaw(bad, "second");
+        DataFile::write(bad, "second");
         const QString secondDestination = RequestFileIO::quarantineMalformedRequest(bad);
         QVERIFY(firstDestination != secondDestination);
         QVERIFY(!DataFile::exists(bad));

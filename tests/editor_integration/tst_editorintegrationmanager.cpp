@@ -59,7 +59,6 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("config");
         QTest::addColumn<bool>("shimExecutable");
         QTest::addColumn<QString>("expected");
-        QTest::newRow("empty") << "bash" << QByteArray() << true << "notConfigured";
         QTest::newRow("export, double quotes") << "bash" << kBlock << true << "installed";
         QTest::newRow("no export, single quotes, indented")
             << "zsh" << QByteArray("  VISUAL = '~/.local/bin/tarvel-edit'\n") << true << "installed";

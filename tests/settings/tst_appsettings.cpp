@@ -88,7 +88,9 @@ private Q_SLOTS:
         f.defaults.setInteger(QStringLiteral("Count"), -42);
         f.defaults.setData(QStringLiteral("Blob"), QByteArray("{\n  \"k\": \"\xc3\xa9\"\n}\n"));
         f.defaults.setRecord(QStringLiteral("Record"), Sample{7});
-        UserDefaults reopened(f.defaults.location());
+        // The application's own store is that file (the first to ask opens it), read afresh.
+        UserDefaults &reopened = UserDefaults::standard();
+        QCOMPARE(reopened.location(), f.env.path(QStringLiteral(".config/Tarvel/Tarvel.conf")));
         QCOMPARE(reopened.string(QStringLiteral("Text")), QStringLiteral("a, \"quoted\" = value\nnext line"));
         QCOMPARE(reopened.boolean(QStringLiteral("Flag")), false);
         QCOMPARE(reopened.integer(QStringLiteral("Count")), -42);
@@ -155,38 +157,19 @@ private Q_SLOTS:
     }
 
     // Window frames as text: fractions survive, loose spacing reads, anything else is absent.
-    void rectsAsTheMacWritesThem_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<std::optional<QRectF>>("expected");
-
-        QTest::newRow("spaced") << QStringLiteral(" {{ 1 ,-2 },{3.5, 4e2}} ")
-                                << std::optional<QRectF>(QRectF(1, -2, 3.5, 400));
-        QTest::newRow("trailing text")
-            << QStringLiteral("{{1, 2}, {3, 4}} and more") << std::optional<QRectF>();
-        QTest::newRow("empty") << QString() << std::optional<QRectF>();
-    }
     void rectsAsTheMacWritesThem()
     {
-        QFETCH(QString, text);
-        QFETCH(std::optional<QRectF>, expected);
         Fixture f;
-        UserDefaults &defaults = f.defaults;
-        defaults.setString(QStringLiteral("Frame"), text);
-        QCOMPARE(defaults.rect(QStringLiteral("Frame")), expected);
-
+        const QString key = QStringLiteral("Frame");
         const QRectF fractional(12.25, -350.1, 640.5, 1e-3);
-        defaults.setRect(QStringLiteral("Frame"), fractional);
-        QCOMPARE(defaults.rect(QStringLiteral("Frame")), std::optional<QRectF>(fractional));
-    }
-
-    void standardStoreFollowsTheConfigHome()
-    {
-        Fixture f;
-        QCOMPARE(UserDefaults::standard().location(),
-                 f.env.path(QStringLiteral(".config/Tarvel/Tarvel.conf")));
-        UserDefaults::standard().setBool(QStringLiteral("Probe"), true);
-        QVERIFY(f.defaults.boolean(QStringLiteral("Probe")));
+        f.defaults.setRect(key, fractional);
+        QCOMPARE(f.defaults.rect(key), std::optional<QRectF>(fractional));
+        f.defaults.setString(key, QStringLiteral(" {{ 1 ,-2 },{3.5, 4e2}} "));
+        QCOMPARE(f.defaults.rect(key), std::optional<QRectF>(QRectF(1, -2, 3.5, 400)));
+        for (const QString &text : {QStringLiteral("{{1, 2}, {3, 4}} and more"), QString()}) {
+            f.defaults.setString(key, text);
+            QCOMPARE(f.defaults.rect(key), std::nullopt);
+        }
     }
 
     void backendChoice_data()
@@ -195,10 +178,8 @@ private Q_SLOTS:
         QTest::addColumn<QuickTaskCLIBackend>("expected");
         QTest::newRow("absent") << QString() << QuickTaskCLIBackend::codex;
         QTest::newRow("claude") << QStringLiteral("claude") << QuickTaskCLIBackend::claude;
-        QTest::newRow("opencode") << QStringLiteral("opencode") << QuickTaskCLIBackend::opencode;
         QTest::newRow("other case") << QStringLiteral("Claude") << QuickTaskCLIBackend::codex;
         QTest::newRow("padded") << QStringLiteral(" opencode") << QuickTaskCLIBackend::codex;
-        QTest::newRow("unknown") << QStringLiteral("gemini") << QuickTaskCLIBackend::codex;
     }
 
     void backendChoice()
@@ -242,16 +223,13 @@ private Q_SLOTS:
         QSignalSpy writes(&f.defaults, &UserDefaults::didChange);
         QCOMPARE(f.settings.quickTaskPresetSettings(), read);
         QCOMPARE(writes.count(), 0);
-    }
 
-    void undecodableStoreReadsAsNothing()
-    {
-        Fixture f;
+        // An undecodable store reads as nothing stored: the defaults, written back.
         f.defaults.setData(AppSettings::quickTaskPresetSettingsByBackendKey, "{\"codex\": {\"presets\": 3}}");
-        const QuickTaskPresetSettings read = f.settings.quickTaskPresetSettings();
-        QCOMPARE(read.presets, (QList<QuickTaskPreset>{preset("gpt-5.2-codex", "xhigh"),
-                                                       preset("gpt-5.1-codex-mini", "medium")}));
-        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::codex), read);
+        const QuickTaskPresetSettings defaults = f.settings.quickTaskPresetSettings();
+        QCOMPARE(defaults.presets, (QList<QuickTaskPreset>{preset("gpt-5.2-codex", "xhigh"),
+                                                           preset("gpt-5.1-codex-mini", "medium")}));
+        QCOMPARE(f.storedPresets().slot(QuickTaskCLIBackend::codex), defaults);
     }
 
     void presetsArePerBackend()
@@ -270,7 +248,8 @@ private Q_SLOTS:
         QVERIFY(f.storedPresets().slot(QuickTaskCLIBackend::opencode).has_value());
     }
 
-    void schemaReset()
+    // At start-up: an older schema's quick-task configuration is reset once, obsolete keys go.
+    void startUpHousekeeping()
     {
         Fixture f;
         f.defaults.setData(AppSettings::quickTaskPresetSettingsByBackendKey, "{}");
@@ -285,11 +264,7 @@ private Q_SLOTS:
         UserDefaults reopened(f.defaults.location());
         AppSettings(reopened).resetQuickTaskConfigurationForCurrentSchemaIfNeeded();
         QVERIFY(reopened.contains(AppSettings::quickTaskPresetSettingsByBackendKey));
-    }
 
-    void obsoleteKeysRemoved()
-    {
-        Fixture f;
         for (const QString &key : AppSettings::obsoleteKeys())
             f.defaults.setString(key, QStringLiteral("old"));
         f.defaults.setString(AppSettings::quickTaskBackendKey, QStringLiteral("claude"));

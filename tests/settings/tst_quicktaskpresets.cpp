@@ -91,25 +91,13 @@ private Q_SLOTS:
                  (QStringList{QStringLiteral("medium"), QStringLiteral("high")}));
     }
 
-    void codexVisibilityRule()
+    // A file the backend cannot read gives only its built-in models.
+    void unreadableToolFilesGiveNoModels_data()
     {
-        TestEnvironment env;
-        const auto entry = [](const char *slug, const QString &visibility) {
-            return CatalogFiles::codexEntry(QString::fromUtf8(slug), {QStringLiteral("low")},
-                                            QStringLiteral("low"), QStringLiteral("d"), visibility);
-        };
-        // Listed unless it says otherwise; "List" is not "list".
-        CatalogFiles::writeCodexCache(
-            env, CatalogFiles::codexCache(QJsonArray{
-                     entry("hidden", QStringLiteral("hide")), entry("no-key", QString()),
-                     entry("capital", QStringLiteral("List")), entry("listed", QStringLiteral("list"))}));
-        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::codex)),
-                 (QStringList{QStringLiteral("no-key"), QStringLiteral("listed")}));
-    }
-
-    void unreadableCodexCacheGivesNoModels_data()
-    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QByteArray>("contents");
+        const auto codex = QuickTaskCLIBackend::codex;
+        const auto opencode = QuickTaskCLIBackend::opencode;
         const QJsonObject good =
             CatalogFiles::codexEntry(QStringLiteral("gpt"), {QStringLiteral("low")}, QStringLiteral("low"));
         QJsonObject missingDescription = good;
@@ -121,23 +109,38 @@ private Q_SLOTS:
         QJsonObject numericSlug = good;
         numericSlug.insert(QStringLiteral("slug"), 5);
 
-        QTest::newRow("not JSON") << QByteArray("{\"models\": [");
-        QTest::newRow("no models key") << QByteArray("{\"fetched_at\": \"2026-01-01T00:00:00Z\"}");
-        QTest::newRow("an array") << QByteArray("[]");
+        QTest::newRow("codex: not JSON") << codex << QByteArray("{\"models\": [");
+        QTest::newRow("codex: no models key")
+            << codex << QByteArray("{\"fetched_at\": \"2026-01-01T00:00:00Z\"}");
+        QTest::newRow("codex: an array") << codex << QByteArray("[]");
         // One bad entry spoils the whole file, even next to good ones.
-        QTest::newRow("entry without description")
-            << CatalogFiles::codexCache(QJsonArray{good, missingDescription});
-        QTest::newRow("level without effort")
-            << CatalogFiles::codexCache(QJsonArray{good, levelWithoutEffort});
-        QTest::newRow("slug of the wrong type") << CatalogFiles::codexCache(QJsonArray{numericSlug, good});
+        QTest::newRow("codex: entry without description")
+            << codex << CatalogFiles::codexCache(QJsonArray{good, missingDescription});
+        QTest::newRow("codex: level without effort")
+            << codex << CatalogFiles::codexCache(QJsonArray{good, levelWithoutEffort});
+        QTest::newRow("codex: slug of the wrong type")
+            << codex << CatalogFiles::codexCache(QJsonArray{numericSlug, good});
+        QTest::newRow("opencode: comments (JSONC)")
+            << opencode << QByteArray("{\n // mine\n \"provider\": {}\n}");
+        QTest::newRow("opencode: no provider") << opencode << QByteArray(R"({"model": "anthropic/claude"})");
+        QTest::newRow("opencode: provider without models")
+            << opencode
+            << QByteArray(
+                   R"({"provider": {"a": {"models": {"x": {}}}, "anthropic": {"options": {"timeout": 1}}}})");
+        QTest::newRow("opencode: model name of the wrong type")
+            << opencode << QByteArray(R"({"provider": {"a": {"models": {"x": {"name": 1}}}}})");
+        QTest::newRow("opencode: empty file") << opencode << QByteArray();
     }
 
-    void unreadableCodexCacheGivesNoModels()
+    void unreadableToolFilesGiveNoModels()
     {
+        QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(QByteArray, contents);
         TestEnvironment env;
-        CatalogFiles::writeCodexCache(env, contents);
-        QVERIFY(modelsOf(QuickTaskCLIBackend::codex).isEmpty());
+        const bool codex = backend == QuickTaskCLIBackend::codex;
+        (codex ? CatalogFiles::writeCodexCache : CatalogFiles::writeOpenCodeConfig)(env, contents);
+        QCOMPARE(modelsOf(backend),
+                 codex ? QList<Model>() : QList<Model>{OpenCodeBackendProfile::defaultModel()});
     }
 
     // Missing, oversized and special files (a FIFO would hold a read for ever) are no models and
@@ -196,26 +199,37 @@ private Q_SLOTS:
         QCOMPARE(models.at(3).description, QStringLiteral("Ollama (local)"));
     }
 
-    // The tools move their folders with CODEX_HOME and XDG_CONFIG_HOME; the catalog follows.
+    // The tools move their folders with CODEX_HOME and XDG_CONFIG_HOME; the catalog follows. A codex
+    // model is listed unless it says otherwise; "List" is not "list".
     void toolFoldersFollowTheToolsEnvironment()
     {
         TestEnvironment env;
         env.set("CODEX_HOME", env.path(QStringLiteral("elsewhere/codex")));
         env.set("XDG_CONFIG_HOME", env.path(QStringLiteral("elsewhere/config")));
+        const auto entry = [](const char *slug, const QString &visibility) {
+            return CatalogFiles::codexEntry(QString::fromUtf8(slug), {QStringLiteral("low")},
+                                            QStringLiteral("low"), QStringLiteral("d"), visibility);
+        };
         CatalogFiles::write(env, QStringLiteral("elsewhere/codex/models_cache.json"),
-                            CatalogFiles::codexCache(QJsonArray{CatalogFiles::codexEntry(
-                                QStringLiteral("moved"), {QStringLiteral("low")}, QStringLiteral("low"))}));
+                            CatalogFiles::codexCache(QJsonArray{entry("hidden", QStringLiteral("hide")),
+                                                                entry("no-key", QString()),
+                                                                entry("capital", QStringLiteral("List")),
+                                                                entry("listed", QStringLiteral("list"))}));
         CatalogFiles::write(env, QStringLiteral("elsewhere/config/opencode/opencode.json"),
                             CatalogFiles::sample(QStringLiteral("opencode/opencode.json")));
-        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::codex)), QStringList{QStringLiteral("moved")});
+        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::codex)),
+                 (QStringList{QStringLiteral("no-key"), QStringLiteral("listed")}));
         QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode).size(), 7);
     }
 
-    void openCodeWalkTrimsAndDeduplicates()
+    // The walk trims and deduplicates; the sort puts the configured default first and is stable.
+    void openCodeWalkAndSort()
     {
         TestEnvironment env;
         CatalogFiles::writeOpenCodeConfig(env, R"({
+            "model": " p / B ",
             "provider": {
+                "p": {"models": {"c": {}, "b": {}, "a": {}, "A": {}, "B": {}}},
                 "alpha ": {"models": {"gpt": {"name": "from a padded provider key"}}},
                 "  ": {"name": "Blank", "models": {"m": {"name": "bare"}, " solo ": {}}},
                 "alpha": {"models": {" gpt ": {"name": " "}, "/gpt": {"name": "duplicate"}, "": {}}},
@@ -225,61 +239,16 @@ private Q_SLOTS:
         const QList<Model> models = modelsOf(QuickTaskCLIBackend::opencode);
         // "alpha" + "" gives "alpha"; "alpha" + "/gpt" and "alpha " + "gpt" canonicalise to the same
         // "alpha//gpt" as "alpha" + " gpt ", and the first in key order wins; the blank provider
-        // contributes bare model keys.
-        QCOMPARE(identifiers(models),
-                 (QStringList{QString(), QStringLiteral("alpha"), QStringLiteral("alpha//gpt"),
-                              QStringLiteral("m"), QStringLiteral("solo")}));
-        QCOMPARE(models.at(2).displayName, QStringLiteral("alpha//gpt")); // a blank name does not count
-        QCOMPARE(models.at(3).displayName, QStringLiteral("bare"));
-        QCOMPARE(models.at(3).description, QStringLiteral("Blank bare"));
-    }
-
-    void openCodeSortIsStableAndDefaultFirst()
-    {
-        TestEnvironment env;
-        // "A" and "a" compare equal without case, so they keep walk order ("A" sorts first by key).
-        CatalogFiles::writeOpenCodeConfig(env, R"({
-            "model": " p / B ",
-            "provider": {"p": {"models": {"c": {}, "b": {}, "a": {}, "A": {}, "B": {}}}}
-        })");
-        QCOMPARE(identifiers(modelsOf(QuickTaskCLIBackend::opencode)),
-                 (QStringList{QString(), QStringLiteral("p//B"), QStringLiteral("p//b"),
-                              QStringLiteral("p//A"), QStringLiteral("p//a"), QStringLiteral("p//c")}));
-    }
-
-    void unreadableOpenCodeConfigKeepsTheDefault_data()
-    {
-        QTest::addColumn<QByteArray>("contents");
-        QTest::newRow("comments (JSONC)") << QByteArray("{\n // mine\n \"provider\": {}\n}");
-        QTest::newRow("no provider") << QByteArray(R"({"model": "anthropic/claude"})");
-        QTest::newRow("provider without models") << QByteArray(
-            R"({"provider": {"a": {"models": {"x": {}}}, "anthropic": {"options": {"timeout": 1}}}})");
-        QTest::newRow("model name of the wrong type")
-            << QByteArray(R"({"provider": {"a": {"models": {"x": {"name": 1}}}}})");
-        QTest::newRow("empty file") << QByteArray();
-    }
-
-    void unreadableOpenCodeConfigKeepsTheDefault()
-    {
-        QFETCH(QByteArray, contents);
-        TestEnvironment env;
-        CatalogFiles::writeOpenCodeConfig(env, contents);
-        QCOMPARE(modelsOf(QuickTaskCLIBackend::opencode),
-                 QList<Model>{OpenCodeBackendProfile::defaultModel()});
-    }
-
-    void menuRows()
-    {
-        const QList<Model> openCode{OpenCodeBackendProfile::defaultModel(), model("OpenAI//GPT", {})};
-        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::opencode, openCode),
-                 (QList<QuickTaskPresetModelOption>{
-                     {QString(), QStringLiteral("default")},
-                     {QStringLiteral("OpenAI//GPT"), QStringLiteral("openai//gpt")}}));
-        // Only opencode has a default entry; elsewhere an empty identifier is just shown as it is.
-        const QList<Model> codex{model("GPT-5.2", {}), model("", {})};
-        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::codex, codex),
-                 (QList<QuickTaskPresetModelOption>{{QStringLiteral("GPT-5.2"), QStringLiteral("gpt-5.2")},
-                                                    {QString(), QString()}}));
+        // contributes bare model keys. The default matches "B" and "b" first; "A" and "a" compare
+        // equal without case, so they keep walk order ("A" sorts first by key).
+        QCOMPARE(
+            identifiers(models),
+            (QStringList{QString(), QStringLiteral("p//B"), QStringLiteral("p//b"), QStringLiteral("alpha"),
+                         QStringLiteral("alpha//gpt"), QStringLiteral("m"), QStringLiteral("p//A"),
+                         QStringLiteral("p//a"), QStringLiteral("p//c"), QStringLiteral("solo")}));
+        QCOMPARE(models.at(4).displayName, QStringLiteral("alpha//gpt")); // a blank name does not count
+        QCOMPARE(models.at(5).displayName, QStringLiteral("bare"));
+        QCOMPARE(models.at(5).description, QStringLiteral("Blank bare"));
     }
 
     // What a stored preset becomes against each backend's models (idempotent), and whether it was
@@ -421,8 +390,6 @@ private Q_SLOTS:
         const QuickTaskPreset unknown = preset("gpt-4o", "high"); // sanitises to unconfigured
         QTest::newRow("in range and available")
             << QList<QuickTaskPreset>{good, good, good} << 1 << codexCatalog() << 1;
-        QTest::newRow("clamped to the last")
-            << QList<QuickTaskPreset>{good, good, good} << 5 << codexCatalog() << 2;
         // Only nine are kept: the tenth selected becomes the ninth.
         QTest::newRow("clamped after the cut to nine")
             << QList<QuickTaskPreset>(10, good) << 9 << codexCatalog() << 8;
@@ -444,8 +411,20 @@ private Q_SLOTS:
         QTEST(stored.sanitized(models, QuickTaskCLIBackend::codex).selectedPresetIndex, "expected");
     }
 
-    void menuTitles()
+    // The model rows of the preset menus, and the presets' titles with their shortcut labels.
+    void menus()
     {
+        const QList<Model> openCode{OpenCodeBackendProfile::defaultModel(), model("OpenAI//GPT", {})};
+        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::opencode, openCode),
+                 (QList<QuickTaskPresetModelOption>{
+                     {QString(), QStringLiteral("default")},
+                     {QStringLiteral("OpenAI//GPT"), QStringLiteral("openai//gpt")}}));
+        // Only opencode has a default entry; elsewhere an empty identifier is just shown as it is.
+        const QList<Model> codex{model("GPT-5.2", {}), model("", {})};
+        QCOMPARE(Catalog::presetModelOptions(QuickTaskCLIBackend::codex, codex),
+                 (QList<QuickTaskPresetModelOption>{{QStringLiteral("GPT-5.2"), QStringLiteral("gpt-5.2")},
+                                                    {QString(), QString()}}));
+
         TestEnvironment env;
         UserDefaults defaults(env.path(QStringLiteral("defaults.conf")));
         KeyboardShortcuts shortcuts(defaults, ShortcutDisplayStyle::standard);
