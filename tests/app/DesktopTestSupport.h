@@ -85,6 +85,12 @@ inline QRect frameGeometry(const QString &windowId)
     return geometry(windowId).rect().adjusted(-extents[0], -extents[2], extents[1], extents[3]);
 }
 
+// A rectangle as the window probe and sway's IPC write it: {"x", "y", "width", "height"}.
+inline QRect rectOf(const QJsonValue &value)
+{
+    return {value[u"x"].toInt(), value[u"y"].toInt(), value[u"width"].toInt(), value[u"height"].toInt()};
+}
+
 // Asks tarvel's window probe, as an outside tool does, to write where the target window is to
 // answerPath (the probe opens a closed window first).
 inline void requestFrame(const QString &target, const QString &answerPath)

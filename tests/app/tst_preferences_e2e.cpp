@@ -70,13 +70,6 @@ private:
     PreferencesWindow m_window{m_defaults, m_shortcuts, nullptr};
 };
 
-QRect rectOf(const QJsonValue &value)
-{
-    const QJsonObject object = value.toObject();
-    return QRect(object.value(u"x").toInt(), object.value(u"y").toInt(), object.value(u"width").toInt(),
-                 object.value(u"height").toInt());
-}
-
 // The key code stored for the system-wide shortcut, -1 for none.
 int storedScratchShortcutKeyCode(const Application &app)
 {

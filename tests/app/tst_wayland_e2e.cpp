@@ -33,13 +33,6 @@ QJsonObject swayWindow(const std::function<bool(const QJsonObject &)> &wanted, Q
     return {};
 }
 
-QRect rectOf(const QJsonObject &window, QStringView key = u"rect")
-{
-    const QJsonObject rect = window.value(key).toObject();
-    return QRect(rect.value(u"x").toInt(), rect.value(u"y").toInt(), rect.value(u"width").toInt(),
-                 rect.value(u"height").toInt());
-}
-
 std::function<bool(const QJsonObject &)> titled(const QString &title)
 {
     return [title](const QJsonObject &window) {
@@ -116,8 +109,8 @@ void WaylandEndToEndTest::composerTrayPreferencesAndDoctorUnderSway()
     QTRY_VERIFY_WITH_TIMEOUT(swayWindow(isComposer).value(u"focused").toBool(), 15000);
     app.adoptStartedCopy();
     const QJsonObject composer = swayWindow(isComposer);
-    const QRect terminal = rectOf(swayWindow(isFoot));
-    const QRect panel = rectOf(composer);
+    const QRect terminal = rectOf(swayWindow(isFoot)[u"rect"]);
+    const QRect panel = rectOf(composer[u"rect"]);
     waylandScreenshot(u"wayland-sway-composer"_s);
 
     // Floating at its own size, its bottom edge 20 px above the terminal's, centred on it.
@@ -128,8 +121,8 @@ void WaylandEndToEndTest::composerTrayPreferencesAndDoctorUnderSway()
 
     // It grows upward with its text, its bottom edge where it was.
     shell(u"wtype ' typed under sway' -k Return 'a second line'"_s);
-    QTRY_VERIFY(rectOf(swayWindow(isComposer)).height() > panel.height());
-    QTRY_COMPARE(rectOf(swayWindow(isComposer)).bottom(), panel.bottom());
+    QTRY_VERIFY(rectOf(swayWindow(isComposer)[u"rect"]).height() > panel.height());
+    QTRY_COMPARE(rectOf(swayWindow(isComposer)[u"rect"]).bottom(), panel.bottom());
 
     shell(u"wtype -M ctrl -k Return -m ctrl"_s);
     QTRY_COMPARE_WITH_TIMEOUT(readFile(root.filePath(u"status"_s)), QByteArray("0\n"), 5000);
@@ -147,7 +140,7 @@ void WaylandEndToEndTest::composerTrayPreferencesAndDoctorUnderSway()
     QTRY_VERIFY(QFile::exists(root.filePath(u"probe"_s)));
     waylandScreenshot(u"wayland-sway-preferences"_s);
     QCOMPARE(swayWindow(isPreferences).value(u"type").toString(), u"floating_con"_s);
-    QCOMPARE(rectOf(swayWindow(isPreferences), u"window_rect").size(), QSize(700, 500));
+    QCOMPARE(rectOf(swayWindow(isPreferences)[u"window_rect"]).size(), QSize(700, 500));
 
     // doctor names the tray's host, and the line for sway's configuration with the running tarvel, as
     // no tarvel on PATH is this one.
