@@ -1,5 +1,5 @@
-// The application on a real desktop: xterm, git and tarvel-edit against the real
-// tarvel, driven with xdotool. Runs inside tests/e2e/desktop-session.sh.
+// The application on a real desktop: xterm, git and tarvel-edit against the real tarvel, driven
+// with xdotool; the composer's editing aids in a commit. Runs inside tests/e2e/desktop-session.sh.
 #include "DesktopTestSupport.h"
 
 #include <QTemporaryDir>
@@ -7,124 +7,157 @@
 using namespace desktop_test;
 
 namespace {
-// The window manager's frame around a client window, as _NET_FRAME_EXTENTS gives it.
-Geometry outerGeometry(const QString &windowId)
-{
-    const QString text =
-        run(QStringLiteral("xprop"), {QStringLiteral("-id"), windowId, QStringLiteral("_NET_FRAME_EXTENTS")});
-    QList<int> extents; // left, right, top, bottom
-    for (const QString &part : text.section(u'=', 1).split(u',', Qt::SkipEmptyParts))
-        extents.append(part.trimmed().toInt());
-    if (extents.size() != 4)
-        extents = {0, 0, 0, 0};
-    const Geometry client = geometry(windowId);
-    return {client.x - extents[0], client.y - extents[2], client.width + extents[0] + extents[1],
-            client.height + extents[2] + extents[3]};
-}
+const QString kFile = u"src/parser/lexer.cpp"_s;
 
+// The list is a window of its own that never takes the keyboard (an override-redirect one on X11,
+// which carries no process id).
+bool completionListShows()
+{
+    return !xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Tarvel Completions$"_s}).isEmpty();
+}
 } // namespace
 
 class AppEndToEndTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
+    void init()
     {
-        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
+        QVERIFY(m_root.emplace().isValid());
+        m_app.emplace(m_root->filePath(u"app"_s));
     }
-
-    void gitCommitThroughTheComposer()
+    void cleanup()
     {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        app.start();
-        const GitCommitInXterm commit(root, app);
-        const QString composer = app.waitForComposer();
-        screenshot(QStringLiteral("composer-over-xterm"));
-
-        // Over the xterm: centred on it, its bottom 20 pixels above the xterm's bottom.
-        const QStringList xtermWindows = windowsOf(commit.xterm().processId());
-        QVERIFY(!xtermWindows.isEmpty());
-        const Geometry terminal = outerGeometry(xtermWindows.constFirst());
-        const Geometry panel = geometry(composer);
-        QVERIFY2(qAbs(panel.centerX() - terminal.centerX()) <= 2 &&
-                     qAbs(panel.bottom() - (terminal.bottom() - 20)) <= 2,
-                 qPrintable(QStringLiteral("panel %1,%2 terminal %3,%4")
-                                .arg(panel.centerX())
-                                .arg(panel.bottom())
-                                .arg(terminal.centerX())
-                                .arg(terminal.bottom())));
-        QCOMPARE(activeWindow(), composer);
-
-        type(QStringLiteral("Fix the parser"));
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
-        QCOMPARE(commit.lastMessage(), QStringLiteral("Fix the parser"));
-        // The focus goes back to the terminal that asked.
-        QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), xtermWindows.constFirst(), 5000);
-    }
-
-    // Requests wait their turn oldest first: the next one follows an answer without any new
-    // notification, and the waiting ones, the one on screen too, outlive a crash.
-    void requestsQueueOldestFirstAndSurviveACrash()
-    {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        app.start();
-        std::vector<std::unique_ptr<QProcess>> helpers;
-        QStringList files;
-        for (const char *name : {"one", "two", "three"}) {
-            files << root.filePath(QString::fromLatin1(name));
-            writeFile(files.last(), name);
-            helpers.push_back(startHelper(app, files.last()));
-            // Each request is on disk before the next, so that their order is known.
-            QTRY_COMPARE(QDir(app.dataFolder() + QStringLiteral("/Requests")).entryList(QDir::Files).size(),
-                         qsizetype(helpers.size()));
-        }
-        const auto answer = [&](int index) {
-            app.waitForComposer();
-            type(QStringLiteral(" %1").arg(index));
-            key(QStringLiteral("ctrl+Return"));
-            QVERIFY(helpers[index]->waitForFinished(10000));
-            QCOMPARE(helpers[index]->exitCode(), 0);
-        };
-        answer(0);
-        app.waitForComposer();
-        app.kill(SIGKILL);
-        app.start();
-        answer(1);
-        answer(2);
-        for (int index = 0; index < 3; ++index)
-            QCOMPARE(readFile(files[index]),
-                     QFileInfo(files[index]).fileName().toUtf8() + ' ' + QByteArray::number(index));
+        m_app.reset();
+        m_root.reset();
     }
 
     // A commit message half typed when Tarvel dies is there again when the next copy serves the same
-    // request, and reaches git.
+    // request, over the xterm that asked, and reaches git; the focus then goes back to the xterm.
     void typedTextSurvivesACrashIntoTheCommit()
     {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        app.start();
-        const GitCommitInXterm commit(root, app);
-        activate(app.waitForComposer());
-        type(QStringLiteral("Survive the crash"));
-        const QString drafts = app.dataFolder() + QStringLiteral("/Drafts");
-        QTRY_COMPARE_WITH_TIMEOUT(QDir(drafts).entryList(QDir::Files).size(), qsizetype(1), 5000);
-        QTRY_VERIFY_WITH_TIMEOUT(readFile(drafts + u'/' + QDir(drafts).entryList(QDir::Files).constFirst())
-                                     .contains("Survive the crash"),
-                                 5000);
-        QCOMPARE(QFileInfo(drafts + u'/' + QDir(drafts).entryList(QDir::Files).constFirst()).permissions() &
-                     0x0777,
-                 QFile::ReadUser | QFile::WriteUser); // no group or other bits
-        app.kill(SIGKILL);
-        app.start(); // within the helper's wait for a new copy
-        app.waitForComposer();
-        screenshot(QStringLiteral("composer-restored-draft"));
-        key(QStringLiteral("ctrl+Return"));
+        m_app->start();
+        const GitCommitInXterm commit(*m_root, *m_app);
+        activate(m_app->waitForComposer());
+        type(u"Survive the crash"_s);
+        const QString drafts = m_app->dataFolder() + u"/Drafts"_s;
+        const auto draft = [&] {
+            const QStringList files = QDir(drafts).entryList(QDir::Files);
+            return files.size() == 1 ? readFile(drafts + u'/' + files.constFirst()) : QByteArray();
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(draft().contains("Survive the crash"), 5000);
+        m_app->kill(SIGKILL);
+        m_app->start(); // within the helper's wait for a new copy
+        const QString composer = m_app->waitForComposer();
+        screenshot(u"composer-restored-draft"_s);
+
+        // Over the xterm: centred on it, its bottom 20 pixels above the xterm's bottom.
+        const QRect terminal = frameGeometry(commit.terminalWindow());
+        const QRect panel = geometry(composer).rect();
+        QVERIFY2(qAbs(panel.center().x() - terminal.center().x()) <= 2 &&
+                     qAbs(panel.bottom() - (terminal.bottom() - 20)) <= 2,
+                 qPrintable(QDebug::toString(panel) + QDebug::toString(terminal)));
+        QCOMPARE(activeWindow(), composer);
+        key(u"ctrl+Return"_s);
         QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
-        QCOMPARE(commit.lastMessage(), QStringLiteral("Survive the crash"));
-        QTRY_VERIFY_WITH_TIMEOUT(QDir(drafts).entryList(QDir::Files).isEmpty(), 5000); // answered: gone
+        QCOMPARE(commit.lastMessage(), u"Survive the crash"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), commit.terminalWindow(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(QDir(drafts).isEmpty(), 5000); // answered: gone
+    }
+
+    // An `@` mention of a file of the repository that git commit runs in, completed with Tab; then
+    // the prompt history, which outlives a SIGKILL right after the answer and brings the prompt back
+    // with Up and with the search.
+    void mentionIntoACommitThenHistoryAfterAKill()
+    {
+        m_app->start();
+        const GitCommitInXterm commit(*m_root, *m_app, {kFile, u"README.md"_s});
+        m_app->waitForComposer();
+        type(u"Use @lexc"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(completionListShows(), 5000);
+        QTest::qWait(200); // the list follows the last key
+        screenshot(u"editing-mention-list"_s);
+        key(u"Tab"_s);
+        QTRY_VERIFY(!completionListShows());
+        type(u"in the fix"_s);
+        key(u"ctrl+Return"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+        const QString message = u"Use @%1 in the fix"_s.arg(kFile);
+        QCOMPARE(commit.lastMessage(), message);
+        // Killed as soon as the answer is there: the prompt was kept before it.
+        m_app->kill(SIGKILL);
+        const QString history = m_app->dataFolder() + u"/History/prompts.json"_s;
+        QVERIFY(readFile(history).contains(message.toUtf8().replace("/", "\\/")));
+        QCOMPARE(QFileInfo(history).permissions() & 0x0777, QFile::ReadUser | QFile::WriteUser);
+
+        // After a restart, Up in an empty composer of the same folder recalls it; the search finds it
+        // by a few letters, and fills the composer without sending it.
+        m_app->start();
+        const auto recall = [&](const QString &name, const std::function<void()> &keys) {
+            const QString file = m_root->filePath(name);
+            writeFile(file, {});
+            const auto helper = startHelper(*m_app, file, commit.repository());
+            activate(m_app->waitForComposer());
+            keys();
+            QTest::qWait(500);
+            QCOMPARE(helper->state(), QProcess::Running);
+            key(u"ctrl+Return"_s);
+            QVERIFY(helper->waitForFinished(10000));
+            QVERIFY(readFile(file).contains(message.toUtf8()));
+        };
+        recall(u"recalled.md"_s, [] { key(u"Up"_s); });
+        recall(u"searched.md"_s, [] {
+            key(u"ctrl+shift+h"_s);
+            QTest::qWait(300);
+            type(u"lexer fix"_s);
+            QTest::qWait(200);
+            screenshot(u"editing-history-search"_s);
+            key(u"Return"_s);
+        });
+    }
+
+    // Requests wait their turn oldest first: the next one follows an answer without any new
+    // notification, and the waiting ones, the one on screen too, outlive a crash. Quit with one
+    // on screen answers it as cancelled.
+    void requestsQueueOldestFirstSurviveACrashAndQuitCancels()
+    {
+        m_app->start();
+        std::vector<std::unique_ptr<QProcess>> helpers;
+        QStringList files;
+        for (const char *name : {"one", "two", "three"}) {
+            files << m_root->filePath(QString::fromLatin1(name));
+            writeFile(files.last(), name);
+            helpers.push_back(startHelper(*m_app, files.last()));
+            // Each request is on disk before the next, so that their order is known.
+            QTRY_COMPARE(QDir(m_app->dataFolder() + u"/Requests"_s).entryList(QDir::Files).size(),
+                         qsizetype(helpers.size()));
+        }
+        const auto answer = [&](int index) {
+            m_app->waitForComposer();
+            type(u" %1"_s.arg(index));
+            key(u"ctrl+Return"_s);
+            QVERIFY(helpers[index]->waitForFinished(10000));
+            QCOMPARE(helpers[index]->exitCode(), 0);
+            QCOMPARE(readFile(files[index]),
+                     QFileInfo(files[index]).fileName().toUtf8() + ' ' + QByteArray::number(index));
+        };
+        answer(0);
+        m_app->waitForComposer();
+        m_app->kill(SIGKILL);
+        m_app->start();
+        answer(1);
+        m_app->waitForComposer();
+
+        // Quit is the tray menu's last item; "Quit" is the confirmation's default button.
+        m_app->chooseFromMenu(-1);
+        QTest::qWait(800);
+        screenshot(u"quit-confirmation"_s);
+        key(u"Return"_s);
+        QVERIFY(m_app->waitForExit(10000));
+        QVERIFY(helpers[2]->waitForFinished(10000));
+        QCOMPARE(helpers[2]->exitCode(), 1);
+        QVERIFY(helpers[2]->readAllStandardError().contains("tarvel-edit: editing cancelled"));
+        QCOMPARE(readFile(files[2]), QByteArray("three"));
     }
 
     // Ctrl-C in the terminal while the composer is open: the composer stays with its text, says the
@@ -132,29 +165,26 @@ private Q_SLOTS:
     // written for a helper that is gone.
     void interruptedHelperLeavesTheTextToCopy()
     {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        app.start();
-        const QString file = root.filePath(QStringLiteral("prompt.md"));
+        m_app->start();
+        const QString file = m_root->filePath(u"prompt.md"_s);
         writeFile(file, "");
-        const QString status = root.filePath(QStringLiteral("status"));
+        const QString status = m_root->filePath(u"status"_s);
         QProcess xterm;
-        startXterm(xterm, app,
-                   QStringLiteral("trap true INT; '%1' '%2'; echo $? > '%3'; sleep 60")
-                       .arg(kTarvelEdit, file, status));
-        const QString composer = app.waitForComposer();
-        type(QStringLiteral("Nothing typed is lost"));
+        startXterm(xterm, *m_app,
+                   u"trap true INT; '%1' '%2'; echo $? > '%3'; sleep 60"_s.arg(kTarvelEdit, file, status));
+        const QString composer = m_app->waitForComposer();
+        type(u"Nothing typed is lost"_s);
         activate(windowsOf(xterm.processId()).value(0));
-        key(QStringLiteral("ctrl+c"));
+        key(u"ctrl+c"_s);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("130"), 10000);
         QTest::qWait(500);
-        QCOMPARE(app.composerWindow(), composer);
+        QCOMPARE(m_app->composerWindow(), composer);
         activate(composer);
-        screenshot(QStringLiteral("composer-withdrawn"), composer);
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("Nothing typed is lost"), 5000);
-        QVERIFY(QDir(app.dataFolder() + QStringLiteral("/Responses")).entryList(QDir::Files).isEmpty());
+        screenshot(u"composer-withdrawn"_s, composer);
+        key(u"ctrl+Return"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->composerWindow().isEmpty(), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), u"Nothing typed is lost"_s, 5000);
+        QVERIFY(QDir(m_app->dataFolder() + u"/Responses"_s).entryList(QDir::Files).isEmpty());
         QCOMPARE(readFile(file), QByteArray());
         xterm.kill();
         xterm.waitForFinished();
@@ -163,49 +193,23 @@ private Q_SLOTS:
     // A data folder that cannot be prepared is recorded after the log has been read, never over it.
     void startUpFailureKeepsTheErrorLog()
     {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        writeFile(app.dataFolder() + QStringLiteral("/Requests"), "a file where the folder belongs");
-        writeFile(app.dataFolder() + QStringLiteral("/Errors/errors.json"),
+        writeFile(m_app->dataFolder() + u"/Requests"_s, "a file where the folder belongs");
+        const QString log = m_app->dataFolder() + u"/Errors/errors.json"_s;
+        writeFile(log,
                   R"([{"detail":"d","id":"8F0E3C2A-5B1D-4C6E-9A7F-1D2E3F4A5B6C",)"
                   R"("recordedAt":"2026-11-20T10:00:00Z","source":"Launch","title":"Earlier problem."}])");
-        app.start();
-        QTRY_VERIFY_WITH_TIMEOUT(!app.otherWindow({}).isEmpty(), 10000); // the alert, once free
-        const QJsonArray entries =
-            QJsonDocument::fromJson(readFile(app.dataFolder() + QStringLiteral("/Errors/errors.json")))
-                .array();
+        m_app->start();
+        QTRY_VERIFY_WITH_TIMEOUT(!m_app->otherWindow({}).isEmpty(), 10000); // the alert, once free
         QStringList titles;
-        for (const QJsonValue &entry : entries)
-            titles.append(entry.toObject().value(u"title").toString());
-        QVERIFY2(titles.contains(QStringLiteral("Failed to prepare app support data.")),
-                 qPrintable(titles.join(u'|')));
-        QCOMPARE(titles.constLast(), QStringLiteral("Earlier problem."));
+        for (const QJsonValue &entry : QJsonDocument::fromJson(readFile(log)).array())
+            titles.append(entry[u"title"].toString());
+        QVERIFY2(titles.contains(u"Failed to prepare app support data."_s), qPrintable(titles.join(u'|')));
+        QCOMPARE(titles.constLast(), u"Earlier problem."_s);
     }
 
-    void quitWithAWaitingRequestCancelsIt()
-    {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")));
-        app.start();
-        const QString file = root.filePath(QStringLiteral("edit.txt"));
-        writeFile(file, "keep this");
-        auto helper = startHelper(app, file);
-        app.waitForComposer();
-
-        // Quit is the tray menu's last item; "Quit" is the confirmation's default button.
-        app.openMenu();
-        screenshot(QStringLiteral("status-menu"));
-        key(QStringLiteral("Up"));
-        key(QStringLiteral("Return"));
-        QTest::qWait(800);
-        screenshot(QStringLiteral("quit-confirmation"));
-        key(QStringLiteral("Return"));
-        QVERIFY(app.waitForExit(10000));
-
-        QVERIFY(helper->waitForFinished(10000));
-        QCOMPARE(helper->exitCode(), 1);
-        QVERIFY(helper->readAllStandardError().contains("tarvel-edit: editing cancelled"));
-    }
+private:
+    std::optional<QTemporaryDir> m_root;
+    std::optional<Application> m_app;
 };
 
 QTEST_GUILESS_MAIN(AppEndToEndTest)

@@ -13,6 +13,8 @@
 #include <QStyle>
 #include <QtTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 // What org.freedesktop.portal.Settings answers: the color-scheme number, wrapped twice as the
@@ -41,12 +43,11 @@ class AppearanceTest final : public QObject {
 private Q_SLOTS:
     void palettesFollowThePortal()
     {
-        QDBusConnection portal =
-            QDBusConnection::connectToBus(QDBusConnection::SessionBus, QStringLiteral("portal"));
+        QDBusConnection portal = QDBusConnection::connectToBus(QDBusConnection::SessionBus, u"portal"_s);
         FakePortalSettings settings;
-        QVERIFY(portal.registerObject(QStringLiteral("/org/freedesktop/portal/desktop"), &settings,
+        QVERIFY(portal.registerObject(u"/org/freedesktop/portal/desktop"_s, &settings,
                                       QDBusConnection::ExportAllSlots));
-        QVERIFY(portal.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
+        QVERIFY(portal.registerService(u"org.freedesktop.portal.Desktop"_s));
         const QPalette original = QApplication::palette();
         const QColor dark = AppearanceController::darkPalette().color(QPalette::Window);
         const QColor light = QApplication::style()->standardPalette().color(QPalette::Window);
@@ -55,10 +56,10 @@ private Q_SLOTS:
         AppearanceController appearance(ColorSchemeSource::create());
         QTRY_COMPARE(QApplication::palette().color(QPalette::Window), dark);
         const auto change = [&](uint scheme) {
-            QDBusMessage signal = QDBusMessage::createSignal(
-                QStringLiteral("/org/freedesktop/portal/desktop"),
-                QStringLiteral("org.freedesktop.portal.Settings"), QStringLiteral("SettingChanged"));
-            signal << QStringLiteral("org.freedesktop.appearance") << QStringLiteral("color-scheme")
+            QDBusMessage signal =
+                QDBusMessage::createSignal(u"/org/freedesktop/portal/desktop"_s,
+                                           u"org.freedesktop.portal.Settings"_s, u"SettingChanged"_s);
+            signal << u"org.freedesktop.appearance"_s << u"color-scheme"_s
                    << QVariant::fromValue(QDBusVariant(scheme));
             QVERIFY(portal.send(signal));
         };

@@ -6,6 +6,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
+
 using Severity = DiagnosticFinding::Severity;
 Q_DECLARE_METATYPE(Severity)
 
@@ -43,25 +45,23 @@ void DoctorTest::editorVariable_data()
     QTest::addColumn<Severity>("severity");
     QTest::addColumn<QString>("detailNames");
 
-    const QString helper = makeExecutable(m_dir.filePath(QStringLiteral("tarvel-edit")));
-    QDir().mkpath(m_dir.filePath(QStringLiteral("shim")));
-    const QString shim = makeExecutable(m_dir.filePath(QStringLiteral("shim/tarvel-edit")));
-    QDir().mkpath(m_dir.filePath(QStringLiteral("other")));
-    const QString other = makeExecutable(m_dir.filePath(QStringLiteral("other/tarvel-edit")));
+    const QString helper = makeExecutable(m_dir.filePath(u"tarvel-edit"_s));
+    QDir().mkpath(m_dir.filePath(u"shim"_s));
+    const QString shim = makeExecutable(m_dir.filePath(u"shim/tarvel-edit"_s));
+    QDir().mkpath(m_dir.filePath(u"other"_s));
+    const QString other = makeExecutable(m_dir.filePath(u"other/tarvel-edit"_s));
 
-    QTest::newRow("nothing set") << QString() << QString() << Severity::problem << QStringLiteral("Neither");
+    QTest::newRow("nothing set") << QString() << QString() << Severity::problem << u"Neither"_s;
     QTest::newRow("the shim") << shim << QString() << Severity::ok << shim;
     QTest::newRow("this helper, quoted, with an option")
-        << QStringLiteral("\"%1\" --wait").arg(helper) << QString() << Severity::ok
-        << QStringLiteral("this installation");
+        << u"\"%1\" --wait"_s.arg(helper) << QString() << Severity::ok << u"this installation"_s;
     // The assistants read EDITOR when VISUAL is unset, and only then.
-    QTest::newRow("EDITOR only") << QString() << shim << Severity::ok << QStringLiteral("EDITOR");
-    QTest::newRow("VISUAL before EDITOR") << QStringLiteral("nano") << shim << Severity::problem
-                                          << QStringLiteral("VISUAL is \u201cnano\u201d");
+    QTest::newRow("EDITOR only") << QString() << shim << Severity::ok << u"EDITOR"_s;
+    QTest::newRow("VISUAL before EDITOR")
+        << u"nano"_s << shim << Severity::problem << u"VISUAL is \u201cnano\u201d"_s;
     QTest::newRow("another installation") << other << QString() << Severity::warning << other;
-    QTest::newRow("a helper that is not there")
-        << m_dir.filePath(QStringLiteral("gone/tarvel-edit")) << QString() << Severity::problem
-        << QStringLiteral("not an executable file");
+    QTest::newRow("a helper that is not there") << m_dir.filePath(u"gone/tarvel-edit"_s) << QString()
+                                                << Severity::problem << u"not an executable file"_s;
 }
 
 void DoctorTest::editorVariable()
@@ -71,9 +71,8 @@ void DoctorTest::editorVariable()
     QFETCH(Severity, severity);
     QFETCH(QString, detailNames);
 
-    const DiagnosticFinding finding =
-        Doctor::editorVariableFinding(visual, editor, m_dir.filePath(QStringLiteral("tarvel-edit")),
-                                      m_dir.filePath(QStringLiteral("shim/tarvel-edit")));
+    const DiagnosticFinding finding = Doctor::editorVariableFinding(
+        visual, editor, m_dir.filePath(u"tarvel-edit"_s), m_dir.filePath(u"shim/tarvel-edit"_s));
     QCOMPARE(finding.severity, severity);
     QVERIFY2(finding.detail.contains(detailNames), qPrintable(finding.detail));
     QCOMPARE(finding.remedy.isEmpty(), severity == Severity::ok);
@@ -81,7 +80,7 @@ void DoctorTest::editorVariable()
 
 void DoctorTest::dataFolder()
 {
-    const QString folder = m_dir.filePath(QStringLiteral("Tarvel"));
+    const QString folder = m_dir.filePath(u"Tarvel"_s);
     QCOMPARE(Doctor::dataFolderFinding(folder).severity, Severity::ok); // made at first use
 
     QVERIFY(QDir().mkdir(folder));
@@ -89,48 +88,43 @@ void DoctorTest::dataFolder()
                                       QFileDevice::ReadOther | QFileDevice::ExeOther);
     const DiagnosticFinding shared = Doctor::dataFolderFinding(folder);
     QCOMPARE(shared.severity, Severity::warning);
-    QVERIFY(shared.remedy.contains(QStringLiteral("chmod 700")));
+    QVERIFY(shared.remedy.contains(u"chmod 700"_s));
 
     QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     QCOMPARE(Doctor::dataFolderFinding(folder).severity, Severity::ok);
 
-    const QString file = makeExecutable(m_dir.filePath(QStringLiteral("a file")));
+    const QString file = makeExecutable(m_dir.filePath(u"a file"_s));
     QCOMPARE(Doctor::dataFolderFinding(file).severity, Severity::problem);
 }
 
 // None set, its program found, or not: a warning that says what to do.
 void DoctorTest::recognizerCommand()
 {
-    const QString program = makeExecutable(m_dir.filePath(QStringLiteral("my recogniser")));
+    const QString program = makeExecutable(m_dir.filePath(u"my recogniser"_s));
     const auto finding = &Doctor::recognizerCommandFinding;
     QCOMPARE(finding(QString()).severity, Severity::ok);
-    QCOMPARE(finding(QStringLiteral("'%1' -m x").arg(program)).detail,
-             QStringLiteral("\u201c'%1' -m x\u201d runs %1.").arg(program));
-    QCOMPARE(finding(QStringLiteral("no-such-recogniser -m x")).severity, Severity::warning);
-    QCOMPARE(finding(m_dir.filePath(QStringLiteral("gone"))).severity, Severity::warning);
+    QCOMPARE(finding(u"'%1' -m x"_s.arg(program)).detail, u"\u201c'%1' -m x\u201d runs %1."_s.arg(program));
+    QCOMPARE(finding(u"no-such-recogniser -m x"_s).severity, Severity::warning);
+    QCOMPARE(finding(m_dir.filePath(u"gone"_s)).severity, Severity::warning);
     QFile::setPermissions(program, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
-    QVERIFY(
-        finding(QStringLiteral("'%1'").arg(program)).remedy.startsWith(QStringLiteral("Run \u201cchmod +x")));
+    QVERIFY(finding(u"'%1'"_s.arg(program)).remedy.startsWith(u"Run \u201cchmod +x"_s));
 }
 
 // Off by choice is fine; no dictionary, or none for the language, says which package to install.
 void DoctorTest::spelling()
 {
     const auto finding = &Doctor::spellingFinding;
-    const SpellDictionary english{QStringLiteral("en_US"), QStringLiteral("/d/en_US.aff"),
-                                  QStringLiteral("/d/en_US.dic")};
-    const QLocale german(QStringLiteral("de_DE"));
-    QCOMPARE(finding(QStringLiteral("off"), {}, german).severity, Severity::ok);
+    const SpellDictionary english{u"en_US"_s, u"/d/en_US.aff"_s, u"/d/en_US.dic"_s};
+    const QLocale german(u"de_DE"_s);
+    QCOMPARE(finding(u"off"_s, {}, german).severity, Severity::ok);
     QCOMPARE(finding(QString(), {}, german).severity, Severity::warning);
-    QVERIFY(
-        finding(QString(), {}, german).remedy.contains(QStringLiteral("sudo apt install hunspell-de-de")));
-    QVERIFY(finding(QString(), {}, QLocale::c()).remedy.contains(QStringLiteral("hunspell-en-us")));
+    QVERIFY(finding(QString(), {}, german).remedy.contains(u"sudo apt install hunspell-de-de"_s));
+    QVERIFY(finding(QString(), {}, QLocale::c()).remedy.contains(u"hunspell-en-us"_s));
     QCOMPARE(finding(QString(), {english}, german).severity, Severity::warning);
-    QCOMPARE(finding(QStringLiteral("en_US"), {english}, german).severity, Severity::ok); // chosen by hand
-    const DiagnosticFinding gone = finding(QStringLiteral("fr_FR"), {english}, QLocale::c());
+    QCOMPARE(finding(u"en_US"_s, {english}, german).severity, Severity::ok); // chosen by hand
+    const DiagnosticFinding gone = finding(u"fr_FR"_s, {english}, QLocale::c());
     QCOMPARE(gone.severity, Severity::warning);
-    QVERIFY(gone.detail.contains(QStringLiteral("fr_FR")) &&
-            gone.detail.contains(QStringLiteral("/d/en_US.dic")));
+    QVERIFY(gone.detail.contains(u"fr_FR"_s) && gone.detail.contains(u"/d/en_US.dic"_s));
 }
 
 QTEST_GUILESS_MAIN(DoctorTest)

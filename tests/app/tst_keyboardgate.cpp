@@ -1,7 +1,7 @@
 // When a window nobody asked for may take the keyboard, and what waits for that moment (offscreen).
 #include "app/AlertPresenter.h"
 #include "app/KeyboardGate.h"
-#include "core/Clock.h"
+#include "support/ManualClock.h"
 
 #include <QApplication>
 #include <QMessageBox>
@@ -10,17 +10,11 @@
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
+using namespace std::chrono_literals;
 using Origin = KeyboardGate::Origin;
 
 namespace {
-class ManualClock final : public Clock {
-public:
-    QDateTime now() const override { return m_now; }
-    void advance(int milliseconds) { m_now = m_now.addMSecs(milliseconds); }
-
-private:
-    QDateTime m_now{QDate(2026, 11, 24), QTime(9, 0), Qt::UTC};
-};
+const QDateTime kMorning(QDate(2026, 11, 24), QTime(9, 0), Qt::UTC);
 } // namespace
 
 class KeyboardGateTest final : public QObject {
@@ -29,7 +23,7 @@ class KeyboardGateTest final : public QObject {
 private Q_SLOTS:
     void theKeyboardIsFreeOnlyWhenNobodyTypes()
     {
-        ManualClock clock;
+        ManualClock clock(kMorning);
         KeyboardGate gate(clock, std::chrono::milliseconds(1000));
         QSignalSpy claimed(&gate, &KeyboardGate::keyboardClaimed);
         QVERIFY(gate.mayTakeKeyboard(Origin::unrequested));
@@ -41,9 +35,9 @@ private Q_SLOTS:
 
         gate.setComposersOnScreen(0); // just closed: the keys after a submit go where the focus went
         QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
-        clock.advance(999);
+        clock.advance(999ms);
         QVERIFY(!gate.mayTakeKeyboard(Origin::unrequested));
-        clock.advance(1);
+        clock.advance(1ms);
         QVERIFY(gate.mayTakeKeyboard(Origin::unrequested));
 
         // Two recorders overlap as the focus moves from one to the next.
@@ -59,7 +53,7 @@ private Q_SLOTS:
 
     void waitingActionsRunOnceTheGraceHasPassed()
     {
-        ManualClock clock;
+        ManualClock clock(kMorning);
         KeyboardGate gate(clock, std::chrono::milliseconds(50));
         QStringList ran;
         gate.whenKeyboardFree(this, [&] { ran << u"at once"_s; });
@@ -75,7 +69,7 @@ private Q_SLOTS:
         gate.setComposersOnScreen(0);
         QTest::qWait(100);
         QCOMPARE(ran.size(), 1); // the clock has not moved: still within the grace period
-        clock.advance(50);
+        clock.advance(50ms);
         QTRY_COMPARE(ran, (QStringList{u"at once"_s, u"prompt"_s, u"alert"_s}));
     }
 

@@ -1,52 +1,80 @@
 // The preferences window of the real tarvel on the headless desktop: opened from the tray menu,
 // measured by the window probe, and changing what an open scratch composer offers at once. Runs
 // inside tests/e2e/desktop-session.sh.
-#include "PreferencesGeometry.h"
+#include "DesktopTestSupport.h"
+
+#include "core/UserDefaults.h"
+#include "preferences/PreferencesWindow.h"
+#include "shortcuts/KeyboardShortcuts.h"
 #include "support/keygrabber/KeyGrabberProcess.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QTemporaryDir>
 
 using namespace desktop_test;
 
 namespace {
-
-QRect rectOf(const QJsonValue &value)
+QString preferencesWindowOf(const Application &app)
 {
-    const QJsonObject object = value.toObject();
-    return QRect(object.value(u"x").toInt(), object.value(u"y").toInt(), object.value(u"width").toInt(),
-                 object.value(u"height").toInt());
+    for (const QString &id : app.visibleWindows()) {
+        if (xdotool({u"getwindowname"_s, id}).startsWith(u"Preferences"))
+            return id;
+    }
+    return {};
 }
 
-// left, right, top, bottom
-QList<int> frameExtents(const QString &window)
-{
-    const QString line =
-        run(QStringLiteral("xprop"), {QStringLiteral("-id"), window, QStringLiteral("_NET_FRAME_EXTENTS")});
-    QList<int> extents;
-    for (const QString &part : line.section(u'=', 1).split(u',', Qt::SkipEmptyParts))
-        extents.append(part.trimmed().toInt());
-    return extents;
-}
+// Where the preferences window's controls sit: the same window is built in this process at the
+// real one's size (same display, style and fonts) and measured, like the tray menu's rows.
+class MeasuredPreferences final {
+public:
+    explicit MeasuredPreferences(const QString &realWindow)
+        : m_origin(geometry(realWindow))
+    {
+        m_window.setAttribute(Qt::WA_DontShowOnScreen); // laid out, never mapped
+        m_window.resize(m_origin.width, m_origin.height);
+        m_window.show();
+        QCoreApplication::processEvents();
+    }
 
-// What an outside tool does to learn where a window is.
-void requestFrame(const QString &target, const QString &answerPath)
-{
-    run(QStringLiteral("dbus-send"),
-        {QStringLiteral("--session"), QStringLiteral("--type=signal"), QStringLiteral("/zq/tarvel"),
-         QStringLiteral("zq.tarvel.DistributedNotifications.Posted"),
-         QStringLiteral("string:zq.tarvel.debug-window-request"),
-         QStringLiteral("dict:string:string:target,%1,response,%2").arg(target, answerPath)});
-}
+    // Scrolls both windows to their top or end, with the wheel over the real one's scroll bar (over
+    // the content a wheel would turn pop-ups). At either end the measured positions hold even where
+    // the content differs further away.
+    void scroll(bool toEnd) const
+    {
+        QScrollBar *bar = m_window.findChild<QScrollArea *>()->verticalScrollBar();
+        bar->setValue(toEnd ? bar->maximum() : 0);
+        const QPoint overBar = bar->mapTo(&m_window, bar->rect().center());
+        xdotool({u"mousemove"_s, QString::number(m_origin.x + overBar.x()),
+                 QString::number(m_origin.y + overBar.y()), u"click"_s, u"--repeat"_s, u"40"_s, u"--delay"_s,
+                 u"5"_s, toEnd ? u"5"_s : u"4"_s});
+        QTest::qWait(300);
+    }
+
+    // Clicks the centre of the named control in the real window.
+    void click(const QString &objectName) const
+    {
+        const auto *widget = m_window.findChild<QWidget *>(objectName);
+        QVERIFY2(widget, qPrintable(objectName));
+        const QPoint centre = widget->mapTo(&m_window, widget->rect().center());
+        desktop_test::click(m_origin.x + centre.x(), m_origin.y + centre.y());
+    }
+
+private:
+    Geometry m_origin;
+    QTemporaryDir m_folder;
+    UserDefaults m_defaults{m_folder.filePath(u"Tarvel.conf"_s)};
+    KeyboardShortcuts m_shortcuts{m_defaults};
+    PreferencesWindow m_window{m_defaults, m_shortcuts, nullptr};
+};
 
 // The key code stored for the system-wide shortcut, -1 for none.
 int storedScratchShortcutKeyCode(const Application &app)
 {
-    const QString text = QSettings(app.settingsFile(), QSettings::IniFormat)
-                             .value(QStringLiteral("KeyboardShortcuts_openScratchComposer"))
-                             .toString();
-    return QJsonDocument::fromJson(text.toUtf8()).object().value(u"carbonKeyCode").toInt(-1);
+    const QString text = app.setting(u"KeyboardShortcuts_openScratchComposer"_s).toString();
+    return QJsonDocument::fromJson(text.toUtf8())[u"carbonKeyCode"].toInt(-1);
 }
 
 constexpr int kKeyCodeJ = 0x26;
@@ -60,14 +88,12 @@ class PreferencesEndToEndTest final : public QObject {
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
         QVERIFY(m_root.isValid());
         m_app = std::make_unique<Application>(
             m_root.path(), m_fakes,
-            QMap<QString, QString>{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
-                                   {QStringLiteral("FAKE_OPENCODE_VERSION_DELAY"), QStringLiteral("0.1")}});
-        QSettings(m_app->settingsFile(), QSettings::IniFormat)
-            .setValue(QStringLiteral("PreferencesWindowContentSize"), QStringLiteral("{640, 740}"));
+            QMap<QString, QString>{{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s},
+                                   {u"FAKE_OPENCODE_VERSION_DELAY"_s, u"0.1"_s}});
+        m_app->setSetting(u"PreferencesWindowContentSize"_s, u"{640, 740}"_s);
         m_app->start();
     }
 
@@ -75,36 +101,27 @@ private Q_SLOTS:
     // with its frame, which is the client area xwininfo sees plus the window manager's frame.
     void trayOpensThePreferencesAndTheProbeMeasuresThem()
     {
-        m_app->openMenu();
-        key(QStringLiteral("Down")); // Quick Tasks
-        key(QStringLiteral("Down")); // Preferences…
-        key(QStringLiteral("Return"));
-        QTRY_VERIFY_WITH_TIMEOUT(!preferencesWindowOf(*m_app).isEmpty(), 10000);
-        const QString window = preferencesWindowOf(*m_app);
+        m_app->chooseFromMenu(2); // Preferences…
+        const QString window = waitForWindow([this] { return preferencesWindowOf(*m_app); });
         QTRY_COMPARE_WITH_TIMEOUT(geometry(window).width, 640, 5000);
         QCOMPARE(geometry(window).height, 740);
         QTest::qWait(300);
-        screenshot(QStringLiteral("preferences"), window);
+        screenshot(u"preferences"_s, window);
 
-        const QString answer = m_root.filePath(QStringLiteral("frame.json"));
-        requestFrame(QStringLiteral("preferences"), answer);
+        const QString answer = m_root.filePath(u"frame.json"_s);
+        requestFrame(u"preferences"_s, answer);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 5000);
         const QByteArray json = readFile(answer);
         QVERIFY2(json.startsWith("{\"target\":\"preferences\",\"windowNumber\":"), json.constData());
         const QJsonObject response = QJsonDocument::fromJson(json).object();
         QCOMPARE(response.value(u"windowNumber").toInteger(), window.toLongLong());
-        const Geometry client = geometry(window);
-        QCOMPARE(rectOf(response.value(u"contentFrame")),
-                 QRect(client.x, client.y, client.width, client.height));
-        const QList<int> extents = frameExtents(window);
-        QCOMPARE(extents.size(), 4);
-        QCOMPARE(rectOf(response.value(u"frame")),
-                 QRect(client.x - extents[0], client.y - extents[2], client.width + extents[0] + extents[1],
-                       client.height + extents[2] + extents[3]));
+        QCOMPARE(rectOf(response.value(u"contentFrame")), geometry(window).rect());
+        QVERIFY(frameGeometry(window) != geometry(window).rect()); // openbox's frame is around it
+        QCOMPARE(rectOf(response.value(u"frame")), frameGeometry(window));
         QCOMPARE(rectOf(response.value(u"screenVisibleFrame")), QRect(0, 28, 1280, 772)); // below the tray
         // An unknown target is not answered.
-        const QString unknown = m_root.filePath(QStringLiteral("unknown.json"));
-        requestFrame(QStringLiteral("errors"), unknown);
+        const QString unknown = m_root.filePath(u"unknown.json"_s);
+        requestFrame(u"errors"_s, unknown);
         QTest::qWait(500);
         QVERIFY(!QFile::exists(unknown));
     }
@@ -118,24 +135,23 @@ private Q_SLOTS:
         QVERIFY(!window.isEmpty());
         activate(window);
         const MeasuredPreferences measured(window);
-        measured.click(QStringLiteral("BackendPopup"));
+        measured.click(u"BackendPopup"_s);
         QTest::qWait(300);
-        key(QStringLiteral("Escape")); // the list the click opened
-        key(QStringLiteral("Down"));   // Claude
-        key(QStringLiteral("Down"));   // OpenCode
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QFile::exists(m_fakes.recordPath(QStringLiteral("opencode.version-answered"))), 10000);
-        measured.click(QStringLiteral("AddPreset"));
+        key(u"Escape"_s); // the list the click opened
+        key(u"Down"_s);   // Claude
+        key(u"Down"_s);   // OpenCode
+        QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(m_fakes.recordPath(u"opencode.version-answered"_s)), 10000);
+        measured.click(u"AddPreset"_s);
         QTest::qWait(500);
 
         activate(composer);
-        type(QStringLiteral("with the added preset"));
-        key(QStringLiteral("ctrl+3"));
-        key(QStringLiteral("ctrl+Return"));
-        const QStringList arguments = m_fakes.nextArguments(QStringLiteral("opencode"));
+        type(u"with the added preset"_s);
+        key(u"ctrl+3"_s);
+        key(u"ctrl+Return"_s);
+        const QStringList arguments = m_fakes.nextArguments(u"opencode"_s);
         QVERIFY2(!arguments.isEmpty(), "opencode did not run");
-        QCOMPARE(arguments.constLast(), QStringLiteral("with the added preset"));
-        QCOMPARE(arguments.at(arguments.indexOf(QStringLiteral("--variant")) + 1), QStringLiteral("medium"));
+        QCOMPARE(arguments.constLast(), u"with the added preset"_s);
+        QCOMPARE(arguments.at(arguments.indexOf(u"--variant"_s) + 1), u"medium"_s);
     }
 
     // The summary sits at the foot of the preferences and its button opens the permissions window.
@@ -145,16 +161,16 @@ private Q_SLOTS:
         activate(window);
         const MeasuredPreferences measured(window);
         measured.scroll(true);
-        screenshot(QStringLiteral("preferences-end"), window);
-        measured.click(QStringLiteral("OpenPermissions"));
-        QString permissions;
-        QTRY_VERIFY_WITH_TIMEOUT(
-            !(permissions = m_app->otherWindow({window, m_app->composerWindow()})).isEmpty(), 10000);
-        QVERIFY(xdotool({QStringLiteral("getwindowname"), permissions}).startsWith(u"Permissions"));
+        screenshot(u"preferences-end"_s, window);
+        measured.click(u"OpenPermissions"_s);
+        const QString permissions = waitForWindow([&] {
+            return m_app->otherWindow({window, m_app->composerWindow()});
+        });
+        QVERIFY(xdotool({u"getwindowname"_s, permissions}).startsWith(u"Permissions"));
         QTest::qWait(300);
-        screenshot(QStringLiteral("permissions"), permissions);
+        screenshot(u"permissions"_s, permissions);
         activate(permissions);
-        key(QStringLiteral("ctrl+w"));
+        key(u"ctrl+w"_s);
         QTRY_VERIFY_WITH_TIMEOUT(m_app->otherWindow({window}).isEmpty(), 5000);
     }
 
@@ -169,16 +185,15 @@ private Q_SLOTS:
             activate(window);
             const MeasuredPreferences measured(window);
             measured.scroll(false);
-            measured.click(QStringLiteral("GlobalShortcutRecorder"));
+            measured.click(u"GlobalShortcutRecorder"_s);
             QTest::qWait(300);
             key(keys);
             QTest::qWait(300);
         };
         QProcess xterm;
-        xterm.start(QStringLiteral("xterm"), {QStringLiteral("-title"), QStringLiteral("hot key test")});
+        xterm.start(u"xterm"_s, {u"-title"_s, u"hot key test"_s});
         QVERIFY(xterm.waitForStarted());
-        QString terminal;
-        QTRY_VERIFY_WITH_TIMEOUT(!(terminal = windowsOf(xterm.processId()).value(0)).isEmpty(), 10000);
+        const QString terminal = waitForWindow([&] { return windowsOf(xterm.processId()).value(0); });
         const auto pressInTerminal = [&](const QString &keys) {
             activate(terminal);
             QTest::qWait(200);
@@ -187,7 +202,7 @@ private Q_SLOTS:
         const auto expectComposer = [&](bool expected) {
             if (expected) {
                 m_app->waitForComposer();
-                key(QStringLiteral("Escape"));
+                key(u"Escape"_s);
                 QTRY_VERIFY_WITH_TIMEOUT(m_app->composerWindow().isEmpty(), 5000);
             } else {
                 QTest::qWait(1000);
@@ -195,27 +210,27 @@ private Q_SLOTS:
             }
         };
 
-        record(QStringLiteral("ctrl+alt+k"));
+        record(u"ctrl+alt+k"_s);
         QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeK);
-        pressInTerminal(QStringLiteral("ctrl+alt+k"));
+        pressInTerminal(u"ctrl+alt+k"_s);
         expectComposer(true);
 
-        record(QStringLiteral("ctrl+alt+j"));
+        record(u"ctrl+alt+j"_s);
         QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeJ);
-        pressInTerminal(QStringLiteral("ctrl+alt+k"));
+        pressInTerminal(u"ctrl+alt+k"_s);
         expectComposer(false);
-        pressInTerminal(QStringLiteral("ctrl+alt+j"));
+        pressInTerminal(u"ctrl+alt+j"_s);
         expectComposer(true);
 
-        KeyGrabberProcess other(QStringLiteral("l"), QStringLiteral("ctrl,alt"));
+        KeyGrabberProcess other(u"l"_s, u"ctrl,alt"_s);
         QVERIFY(other.grabbed());
-        record(QStringLiteral("ctrl+alt+l"));
-        screenshot(QStringLiteral("preferences-shortcut-conflict"), window);
+        record(u"ctrl+alt+l"_s);
+        screenshot(u"preferences-shortcut-conflict"_s, window);
         QCOMPARE(storedScratchShortcutKeyCode(*m_app), kKeyCodeJ);
-        QVERIFY(readFile(m_app->dataFolder() + QStringLiteral("/Errors/errors.json"))
+        QVERIFY(readFile(m_app->dataFolder() + u"/Errors/errors.json"_s)
                     .contains("Ctrl+Alt+L is already used by another application."));
-        key(QStringLiteral("Escape")); // ends the recording
-        pressInTerminal(QStringLiteral("ctrl+alt+j"));
+        key(u"Escape"_s); // ends the recording
+        pressInTerminal(u"ctrl+alt+j"_s);
         expectComposer(true);
         xterm.kill();
         xterm.waitForFinished();
@@ -227,16 +242,14 @@ private Q_SLOTS:
     {
         const QString window = preferencesWindowOf(*m_app);
         activate(window);
-        xdotool({QStringLiteral("windowsize"), window, QStringLiteral("700"), QStringLiteral("600")});
-        QTRY_COMPARE_WITH_TIMEOUT(QSettings(m_app->settingsFile(), QSettings::IniFormat)
-                                      .value(QStringLiteral("PreferencesWindowContentSize"))
-                                      .toString(),
-                                  QStringLiteral("{700, 600}"), 5000);
-        key(QStringLiteral("ctrl+w"));
+        xdotool({u"windowsize"_s, window, u"700"_s, u"600"_s});
+        QTRY_COMPARE_WITH_TIMEOUT(m_app->setting(u"PreferencesWindowContentSize"_s).toString(),
+                                  u"{700, 600}"_s, 5000);
+        key(u"ctrl+w"_s);
         QTRY_VERIFY_WITH_TIMEOUT(preferencesWindowOf(*m_app).isEmpty(), 5000);
         // The probe opens a closed window.
-        const QString answer = m_root.filePath(QStringLiteral("reopened.json"));
-        requestFrame(QStringLiteral("preferences"), answer);
+        const QString answer = m_root.filePath(u"reopened.json"_s);
+        requestFrame(u"preferences"_s, answer);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 10000);
         QCOMPARE(geometry(preferencesWindowOf(*m_app)).width, 700);
         QCOMPARE(geometry(preferencesWindowOf(*m_app)).height, 600);

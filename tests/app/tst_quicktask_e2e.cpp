@@ -1,16 +1,128 @@
 // Quick tasks from the desktop: the real tarvel with the fake backends first on its PATH,
 // scratch composers opened from the tray menu or by a second start, attachments pasted
-// through the X clipboard and session rows clicked in the tray menu. Runs inside
+// through the X clipboard or dropped by another process over XDND, and session rows clicked in
+// the tray menu. What a paste or drop did is read from what reaches the backend. Runs inside
 // tests/e2e/desktop-session.sh.
-#include "TrayMenuGeometry.h"
+#include "DesktopTestSupport.h"
 #include "WindowImage.h"
 
+#include "app/QuickTaskMenuItemView.h"
+#include "composer/AttachmentStripView.h"
+#include "composer/ComposerLayout.h"
+
+#include <QAbstractButton>
 #include <QBuffer>
 #include <QImage>
+#include <QLabel>
+#include <QLayout>
+#include <QMenu>
 #include <QTemporaryDir>
+#include <QWidgetAction>
 
 using namespace desktop_test;
 using Variables = QMap<QString, QString>;
+
+namespace {
+// Where things sit in tarvel's tray menu with one session row. Qt draws the row's buttons inside
+// the menu's one X window, so they are found by building the same menu in this process (same
+// display, style and fonts) and measuring it.
+struct MeasuredMenu {
+    QMenu menu;
+    QuickTaskMenuItemView *row = nullptr;
+    QRect rowRect;
+    QAction *clear = nullptr;
+
+    explicit MeasuredMenu(const QStringList &actionTitles)
+    {
+        menu.addAction(u"Quick Tasks"_s);
+        QList<QuickTaskInlineAction> actions;
+        for (const QString &actionTitle : actionTitles)
+            actions.append({actionTitle, true, {}});
+        row = new QuickTaskMenuItemView(u"Describe the picture"_s, u"Codex \u00b7 Succeeded \u00b7 now"_s,
+                                        actions, {}, &menu);
+        auto *rowAction = new QWidgetAction(&menu);
+        rowAction->setDefaultWidget(row);
+        menu.addAction(rowAction);
+        menu.addSeparator();
+        clear = menu.addAction(u"Clear Finished Tasks"_s);
+        menu.addSeparator();
+        menu.addAction(u"Quit Tarvel"_s);
+        menu.adjustSize();
+        rowRect = menu.actionGeometry(rowAction);
+        row->setGeometry(rowRect);
+        row->layout()->activate();
+    }
+};
+
+// Clicks a point of the measured menu in the real one. The row's buttons are right-aligned,
+// so x counts from the right edge; only the items above a point decide its height.
+void clickInMenu(const QString &menu, const MeasuredMenu &measured, const QPoint &point)
+{
+    const Geometry frame = geometry(menu);
+    click(frame.right() - (measured.menu.width() - point.x()), frame.y + point.y());
+}
+
+void clickInlineButton(const QString &menu, const QStringList &actionTitles, const QString &title)
+{
+    const MeasuredMenu measured(actionTitles);
+    const auto *button = measured.row->findChild<QAbstractButton *>(u"InlineAction_"_s + title);
+    QVERIFY(button);
+    clickInMenu(menu, measured, measured.rowRect.topLeft() + button->geometry().center());
+}
+
+void clickClearFinishedTasks(const QString &menu)
+{
+    const MeasuredMenu measured({});
+    clickInMenu(menu, measured, measured.menu.actionGeometry(measured.clear).center());
+}
+
+// Clicks the row's prompt line, away from its buttons; the line is left-aligned.
+void clickRowText(const QString &menu, const QStringList &actionTitles)
+{
+    const MeasuredMenu measured(actionTitles);
+    const auto *title = measured.row->findChild<QLabel *>(u"SessionTitle"_s);
+    QVERIFY(title);
+    const QPoint offset =
+        measured.rowRect.topLeft() + title->geometry().topLeft() + QPoint(8, title->height() / 2);
+    const Geometry frame = geometry(menu);
+    click(frame.x + offset.x(), frame.y + offset.y());
+}
+
+// Where to drop on a ready scratch composer, from its layout: the header is the panel's own
+// surface, the text starts below it, and the strip's dashed box sits right above the footer.
+QPoint onHeader(const Geometry &panel)
+{
+    return {panel.x + 200, panel.y + ComposerLayout::topPadding + 11};
+}
+
+QPoint onFirstTextLine(const Geometry &panel)
+{
+    return {panel.x + 300, panel.y + ComposerLayout::topPadding + 22 + ComposerLayout::headerSpacing + 10};
+}
+
+QPoint onEmptyStrip(const Geometry &panel)
+{
+    using namespace ComposerLayout;
+    return {panel.centerX(), panel.y + panel.height - bottomPadding - footerHeight - interSectionSpacing -
+                                 attachmentTopSpacing - AttachmentStripView::placeholderHeight / 2};
+}
+
+// How often the process's main thread went to sleep and woke up again over a while: a
+// timer left running shows up here.
+int wakeupsOver(qint64 pid, int milliseconds)
+{
+    const auto switches = [pid] {
+        const QByteArray status = readFile(u"/proc/%1/status"_s.arg(pid));
+        return QRegularExpression(u"\\nvoluntary_ctxt_switches:\\s+(\\d+)"_s)
+            .match(QString::fromLatin1(status))
+            .captured(1)
+            .toInt();
+    };
+    const int before = switches();
+    QTest::qWait(milliseconds);
+    return switches() - before;
+}
+} // namespace
 
 class QuickTaskEndToEndTest final : public QObject {
     Q_OBJECT
@@ -18,10 +130,14 @@ class QuickTaskEndToEndTest final : public QObject {
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
-        QVERIFY2(!QStandardPaths::findExecutable(QStringLiteral("xclip")).isEmpty(), "xclip is needed");
+        QVERIFY2(!QStandardPaths::findExecutable(u"xclip"_s).isEmpty(), "xclip is needed");
         QVERIFY(m_root.isValid());
         writeFile(m_notes, "notes\n");
+        writeFile(m_project + u"/main.c"_s, "int main(void) { return 0; }\n");
+        QImage picture(48, 32, QImage::Format_RGB32);
+        picture.fill(QColor(30, 120, 200));
+        QDir().mkpath(QFileInfo(m_picture).path());
+        QVERIFY(picture.save(m_picture));
     }
 
     // Dragging the panel's background moves it, dragging its sides resizes it; a quick click there
@@ -33,8 +149,7 @@ private Q_SLOTS:
         QTemporaryDir root;
         FakeBackends fakes;
         Variables environment = kQuickCheck;
-        environment.insert(QStringLiteral("FAKE_STEPS"),
-                           fakes.writeSteps({QStringLiteral("ready"), QStringLiteral("hang")}));
+        environment.insert(u"FAKE_STEPS"_s, fakes.writeSteps({u"ready"_s, u"hang"_s}));
         Application app(root.path(), fakes, environment);
         app.start();
         const QString composer = app.openReadyComposer();
@@ -42,15 +157,15 @@ private Q_SLOTS:
         // Presses at from and travels to to (on the screen) in steps of at most 20 pixels.
         const auto drag = [](const QPoint &from, QPoint to) {
             to = QPoint(std::clamp(to.x(), 0, 1279), std::clamp(to.y(), 0, 799));
-            xdotool({QStringLiteral("mousemove"), QString::number(from.x()), QString::number(from.y()),
-                     QStringLiteral("mousedown"), QStringLiteral("1")});
+            xdotool({u"mousemove"_s, QString::number(from.x()), QString::number(from.y()), u"mousedown"_s,
+                     u"1"_s});
             const int steps = std::max((to - from).manhattanLength() / 20, 10);
             for (int step = 1; step <= steps; ++step) {
                 QTest::qWait(30);
                 const QPoint at = from + (to - from) * step / steps;
-                xdotool({QStringLiteral("mousemove"), QString::number(at.x()), QString::number(at.y())});
+                xdotool({u"mousemove"_s, QString::number(at.x()), QString::number(at.y())});
             }
-            xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+            xdotool({u"mouseup"_s, u"1"_s});
         };
         // The header row, right of its title: background.
         const QPoint grip(before.right() - 40, before.y + 12);
@@ -69,80 +184,86 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(geometry(composer).width, 360, 5000);
         QCOMPARE(geometry(composer).height, before.height);
         QTRY_VERIFY_WITH_TIMEOUT(QSettings(app.settingsFile(), QSettings::IniFormat)
-                                     .value(QStringLiteral("ScratchWindowFrame"))
+                                     .value(u"ScratchWindowFrame"_s)
                                      .toString()
-                                     .contains(QStringLiteral(", {360, ")),
+                                     .contains(u", {360, "_s),
                                  5000);
 
         const Geometry moved = geometry(composer);
         click(moved.right() - 40, moved.y + 12);
-        type(QStringLiteral("after the click"));
-        key(QStringLiteral("ctrl+Return"));
-        const QStringList arguments = fakes.nextArguments(QStringLiteral("codex"));
+        type(u"after the click"_s);
+        key(u"ctrl+Return"_s);
+        const QStringList arguments = fakes.nextArguments(u"codex"_s);
         QVERIFY2(!arguments.isEmpty(), "codex did not run");
-        QCOMPARE(arguments.constLast(), QStringLiteral("after the click"));
+        QCOMPARE(arguments.constLast(), u"after the click"_s);
         QTRY_VERIFY_WITH_TIMEOUT(fakes.isReady(), 15000);
-        QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
+        QCOMPARE(app.sessionStatus(), u"running"_s);
 
         const QString menu = app.openMenu();
-        screenshot(QStringLiteral("menu-stop"));
-        clickInlineButton(menu, {QStringLiteral("Stop")}, QStringLiteral("Stop"));
+        screenshot(u"menu-stop"_s);
+        clickInlineButton(menu, {u"Stop"_s}, u"Stop"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
-        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("cancelled"), 10000);
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), u"cancelled"_s, 10000);
 
         clickClearFinishedTasks(app.openMenu());
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
     }
 
-    // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray
-    // menu; while the task runs, a blinking icon (its row is on the drag test's "menu-stop"
-    // screenshot); once it has finished, Delete in its row.
-    void quickTaskWithAttachmentsRunsSucceedsAndIsDeleted()
+    // Prompt, a pasted image and a pasted file, submitted from a composer opened in the tray menu;
+    // while the task runs, a blinking icon (its row is on the drag test's "menu-stop" screenshot).
+    // Once it has finished, its row: Copy puts the answer on the X clipboard, the row itself opens
+    // the transcript through xdg-open (a recording stand-in first on tarvel's PATH), Retry opens a
+    // composer with the same prompt and attachments (its pill's remove button is
+    // tst_scratchcomposer's), and Delete removes a row while the menu stays open.
+    void quickTaskWithAttachmentsAndItsRowInTheMenu()
     {
+        const QString opener = m_fakes.executable(u"xdg-open"_s);
+        writeFile(opener, "#!/bin/sh\nprintf '%s\\n' \"$@\" >>\"$FAKE_RECORD_DIR/xdg-open.args\"\n");
+        QVERIFY(QFile::setPermissions(opener, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         Variables environment = kQuickCheck;
         // Long enough to see the row and the blinking icon; the answer is tst_quicktaskmanager's.
-        environment.insert(QStringLiteral("FAKE_STEPS"), m_fakes.writeSteps({QStringLiteral("sleep 3")}));
-        Application app(m_root.filePath(QStringLiteral("main")), m_fakes, environment);
+        environment.insert(
+            u"FAKE_STEPS"_s,
+            m_fakes.writeSteps({u"sleep 3"_s, FakeBackends::codexAnswerStep(u"Fake answer."_s)}));
+        Application app(m_root.filePath(u"main"_s), m_fakes, environment);
         app.start();
         app.readyComposerAfter([&] { app.openComposerFromMenu(); });
 
-        type(QStringLiteral("Describe the picture"));
+        type(u"Describe the picture"_s);
         QImage picture(48, 32, QImage::Format_RGB32);
         picture.fill(QColor(30, 120, 200));
         QByteArray png;
         QBuffer buffer(&png);
         QVERIFY(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
         {
-            ClipboardOwner image(QStringLiteral("image/png"), png);
-            key(QStringLiteral("ctrl+v"));
+            ClipboardOwner image(u"image/png"_s, png);
+            key(u"ctrl+v"_s);
             QTRY_COMPARE_WITH_TIMEOUT(QDir(app.importFolder()).entryList(QDir::Files).size(), 1, 5000);
         }
         const QDir imports(app.importFolder());
         const QString pastedImage = imports.filePath(imports.entryList(QDir::Files).constFirst());
-        const auto files = pasteFiles({m_notes});
-        screenshot(QStringLiteral("scratch-with-attachments"), app.composerWindow());
-        key(QStringLiteral("ctrl+Return"));
+        auto files = pasteFiles({m_notes});
+        screenshot(u"scratch-with-attachments"_s, app.composerWindow());
+        key(u"ctrl+Return"_s);
 
         // A model of codex's own list; the pasted picture as an image; the prompt names the
         // attachments in their order (the argument list itself is tst_invocation's).
-        const QStringList arguments = m_fakes.nextArguments(QStringLiteral("codex"));
+        const QStringList arguments = m_fakes.nextArguments(u"codex"_s);
         QVERIFY(!arguments.isEmpty());
-        const QString model = valuesOf(arguments, QStringLiteral("--model")).value(0);
+        const QString model = valuesOf(arguments, u"--model"_s).value(0);
         const QJsonArray models =
-            QJsonDocument::fromJson(readFile(app.home() + QStringLiteral("/.codex/models_cache.json")))
-                .object()
-                .value(u"models")
+            QJsonDocument::fromJson(readFile(app.home() + u"/.codex/models_cache.json"_s))[u"models"]
                 .toArray();
         QVERIFY2(std::any_of(models.begin(), models.end(),
                              [&](const QJsonValue &entry) { return entry[u"slug"].toString() == model; }),
                  qPrintable(model));
-        QCOMPARE(valuesOf(arguments, QStringLiteral("--image")), QStringList{pastedImage});
+        QCOMPARE(valuesOf(arguments, u"--image"_s), QStringList{pastedImage});
         QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{pastedImage, m_notes}));
-        QVERIFY(arguments.constLast().endsWith(QStringLiteral(" items.\n\nDescribe the picture")));
+        QVERIFY(arguments.constLast().endsWith(u" items.\n\nDescribe the picture"_s));
         QTRY_VERIFY_WITH_TIMEOUT(app.composerWindow().isEmpty(), 5000);
 
-        QCOMPARE(app.sessionStatus(), QStringLiteral("running"));
+        QCOMPARE(app.sessionStatus(), u"running"_s);
         QList<QImage> icons;
         QElapsedTimer blinking;
         blinking.start();
@@ -154,30 +275,98 @@ private Q_SLOTS:
         }
         QVERIFY2(icons.size() >= 2, "the tray icon did not change while the task ran");
 
-        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), QStringLiteral("succeeded"), 20000);
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), u"succeeded"_s, 20000);
         // Still: the icon stops blinking with its prompt line shown.
         QTest::qWait(800);
         const QImage still = windowImage(app.trayIconWindow());
         QTest::qWait(800);
         QCOMPARE(windowImage(app.trayIconWindow()), still);
 
-        // Delete in the row: the row goes, the menu stays open (what the session owned goes
-        // with it, tst_quicktaskmanager).
+        const QStringList finished{u"Copy"_s, u"Retry"_s, u"Delete"_s};
+        files.reset(); // the clipboard is nobody's again
+        QVERIFY(clipboardText().isEmpty());
+        clickInlineButton(app.openMenu(), finished, u"Copy"_s);
+        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), u"Fake answer."_s, 5000);
+
+        clickRowText(app.openMenu(), finished);
+        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(u"xdg-open.args"_s).isEmpty(), 5000);
+        QTest::qWait(300); // a second opening would show up as a second line
+        const QStringList opened =
+            QString::fromUtf8(m_fakes.recorded(u"xdg-open.args"_s)).split(u'\n', Qt::SkipEmptyParts);
+        QCOMPARE(opened.size(), 1);
+        const QUrl url(opened.constFirst());
+        QVERIFY2(url.isLocalFile(), qPrintable(opened.constFirst()));
+        QCOMPARE(QFileInfo(url.toLocalFile()).fileName(), app.sessions().at(0)[u"id"].toString() + u".txt"_s);
+        QVERIFY(QFile::exists(url.toLocalFile()));
+
+        // The composer comes back with the prompt and the attachments: submitted as it is, the
+        // backend gets what the first run got.
         const QString menu = app.openMenu();
-        screenshot(QStringLiteral("menu-rows"));
-        const int heightWithRow = geometry(menu).height;
-        clickInlineButton(menu, {QStringLiteral("Copy"), QStringLiteral("Retry"), QStringLiteral("Delete")},
-                          QStringLiteral("Delete"));
-        QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
-        QCOMPARE(app.menuWindow(), menu);
-        QTRY_VERIFY_WITH_TIMEOUT(geometry(menu).height < heightWithRow, 5000);
+        screenshot(u"menu-rows"_s);
+        const QString composer =
+            app.readyComposerAfter([&] { clickInlineButton(menu, finished, u"Retry"_s); });
+        QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
+        activate(composer);
+        screenshot(u"scratch-retry"_s, composer);
+        key(u"ctrl+Return"_s);
+        QCOMPARE(m_fakes.nextArguments(u"codex"_s), arguments);
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessions().size(), 2, 5000);
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), u"succeeded"_s, 20000);
+
+        // Delete in a row: the row goes, the menu stays open (what the session owned goes with it,
+        // tst_quicktaskmanager).
+        const QString rows = app.openMenu();
+        const int heightWithRows = geometry(rows).height;
+        clickInlineButton(rows, finished, u"Delete"_s);
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessions().size(), 1, 5000);
+        QCOMPARE(app.menuWindow(), rows);
+        QTRY_VERIFY_WITH_TIMEOUT(geometry(rows).height < heightWithRows, 5000);
         app.closeMenu();
     }
 
+    // Codex: a file on the text is written as its path; a picture on the strip, then a
+    // folder and the same picture under another spelling on the header, are attached once.
+    void dropsAttachOnTheStripAndPanelAndWritePathsOnTheText()
+    {
+        FakeBackends fakes;
+        Application app(m_root.filePath(u"codex"_s), fakes, kQuickCheck);
+        app.start();
+        const QString composer = app.openReadyComposer();
+        type(u"Compare with "_s);
+
+        // Once the drop on the text is done, the editor is as quiet as before it.
+        const int idle = wakeupsOver(app.pid(), 2000);
+        QVERIFY(dragFiles({m_notes}, onFirstTextLine(geometry(composer))));
+        QTest::qWait(300);
+        const int afterDrop = wakeupsOver(app.pid(), 2000);
+        QVERIFY2(afterDrop <= idle + 6, qPrintable(u"%1 > %2"_s.arg(afterDrop).arg(idle)));
+        QVERIFY(dragFiles({m_picture}, onEmptyStrip(geometry(composer))));
+        // The pill row makes the panel taller, upward: measure it again.
+        QTest::qWait(300);
+        const QString samePicture = m_root.filePath(u"shots/../shots/picture.png"_s);
+        QVERIFY(dragFiles({m_project, samePicture}, onHeader(geometry(composer))));
+        QTest::qWait(300);
+        screenshot(u"scratch-dropped-file"_s, composer);
+
+        // The drag source had the focus; give it back to the composer.
+        activate(composer);
+        key(u"ctrl+Return"_s);
+        const QStringList arguments = fakes.nextArguments(u"codex"_s);
+        QVERIFY(!arguments.isEmpty());
+        QCOMPARE(attachedPaths(arguments.constLast()), (QStringList{m_picture, m_project}));
+        QVERIFY2(arguments.constLast().endsWith(u" items.\n\nCompare with "_s + m_notes),
+                 qPrintable(arguments.constLast()));
+        QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), u"succeeded"_s, 15000);
+    }
+
 private:
-    const Variables kQuickCheck{{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")}};
+    const Variables kQuickCheck{{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s}};
     QTemporaryDir m_root;
-    const QString m_notes = m_root.filePath(QStringLiteral("files/notes.txt"));
+    const QString m_notes = m_root.filePath(u"files/notes.txt"_s);
+    const QString m_picture = m_root.filePath(u"shots/picture.png"_s);
+    const QString m_project = m_root.filePath(u"project"_s);
     FakeBackends m_fakes;
 };
 

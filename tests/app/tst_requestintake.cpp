@@ -1,10 +1,10 @@
 // The editor-request queue against real request files.
 #include "app/RequestIntake.h"
-#include "core/Clock.h"
 #include "core/DataFile.h"
 #include "core/FileStore.h"
 #include "core/JSONCoding.h"
 #include "errorlog/ErrorLogManager.h"
+#include "support/ManualClock.h"
 #include "support/TestEnvironment.h"
 
 #include <QSignalSpy>
@@ -12,12 +12,9 @@
 
 #include <sys/stat.h>
 
-namespace {
-class FixedClock final : public Clock {
-public:
-    QDateTime now() const override { return QDateTime(QDate(2026, 11, 14), QTime(17, 36, 59), Qt::UTC); }
-};
+using namespace Qt::StringLiterals;
 
+namespace {
 ComposerRequest writeRequest(const QString &text, const std::optional<QString> &cwd = {})
 {
     const ComposerRequest request{
@@ -36,7 +33,7 @@ void writeRaw(const QString &name, const QByteArray &data)
 
 struct Fixture {
     TestEnvironment env;
-    FixedClock clock;
+    ManualClock clock{QDateTime(QDate(2026, 11, 14), QTime(17, 36, 59), Qt::UTC)};
     ErrorLogManager log{clock};
     RequestIntake intake{log, clock};
     QSignalSpy alerts{&intake, &RequestIntake::alertRequested};
@@ -51,25 +48,25 @@ private Q_SLOTS:
     void requestsAreTakenOldestFirstAndAnsweredOnce()
     {
         Fixture f;
-        const ComposerRequest first = writeRequest(QStringLiteral("one"), QStringLiteral("/home/u/alpha"));
-        const ComposerRequest second = writeRequest(QStringLiteral("two"));
+        const ComposerRequest first = writeRequest(u"one"_s, u"/home/u/alpha"_s);
+        const ComposerRequest second = writeRequest(u"two"_s);
         QSignalSpy directories(&f.intake, &RequestIntake::workingDirectoryNoted);
         QCOMPARE(f.intake.takeNextRequest()->id, first.id);
         QCOMPARE(directories.count(), 1);
         QCOMPARE(f.intake.queuedRequests().size(), 1);
 
         // A third arrives while the first is on screen: queued behind, the first not again.
-        const ComposerRequest third = writeRequest(QStringLiteral("three"));
+        const ComposerRequest third = writeRequest(u"three"_s);
         f.intake.loadQueuedRequests(first.id);
         QCOMPARE(f.intake.queuedRequests().size(), 2);
         QCOMPARE(f.intake.queuedRequests().at(0).id, second.id);
         QCOMPARE(f.intake.queuedRequests().at(1).id, third.id);
         QCOMPARE(f.intake.waitingRequestCount(first.id), 2);
 
-        QVERIFY(f.intake.answer(first, ComposerResponse::Disposition::submitted, QStringLiteral("ONE")));
+        QVERIFY(f.intake.answer(first, ComposerResponse::Disposition::submitted, u"ONE"_s));
         const ComposerResponse response = RequestFileIO::readResponse(first.id);
         QCOMPARE(response.disposition, ComposerResponse::Disposition::submitted);
-        QCOMPARE(response.updatedText, std::optional<QString>(QStringLiteral("ONE")));
+        QCOMPARE(response.updatedText, std::optional<QString>(u"ONE"_s));
         QVERIFY(!DataFile::exists(FileStore::requestURL(first.id)));
         QVERIFY(!RequestFileIO::completedRequestMarkerExists(first.id));
 
@@ -83,10 +80,10 @@ private Q_SLOTS:
     void answeredRequestsAreRetiredNeverShown()
     {
         Fixture f;
-        const ComposerRequest answered = writeRequest(QStringLiteral("old"));
+        const ComposerRequest answered = writeRequest(u"old"_s);
         RequestFileIO::writeResponse(
-            {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, QStringLiteral("done")});
-        const ComposerRequest marked = writeRequest(QStringLiteral("marked"));
+            {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, u"done"_s});
+        const ComposerRequest marked = writeRequest(u"marked"_s);
         RequestFileIO::markRequestCompleted(marked.id);
         QVERIFY(!f.intake.takeNextRequest());
         QVERIFY(!DataFile::exists(FileStore::requestURL(answered.id)));
@@ -98,10 +95,10 @@ private Q_SLOTS:
     void malformedFilesAreQuarantinedWithTheirStory()
     {
         Fixture f;
-        writeRaw(QStringLiteral("garbage.json"), "{ this is not json");
+        writeRaw(u"garbage.json"_s, "{ this is not json");
         const QUuid id = QUuid::createUuid();
-        writeRaw(JSONCoding::encodeUuid(id) + QStringLiteral(".json"), R"({"id":"x"})");
-        const ComposerRequest good = writeRequest(QStringLiteral("fine"));
+        writeRaw(JSONCoding::encodeUuid(id) + u".json"_s, R"({"id":"x"})");
+        const ComposerRequest good = writeRequest(u"fine"_s);
 
         QCOMPARE(f.intake.takeNextRequest()->id, good.id);
         QCOMPARE(f.alerts.count(), 0);
@@ -111,7 +108,7 @@ private Q_SLOTS:
         const ErrorLogEntry garbageEntry = f.log.entries().at(1);
         const QStringList moved = QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files);
         QCOMPARE(moved.size(), 2);
-        const QString garbageName = moved.filter(QStringLiteral("garbage-invalid-")).value(0);
+        const QString garbageName = moved.filter(u"garbage-invalid-"_s).value(0);
         QVERIFY(!garbageName.isEmpty());
         const QRegularExpression story(
             QStringLiteral("^garbage\\.json could not be decoded: .+\\. No cancellation response could be "
@@ -121,9 +118,8 @@ private Q_SLOTS:
         QVERIFY2(story.match(garbageEntry.detail).hasMatch(), qPrintable(garbageEntry.detail));
 
         // A UUID-named file releases its helper with a cancellation.
-        QVERIFY2(
-            uuidEntry.detail.contains(QStringLiteral("Wrote a cancellation response for the waiting CLI.")),
-            qPrintable(uuidEntry.detail));
+        QVERIFY2(uuidEntry.detail.contains(u"Wrote a cancellation response for the waiting CLI."_s),
+                 qPrintable(uuidEntry.detail));
         QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
     }
 
@@ -133,15 +129,15 @@ private Q_SLOTS:
     void hostileRequestFilesDoNotHoldUpTheQueue()
     {
         Fixture f;
-        const QString target = f.env.path(QStringLiteral("elsewhere.json"));
+        const QString target = f.env.path(u"elsewhere.json"_s);
         const ComposerRequest good{
-            QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, QStringLiteral("x"), {}, {}, {}};
+            QUuid::createUuid(), QDateTime::currentDateTimeUtc(), {}, u"x"_s, {}, {}, {}};
         const QByteArray json = JSONCoding::encodeRecord(good);
         DataFile::write(target, json);
         const QUuid linked = QUuid::createUuid();
         FileStore::ensureDirectoriesExist();
         QVERIFY(QFile::link(target, FileStore::requestURL(linked)));
-        QFile huge(QDir(FileStore::requestsDirectory()).filePath(QStringLiteral("huge.json")));
+        QFile huge(QDir(FileStore::requestsDirectory()).filePath(u"huge.json"_s));
         QVERIFY(huge.open(QIODevice::WriteOnly) && huge.resize(RequestFileIO::maximumRequestFileSize + 1));
         QCOMPARE(::mkfifo(QFile::encodeName(FileStore::requestURL(QUuid::createUuid())).constData(), 0600),
                  0);
@@ -164,7 +160,7 @@ private Q_SLOTS:
     void unsafeRequestsFolderIsReportedOnceAndNotServed()
     {
         Fixture f;
-        const ComposerRequest request = writeRequest(QStringLiteral("waiting"));
+        const ComposerRequest request = writeRequest(u"waiting"_s);
         QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::Permissions(0x7777));
         QVERIFY(!f.intake.takeNextRequest());
         QVERIFY(!f.intake.takeNextRequest());
@@ -182,33 +178,31 @@ private Q_SLOTS:
     void failedResponseIsReportedAndCanBeRetried()
     {
         Fixture f;
-        const ComposerRequest request = writeRequest(QStringLiteral("keep me"));
+        const ComposerRequest request = writeRequest(u"keep me"_s);
         QVERIFY(f.intake.takeNextRequest());
         QVERIFY(QDir(FileStore::responsesDirectory()).removeRecursively());
         DataFile::write(FileStore::responsesDirectory(), "a file where the folder belongs");
 
-        QVERIFY(!f.intake.answer(request, ComposerResponse::Disposition::submitted, QStringLiteral("text")));
+        QVERIFY(!f.intake.answer(request, ComposerResponse::Disposition::submitted, u"text"_s));
         QCOMPARE(f.answerFailures.count(), 1);
-        QCOMPARE(f.answerFailures.at(0).at(0).toString(),
-                 QStringLiteral("Failed to write the editor response."));
+        QCOMPARE(f.answerFailures.at(0).at(0).toString(), u"Failed to write the editor response."_s);
         QCOMPARE(f.log.entries().size(), 1);
 
         QVERIFY(!f.intake.answer(request, ComposerResponse::Disposition::cancelled, std::nullopt));
-        QCOMPARE(f.answerFailures.at(1).at(0).toString(),
-                 QStringLiteral("Failed to write the cancel response."));
+        QCOMPARE(f.answerFailures.at(1).at(0).toString(), u"Failed to write the cancel response."_s);
         QCOMPARE(f.alerts.count(), 0);
 
         // Fixing the folder lets the user try again.
         QFile::remove(FileStore::responsesDirectory());
-        QVERIFY(f.intake.answer(request, ComposerResponse::Disposition::submitted, QStringLiteral("text")));
+        QVERIFY(f.intake.answer(request, ComposerResponse::Disposition::submitted, u"text"_s));
     }
 
     void terminationAnswersEveryWaitingRequest()
     {
         Fixture f;
-        const ComposerRequest onScreen = writeRequest(QStringLiteral("a"));
-        const ComposerRequest waiting = writeRequest(QStringLiteral("b"));
-        writeRaw(QStringLiteral("notes.json"), "{}");
+        const ComposerRequest onScreen = writeRequest(u"a"_s);
+        const ComposerRequest waiting = writeRequest(u"b"_s);
+        writeRaw(u"notes.json"_s, "{}");
         QCOMPARE(f.intake.takeNextRequest()->id, onScreen.id);
         QCOMPARE(f.intake.waitingRequestCount(onScreen.id), 1);
 

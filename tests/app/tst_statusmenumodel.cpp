@@ -3,14 +3,16 @@
 #include "app/RequestIntake.h"
 #include "app/StatusMenuModel.h"
 #include "app/TrayMenuPresenter.h"
-#include "core/Clock.h"
 #include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
+#include "support/ManualClock.h"
 #include "support/TestEnvironment.h"
 
 #include <QtTest>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 using Kind = StatusMenuEntry::Kind;
@@ -19,14 +21,10 @@ QStringList titles(const QList<StatusMenuEntry> &entries)
 {
     QStringList result;
     for (const StatusMenuEntry &entry : entries)
-        result.append(entry.kind == Kind::separator ? QStringLiteral("---") : entry.title);
+        result.append(entry.kind == Kind::separator ? u"---"_s : entry.title);
     return result;
 }
 
-class FixedClock final : public Clock {
-public:
-    QDateTime now() const override { return QDateTime(QDate(2026, 3, 1), QTime(9, 0), Qt::UTC); }
-};
 } // namespace
 
 class StatusMenuModelTest final : public QObject {
@@ -42,40 +40,39 @@ private Q_SLOTS:
             return false;
         };
         const QStringList idle = titles(StatusMenuModel::build(state));
-        QCOMPARE(idle.constFirst(), QStringLiteral("Quick Tasks"));
-        QCOMPARE(idle.constLast(), QStringLiteral("Quit Tarvel"));
-        QVERIFY(!idle.contains(QStringLiteral("Errors")));
-        QVERIFY(!idle.contains(QStringLiteral("Resume Waiting Edit")));
-        QCOMPARE(idle.at(idle.indexOf(QStringLiteral("Preferences\u2026")) - 1), QStringLiteral("---"));
+        QCOMPARE(idle.constFirst(), u"Quick Tasks"_s);
+        QCOMPARE(idle.constLast(), u"Quit Tarvel"_s);
+        QVERIFY(!idle.contains(u"Errors"_s));
+        QVERIFY(!idle.contains(u"Resume Waiting Edit"_s));
+        QCOMPARE(idle.at(idle.indexOf(u"Preferences\u2026"_s) - 1), u"---"_s);
         QCOMPARE(scans, 1);
-        QVERIFY(!idle.contains(QStringLiteral("Set Up Editor\u2026")));
+        QVERIFY(!idle.contains(u"Set Up Editor\u2026"_s));
         state.editorSetupNeeded = true;
         const QStringList setUp = titles(StatusMenuModel::build(state));
-        QCOMPARE(setUp.at(setUp.indexOf(QStringLiteral("Preferences\u2026")) + 1),
-                 QStringLiteral("Set Up Editor\u2026"));
+        QCOMPARE(setUp.at(setUp.indexOf(u"Preferences\u2026"_s) + 1), u"Set Up Editor\u2026"_s);
         state.editorSetupNeeded = false;
 
         // The request on screen names its folder; nothing can be resumed while one is edited.
         state.isEditingRequest = true;
-        state.editingRequestCwd = QStringLiteral("/home/u/project/");
+        state.editingRequestCwd = u"/home/u/project/"_s;
         state.queuedRequestCount = 2;
         state.hasErrors = true;
         QStringList busy = titles(StatusMenuModel::build(state));
-        QVERIFY(busy.contains(QStringLiteral("Editing project")));
-        QVERIFY(busy.contains(QStringLiteral("2 queued request(s)")));
-        QVERIFY(busy.contains(QStringLiteral("Errors")));
-        QVERIFY(!busy.contains(QStringLiteral("Resume Waiting Edit")));
+        QVERIFY(busy.contains(u"Editing project"_s));
+        QVERIFY(busy.contains(u"2 queued request(s)"_s));
+        QVERIFY(busy.contains(u"Errors"_s));
+        QVERIFY(!busy.contains(u"Resume Waiting Edit"_s));
         state.editingRequestCwd.reset();
-        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Editing scratch")));
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(u"Editing scratch"_s));
 
         // Queued requests, or ones found only on disk, can be resumed when none is on screen.
         state.isEditingRequest = false;
-        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Resume Waiting Edit")));
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(u"Resume Waiting Edit"_s));
         state.queuedRequestCount = 0;
         state.hasWaitingRequests = [] {
             return true;
         };
-        QVERIFY(titles(StatusMenuModel::build(state)).contains(QStringLiteral("Resume Waiting Edit")));
+        QVERIFY(titles(StatusMenuModel::build(state)).contains(u"Resume Waiting Edit"_s));
     }
 
     void sessionsAndSeparators()
@@ -94,29 +91,29 @@ private Q_SLOTS:
             QVERIFY(entries.at(index).kind != Kind::separator ||
                     entries.at(index - 1).kind != Kind::separator);
         const StatusMenuEntry sep{Kind::separator, {}, {}, {}, {}, true};
-        const StatusMenuEntry item{Kind::action, QStringLiteral("x"), {}, {}, {}, true};
+        const StatusMenuEntry item{Kind::action, u"x"_s, {}, {}, {}, true};
         QCOMPARE(titles(StatusMenuModel::normalizeSeparators({sep, item, sep, sep, item, sep})),
-                 (QStringList{QStringLiteral("x"), QStringLiteral("---"), QStringLiteral("x")}));
+                 (QStringList{u"x"_s, u"---"_s, u"x"_s}));
     }
 
     void sessionRowsFollowTheSession()
     {
         TestEnvironment environment;
-        FixedClock clock;
-        UserDefaults defaults(environment.path(QStringLiteral("defaults.ini")));
+        ManualClock clock(QDateTime(QDate(2026, 3, 1), QTime(9, 0), Qt::UTC));
+        UserDefaults defaults(environment.path(u"defaults.ini"_s));
         ErrorLogManager errorLog(clock);
         const QuickTaskStore store;
         QuickTaskSession done;
         done.id = QUuid::createUuid();
         done.backend = QuickTaskCLIBackend::claude;
-        done.prompt = QStringLiteral("Summarise\nthe release notes for the team in three short sentences");
+        done.prompt = u"Summarise\nthe release notes for the team in three short sentences"_s;
         done.startedAt = clock.now().addSecs(-900);
         done.finishedAt = clock.now().addSecs(-480);
         done.status = QuickTaskSession::Status::succeeded;
         QuickTaskSession failed = done;
         failed.id = QUuid::createUuid();
         failed.status = QuickTaskSession::Status::failed;
-        done.finalResponse = QStringLiteral("Done.");
+        done.finalResponse = u"Done."_s;
         store.saveSessions({done, failed});
         QuickTaskManager tasks(store, errorLog, defaults, clock);
         tasks.load();
@@ -128,7 +125,7 @@ private Q_SLOTS:
         // One line, cut to fit; the age counts from the end, not the start.
         QVERIFY(!row.title.contains(u'\n'));
         QVERIFY(row.title.size() < done.prompt.size());
-        QCOMPARE(row.detail, QStringLiteral("Claude \u00b7 Succeeded \u00b7 8 minutes ago"));
+        QCOMPARE(row.detail, u"Claude \u00b7 Succeeded \u00b7 8 minutes ago"_s);
         QCOMPARE(row.actions, (QList<Action>{Action::copy, Action::retry, Action::remove}));
         QCOMPARE(presenter.sessionRow(failed.id)->actions, (QList<Action>{Action::retry, Action::remove}));
         QVERIFY(!SessionMenuRow::dismissesMenu(Action::remove)); // the menu stays on the other rows
@@ -140,27 +137,16 @@ private Q_SLOTS:
         QCOMPARE(presenter.menuState(std::nullopt).sessionIds, QList<QUuid>{done.id});
     }
 
-    void relativeTimestamps_data()
-    {
-        QTest::addColumn<int>("secondsAgo");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("now") << 0 << QStringLiteral("now");
-        QTest::newRow("one second") << 1 << QStringLiteral("1 second ago");
-        QTest::newRow("seconds") << 59 << QStringLiteral("59 seconds ago");
-        QTest::newRow("a minute") << 60 << QStringLiteral("1 minute ago");
-        QTest::newRow("not yet an hour") << 3599 << QStringLiteral("59 minutes ago");
-        QTest::newRow("hours") << 7200 << QStringLiteral("2 hours ago");
-        QTest::newRow("a day") << 86400 << QStringLiteral("1 day ago");
-        QTest::newRow("weeks") << 15 * 86400 << QStringLiteral("2 weeks ago");
-        QTest::newRow("years") << 800 * 86400 << QStringLiteral("2 years ago");
-        QTest::newRow("ahead") << -300 << QStringLiteral("in 5 minutes");
-    }
+    // Each unit, singular and plural, at its boundaries; ahead of now too.
     void relativeTimestamps()
     {
-        QFETCH(int, secondsAgo);
-        QFETCH(QString, text);
         const QDateTime now(QDate(2026, 5, 1), QTime(12, 0), Qt::UTC);
-        QCOMPARE(RelativeDateFormatter::localizedString(now.addSecs(-secondsAgo), now), text);
+        const int secondsAgo[] = {0, 1, 59, 60, 3599, 7200, 86400, 15 * 86400, 800 * 86400, -300};
+        const QStringList texts{
+            u"now"_s,         u"1 second ago"_s, u"59 seconds ago"_s, u"1 minute ago"_s, u"59 minutes ago"_s,
+            u"2 hours ago"_s, u"1 day ago"_s,    u"2 weeks ago"_s,    u"2 years ago"_s,  u"in 5 minutes"_s};
+        for (qsizetype row = 0; row < texts.size(); ++row)
+            QCOMPARE(RelativeDateFormatter::localizedString(now.addSecs(-secondsAgo[row]), now), texts[row]);
     }
 };
 

@@ -142,24 +142,21 @@ private Q_SLOTS:
 private:
     Variables withSteps(const FakeBackends &fakes, const QStringList &steps) const
     {
-        return {{QStringLiteral("FAKE_CODEX_VERSION_DELAY"), QStringLiteral("0.1")},
-                {QStringLiteral("FAKE_STEPS"), fakes.writeSteps(steps)}};
+        return {{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s}, {u"FAKE_STEPS"_s, fakes.writeSteps(steps)}};
     }
 
     void speak() const
     {
         QProcess player;
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("--raw"), QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
-                      QStringLiteral("--format=s16le"),
-                      QStringLiteral("--device=") + qEnvironmentVariable("TARVEL_DESKTOP_MICROPHONE_SINK"),
-                      m_speech});
+        player.start(u"paplay"_s,
+                     {u"--raw"_s, u"--rate=16000"_s, u"--channels=1"_s, u"--format=s16le"_s,
+                      u"--device="_s + qEnvironmentVariable("TARVEL_DESKTOP_MICROPHONE_SINK"), m_speech});
         QVERIFY(player.waitForFinished(30000));
         QCOMPARE(player.exitCode(), 0);
     }
 
     QTemporaryDir m_root;
-    const QString m_speech = m_root.filePath(QStringLiteral("speech.raw"));
+    const QString m_speech = m_root.filePath(u"speech.raw"_s);
 };
 
 QTEST_MAIN(VoiceEndToEndTest)

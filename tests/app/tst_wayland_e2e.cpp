@@ -14,30 +14,23 @@ namespace {
 
 QString shell(const QString &command)
 {
-    return run(QStringLiteral("sh"), {QStringLiteral("-c"), command});
+    return run(u"sh"_s, {u"-c"_s, command});
 }
 
 // The first window of sway's layout tree that is wanted, or an empty object.
 QJsonObject swayWindow(const std::function<bool(const QJsonObject &)> &wanted, QJsonObject node = {})
 {
     if (node.isEmpty())
-        node = QJsonDocument::fromJson(shell(QStringLiteral("swaymsg -t get_tree")).toUtf8()).object();
+        node = QJsonDocument::fromJson(shell(u"swaymsg -t get_tree"_s).toUtf8()).object();
     if (node.contains(u"pid") && wanted(node))
         return node;
-    for (const QString &children : {QStringLiteral("nodes"), QStringLiteral("floating_nodes")}) {
+    for (const QString &children : {u"nodes"_s, u"floating_nodes"_s}) {
         for (const QJsonValue &child : node.value(children).toArray()) {
             if (const QJsonObject found = swayWindow(wanted, child.toObject()); !found.isEmpty())
                 return found;
         }
     }
     return {};
-}
-
-QRect rectOf(const QJsonObject &window, QStringView key = u"rect")
-{
-    const QJsonObject rect = window.value(key).toObject();
-    return QRect(rect.value(u"x").toInt(), rect.value(u"y").toInt(), rect.value(u"width").toInt(),
-                 rect.value(u"height").toInt());
 }
 
 std::function<bool(const QJsonObject &)> titled(const QString &title)
@@ -51,8 +44,7 @@ void waylandScreenshot(const QString &name)
 {
     QDir().mkpath(kArtifacts);
     const bool sway = qEnvironmentVariable("TARVEL_WAYLAND_COMPOSITOR") == u"sway";
-    shell((sway ? QStringLiteral("grim '%1/%2.png'") : QStringLiteral("import -window root '%1/%2.png'"))
-              .arg(kArtifacts, name));
+    shell((sway ? u"grim '%1/%2.png'"_s : u"import -window root '%1/%2.png'"_s).arg(kArtifacts, name));
 }
 
 // foot runs tarvel-edit on prompt.txt as an assistant runs its editor, then reads a line from the
@@ -60,10 +52,10 @@ void waylandScreenshot(const QString &name)
 struct FootWithHelper final : QProcess {
     FootWithHelper(const QTemporaryDir &root, const Application &app)
     {
-        writeFile(root.filePath(QStringLiteral("prompt.txt")), "Draft:");
+        writeFile(root.filePath(u"prompt.txt"_s), "Draft:");
         setProcessEnvironment(app.environment());
-        start(QStringLiteral("foot"),
-              {QStringLiteral("sh"), QStringLiteral("-c"),
+        start(u"foot"_s,
+              {u"sh"_s, u"-c"_s,
                QStringLiteral(
                    "cd '%1'; '%2' prompt.txt; echo $? > status; read line; echo $line > after; sleep 600")
                    .arg(root.path(), kTarvelEdit)});
@@ -83,8 +75,7 @@ class WaylandEndToEndTest final : public QObject {
 
 private Q_SLOTS:
     void init();
-    void composerFloatsOverFootUnderSway();
-    void trayPreferencesAndDoctorUnderSway();
+    void composerTrayPreferencesAndDoctorUnderSway();
     void noTrayWarningWithoutAHostUnderSway();
     void composerUnderWeston();
 };
@@ -98,81 +89,70 @@ void WaylandEndToEndTest::init()
         QSKIP("This case runs in the other compositor's session.");
 }
 
-void WaylandEndToEndTest::composerFloatsOverFootUnderSway()
+// foot's tarvel-edit starts Tarvel, whose composer floats over foot; its tray icon is in swaybar's
+// tray, the window probe opens the preferences floating at their remembered size, and doctor names
+// the tray's host and sway's line for the shortcut.
+void WaylandEndToEndTest::composerTrayPreferencesAndDoctorUnderSway()
 {
     QTemporaryDir root;
     Application app(root.path());
+    app.setSetting(u"PreferencesWindowContentSize"_s, u"{700, 500}"_s);
+    // Ctrl+Alt+K as the settings keep it: the Mac's Command-Option-K.
+    app.setSetting(u"KeyboardShortcuts_openScratchComposer"_s,
+                   u"{\"carbonKeyCode\":40,\"carbonModifiers\":2304}"_s);
     const FootWithHelper foot(root, app);
     const auto isFoot = [&](const QJsonObject &window) {
         return window.value(u"pid").toInteger() == foot.processId();
     };
-    const auto isComposer = titled(QStringLiteral("Tarvel Composer"));
+    const auto isComposer = titled(u"Tarvel Composer"_s);
     // It has the keyboard as soon as it is up.
     QTRY_VERIFY_WITH_TIMEOUT(swayWindow(isComposer).value(u"focused").toBool(), 15000);
     app.adoptStartedCopy();
     const QJsonObject composer = swayWindow(isComposer);
-    const QRect terminal = rectOf(swayWindow(isFoot));
-    const QRect panel = rectOf(composer);
-    waylandScreenshot(QStringLiteral("wayland-sway-composer"));
+    const QRect terminal = rectOf(swayWindow(isFoot)[u"rect"]);
+    const QRect panel = rectOf(composer[u"rect"]);
+    waylandScreenshot(u"wayland-sway-composer"_s);
 
     // Floating at its own size, its bottom edge 20 px above the terminal's, centred on it.
-    QCOMPARE(composer.value(u"type").toString(), QStringLiteral("floating_con"));
-    QVERIFY2(terminal.contains(panel), qPrintable(QStringLiteral("%1,%2").arg(panel.x()).arg(panel.y())));
+    QCOMPARE(composer.value(u"type").toString(), u"floating_con"_s);
+    QVERIFY2(terminal.contains(panel), qPrintable(u"%1,%2"_s.arg(panel.x()).arg(panel.y())));
     QCOMPARE(terminal.bottom() - panel.bottom(), 20);
     QVERIFY(qAbs(terminal.center().x() - panel.center().x()) <= 1);
 
     // It grows upward with its text, its bottom edge where it was.
-    shell(QStringLiteral("wtype ' typed under sway' -k Return 'a second line'"));
-    QTRY_VERIFY(rectOf(swayWindow(isComposer)).height() > panel.height());
-    QTRY_COMPARE(rectOf(swayWindow(isComposer)).bottom(), panel.bottom());
+    shell(u"wtype ' typed under sway' -k Return 'a second line'"_s);
+    QTRY_VERIFY(rectOf(swayWindow(isComposer)[u"rect"]).height() > panel.height());
+    QTRY_COMPARE(rectOf(swayWindow(isComposer)[u"rect"]).bottom(), panel.bottom());
 
-    shell(QStringLiteral("wtype -M ctrl -k Return -m ctrl"));
-    QTRY_COMPARE_WITH_TIMEOUT(readFile(root.filePath(QStringLiteral("status"))), QByteArray("0\n"), 5000);
-    QCOMPARE(readFile(root.filePath(QStringLiteral("prompt.txt"))),
-             QByteArray("Draft: typed under sway\na second line"));
+    shell(u"wtype -M ctrl -k Return -m ctrl"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(readFile(root.filePath(u"status"_s)), QByteArray("0\n"), 5000);
+    QCOMPARE(readFile(root.filePath(u"prompt.txt"_s)), QByteArray("Draft: typed under sway\na second line"));
 
     // The keyboard is the terminal's again.
     QTRY_VERIFY_WITH_TIMEOUT(swayWindow(isFoot).value(u"focused").toBool(), 5000);
-    shell(QStringLiteral("wtype back -k Return"));
-    QTRY_COMPARE(readFile(root.filePath(QStringLiteral("after"))), QByteArray("back\n"));
-}
+    shell(u"wtype back -k Return"_s);
+    QTRY_COMPARE(readFile(root.filePath(u"after"_s)), QByteArray("back\n"));
+    waylandScreenshot(u"wayland-sway-tray"_s);
 
-void WaylandEndToEndTest::trayPreferencesAndDoctorUnderSway()
-{
-    QTemporaryDir root;
-    Application app(root.path());
-    QSettings settings(app.settingsFile(), QSettings::IniFormat);
-    settings.setValue(QStringLiteral("PreferencesWindowContentSize"), QStringLiteral("{700, 500}"));
-    // Ctrl+Alt+K as the settings keep it: the Mac's Command-Option-K.
-    settings.setValue(QStringLiteral("KeyboardShortcuts_openScratchComposer"),
-                      QStringLiteral("{\"carbonKeyCode\":40,\"carbonModifiers\":2304}"));
-    settings.sync();
-    // Its StatusNotifierItem is in swaybar's tray.
-    app.start();
-    waylandScreenshot(QStringLiteral("wayland-sway-tray"));
-
-    shell(QStringLiteral(
-              "dbus-send --session --type=signal /zq/tarvel zq.tarvel.DistributedNotifications.Posted "
-              "string:zq.tarvel.debug-window-request dict:string:string:target,preferences,response,%1")
-              .arg(root.filePath(QStringLiteral("probe"))));
-    const auto isPreferences = titled(QStringLiteral("Preferences"));
+    requestFrame(u"preferences"_s, root.filePath(u"probe"_s));
+    const auto isPreferences = titled(u"Preferences"_s);
     QTRY_VERIFY_WITH_TIMEOUT(swayWindow(isPreferences).value(u"focused").toBool(), 10000);
-    QTRY_VERIFY(QFile::exists(root.filePath(QStringLiteral("probe"))));
-    waylandScreenshot(QStringLiteral("wayland-sway-preferences"));
-    QCOMPARE(swayWindow(isPreferences).value(u"type").toString(), QStringLiteral("floating_con"));
-    QCOMPARE(rectOf(swayWindow(isPreferences), u"window_rect").size(), QSize(700, 500));
+    QTRY_VERIFY(QFile::exists(root.filePath(u"probe"_s)));
+    waylandScreenshot(u"wayland-sway-preferences"_s);
+    QCOMPARE(swayWindow(isPreferences).value(u"type").toString(), u"floating_con"_s);
+    QCOMPARE(rectOf(swayWindow(isPreferences)[u"window_rect"]).size(), QSize(700, 500));
 
     // doctor names the tray's host, and the line for sway's configuration with the running tarvel, as
     // no tarvel on PATH is this one.
     QProcess doctor;
     doctor.setProcessEnvironment(app.environment());
-    doctor.start(kTarvel, {QStringLiteral("doctor")});
+    doctor.start(kTarvel, {u"doctor"_s});
     QVERIFY(doctor.waitForFinished(20000));
     const QString report = QString::fromUtf8(doctor.readAllStandardOutput());
     QVERIFY2(report.contains(u"swaybar\u2019s StatusNotifierItem host is running") &&
                  report.contains(u"with the window manager's IPC socket") &&
-                 report.contains(QStringLiteral("\u201cbindsym Ctrl+Alt+k exec %1\u201d")
-                                     .arg(QFileInfo(kTarvel).canonicalFilePath())),
+                 report.contains(
+                     u"\u201cbindsym Ctrl+Alt+k exec %1\u201d"_s.arg(QFileInfo(kTarvel).canonicalFilePath())),
              qPrintable(report));
 }
 
@@ -185,17 +165,17 @@ void WaylandEndToEndTest::noTrayWarningWithoutAHostUnderSway()
     QProcess session;
     session.setProcessEnvironment(app.environment());
     session.start(
-        QStringLiteral("dbus-run-session"),
-        {QStringLiteral("--"), QStringLiteral("sh"), QStringLiteral("-c"),
+        u"dbus-run-session"_s,
+        {u"--"_s, u"sh"_s, u"-c"_s,
          QStringLiteral("'%1' 2>'%2' & until dbus-send --session --print-reply --dest=org.freedesktop.DBus "
                         "/ org.freedesktop.DBus.NameHasOwner string:zq.tarvel | grep -q true; do "
                         "sleep 0.1; done; '%1'; wait")
-             .arg(kTarvel, root.filePath(QStringLiteral("errors")))});
-    const auto isScratch = titled(QStringLiteral("Tarvel Quick Task"));
+             .arg(kTarvel, root.filePath(u"errors"_s))});
+    const auto isScratch = titled(u"Tarvel Quick Task"_s);
     QTRY_VERIFY_WITH_TIMEOUT(!swayWindow(isScratch).isEmpty(), 15000);
     ::kill(pid_t(swayWindow(isScratch).value(u"pid").toInteger()), SIGTERM);
     QVERIFY(session.waitForFinished(10000));
-    const QByteArray errors = readFile(root.filePath(QStringLiteral("errors")));
+    const QByteArray errors = readFile(root.filePath(u"errors"_s));
     QVERIFY2(!errors.contains("systemTrayWindowChanged"), errors.constData());
 }
 
@@ -206,29 +186,29 @@ void WaylandEndToEndTest::composerUnderWeston()
     const FootWithHelper foot(root, app);
     // weston-debug lists top-level surfaces front-most first.
     const auto sceneGraph = [] {
-        return shell(QStringLiteral("weston-debug scene-graph"));
+        return shell(u"weston-debug scene-graph"_s);
     };
     static const QRegularExpression toplevel(QStringLiteral(
         "role xdg_toplevel, PID \\d+, [^\\n]*top-level window '([^'\\n]*)' of (\\S+), [^\\n]*\\n"
         "\\s*position: \\((\\d+), (\\d+)\\) -> \\((\\d+), (\\d+)\\)"));
     QTRY_VERIFY_WITH_TIMEOUT(toplevel.match(sceneGraph()).captured(1).startsWith(u"Tarvel Composer"), 15000);
     app.adoptStartedCopy(false); // weston has no tray
-    waylandScreenshot(QStringLiteral("wayland-weston-composer"));
+    waylandScreenshot(u"wayland-weston-composer"_s);
     // weston places new windows itself: a panel of its own size, in front of the terminal.
     const QRegularExpressionMatch composer = toplevel.match(sceneGraph());
-    QCOMPARE(composer.captured(2), QStringLiteral("zq.tarvel"));
+    QCOMPARE(composer.captured(2), u"zq.tarvel"_s);
     QVERIFY(composer.captured(5).toInt() - composer.captured(3).toInt() < 1280 / 2);
     qInfo("weston put the composer at %s,%s", qPrintable(composer.captured(3)),
           qPrintable(composer.captured(4)));
 
     // weston gives a new window the keyboard, and gives it back once the closed panel has faded out.
-    type(QStringLiteral(" typed under weston"));
-    key(QStringLiteral("ctrl+Return"));
-    QTRY_COMPARE_WITH_TIMEOUT(readFile(root.filePath(QStringLiteral("status"))), QByteArray("0\n"), 5000);
-    QCOMPARE(readFile(root.filePath(QStringLiteral("prompt.txt"))), QByteArray("Draft: typed under weston"));
+    type(u" typed under weston"_s);
+    key(u"ctrl+Return"_s);
+    QTRY_COMPARE_WITH_TIMEOUT(readFile(root.filePath(u"status"_s)), QByteArray("0\n"), 5000);
+    QCOMPARE(readFile(root.filePath(u"prompt.txt"_s)), QByteArray("Draft: typed under weston"));
     QTRY_VERIFY(!sceneGraph().contains(u"role xdg_toplevel, PID 0,"));
-    type(QStringLiteral("back\n"));
-    QTRY_COMPARE(readFile(root.filePath(QStringLiteral("after"))), QByteArray("back\n"));
+    type(u"back\n"_s);
+    QTRY_COMPARE(readFile(root.filePath(u"after"_s)), QByteArray("back\n"));
 }
 
 QTEST_GUILESS_MAIN(WaylandEndToEndTest)

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Builds the Debian package from the build folder, as `make package` does, and checks it the
-# way dpkg sees it: its name, its dependencies, its files, and that the programs it carries run.
+# way dpkg sees it: its name, its dependencies, its files, its desktop entry and AppStream file,
+# and that the programs it carries run.
 #
 #   package.sh BUILD_DIR VERSION
 set -euo pipefail
@@ -35,13 +36,19 @@ done
 contents=$(dpkg-deb -c "$deb")
 for file in ./usr/bin/tarvel ./usr/bin/tarvel-edit ./usr/share/applications/zq.tarvel.desktop \
     ./usr/share/dbus-1/services/zq.tarvel.service ./usr/share/metainfo/zq.tarvel.metainfo.xml \
-    ./usr/share/icons/hicolor/scalable/apps/zq.tarvel.svg ./usr/share/doc/tarvel/LICENSE; do
+    ./usr/share/icons/hicolor/scalable/apps/zq.tarvel.svg ./usr/share/icons/hicolor/symbolic/apps/zq.tarvel-symbolic.svg \
+    ./usr/share/doc/tarvel/LICENSE; do
     grep -q " $file\$" <<<"$contents" || fail "the package lacks $file"
 done
 
 dpkg-deb -x "$deb" "$work/root"
 grep -qx 'Exec=/usr/bin/tarvel' "$work/root/usr/share/dbus-1/services/zq.tarvel.service" ||
     fail "the packaged service file does not start /usr/bin/tarvel"
+desktop-file-validate "$work/root/usr/share/applications/zq.tarvel.desktop"
+# zq.tarvel is the application's fixed identifier on every platform, one part short of what
+# AppStream likes to see.
+appstreamcli validate --no-net --override=cid-desktopapp-is-not-rdns=info \
+    "$work/root/usr/share/metainfo/zq.tarvel.metainfo.xml" >/dev/null
 [ "$("$work/root/usr/bin/tarvel" --version)" = "tarvel $version" ] || fail "tarvel --version"
 # The packaged tarvel finds its speech module where the package puts it.
 speech=$(pkg-config --variable=datadir pocketsphinx)/test/data/goforward.raw

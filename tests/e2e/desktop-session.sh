@@ -224,18 +224,14 @@ await() {
     local name=$1 seconds=$2 pid=${helpers[-1]#*:}
     shift 2
     local check=$1
+    local why="was not ready after $seconds seconds"
     for _ in $(seq 1 $((seconds * 20))); do
-        if "$@" >/dev/null 2>&1; then
-            return 0
-        fi
-        if ! kill -0 "$pid" 2>/dev/null; then
-            tail -n 20 "$dir/$name.log" >&2 || true
-            fail "$name exited before it was ready ($check)"
-        fi
+        ! "$@" >/dev/null 2>&1 || return 0
+        kill -0 "$pid" 2>/dev/null || { why="exited before it was ready"; break; }
         sleep 0.05
     done
     tail -n 20 "$dir/$name.log" >&2 || true
-    fail "$name was not ready after $seconds seconds ($check)"
+    fail "$name $why ($check)"
 }
 
 # openbox announces itself early in its start-up; a window mapped before it has also published
@@ -260,12 +256,6 @@ work_area_ready() {
     local out
     out=$(xprop -root _NET_WORKAREA) && [[ $out =~ =\ [0-9]+,\ 28, ]]
 }
-notifications_ready() {
-    local out
-    out=$(dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
-        org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications) && [[ $out == *"boolean true"* ]]
-}
-
 bus_name_owned() {
     dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
         org.freedesktop.DBus.NameHasOwner "string:$1" | grep -q 'boolean true'
@@ -330,7 +320,7 @@ elif [ -z "$wayland" ]; then
     fi
 
     start dunst dunst
-    await dunst 15 notifications_ready
+    await dunst 15 bus_name_owned org.freedesktop.Notifications
 fi
 
 # Qt lists no monitor sources, so the null sink's monitor is remapped into a real source.

@@ -10,6 +10,8 @@
 #include <QTest>
 #include <QWindow>
 
+using namespace Qt::StringLiterals;
+
 class WindowSystemHeadlessTest final : public QObject {
     Q_OBJECT
 
@@ -44,10 +46,10 @@ void WindowSystemHeadlessTest::reportsAnEmptyDesktop()
 
 void WindowSystemHeadlessTest::screenNumberOfDisplayNames()
 {
-    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral(":0")), 0);
-    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral(":1.2")), 2);
-    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("localhost:10.1")), 1);
-    QCOMPARE(X11WindowSystem::screenNumber(QStringLiteral("/tmp/launch-x/org.xquartz:0")), 0);
+    QCOMPARE(X11WindowSystem::screenNumber(u":0"_s), 0);
+    QCOMPARE(X11WindowSystem::screenNumber(u":1.2"_s), 2);
+    QCOMPARE(X11WindowSystem::screenNumber(u"localhost:10.1"_s), 1);
+    QCOMPARE(X11WindowSystem::screenNumber(u"/tmp/launch-x/org.xquartz:0"_s), 0);
     QCOMPARE(X11WindowSystem::screenNumber(QString()), 0);
 }
 

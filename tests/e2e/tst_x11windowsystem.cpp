@@ -12,6 +12,8 @@
 #include <memory>
 #include <vector>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 QString run(const QString &program, const QStringList &arguments)
@@ -32,18 +34,17 @@ int field(const QString &text, const QString &label)
 
 QString hexId(quint64 id)
 {
-    return QStringLiteral("0x") + QString::number(id, 16);
+    return u"0x"_s + QString::number(id, 16);
 }
 
 // A window's outer rectangle (its X border included) as xwininfo sees it.
 QRect xwininfoRect(const QString &id)
 {
-    const QString info = run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), id});
-    const int border = field(info, QStringLiteral("Border width"));
-    return QRect(field(info, QStringLiteral("Absolute upper-left X")) - border,
-                 field(info, QStringLiteral("Absolute upper-left Y")) - border,
-                 field(info, QStringLiteral("Width")) + 2 * border,
-                 field(info, QStringLiteral("Height")) + 2 * border);
+    const QString info = run(u"xwininfo"_s, {u"-id"_s, id});
+    const int border = field(info, u"Border width"_s);
+    return QRect(field(info, u"Absolute upper-left X"_s) - border,
+                 field(info, u"Absolute upper-left Y"_s) - border, field(info, u"Width"_s) + 2 * border,
+                 field(info, u"Height"_s) + 2 * border);
 }
 
 QList<int> numbers(const QString &text)
@@ -68,8 +69,7 @@ class X11WindowSystemTest final : public QObject {
 private Q_SLOTS:
     void initTestCase();
     void cleanup();
-    void findsTheTerminalWindowByPid();
-    void listsOnlyOrdinaryVisibleWindowsOfOthers();
+    void findsTerminalsAndListsOnlyOrdinaryVisibleWindowsOfOthers();
     void reportsScreensAndCompositor();
 
 private:
@@ -99,8 +99,7 @@ void X11WindowSystemTest::cleanup()
 TopLevelWindow X11WindowSystemTest::startTerminal(const QString &geometry)
 {
     auto terminal = std::make_unique<QProcess>();
-    terminal->start(QStringLiteral("xterm"), {QStringLiteral("-geometry"), geometry, QStringLiteral("-e"),
-                                              QStringLiteral("sleep"), QStringLiteral("600")});
+    terminal->start(u"xterm"_s, {u"-geometry"_s, geometry, u"-e"_s, u"sleep"_s, u"600"_s});
     if (!terminal->waitForStarted(5000))
         return {};
     const qint64 pid = terminal->processId();
@@ -132,62 +131,54 @@ quint64 X11WindowSystemTest::frontId() const
     return windows.isEmpty() ? 0 : windows.first().id;
 }
 
-void X11WindowSystemTest::findsTheTerminalWindowByPid()
+void X11WindowSystemTest::findsTerminalsAndListsOnlyOrdinaryVisibleWindowsOfOthers()
 {
-    const TopLevelWindow xterm = startTerminal(QStringLiteral("80x24+100+150"));
+    const TopLevelWindow xterm = startTerminal(u"80x24+100+150"_s);
     QVERIFY(xterm.id != 0);
-    QCOMPARE(xterm.windowInstance, QStringLiteral("xterm"));
-    QCOMPARE(xterm.windowClass, QStringLiteral("XTerm"));
-    QCOMPARE(m_windows->executableName(xterm.pid), QStringLiteral("xterm"));
+    QCOMPARE(xterm.windowInstance, u"xterm"_s);
+    QCOMPARE(xterm.windowClass, u"XTerm"_s);
+    QCOMPARE(m_windows->executableName(xterm.pid), u"xterm"_s);
 
     // The frame is the window manager's frame window around the client (a title bar above
     // it), placed where -geometry asked.
     const QString id = hexId(xterm.id);
-    const QString tree =
-        run(QStringLiteral("xwininfo"), {QStringLiteral("-tree"), QStringLiteral("-id"), id});
+    const QString tree = run(u"xwininfo"_s, {u"-tree"_s, u"-id"_s, id});
     const QString parent =
         QRegularExpression(QStringLiteral(u"Parent window id: (0x[0-9a-f]+)")).match(tree).captured(1);
     QVERIFY(!parent.isEmpty());
     QCOMPARE(xterm.frame, xwininfoRect(parent));
     QVERIFY2(xwininfoRect(id).top() > xterm.frame.top(), "openbox draws a title bar");
     QCOMPARE(xterm.frame.topLeft(), QPoint(100, 150));
-}
 
-void X11WindowSystemTest::listsOnlyOrdinaryVisibleWindowsOfOthers()
-{
     // Our own window is on the desktop but never in the list.
     QWindow own;
     own.setGeometry(200, 200, 300, 200);
     own.show();
     const auto managed = [&] {
-        const QString list =
-            run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_CLIENT_LIST")});
+        const QString list = run(u"xprop"_s, {u"-root"_s, u"_NET_CLIENT_LIST"_s});
         return list.split(QRegularExpression(QStringLiteral(u"[\\s,]+"))).contains(hexId(own.winId()));
     };
     QTRY_VERIFY_WITH_TIMEOUT(managed(), 10000);
     QVERIFY(!containsWindow(m_windows->topLevelWindows(), own.winId()));
 
     // Nor is the tray, a dock.
-    const QString tray = run(QStringLiteral("xdotool"),
-                             {QStringLiteral("search"), QStringLiteral("--class"), QStringLiteral("trayer")});
+    const QString tray = run(u"xdotool"_s, {u"search"_s, u"--class"_s, u"trayer"_s});
     QVERIFY(!tray.trimmed().isEmpty());
     for (const TopLevelWindow &window : m_windows->topLevelWindows())
-        QVERIFY(window.windowClass != QStringLiteral("trayer"));
+        QVERIFY(window.windowClass != u"trayer"_s);
 
     // A minimised window leaves the list until it is activated again, in front. (Activating
     // a terminal that is merely behind is driven end to end by tst_app_e2e.)
-    const TopLevelWindow xterm = startTerminal(QStringLiteral("80x24+100+150"));
-    const TopLevelWindow other = startTerminal(QStringLiteral("80x24+300+250"));
-    QVERIFY(xterm.id != 0 && other.id != 0);
-    run(QStringLiteral("xdotool"), {QStringLiteral("windowminimize"), QString::number(xterm.id)});
+    const TopLevelWindow other = startTerminal(u"80x24+300+250"_s);
+    QVERIFY(other.id != 0);
+    run(u"xdotool"_s, {u"windowminimize"_s, QString::number(xterm.id)});
     QTRY_VERIFY(!containsWindow(m_windows->topLevelWindows(), xterm.id));
     QVERIFY(!m_windows->activateApplication(xterm.pid));
     QVERIFY(m_windows->activateWindow(xterm.id));
     QTRY_VERIFY(containsWindow(m_windows->topLevelWindows(), xterm.id));
     QTRY_COMPARE(activeId(), xterm.id);
     QTRY_COMPARE(frontId(), xterm.id);
-    QCOMPARE(run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")}).trimmed().toULongLong(),
-             xterm.id);
+    QCOMPARE(run(u"xdotool"_s, {u"getactivewindow"_s}).trimmed().toULongLong(), xterm.id);
     QVERIFY(!m_windows->activateWindow(0));
     QVERIFY(!m_windows->activateApplication(QCoreApplication::applicationPid()));
 }
@@ -197,12 +188,10 @@ void X11WindowSystemTest::reportsScreensAndCompositor()
     const QList<ScreenArea> screens = m_windows->screens();
     QCOMPARE(screens.size(), 1);
     QCOMPARE(m_windows->primaryScreenIndex(), 0);
-    const QString root = run(QStringLiteral("xwininfo"), {QStringLiteral("-root")});
-    QCOMPARE(screens[0].geometry,
-             QRect(0, 0, field(root, QStringLiteral("Width")), field(root, QStringLiteral("Height"))));
+    const QString root = run(u"xwininfo"_s, {u"-root"_s});
+    QCOMPARE(screens[0].geometry, QRect(0, 0, field(root, u"Width"_s), field(root, u"Height"_s)));
     // The tray reserves a strip along the top, which the window manager leaves out.
-    const QList<int> workArea =
-        numbers(run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_WORKAREA")}));
+    const QList<int> workArea = numbers(run(u"xprop"_s, {u"-root"_s, u"_NET_WORKAREA"_s}));
     QVERIFY(workArea.size() >= 4);
     QCOMPARE(screens[0].workArea, QRect(workArea[0], workArea[1], workArea[2], workArea[3]));
     QVERIFY(screens[0].workArea != screens[0].geometry);

@@ -1,6 +1,6 @@
-// The editor set-up on a real desktop: the prompt after launch, Install clicked, and then
-// git in an xterm running bash -i, whose VISUAL now leads through the shim to the composer.
-// Runs inside tests/e2e/desktop-session.sh.
+// The editor set-up on a real desktop: the prompt after a first use or after launch, Install
+// clicked, and then git in an xterm running bash -i, whose VISUAL now leads through the shim to
+// the composer. Runs inside tests/e2e/desktop-session.sh.
 #include "DesktopTestSupport.h"
 
 #include "composer/UnrequestedWindowGuard.h"
@@ -13,24 +13,19 @@
 using namespace desktop_test;
 
 namespace {
-const QString kPromptTitle = QStringLiteral("Tarvel Editor Setup");
+const QString kPromptTitle = u"Tarvel Editor Setup"_s;
 // The prompt is scheduled a second after launch; a second start must not show it.
 constexpr int kPromptWindowMs = 4000;
-const QMap<QString, QString> kBash{{QStringLiteral("SHELL"), QStringLiteral("/bin/bash")}};
+const QMap<QString, QString> kBash{{u"SHELL"_s, u"/bin/bash"_s}};
 
 QString promptWindow()
 {
-    return xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                    kPromptTitle})
-        .section(u'\n', 0, 0);
+    return xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, kPromptTitle}).section(u'\n', 0, 0);
 }
 
 QString waitForPrompt()
 {
-    QString id;
-    [&] {
-        QTRY_VERIFY_WITH_TIMEOUT(!(id = promptWindow()).isEmpty(), 15000);
-    }();
+    const QString id = waitForWindow(promptWindow, 15000);
     QTest::qWait(300); // let it take the focus before clicking
     return id;
 }
@@ -39,8 +34,7 @@ QString waitForPrompt()
 // display, style and fonts).
 void clickPromptButton(const QString &window, const QString &objectName)
 {
-    EditorIntegrationPromptWindow measured(QStringLiteral("Headline"), QStringLiteral("Message"),
-                                           QStringLiteral("Review .bashrc"), {});
+    EditorIntegrationPromptWindow measured(u"Headline"_s, u"Message"_s, u"Review .bashrc"_s, {});
     measured.layout()->activate();
     const auto *button = measured.findChild<QPushButton *>(objectName);
     QVERIFY(button);
@@ -49,80 +43,76 @@ void clickPromptButton(const QString &window, const QString &objectName)
     click(client.x + center.x(), client.y + center.y());
 }
 
-// The one window of the application that is neither the tray icon nor the given one: an alert.
-QString waitForAlert(const Application &app, const QString &besides)
-{
-    QString id;
-    [&] {
-        QTRY_VERIFY_WITH_TIMEOUT(!(id = app.otherWindow({besides})).isEmpty(), 10000);
-    }();
-    return id;
-}
 } // namespace
 
 class EditorSetupEndToEndTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY2(!qEnvironmentVariableIsEmpty("DISPLAY"), "run through tests/e2e/desktop-session.sh");
-    }
-
-    void installFromThePromptThenCommitThroughTheComposer()
+    // A first use: git commit in an xterm starts Tarvel through the helper. The offer waits until the
+    // composer has closed, and no key typed for the composer answers it. Install, clicked, sets up
+    // .bashrc, and git in a new xterm running bash -i reaches the composer through the shim.
+    void firstUseThenInstallFromTheOfferAndCommitThroughTheShim()
     {
         QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")), kBash);
+        Application app(root.filePath(u"app"_s), kBash);
         app.allowEditorSetupPrompt();
-        const QString bashrc = app.home() + QStringLiteral("/.bashrc");
+        const QString bashrc = app.home() + u"/.bashrc"_s;
         writeFile(bashrc, "alias ll='ls -l'\n");
-        app.start();
+        {
+            const GitCommitInXterm commit(root, app);
+            app.adoptStartedCopy();
+            const QString composer = app.waitForComposer();
+            QCOMPARE(activeWindow(), composer);
+
+            // Past the second after launch at which the offer used to break in.
+            const QString message = u"Keep typing well past the moment the offer used to come"_s;
+            xdotool({u"type"_s, u"--delay"_s, u"60"_s, message});
+            QVERIFY(promptWindow().isEmpty());
+            key(u"ctrl+Return"_s);
+            QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+            QCOMPARE(commit.lastMessage(), message);
+            QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), commit.terminalWindow(), 5000);
+        }
 
         const QString prompt = waitForPrompt();
-        screenshot(QStringLiteral("editor-setup-prompt"), prompt);
-        clickPromptButton(prompt, QStringLiteral("installButton"));
-        const QString installed = waitForAlert(app, prompt);
+        screenshot(u"editor-setup-prompt-after-composer"_s, prompt);
+        // Nothing is armed: Return, once the prompt takes keys, installs nothing.
+        QTest::qWait(UnrequestedWindowGuard::quietPeriodMs);
+        activate(prompt);
+        key(u"Return"_s);
+        QTest::qWait(500);
+        QCOMPARE(promptWindow(), prompt);
+        QCOMPARE(readFile(bashrc), QByteArray("alias ll='ls -l'\n"));
+
+        clickPromptButton(prompt, u"installButton"_s);
+        const QString installed = waitForWindow([&] { return app.otherWindow({prompt}); });
         QVERIFY(promptWindow().isEmpty());
-        const QString shim = app.home() + QStringLiteral("/.local/bin/tarvel-edit");
+        const QString shim = app.home() + u"/.local/bin/tarvel-edit"_s;
         QVERIFY(QFileInfo(shim).isExecutable());
         QCOMPARE(readFile(bashrc), QByteArray("alias ll='ls -l'\n\n# >>> Tarvel editor integration >>>\n"
                                               "export VISUAL=\"$HOME/.local/bin/tarvel-edit\"\n"
                                               "# <<< Tarvel editor integration <<<\n"));
         activate(installed);
-        key(QStringLiteral("Return"));
+        key(u"Return"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.otherWindow({}).isEmpty(), 5000);
 
         // A new terminal as the user would open one: only its .bashrc says what VISUAL is,
         // and the shim finds the tarvel-edit installed beside tarvel.
-        const QString repo = root.filePath(QStringLiteral("repo"));
-        QVERIFY(QDir().mkpath(repo));
-        run(QStringLiteral("git"),
-            {QStringLiteral("-C"), repo, QStringLiteral("init"), QStringLiteral("-q")});
-        const QString visual = root.filePath(QStringLiteral("visual"));
-        const QString status = root.filePath(QStringLiteral("status"));
+        const QString visual = root.filePath(u"visual"_s);
         QProcessEnvironment environment = app.environment();
         for (const char *name : {"VISUAL", "EDITOR", "GIT_EDITOR", "TARVEL_EDIT_PATH"})
             environment.remove(QString::fromLatin1(name));
-        QProcess xterm;
-        xterm.setProcessEnvironment(environment);
-        xterm.start(QStringLiteral("xterm"),
-                    {QStringLiteral("-geometry"), QStringLiteral("90x30+150+120"), QStringLiteral("-e"),
-                     QStringLiteral("bash"), QStringLiteral("-i"), QStringLiteral("-c"),
-                     QStringLiteral(
-                         "cd '%1' && echo \"$VISUAL\" > '%2' && git -c user.name=T "
-                         "-c user.email=t@example.invalid commit --allow-empty -q; echo $? > '%3'; sleep 60")
-                         .arg(repo, visual, status)});
-        QVERIFY(xterm.waitForStarted());
-        app.waitForComposer();
-        QCOMPARE(readFile(visual).trimmed(), shim.toUtf8());
-        type(QStringLiteral("Set up the editor"));
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("0"), 10000);
-        QCOMPARE(run(QStringLiteral("git"), {QStringLiteral("-C"), repo, QStringLiteral("log"),
-                                             QStringLiteral("-1"), QStringLiteral("--format=%B")}),
-                 QStringLiteral("Set up the editor"));
-        xterm.kill();
-        xterm.waitForFinished();
+        {
+            const GitCommitInXterm commit(root, app, {}, u"echo \"$VISUAL\" > '%1' &&"_s.arg(visual),
+                                          u"bash"_s, environment);
+            app.waitForComposer();
+            QCOMPARE(readFile(visual).trimmed(), shim.toUtf8());
+            type(u"Set up the editor"_s);
+            key(u"ctrl+Return"_s);
+            QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
+            QCOMPARE(commit.lastMessage(), u"Set up the editor"_s);
+        }
 
         // Set up now: a second start asks nothing.
         app.kill(SIGKILL);
@@ -131,72 +121,10 @@ private Q_SLOTS:
         QVERIFY(promptWindow().isEmpty());
     }
 
-    // A first use: git commit in an xterm starts Tarvel through the helper. The offer waits until the
-    // composer has closed, and no key typed for the composer answers it.
-    void theFirstComposerKeepsItsKeysUntilItCloses()
-    {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")), kBash);
-        app.allowEditorSetupPrompt();
-        const QString bashrc = app.home() + QStringLiteral("/.bashrc");
-        const QByteArray bashrcBefore = "alias ll='ls -l'\n";
-        writeFile(bashrc, bashrcBefore);
-        const GitCommitInXterm commit(root, app);
-        app.adoptStartedCopy();
-        const QString composer = app.waitForComposer();
-        QCOMPARE(activeWindow(), composer);
-
-        // Past the second after launch at which the offer used to break in.
-        const QString message = QStringLiteral("Keep typing well past the moment the offer used to come");
-        xdotool({QStringLiteral("type"), QStringLiteral("--delay"), QStringLiteral("60"), message});
-        QVERIFY(promptWindow().isEmpty());
-        key(QStringLiteral("ctrl+Return"));
-        QTRY_COMPARE_WITH_TIMEOUT(commit.status(), QByteArray("0"), 10000);
-        QCOMPARE(commit.lastMessage(), message);
-        QTRY_COMPARE_WITH_TIMEOUT(activeWindow(), windowsOf(commit.xterm().processId()).value(0), 5000);
-
-        const QString prompt = waitForPrompt();
-        screenshot(QStringLiteral("editor-setup-prompt-after-composer"), prompt);
-        // Nothing is armed: Return, once the prompt takes keys, installs nothing.
-        QTest::qWait(UnrequestedWindowGuard::quietPeriodMs);
-        activate(prompt);
-        key(QStringLiteral("Return"));
-        QTest::qWait(500);
-        QCOMPARE(promptWindow(), prompt);
-        QCOMPARE(readFile(bashrc), bashrcBefore);
-        clickPromptButton(prompt, QStringLiteral("cancelButton"));
-        QTRY_VERIFY_WITH_TIMEOUT(promptWindow().isEmpty(), 5000);
-    }
-
-    // The offer is on screen when an assistant asks for the editor: the composer gets the keys, and
-    // the offer comes back once it has closed.
-    void aComposerOverTheOfferGetsTheKeys()
-    {
-        QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")), kBash);
-        app.allowEditorSetupPrompt();
-        app.start();
-        waitForPrompt();
-        const QString file = root.filePath(QStringLiteral("prompt.md"));
-        writeFile(file, "");
-        const auto helper = startHelper(app, file);
-        const QString composer = app.waitForComposer();
-        QCOMPARE(activeWindow(), composer);
-        QVERIFY(promptWindow().isEmpty());
-        type(QStringLiteral("Typed into the composer"));
-        key(QStringLiteral("ctrl+Return"));
-        QVERIFY(helper->waitForFinished(10000));
-        QCOMPARE(helper->exitCode(), 0);
-        QCOMPARE(readFile(file), QByteArray("Typed into the composer"));
-        QVERIFY(!QFileInfo::exists(app.home() + QStringLiteral("/.bashrc")));
-        waitForPrompt();
-    }
-
     // Shown before its own event loop ran, the prompt used to be an ordinary window.
     void thePromptIsModal()
     {
-        EditorIntegrationPromptWindow prompt(QStringLiteral("Headline"), QStringLiteral("Message"),
-                                             QStringLiteral("Review .bashrc"), {});
+        EditorIntegrationPromptWindow prompt(u"Headline"_s, u"Message"_s, u"Review .bashrc"_s, {});
         QWidget *modal = nullptr;
         QTimer::singleShot(100, &prompt, [&] {
             modal = QApplication::activeModalWidget();
@@ -206,16 +134,32 @@ private Q_SLOTS:
         QCOMPARE(modal, &prompt);
     }
 
-    void dontAskAgainHoldsAcrossARestart()
+    // The offer is on screen when an assistant asks for the editor: the composer gets the keys, and
+    // the offer comes back once it has closed. Don't ask again holds across a restart, and the tray
+    // menu still brings the offer.
+    void aComposerOverTheOfferThenDontAskAgain()
     {
         QTemporaryDir root;
-        Application app(root.filePath(QStringLiteral("app")), kBash);
+        Application app(root.filePath(u"app"_s), kBash);
         app.allowEditorSetupPrompt();
         app.start();
-        clickPromptButton(waitForPrompt(), QStringLiteral("suppressButton"));
+        waitForPrompt();
+        const QString file = root.filePath(u"prompt.md"_s);
+        writeFile(file, "");
+        const auto helper = startHelper(app, file);
+        const QString composer = app.waitForComposer();
+        QCOMPARE(activeWindow(), composer);
+        QVERIFY(promptWindow().isEmpty());
+        type(u"Typed into the composer"_s);
+        key(u"ctrl+Return"_s);
+        QVERIFY(helper->waitForFinished(10000));
+        QCOMPARE(helper->exitCode(), 0);
+        QCOMPARE(readFile(file), QByteArray("Typed into the composer"));
+
+        clickPromptButton(waitForPrompt(), u"suppressButton"_s);
         QTRY_VERIFY_WITH_TIMEOUT(promptWindow().isEmpty(), 5000);
         // Nothing installed, and no alert.
-        QVERIFY(!QFileInfo::exists(app.home() + QStringLiteral("/.bashrc")));
+        QVERIFY(!QFileInfo::exists(app.home() + u"/.bashrc"_s));
         QVERIFY(app.otherWindow({}).isEmpty());
 
         app.kill(SIGKILL);
@@ -225,11 +169,8 @@ private Q_SLOTS:
 
         // Asked for, it still comes: the tray menu's Set Up Editor… follows Quick Tasks and
         // Preferences….
-        app.openMenu();
-        for (int item = 0; item < 3; ++item)
-            key(QStringLiteral("Down"));
-        key(QStringLiteral("Return"));
-        clickPromptButton(waitForPrompt(), QStringLiteral("cancelButton"));
+        app.chooseFromMenu(3);
+        clickPromptButton(waitForPrompt(), u"cancelButton"_s);
         QTRY_VERIFY_WITH_TIMEOUT(promptWindow().isEmpty(), 5000);
     }
 };

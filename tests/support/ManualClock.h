@@ -2,6 +2,7 @@
 
 #include "core/Clock.h"
 
+#include <chrono>
 #include <utility>
 
 // A clock that stands still until the test moves it.
@@ -13,6 +14,7 @@ public:
     }
     QDateTime now() const override { return m_now; }
     void advance(int seconds) { m_now = m_now.addSecs(seconds); }
+    void advance(std::chrono::milliseconds step) { m_now = m_now.addMSecs(step.count()); }
     void set(const QDateTime &now) { m_now = now; }
 
 private:
