@@ -21,6 +21,7 @@ deb=$work/out/tarvel_${version}_$(dpkg --print-architecture).deb
 
 [ "$(dpkg-deb -f "$deb" Package)" = tarvel ] || fail "wrong package name"
 [ "$(dpkg-deb -f "$deb" Version)" = "$version" ] || fail "wrong version"
+[[ $(dpkg-deb -f "$deb" Description) != *";"* ]] || fail "a list separator in the description"
 depends=$(dpkg-deb -f "$deb" Depends)
 # Worked out from the binaries, plus what is loaded rather than linked.
 # The speech module's libraries count too, though the application only loads it.
