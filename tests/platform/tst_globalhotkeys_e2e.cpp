@@ -1,12 +1,20 @@
 // The system-wide hot key on the headless desktop (run through desktop-session.sh): real key grabs
-// on Xvfb, keys typed with xdotool, and another X client holding a combination.
+// on Xvfb, keys typed with xdotool, and another X client holding a combination. First, what stands
+// behind the grabs: a stored shortcut's X key symbol, the portal's trigger and sway's binding line,
+// against X's own key symbol definitions, the lock keys' modifier arithmetic, and what a user is
+// told to bind by hand.
 #include "platform/GlobalHotKeyService.h"
+#include "platform/linux/ManualShortcutBinding.h"
+#include "platform/linux/X11HotKeyMapping.h"
 #include "support/keygrabber/KeyGrabberProcess.h"
 
 #include <QGuiApplication>
 #include <QProcess>
+#include <QSet>
 #include <QSignalSpy>
 #include <QTest>
+
+#include <X11/keysym.h>
 
 #include <memory>
 
@@ -31,6 +39,66 @@ class GlobalHotKeysTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void mappingRules()
+    {
+        using namespace X11HotKeyMapping;
+        QSet<quint32> seen;
+        for (int code = 0; code < 0x80; ++code) {
+            const Shortcut shortcut{code, CarbonModifiers::command};
+            if (!shortcut.toQtKeyCombination())
+                continue;
+            const std::optional<quint32> symbol = keySymbol(shortcut);
+            QVERIFY2(symbol && !seen.contains(*symbol), qPrintable(QString::number(code, 16)));
+            seen.insert(*symbol);
+            QVERIFY(!portalTrigger(shortcut).isEmpty());
+        }
+        QVERIFY(seen.size() >= 100);
+        QCOMPARE(keySymbol(Shortcut{0x7F, 0}), std::nullopt);
+        QCOMPARE(portalTrigger(Shortcut{0x7F, 0}), QString());
+        // One key of each way to a symbol: a letter, a digit, a keypad digit, the keypad's and the
+        // main minus, a function key past F12.
+        const std::tuple<int, quint32, const char *> keys[] = {
+            {0x28, XK_k, "k"},         {0x1D, XK_0, "0"},
+            {0x5C, XK_KP_9, "KP_9"},   {0x4E, XK_KP_Subtract, "KP_Subtract"},
+            {0x1B, XK_minus, "minus"}, {0x69, XK_F13, "F13"}};
+        for (const auto &[code, symbol, trigger] : keys) {
+            QCOMPARE(keySymbol(Shortcut{code, 0}), std::optional(symbol));
+            QCOMPARE(portalTrigger(Shortcut{code, CarbonModifiers::all}),
+                     QStringLiteral("CTRL+ALT+SHIFT+LOGO+") + QLatin1String(trigger));
+        }
+
+        // Two keycodes per modifier: Shift, Lock, Control, Mod1, Mod2 (Num Lock on 77), Mod3, Mod4,
+        // Mod5 (Scroll Lock on 78 in the second slot). A short mapping is not read past its end.
+        constexpr quint16 lock = 1 << 1, mod2 = 1 << 4, mod5 = 1 << 7;
+        const QList<quint8> mapping{50, 62, 66, 0, 37, 105, 64, 108, 77, 0, 0, 0, 133, 134, 92, 78};
+        QCOMPARE(modifierMaskOf(mapping, 2, {77}), mod2);
+        QCOMPARE(modifierMaskOf(mapping, 2, {200, 78}), mod5);
+        QCOMPARE(modifierMaskOf(mapping, 2, {0}), quint16(0));
+        QCOMPARE(modifierMaskOf(mapping, 2, {99}), quint16(0));
+        QCOMPARE(modifierMaskOf(mapping.mid(0, 5), 2, {78}), quint16(0));
+        const auto sorted = [](QList<quint16> masks) {
+            std::sort(masks.begin(), masks.end());
+            return masks;
+        };
+        QCOMPARE(sorted(lockMaskVariants(0, 0)), (QList<quint16>{0, lock}));
+        QCOMPARE(sorted(lockMaskVariants(mod2, mod2)), sorted({0, mod2, lock, lock | mod2}));
+        QCOMPARE(sorted(lockMaskVariants(mod2, mod5)),
+                 sorted({0, mod5, mod2, mod2 | mod5, lock, lock | mod5, lock | mod2, lock | mod2 | mod5}));
+
+        using namespace ManualShortcutBinding;
+        const QString tarvel = QStringLiteral("tarvel");
+        QCOMPARE(swayBinding(Shortcut{0x79, CarbonModifiers::all}, tarvel),
+                 QStringLiteral("bindsym Ctrl+Alt+Shift+Mod4+Page_Down exec tarvel"));
+        QCOMPARE(swayBinding(Shortcut{0x7F, CarbonModifiers::command}, tarvel), QString());
+        // The stored combination's line; without one, Ctrl+Alt+K's.
+        QVERIFY(
+            instructions(Desktop::sway, std::nullopt, tarvel).contains(u"bindsym Ctrl+Alt+k exec tarvel"));
+        QVERIFY(instructions(Desktop::sway, Shortcut{0x7F, 0}, tarvel).startsWith(u"sway cannot bind"));
+        const QString gnome = instructions(Desktop::gnome, std::nullopt, QStringLiteral("/usr/bin/tarvel"));
+        QVERIFY(gnome.contains(u"Custom Shortcuts") && gnome.contains(u"\u201c/usr/bin/tarvel\u201d"));
+        QCOMPARE(instructions(Desktop::other, std::nullopt, tarvel), QString());
+    }
+
     void initTestCase()
     {
         m_service = GlobalHotKeyService::create();
