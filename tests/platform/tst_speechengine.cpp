@@ -75,28 +75,19 @@ private Q_SLOTS:
     // Recordings as other programs write them are converted on reading; sox makes them.
     void recognisesConvertedRecordings_data()
     {
-        QTest::addColumn<QStringList>("format");
-        QTest::newRow("44.1 kHz stereo 16-bit") << QStringList{QStringLiteral("-r"), QStringLiteral("44100"),
-                                                               QStringLiteral("-c"), QStringLiteral("2")};
-        QTest::newRow("48 kHz mono float")
-            << QStringList{QStringLiteral("-r"), QStringLiteral("48000"),
-                           QStringLiteral("-e"), QStringLiteral("floating-point"),
-                           QStringLiteral("-b"), QStringLiteral("32")};
-        QTest::newRow("8 kHz mono 32-bit") << QStringList{QStringLiteral("-r"), QStringLiteral("8000"),
-                                                          QStringLiteral("-b"), QStringLiteral("32")};
+        QTest::addColumn<QString>("format");
+        QTest::newRow("44.1 kHz stereo 16-bit") << u"-r 44100 -c 2"_s;
+        QTest::newRow("48 kHz mono float") << u"-r 48000 -e floating-point -b 32"_s;
+        QTest::newRow("8 kHz mono 32-bit") << u"-r 8000 -b 32"_s;
     }
 
     void recognisesConvertedRecordings()
     {
-        QFETCH(QStringList, format);
+        QFETCH(QString, format);
         QTemporaryDir folder;
         const QString wav = folder.filePath(QStringLiteral("speech.wav"));
-        QStringList arguments{
-            QStringLiteral("-q"),     QStringLiteral("-t"),    QStringLiteral("raw"),
-            QStringLiteral("-r"),     QStringLiteral("16000"), QStringLiteral("-e"),
-            QStringLiteral("signed"), QStringLiteral("-b"),    QStringLiteral("16"),
-            QStringLiteral("-c"),     QStringLiteral("1"),     SpeechTestData::goForwardRaw()};
-        arguments << format << wav;
+        const QStringList arguments = u"-q -t raw -r 16000 -e signed -b 16 -c 1"_s.split(u' ')
+                                      << SpeechTestData::goForwardRaw() << format.split(u' ') << wav;
         QCOMPARE(QProcess::execute(QStringLiteral("sox"), arguments), 0);
         const std::unique_ptr<SpeechEngine> engine = SpeechEngine::create({});
         QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(wav)).split(u' '),
@@ -160,16 +151,13 @@ private Q_SLOTS:
         }
     }
 
-    void splitsCommandLinesLikeAShell()
+    void commandLines()
     {
         const QString line = QStringLiteral("  whisper\\ cli  \"a \\\"b\\\" \\n\" 'c \"d\" \\' '' x");
         QCOMPARE(CommandSpeechEngine::splitCommandLine(line),
                  (QStringList{QStringLiteral("whisper cli"), QStringLiteral("a \"b\" \\n"),
                               QStringLiteral("c \"d\" \\"), QString(), QStringLiteral("x")}));
-    }
-
-    void refusesMissingCommands()
-    {
+        // A program that is not there is named before any recording.
         QVERIFY(SpeechEngine::unavailableReason(QStringLiteral("tarvel-no-such-recognizer --fast"))
                     .contains(QStringLiteral("\u201ctarvel-no-such-recognizer\u201d")));
         QVERIFY_THROWS_EXCEPTION(TarvelError, SpeechEngine::create({QStringLiteral("/nonexistent/whisper")}));
