@@ -24,6 +24,7 @@ class PreferencesWindow;
 class QFileSystemWatcher;
 class QuickTaskManager;
 class QuitPolicy;
+class RemoteRequestServer;
 class RequestIntake;
 class ScratchWindowFrameStore;
 class StatusItemController;
@@ -77,6 +78,8 @@ private:
     std::unique_ptr<GlobalShortcutRegistrar> m_globalShortcuts;
     std::unique_ptr<ScratchWindowFrameStore> m_scratchFrameStore;
     std::unique_ptr<WindowActivationCoordinator> m_activation;
+    // Before the intake, which answers through it until the end.
+    std::unique_ptr<RemoteRequestServer> m_remoteRequests;
     std::unique_ptr<RequestIntake> m_intake;
     std::unique_ptr<QuickTaskManager> m_quickTaskManager;
     std::unique_ptr<ComposerCoordinator> m_composers;

@@ -8,7 +8,9 @@
 #include "editor_integration/EditorIntegrationTexts.h"
 #include "platform/CommandSpeechEngine.h"
 #include "platform/SpeechRecognizer.h"
+#include "platform/UnixSocket.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "remote/RemoteRequestServer.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
@@ -294,6 +296,35 @@ DiagnosticFinding recognizerCommandFinding(const QString &command)
             {}};
 }
 
+DiagnosticFinding remoteSocketFinding(const QString &path)
+{
+    const QString subject = QStringLiteral("Remote editing");
+    const QString shown = QDir::toNativeSeparators(path);
+    try {
+        FileStore::verifyPrivateFolder(QFileInfo(path).absolutePath());
+    } catch (const UnsafeFolderError &error) {
+        return {subject, Severity::warning, error.description(), QString()};
+    } catch (const TarvelError &) {
+        // No folder yet: Tarvel makes it when it starts.
+    }
+    // Closed before anything is sent, which the application forgets without a word.
+    const UnixSocket::Result probe = UnixSocket::connectTo(QFile::encodeName(path).toStdString());
+    if (probe.descriptor >= 0) {
+        ::close(probe.descriptor);
+        return {subject,
+                Severity::ok,
+                QStringLiteral("Tarvel takes requests from other machines at %1; \u201ctarvel remote setup "
+                               "HOST\u201d has ssh forward it to one.")
+                    .arg(shown),
+                {}};
+    }
+    return {subject, Severity::warning,
+            QStringLiteral("Nothing listens at %1, so tarvel-edit on other machines cannot reach the "
+                           "composer.")
+                .arg(shown),
+            QStringLiteral("Start Tarvel; when it runs, its error log says why remote editing is off.")};
+}
+
 DiagnosticFinding globalShortcutFinding()
 {
     const QString subject = QStringLiteral("Global shortcut");
@@ -334,6 +365,7 @@ QList<DiagnosticFinding> examine()
     findings.append(backendFindings());
     findings.append(dictationFindings());
     findings.append(globalShortcutFinding());
+    findings.append(remoteSocketFinding(RemoteRequestServer::defaultSocketPath()));
     return findings;
 }
 

@@ -29,6 +29,8 @@ DiagnosticFinding dataFolderFinding(const QString &path);
 // The recogniser command of the settings: none (the built-in recogniser), or its program and
 // whether it can run.
 DiagnosticFinding recognizerCommandFinding(const QString &command);
+// The socket that takes requests from other machines: whether a running Tarvel listens there.
+DiagnosticFinding remoteSocketFinding(const QString &path);
 
 // `tarvel doctor [--json]`: exit status 0 when prompt editing works, 1 when not.
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err);
