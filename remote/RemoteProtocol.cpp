@@ -41,7 +41,8 @@ Json parse(std::string_view payload)
     Json object;
     try {
         object = Json::parse(payload);
-    } catch (const Json::parse_error &error) {
+    } catch (const Json::exception &error) {
+        // A syntax error, or a number beyond what a double holds (out_of_range).
         std::string reason = error.what();
         if (const std::size_t tag = reason.find("] "); tag != std::string::npos)
             reason.erase(0, tag + 2);

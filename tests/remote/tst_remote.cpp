@@ -145,6 +145,9 @@ private Q_SLOTS:
             << QByteArray("{\"type\":\"request\",\"version\":1,\"text\":\"\",\"host\":\"" +
                           QByteArray(300, 'h') + "\"}")
             << malformed;
+        QTest::newRow("number out of range")
+            << QByteArray("{\"type\":\"request\",\"version\":1,\"text\":\"\",\"host\":\"h\",\"n\":3e9999}")
+            << malformed;
         QTest::newRow("bad UTF-8")
             << QByteArray("{\"type\":\"request\",\"version\":1,\"text\":\"\xff\",\"host\":\"h\"}")
             << malformed;
