@@ -19,6 +19,8 @@
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
+#include "editing/PromptHistory.h"
+#include "editing/SpellCheckService.h"
 #include "editor_integration/EditorIntegrationManager.h"
 #include "errorlog/ErrorLogManager.h"
 #include "errorlog/ErrorsWindow.h"
@@ -40,6 +42,7 @@
 
 #include <QCoreApplication>
 #include <QFileSystemWatcher>
+#include <QMessageBox>
 #include <QTimer>
 
 namespace {
@@ -79,6 +82,8 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
           QuickTaskStore(), errorLog, defaults, Clock::system(),
           QuickTaskDesktopServices{m_platform.notifications.get(), m_platform.clipboard.get(),
                                    m_platform.fileOpener.get()}))
+    , m_history(std::make_unique<PromptHistory>())
+    , m_spelling(std::make_unique<SpellCheckService>(defaults))
     , m_composers(std::make_unique<ComposerCoordinator>(*m_intake, *m_quickTaskManager,
                                                         *m_platform.windowSystem, *m_activation,
                                                         *m_scratchFrameStore, errorLog,
@@ -87,7 +92,9 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                                                                          {},
                                                                          nullptr,
                                                                          m_platform.speechRecognizer.get(),
-                                                                         m_platform.clipboard.get()}))
+                                                                         m_platform.clipboard.get(),
+                                                                         m_history.get(),
+                                                                         m_spelling.get()}))
     , m_trayMenu(
           std::make_unique<TrayMenuPresenter>(*m_quickTaskManager, *m_intake, errorLog, Clock::system()))
     , m_statusItem(std::make_unique<StatusItemController>(m_platform.trayExportsMenus))
@@ -300,6 +307,17 @@ PreferencesWindow &AppDelegate::preferencesWindow()
                     refreshGlobalShortcutRemark();
             });
     connect(window, &PreferencesWindow::openPermissionsRequested, this, &AppDelegate::openPermissions);
+    connect(window, &PreferencesWindow::clearPromptHistoryRequested, this, [this, window] {
+        try {
+            m_history->clear();
+        } catch (const TarvelError &error) {
+            const QString message = QStringLiteral("The prompt history could not be cleared.");
+            m_errorLog.record(message, error.description(), QStringLiteral("Prompt History"));
+            QMessageBox box(QMessageBox::Warning, QStringLiteral("Tarvel"), message, QMessageBox::Ok, window);
+            box.setInformativeText(error.description());
+            box.exec();
+        }
+    });
     connect(window, &PreferencesWindow::shortcutRecordingChanged, m_keyboard.get(),
             &KeyboardGate::noteShortcutRecording);
     connect(window, &PreferencesWindow::showEditorIntegrationPromptRequested, this, [this, window] {

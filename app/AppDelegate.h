@@ -21,6 +21,8 @@ class PermissionCenter;
 class PermissionPlatform;
 class PermissionsWindow;
 class PreferencesWindow;
+class PromptHistory;
+class SpellCheckService;
 class QFileSystemWatcher;
 class QuickTaskManager;
 class QuitPolicy;
@@ -82,6 +84,9 @@ private:
     std::unique_ptr<RemoteRequestServer> m_remoteRequests;
     std::unique_ptr<RequestIntake> m_intake;
     std::unique_ptr<QuickTaskManager> m_quickTaskManager;
+    // Before the composers, which use them.
+    std::unique_ptr<PromptHistory> m_history;
+    std::unique_ptr<SpellCheckService> m_spelling;
     std::unique_ptr<ComposerCoordinator> m_composers;
     std::unique_ptr<TrayMenuPresenter> m_trayMenu;
     std::unique_ptr<StatusItemController> m_statusItem;

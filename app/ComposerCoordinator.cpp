@@ -14,6 +14,7 @@
 #include "core/DraftKeeper.h"
 #include "core/RequestFileIO.h"
 #include "core/TarvelError.h"
+#include "editing/PromptHistory.h"
 #include "errorlog/ErrorLogManager.h"
 #include "platform/Clipboard.h"
 #include "platform/WindowSystem.h"
@@ -29,6 +30,7 @@
 
 namespace {
 const QString kQuickTasks = QStringLiteral("Quick Tasks");
+const QString kPromptHistory = QStringLiteral("Prompt History");
 } // namespace
 
 ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager &tasks,
@@ -83,6 +85,7 @@ void ComposerCoordinator::processPendingRequests()
     editor->surface().preferredWorkingDirectory = [cwd = m_request->cwd] {
         return cwd;
     };
+    editor->surface().setWorkingFolder(m_request->cwd);
     m_editorDraft = keepDraft(editor, editor->surface(), draftName);
     if (m_request->remote)
         editor->markRemote(*m_request->remote);
@@ -230,16 +233,36 @@ void ComposerCoordinator::place(ComposerSurface &surface, bool restoresScratchFr
 void ComposerCoordinator::answerEditorRequest(ComposerResponse::Disposition disposition,
                                               const std::optional<QString> &text)
 {
-    if (!m_request || !m_intake.answer(*m_request, disposition, text))
+    if (!m_request)
+        return;
+    // Kept before the answer is written: a prompt the assistant has is one the history has.
+    if (disposition == ComposerResponse::Disposition::submitted && text)
+        rememberPrompt(*text, m_request->cwd);
+    if (!m_intake.answer(*m_request, disposition, text))
         return; // the composer stays open so nothing typed is lost
     closeEditor();
 }
 
 void ComposerCoordinator::closeWithdrawnEditor(const std::optional<QString> &copiedText)
 {
-    if (copiedText && m_services.clipboard)
-        m_services.clipboard->setText(*copiedText);
+    if (copiedText) {
+        rememberPrompt(*copiedText, m_request->cwd);
+        if (m_services.clipboard)
+            m_services.clipboard->setText(*copiedText);
+    }
     closeEditor();
+}
+
+void ComposerCoordinator::rememberPrompt(const QString &text, const std::optional<QString> &cwd)
+{
+    if (!m_services.history)
+        return;
+    try {
+        m_services.history->record(text, cwd);
+    } catch (const TarvelError &error) {
+        m_errorLog.record(QStringLiteral("The prompt could not be kept in the prompt history."),
+                          error.description(), kPromptHistory);
+    }
 }
 
 void ComposerCoordinator::closeEditor()
@@ -309,6 +332,7 @@ void ComposerCoordinator::submitScratch(ScratchComposer *composer, const QString
             QStringLiteral("Choose a valid model in Preferences before starting a quick task."));
         return;
     }
+    rememberPrompt(text, composer->workingDirectory());
     const QuickTaskCLIBackend backend = composer->backend();
     m_startingTasks.insert(composer);
     const QPointer<ScratchComposer> guarded(composer);

@@ -79,6 +79,8 @@ private:
     // Closes the composer of a request its helper gave up on; nothing is written for it.
     void closeWithdrawnEditor(const std::optional<QString> &copiedText);
     void closeEditor();
+    // Keeps a submitted prompt in the history; a failure is logged and changes nothing else.
+    void rememberPrompt(const QString &text, const std::optional<QString> &cwd);
     DraftKeeper *keepDraft(QObject *composer, ComposerSurface &surface, const QString &name,
                            std::function<QList<PromptAttachment>()> attachments = {});
     void submitScratch(ScratchComposer *composer, const QString &text,

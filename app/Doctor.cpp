@@ -4,6 +4,8 @@
 #include "core/FileStore.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
+#include "editing/HunspellSpellChecker.h"
+#include "editing/SpellCheckService.h"
 #include "editor_integration/EditorIntegrationManager.h"
 #include "editor_integration/EditorIntegrationTexts.h"
 #include "platform/CommandSpeechEngine.h"
@@ -325,6 +327,48 @@ DiagnosticFinding remoteSocketFinding(const QString &path)
             QStringLiteral("Start Tarvel; when it runs, its error log says why remote editing is off.")};
 }
 
+DiagnosticFinding spellingFinding(const QString &choice, const QList<SpellDictionary> &installed,
+                                  const QLocale &locale)
+{
+    const QString subject = QStringLiteral("Spelling");
+    if (choice == SpellCheckService::offValue)
+        return {
+            subject, Severity::ok, QStringLiteral("Checking is turned off in Preferences (Editing)."), {}};
+    // Debian names dictionaries after the locale: hunspell-en-us, hunspell-de-de.
+    const QString language = SpellDictionaries::localeName(locale);
+    const QString package = QStringLiteral("hunspell-") + language.toLower().replace(u'_', u'-');
+    const QString install = QStringLiteral("Install a dictionary for your language, such as %1 "
+                                           "(\u201csudo apt install %1\u201d), and open a new composer.")
+                                .arg(package);
+    if (installed.isEmpty())
+        return {
+            subject, Severity::warning,
+            QStringLiteral("No Hunspell dictionary is installed, so the composer does not check spelling."),
+            install};
+    std::optional<SpellDictionary> used;
+    for (const SpellDictionary &dictionary : installed) {
+        if (dictionary.name == choice)
+            used = dictionary;
+    }
+    QString note;
+    if (!choice.isEmpty() && !used)
+        note = QStringLiteral("The chosen dictionary %1 is no longer installed. ").arg(choice);
+    if (!used)
+        used = SpellDictionaries::forLocale(installed, locale);
+    if (!used)
+        return {subject, Severity::warning,
+                note +
+                    QStringLiteral("No installed dictionary is for the language %1, so the composer does not "
+                                   "check spelling.")
+                        .arg(language),
+                QStringLiteral("Choose one in Preferences (Editing), or install %1.").arg(package)};
+    return {subject, note.isEmpty() ? Severity::ok : Severity::warning,
+            note + QStringLiteral("%1 (%2) checks the composer's spelling.")
+                       .arg(SpellDictionaries::displayName(used->name),
+                            QDir::toNativeSeparators(used->wordsPath)),
+            note.isEmpty() ? QString() : QStringLiteral("Choose another one in Preferences (Editing).")};
+}
+
 DiagnosticFinding globalShortcutFinding()
 {
     const QString subject = QStringLiteral("Global shortcut");
@@ -364,6 +408,20 @@ QList<DiagnosticFinding> examine()
     findings.append(dataFolderFinding(FileStore::baseDirectory()));
     findings.append(backendFindings());
     findings.append(dictationFindings());
+    DiagnosticFinding spelling =
+        spellingFinding(UserDefaults::standard().string(SpellCheckService::dictionaryKey).value_or(QString()),
+                        SpellDictionaries::installed(), QLocale::system());
+    // A dictionary that is there but does not load turns checking off just the same.
+    if (const auto chosen = SpellCheckService::chosenDictionary(UserDefaults::standard())) {
+        try {
+            HunspellSpellChecker check(*chosen);
+        } catch (const TarvelError &error) {
+            spelling.severity = Severity::warning;
+            spelling.detail = error.description();
+            spelling.remedy = QStringLiteral("Choose another dictionary in Preferences (Editing).");
+        }
+    }
+    findings.append(spelling);
     findings.append(globalShortcutFinding());
     findings.append(remoteSocketFinding(RemoteRequestServer::defaultSocketPath()));
     return findings;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "editing/SpellDictionaries.h"
 #include "platform/SystemDiagnostics.h"
 
 #include <QByteArray>
@@ -31,6 +32,10 @@ DiagnosticFinding dataFolderFinding(const QString &path);
 DiagnosticFinding recognizerCommandFinding(const QString &command);
 // The socket that takes requests from other machines: whether a running Tarvel listens there.
 DiagnosticFinding remoteSocketFinding(const QString &path);
+// The composer's spelling: the stored choice (empty follows the locale, "off", or a dictionary's
+// name) against the installed dictionaries, and how to turn checking on when it is off.
+DiagnosticFinding spellingFinding(const QString &choice, const QList<SpellDictionary> &installed,
+                                  const QLocale &locale);
 
 // `tarvel doctor [--json]`: exit status 0 when prompt editing works, 1 when not.
 int run(const QStringList &arguments, QTextStream &out, QTextStream &err);

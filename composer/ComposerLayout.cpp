@@ -26,9 +26,9 @@ double contentToFooterSectionHeight(const Input &input)
 double topPartHeight(const Input &input)
 {
     if (input.mode == Mode::editorRequest)
-        return topPadding;
+        return topPadding + input.topBarHeight;
     const double header = std::max(std::trunc(input.headerIntrinsicHeight), 22.0);
-    return topPadding + header + headerSpacing;
+    return topPadding + header + headerSpacing + input.topBarHeight;
 }
 
 LayoutMetrics compute(const Input &input)

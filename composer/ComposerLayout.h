@@ -44,6 +44,8 @@ struct Input {
     std::optional<double> windowWidth;
     bool scratchReady = false;
     double headerIntrinsicHeight = 0;
+    // The find bar above the text while it shows.
+    double topBarHeight = 0;
     // The attachment strip's height for a given width (scratch mode, when ready).
     std::function<double(double)> stripHeightForWidth;
 };

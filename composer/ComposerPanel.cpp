@@ -226,6 +226,12 @@ void ComposerPanel::setSectionWidget(QWidget *widget)
     layout->addWidget(widget);
 }
 
+void ComposerPanel::setTopBarWidget(QWidget *widget)
+{
+    auto *column = static_cast<QVBoxLayout *>(layout());
+    column->insertWidget(column->indexOf(m_textView), widget);
+}
+
 void ComposerPanel::setCompositingAvailable(bool available)
 {
     m_compositing = available;

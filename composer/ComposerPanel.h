@@ -29,6 +29,8 @@ public:
     // A widget shown between the text and the footer (the attachment strip or the
     // availability overlay of a scratch composer).
     void setSectionWidget(QWidget *widget);
+    // A widget shown above the text while it is visible (the find bar).
+    void setTopBarWidget(QWidget *widget);
 
     // Without a compositor there is no translucency: the rounded shape becomes a mask.
     void setCompositingAvailable(bool available);

@@ -1,12 +1,15 @@
 #include "composer/ComposerSurface.h"
 
 #include "composer/ComposerPanel.h"
+#include "composer/ComposerServices.h"
 #include "composer/ComposerTextView.h"
 #include "composer/PastedImageImport.h"
 #include "composer/UnrequestedWindowGuard.h"
 #include "composer/VoicePromptButton.h"
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
+#include "editing/FindBar.h"
+#include "editing/PromptEditingAids.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/ComposerKeyMatcher.h"
 #include "voice/VoicePromptDraftError.h"
@@ -176,6 +179,21 @@ void ComposerSurface::insertPaths(const QList<QUrl> &urls)
     }
     if (!paths.isEmpty())
         m_panel->textView()->insertTypedText(paths.join(u'\n'));
+}
+
+void ComposerSurface::enableEditingAids(const ComposerServices &services)
+{
+    m_editingAids = new PromptEditingAids(m_panel->textView(),
+                                          {services.history, services.spelling, services.shortcuts}, this);
+    m_panel->setTopBarWidget(m_editingAids->findBar());
+    connect(m_editingAids, &PromptEditingAids::layoutChanged, this,
+            &ComposerSurface::scheduleHeightRecalculation);
+}
+
+void ComposerSurface::setWorkingFolder(const std::optional<QString> &folder)
+{
+    if (m_editingAids)
+        m_editingAids->setWorkingFolder(folder);
 }
 
 // Dictation -------------------------------------------------------------------------------
@@ -377,10 +395,14 @@ Input ComposerSurface::layoutInput() const
     input.scrollContentWidth = textView->viewport()->width();
     const double width = input.scrollContentWidth > 0 ? std::trunc(input.scrollContentWidth)
                                                       : fallbackTextWidth(input.mode, input.windowWidth);
-    textView->document()->setTextWidth(width);
+    // Setting the width lays the whole document out again, even when it is the same: a second
+    // of work for each keystroke once a long log is pasted.
+    if (textView->document()->textWidth() != width)
+        textView->document()->setTextWidth(width);
     input.measuredTextHeight = std::ceil(textView->document()->size().height());
     input.maximumVisibleTextHeight = std::ceil(maximumVisibleTextHeight());
     input.headerIntrinsicHeight = m_panel->headerLabel()->sizeHint().height();
+    input.topBarHeight = m_editingAids ? m_editingAids->findBarHeight() : 0;
     if (completeLayoutInput)
         completeLayoutInput(input);
     return input;

@@ -13,7 +13,9 @@
 #include <optional>
 
 class ComposerPanel;
+struct ComposerServices;
 class KeyboardShortcuts;
+class PromptEditingAids;
 class QLabel;
 class QMimeData;
 class SpeechRecognizer;
@@ -77,6 +79,14 @@ public:
     // Whether a dictation can start now (a usable rewrite preset), shown on the idle button.
     void refreshVoicePromptAvailability();
 
+    // The editing aids (highlighting and spelling, `@` mentions, earlier prompts, find and
+    // replace) with the services' history and spelling.
+    void enableEditingAids(const ComposerServices &services);
+    PromptEditingAids *editingAids() const { return m_editingAids; }
+    // The folder the prompt is for (an editor request's, a quick task's): its files for mentions,
+    // its earlier prompts for Up.
+    void setWorkingFolder(const std::optional<QString> &folder);
+
     // Hooks for the owner. Paste: whether it takes pastes now, where pasted files go
     // (their paths by default) and what becomes of a pasted image (a managed copy).
     std::function<bool()> acceptsPaste;
@@ -128,4 +138,5 @@ private:
     QLabel *m_voicePromptStatus = nullptr;
     UserDefaults *m_defaults = nullptr;
     KeyboardShortcuts *m_shortcuts = nullptr;
+    PromptEditingAids *m_editingAids = nullptr;
 };

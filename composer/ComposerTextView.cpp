@@ -23,8 +23,12 @@ ComposerTextView::ComposerTextView(QWidget *parent)
     font.setPointSizeF(11);
     setFont(font);
     document()->setDefaultFont(font);
+    // The panel draws the background. Transparent by palette rather than by style sheet: a style
+    // sheet pins the look's colours at polish time, so text kept a dark look's colour on light.
     viewport()->setAutoFillBackground(false);
-    setStyleSheet(QStringLiteral("QTextEdit { background: transparent; }"));
+    QPalette transparent;
+    transparent.setBrush(QPalette::Base, Qt::transparent);
+    setPalette(transparent);
 }
 
 void ComposerTextView::insertTypedText(const QString &text)

@@ -19,6 +19,7 @@ EditorComposer::EditorComposer(const QString &initialText, const ComposerService
     connect(m_surface, &ComposerSurface::cancelRequested, this, &EditorComposer::cancelled);
     if (services.speechRecognizer && services.defaults)
         m_surface->enableVoicePrompt(*services.speechRecognizer, *services.defaults, services.shortcuts);
+    m_surface->enableEditingAids(services);
     m_surface->applyInitialSize();
 }
 

@@ -16,7 +16,7 @@ class EditorComposer final : public QObject {
     Q_OBJECT
 
 public:
-    // Only the defaults, the shortcuts and the speech recogniser of the services are used.
+    // The defaults, the shortcuts, the speech recogniser, the history and the spelling are used.
     // A composer may be made ahead of time, hidden, and given its request's text when one comes.
     explicit EditorComposer(const QString &initialText, const ComposerServices &services = {},
                             QObject *parent = nullptr);

@@ -84,6 +84,8 @@ ScratchComposer::ScratchComposer(const QString &initialText,
         m_surface->enableVoicePrompt(*m_services.speechRecognizer, *m_services.defaults,
                                      m_services.shortcuts);
     }
+    m_surface->enableEditingAids(m_services);
+    m_surface->setWorkingFolder(m_workingDirectory);
     applyAvailability(ScratchComposerAvailability::checking(m_backend));
     m_surface->applyInitialSize();
     if (m_services.defaults)
@@ -207,6 +209,7 @@ void ScratchComposer::setWorkingDirectory(const QString &path)
 {
     m_workingDirectory = QDir::cleanPath(path);
     refreshWorkingDirectoryButton();
+    m_surface->setWorkingFolder(m_workingDirectory);
 }
 
 void ScratchComposer::refreshWorkingDirectoryButton()

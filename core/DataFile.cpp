@@ -6,6 +6,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QTemporaryFile>
 
 #include <cerrno>
 #include <fcntl.h>
@@ -14,9 +15,21 @@
 
 namespace DataFile {
 
-void write(const QString &path, const QByteArray &data, QFileDevice::Permissions permissions)
+void write(const QString &path, const QByteArray &data, QFileDevice::Permissions permissions, Sync sync)
 {
     const QString operation = QStringLiteral("write \u201c%1\u201d").arg(QDir::toNativeSeparators(path));
+    if (sync == Sync::none) {
+        // The same temporary file and rename as QSaveFile, without its fsync.
+        QTemporaryFile file(path + QStringLiteral(".XXXXXX"));
+        if (!file.open() || !file.setPermissions(permissions) || file.write(data) != data.size() ||
+            !file.flush())
+            throw SystemError(operation, file.errorString());
+        if (::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(path).constData()) !=
+            0)
+            throw SystemError(operation, errno);
+        file.setAutoRemove(false);
+        return;
+    }
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         throw SystemError(operation, file.errorString());

@@ -14,8 +14,13 @@ namespace DataFile {
 inline constexpr QFileDevice::Permissions privatePermissions =
     QFileDevice::ReadOwner | QFileDevice::WriteOwner;
 
+// Whether a write waits for the data to reach the disk. A file that only lives until another
+// process has read it (a response, a marker) need not survive the machine going down: what would
+// read it goes down with it, and the wait is milliseconds on the way to that reader.
+enum class Sync { toDisk, none };
+
 void write(const QString &path, const QByteArray &data,
-           QFileDevice::Permissions permissions = privatePermissions);
+           QFileDevice::Permissions permissions = privatePermissions, Sync sync = Sync::toDisk);
 QByteArray read(const QString &path);
 
 // What readPlainFile found at a path.

@@ -12,4 +12,7 @@ inline constexpr char requestsFolder[] = "Requests";
 inline constexpr char responsesFolder[] = "Responses";
 inline constexpr char completedRequestsFolder[] = "CompletedRequests";
 inline constexpr char malformedRequestsFolder[] = "MalformedRequests";
+
+// A request file larger than this is refused unread by the application.
+inline constexpr long long maximumRequestFileSize = 16 * 1024 * 1024;
 } // namespace ExchangeNames

@@ -68,7 +68,8 @@ void writeRequest(const ComposerRequest &request)
 void writeResponse(const ComposerResponse &response)
 {
     FileStore::ensureDirectoriesExist();
-    DataFile::write(FileStore::responseURL(response.id), JSONCoding::encodeRecord(response));
+    DataFile::write(FileStore::responseURL(response.id), JSONCoding::encodeRecord(response),
+                    DataFile::privatePermissions, DataFile::Sync::none);
 }
 
 QList<QString> pendingRequestURLs()
@@ -145,7 +146,8 @@ void removeRequest(const QUuid &id)
 void markRequestCompleted(const QUuid &id)
 {
     FileStore::ensureDirectoriesExist();
-    DataFile::write(FileStore::completedRequestMarkerURL(id), QByteArray());
+    DataFile::write(FileStore::completedRequestMarkerURL(id), QByteArray(), DataFile::privatePermissions,
+                    DataFile::Sync::none);
 }
 
 bool completedRequestMarkerExists(const QUuid &id)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/ExchangeNames.h"
+
 #include "core/ComposerRequest.h"
 #include "core/ComposerResponse.h"
 
@@ -27,7 +29,7 @@ QList<QString> pendingRequestURLs();
 // records no birth), the order of pendingRequestURLs(); a file that cannot be examined sorts first.
 qint64 creationTime(const QString &url);
 // A request file larger than this is refused unread, not read whole.
-inline constexpr qint64 maximumRequestFileSize = 16 * 1024 * 1024;
+inline constexpr qint64 maximumRequestFileSize = ExchangeNames::maximumRequestFileSize;
 
 // Reads a request without following a link at url and only from a plain file; throws
 // RefusedRequestFileError for a link, anything but a plain file, or a file over the limit.

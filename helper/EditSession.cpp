@@ -1,5 +1,6 @@
 #include "helper/EditSession.h"
 
+#include "core/ExchangeNames.h"
 #include "helper/EditedFile.h"
 #include "helper/EventLoop.h"
 #include "helper/HelperError.h"
@@ -30,6 +31,11 @@ void EditSession::start()
     if (const char *token = std::getenv("XDG_ACTIVATION_TOKEN"); token && *token)
         request.activationToken = std::string(token);
 
+    // The application refuses a request file this large unread: said here, and edited elsewhere.
+    if (static_cast<long long>(request.toJson().size()) > ExchangeNames::maximumRequestFileSize) {
+        useFallbackEditor("the text is larger than the 16 MB a composer takes");
+        return;
+    }
     m_channel.send(std::move(request),
                    {
                        .answered = [this](const EditResponse &response) { answered(response); },

@@ -1,7 +1,7 @@
 #include "helper/FallbackEditor.h"
 
-#include "helper/Interrupts.h"
 #include "platform/ExecutablePath.h"
+#include "platform/SignalPipe.h"
 
 #include <cerrno>
 #include <climits>
@@ -69,7 +69,7 @@ std::string exec(const std::string &command, const std::string &file)
 
     std::fflush(stdout);
     std::fflush(stderr);
-    Interrupts::restoreDefaultDispositions();
+    SignalPipe::restoreDefaultDispositions();
     ::execv("/bin/sh", const_cast<char *const *>(argv));
     return std::strerror(errno);
 }

@@ -91,4 +91,17 @@ public:
     // Where the system has a Dock: whether the application shows its icon there and can be the
     // active application (while one of its windows is up), or stays an accessory. Nothing elsewhere.
     virtual void setShowsInDock(bool shown) { Q_UNUSED(shown); }
+
+protected:
+    // activateApplication where windows are activated one at a time: the process's front-most.
+    bool activateFrontWindowOf(qint64 pid)
+    {
+        if (pid <= 0)
+            return false;
+        for (const TopLevelWindow &window : topLevelWindows()) {
+            if (window.pid == pid)
+                return activateWindow(window.id);
+        }
+        return false;
+    }
 };

@@ -2,6 +2,9 @@
 
 #include "backends/BackendProfiles.h"
 #include "core/UserDefaults.h"
+#include "editing/PromptHistory.h"
+#include "editing/SpellCheckService.h"
+#include "editing/SpellDictionaries.h"
 #include "platform/HostPlatform.h"
 #include "preferences/ModelPopups.h"
 #include "preferences/PreferencesTexts.h"
@@ -22,6 +25,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QResizeEvent>
 #include <QScreen>
@@ -147,6 +151,16 @@ QWidget *PreferencesWindow::buildContent()
     voiceColumn->addWidget(
         note(QStringLiteral("Start or stop microphone capture while a composer is visible."), content));
     shortcutsForm->addRow(QStringLiteral("Dictation:"), voiceColumn);
+    m_historyShortcutRecorder =
+        new ShortcutRecorder(m_shortcuts, ShortcutNames::searchPromptHistory(), content);
+    m_historyShortcutRecorder->setObjectName(QStringLiteral("HistorySearchShortcutRecorder"));
+    auto *historyColumn = new QVBoxLayout;
+    historyColumn->addWidget(m_historyShortcutRecorder);
+    historyColumn->addWidget(
+        note(QStringLiteral("Search earlier prompts while a composer is visible. Up in an empty composer "
+                            "recalls this folder's last prompt."),
+             content));
+    shortcutsForm->addRow(QStringLiteral("Earlier prompts:"), historyColumn);
     column->addLayout(shortcutsForm);
     column->addWidget(separator(content));
 
@@ -177,7 +191,8 @@ QWidget *PreferencesWindow::buildContent()
     m_presetEditor = new QuickTaskPresetEditorView(m_defaults, m_shortcuts, content);
     connect(m_presetEditor, &QuickTaskPresetEditorView::shortcutRecordingChanged, this,
             &PreferencesWindow::shortcutRecordingChanged);
-    for (ShortcutRecorder *recorder : {m_globalShortcutRecorder, m_voiceShortcutRecorder})
+    for (ShortcutRecorder *recorder :
+         {m_globalShortcutRecorder, m_voiceShortcutRecorder, m_historyShortcutRecorder})
         connect(recorder, &ShortcutRecorder::recordingChanged, this,
                 &PreferencesWindow::shortcutRecordingChanged);
     column->addWidget(m_presetEditor);
@@ -250,6 +265,30 @@ QWidget *PreferencesWindow::buildContent()
     });
     column->addWidget(separator(content));
 
+    // Editing.
+    column->addWidget(heading(QStringLiteral("Editing"), content));
+    auto *editingForm = new QFormLayout;
+    m_spellingPopup = new QComboBox(content);
+    m_spellingPopup->setObjectName(QStringLiteral("SpellingPopup"));
+    editingForm->addRow(QStringLiteral("Spelling:"), m_spellingPopup);
+    auto *clearHistory = new QPushButton(QStringLiteral("Clear Prompt History\u2026"), content);
+    clearHistory->setObjectName(QStringLiteral("ClearPromptHistory"));
+    editingForm->addRow(QStringLiteral("Prompt history:"), clearHistory);
+    column->addLayout(editingForm);
+    m_spellingNote = note(QString(), content);
+    m_spellingNote->setObjectName(QStringLiteral("SpellingNote"));
+    column->addWidget(m_spellingNote);
+    column->addWidget(
+        note(QStringLiteral("Tarvel keeps the last %L1 prompts you submitted, in your data folder "
+                            "and readable only by you.")
+                 .arg(PromptHistory::maximumEntries),
+             content));
+    connect(m_spellingPopup, &QComboBox::activated, this, [this](int index) {
+        m_defaults.setString(SpellCheckService::dictionaryKey, m_spellingPopup->itemData(index).toString());
+    });
+    connect(clearHistory, &QPushButton::clicked, this, &PreferencesWindow::confirmClearPromptHistory);
+    column->addWidget(separator(content));
+
     // Notifications.
     column->addWidget(heading(QStringLiteral("Notifications"), content));
     m_notifications = new QCheckBox(QStringLiteral("Show completion notifications"), content);
@@ -301,6 +340,7 @@ void PreferencesWindow::reloadSettings()
     reloadBackendItems();
     m_presetEditor->refresh();
     reloadVoiceItems();
+    reloadSpellingItems();
     // Not under the user's unfinished edit.
     if (!m_recognizerCommand->isModified())
         m_recognizerCommand->setText(settings.speechRecognizerCommand());
@@ -340,6 +380,51 @@ void PreferencesWindow::reloadVoiceItems()
     const QuickTaskPreset draft = settings.voicePromptRewritePreset();
     ModelPopups::fillModels(*m_voiceModelPopup, backend, models, draft.model);
     ModelPopups::fillThinking(*m_voiceThinkingPopup, backend, models, draft.model, draft.reasoningEffort);
+}
+
+void PreferencesWindow::reloadSpellingItems()
+{
+    const QList<SpellDictionary> installed = SpellDictionaries::installed();
+    const std::optional<SpellDictionary> automatic =
+        SpellDictionaries::forLocale(installed, QLocale::system());
+    const QString stored = m_defaults.string(SpellCheckService::dictionaryKey).value_or(QString());
+    m_spellingPopup->clear();
+    m_spellingPopup->addItem(
+        automatic ? QStringLiteral("Automatic (%1)").arg(SpellDictionaries::displayName(automatic->name))
+                  : QStringLiteral("Automatic"),
+        QString());
+    for (const SpellDictionary &dictionary : installed)
+        m_spellingPopup->addItem(SpellDictionaries::displayName(dictionary.name), dictionary.name);
+    m_spellingPopup->addItem(QStringLiteral("Off"), SpellCheckService::offValue);
+    const int current = m_spellingPopup->findData(stored);
+    m_spellingPopup->setCurrentIndex(current >= 0 ? current : 0);
+    if (installed.isEmpty())
+        m_spellingNote->setText(
+            QStringLiteral("No Hunspell dictionary is installed, so spelling is not checked. "
+                           "Install one for your language (on Debian, hunspell-en-us for "
+                           "American English) and open a new composer."));
+    else if (!automatic && (stored.isEmpty() || current < 0))
+        m_spellingNote->setText(
+            QStringLiteral("No installed dictionary matches the language %1; choose one above.")
+                .arg(SpellDictionaries::localeName(QLocale::system())));
+    else
+        m_spellingNote->setText(
+            QStringLiteral("Misspelled words are underlined, except in code, paths, links "
+                           "and mentions. Right-click one for suggestions."));
+}
+
+void PreferencesWindow::confirmClearPromptHistory()
+{
+    QMessageBox box(QMessageBox::Question, QStringLiteral("Tarvel"),
+                    QStringLiteral("Clear the prompt history?"), QMessageBox::Cancel, this);
+    box.setInformativeText(
+        QStringLiteral("Up and the prompt search will no longer bring back the prompts you submitted so far. "
+                       "This cannot be undone."));
+    QPushButton *clear = box.addButton(QStringLiteral("Clear"), QMessageBox::DestructiveRole);
+    box.setDefaultButton(QMessageBox::Cancel);
+    box.exec();
+    if (box.clickedButton() == clear)
+        Q_EMIT clearPromptHistoryRequested();
 }
 
 void PreferencesWindow::checkInstallations()

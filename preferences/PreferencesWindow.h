@@ -24,10 +24,10 @@ class QuickTaskPresetEditorView;
 class ShortcutRecorder;
 class UserDefaults;
 
-// Tarvel's preferences: shortcuts, the backend, its presets, voice drafting, notifications,
-// permissions and the editor set-up. Every control writes to the settings at once; the window
-// follows changes made elsewhere. What it cannot know itself (the permission summary, the editor
-// set-up status) it asks its owner for through signals whenever it is shown or becomes active.
+// Tarvel's preferences: shortcuts, the backend, its presets, voice drafting, editing (spelling,
+// the prompt history), notifications, permissions and the editor set-up. Every control writes to the settings
+// at once; the window follows changes made elsewhere. What it cannot know itself (the permission summary, the
+// editor set-up status) it asks its owner for through signals whenever it is shown or becomes active.
 class PreferencesWindow final : public QWidget {
     Q_OBJECT
 
@@ -48,6 +48,8 @@ public:
     void measureFrame(std::function<void(const std::optional<DebugWindowFrameResponse> &)> done);
 
     ShortcutRecorder *globalShortcutRecorder() const { return m_globalShortcutRecorder; }
+    ShortcutRecorder *historySearchShortcutRecorder() const { return m_historyShortcutRecorder; }
+    QComboBox *spellingPopup() const { return m_spellingPopup; }
     QuickTaskPresetEditorView *presetEditor() const { return m_presetEditor; }
     void setPermissionSummary(const QString &title, const QString &detail);
     void setEditorSetupStatusLine(const QString &line);
@@ -59,6 +61,8 @@ Q_SIGNALS:
     void showEditorIntegrationPromptRequested();
     // A shortcut recorder of the window began or ended recording.
     void shortcutRecordingChanged(bool recording);
+    // The user confirmed "Clear Prompt History".
+    void clearPromptHistoryRequested();
 
 protected:
     void showEvent(QShowEvent *event) override;
@@ -70,6 +74,8 @@ private:
     void reloadSettings();
     void reloadBackendItems();
     void reloadVoiceItems();
+    void reloadSpellingItems();
+    void confirmClearPromptHistory();
     void checkInstallations();
     void storeRecognizerCommand();
     void testRecognizer();
@@ -83,6 +89,9 @@ private:
     QScrollArea *m_scroll = nullptr;
     ShortcutRecorder *m_globalShortcutRecorder = nullptr;
     ShortcutRecorder *m_voiceShortcutRecorder = nullptr;
+    ShortcutRecorder *m_historyShortcutRecorder = nullptr;
+    QComboBox *m_spellingPopup = nullptr;
+    QLabel *m_spellingNote = nullptr;
     QComboBox *m_backendPopup = nullptr;
     QLabel *m_backendAvailability = nullptr;
     QuickTaskPresetEditorView *m_presetEditor = nullptr;

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include <fcntl.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
 
@@ -187,4 +188,36 @@ int terminationStatus(int waitStatus)
     return 1;
 }
 
+void readAvailable(FileDescriptor &descriptor, QByteArray *into, qsizetype limit)
+{
+    char buffer[64 * 1024];
+    while (descriptor.isValid()) {
+        const ssize_t count = ::read(descriptor.get(), buffer, sizeof buffer);
+        if (count > 0) {
+            if (into && into->size() < limit)
+                into->append(buffer, qMin<qsizetype>(count, limit - into->size()));
+            continue;
+        }
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
+            descriptor.reset();
+        return;
+    }
+}
+
 } // namespace ProcessSpawner
+
+bool SpawnedProcess::waitForOutput(std::chrono::milliseconds limit) const
+{
+    pollfd descriptors[2];
+    nfds_t count = 0;
+    for (const FileDescriptor *descriptor : {&standardOutput, &standardError}) {
+        if (descriptor->isValid())
+            descriptors[count++] = pollfd{descriptor->get(), POLLIN, 0};
+    }
+    if (count == 0)
+        return false;
+    ::poll(descriptors, count, static_cast<int>(limit.count()));
+    return true;
+}

@@ -6,6 +6,11 @@
 #include <QString>
 #include <QStringList>
 
+#include <QByteArray>
+
+#include <chrono>
+#include <limits>
+
 #include <sys/types.h>
 
 // A child started as the leader of a new process group, with the read ends of its
@@ -14,6 +19,9 @@ struct SpawnedProcess {
     pid_t processIdentifier = 0;
     FileDescriptor standardOutput;
     FileDescriptor standardError;
+
+    // Waits up to limit for either pipe to have something; false at once when both are closed.
+    bool waitForOutput(std::chrono::milliseconds limit) const;
 };
 
 namespace ProcessSpawner {
@@ -28,6 +36,11 @@ SpawnedProcess spawnGroupLeader(const QString &executablePath, const QStringList
 // Sends signal to the process group led by pid, or to pid alone when the group is gone.
 // Returns false when neither exists.
 bool signalGroup(pid_t pid, int signal);
+
+// Reads what the pipe holds now without waiting for more; its end or an error closes it. Bytes
+// past limit are read and dropped, and with no into all of them are.
+void readAvailable(FileDescriptor &descriptor, QByteArray *into,
+                   qsizetype limit = std::numeric_limits<qsizetype>::max());
 
 // waitpid's status as one number: the exit code, or 128 + the signal that ended it.
 int terminationStatus(int waitStatus);

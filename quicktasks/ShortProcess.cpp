@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <csignal>
 
-#include <poll.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -21,38 +20,10 @@ constexpr auto kGraceAfterTimeOut = 200ms;
 // Version texts are a line; keep a little more and drop the rest of a runaway stream.
 constexpr qsizetype kOutputLimit = 1024 * 1024;
 
-void readAvailable(FileDescriptor &descriptor, QByteArray &into)
+void readOutputs(SpawnedProcess &process, ShortProcessResult &result)
 {
-    char buffer[16 * 1024];
-    while (descriptor.isValid()) {
-        const ssize_t count = ::read(descriptor.get(), buffer, sizeof buffer);
-        if (count > 0) {
-            if (into.size() < kOutputLimit)
-                into.append(buffer, qMin<qsizetype>(count, kOutputLimit - into.size()));
-            continue;
-        }
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count == 0 || (errno != EAGAIN && errno != EWOULDBLOCK))
-            descriptor.reset();
-        return;
-    }
-}
-
-// Waits up to limit for the output or the exit, whichever comes first.
-void pollOutputs(SpawnedProcess &process, std::chrono::milliseconds limit)
-{
-    pollfd descriptors[2];
-    nfds_t count = 0;
-    for (FileDescriptor *descriptor : {&process.standardOutput, &process.standardError}) {
-        if (descriptor->isValid())
-            descriptors[count++] = pollfd{descriptor->get(), POLLIN, 0};
-    }
-    if (count == 0) {
-        ::usleep(static_cast<useconds_t>(std::chrono::microseconds(limit).count()));
-        return;
-    }
-    ::poll(descriptors, count, static_cast<int>(limit.count()));
+    ProcessSpawner::readAvailable(process.standardOutput, &result.standardOutput, kOutputLimit);
+    ProcessSpawner::readAvailable(process.standardError, &result.standardError, kOutputLimit);
 }
 
 bool tryReap(pid_t pid, int &status)
@@ -74,14 +45,15 @@ bool waitForExit(SpawnedProcess &process, ShortProcessResult &result, std::chron
     QElapsedTimer clock;
     clock.start();
     while (true) {
-        readAvailable(process.standardOutput, result.standardOutput);
-        readAvailable(process.standardError, result.standardError);
+        readOutputs(process, result);
         if (tryReap(process.processIdentifier, result.exitStatus))
             return true;
         const auto remaining = limit - std::chrono::milliseconds(clock.elapsed());
         if (remaining <= 0ms)
             return false;
-        pollOutputs(process, qMin(remaining, std::chrono::milliseconds(kPollInterval)));
+        const auto wait = qMin(remaining, std::chrono::milliseconds(kPollInterval));
+        if (!process.waitForOutput(wait))
+            ::usleep(static_cast<useconds_t>(std::chrono::microseconds(wait).count()));
     }
 }
 
@@ -106,8 +78,7 @@ ShortProcessResult run(const QString &executablePath, const QStringList &argumen
     }
     // The exit is seen; what the child wrote before it is in the pipes. Grandchildren may
     // hold them open, so take what is there without waiting for the end.
-    readAvailable(process.standardOutput, result.standardOutput);
-    readAvailable(process.standardError, result.standardError);
+    readOutputs(process, result);
     // After a time-out the group's other members are no longer wanted either. Only the
     // group: the leader is reaped and its number may already belong to someone else.
     if (result.timedOut)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Takes the README's pictures on a private headless desktop from a build: a composer over the
-# terminal that asked for an editor, a finished quick task in the tray menu, the notification it
-# ended with, and the preferences. The backends are the tests' stand-ins.
+# terminal that asked for an editor, a highlighted prompt and the `@` completion list, a finished
+# quick task in the tray menu, the notification it ended with, and the preferences. The backends
+# are the tests' stand-ins.
 #
 #   scripts/readme-screenshots.sh [BUILD_DIR]     writes docs/images/*.png
 set -euo pipefail
@@ -44,6 +45,60 @@ eval "$(xwininfo -id "$terminal" | awk '/Absolute upper-left X/ {print "TX=" $NF
     /Width:/ {print "TW=" $NF} /Height:/ {print "TH=" $NF}')"
 crop composer "$((TW + 24))x$((TH + 48))+$((TX - 12))+$((TY - 36))" composer-over-terminal
 xdotool key --clearmodifiers Escape
+
+# The editing aids, once per look: a highlighted Markdown prompt (with a misspelled word), and the
+# `@` completion list over a project's files. Each look's pictures are named after it. Tarvel
+# follows the desktop portal's colour scheme, so each look is announced the way a portal does when
+# the user switches it (1 is dark, 2 light).
+LOOKS=(dark light) # light last: the pictures after these are light
+project=$HOME/project
+mkdir -p "$project/src/parser" "$project/docs"
+touch "$project/src/parser/lexer.cpp" "$project/src/parser/lexer.h" "$project/src/parser/parser.cpp" \
+    "$project/docs/parsing.md" "$project/README.md"
+git -C "$project" init -q && git -C "$project" add .
+editing_pictures() {
+    local look=$1
+    dbus-send --session --type=signal /org/freedesktop/portal/desktop \
+        org.freedesktop.portal.Settings.SettingChanged string:org.freedesktop.appearance \
+        string:color-scheme "variant:uint32:$([ "$look" = dark ] && echo 1 || echo 2)"
+    sleep 0.3
+    cat >"$shots/plan.md" <<'PROMPT'
+## Plan for the parser
+
+- Keep the **public API** as it is; the `Lexer` class stays.
+- Read the notes in [the design](https://example.org/design) and fix the recieved tokens.
+
+```cpp
+auto tokens = lexer.tokenize(source);
+```
+PROMPT
+    (cd "$project" && exec xterm -geometry 84x24+80+60 -fa Monospace -fs 10 -e "$VISUAL" "$shots/plan.md") &
+    local terminal=$! composer
+    composer=$(window '^Tarvel Composer$')
+    xdotool windowactivate --sync "$composer" key --clearmodifiers ctrl+End
+    sleep 1
+    eval "$(xwininfo -id "$composer" | awk '/Absolute upper-left X/ {print "CX=" $NF} /Absolute upper-left Y/ {print "CY=" $NF}
+        /Width:/ {print "CW=" $NF} /Height:/ {print "CH=" $NF}')"
+    shot "highlighted-$look"
+    crop "highlighted-$look" "$((CW + 24))x$((CH + 24))+$((CX - 12))+$((CY - 12))" "highlighted-prompt-$look"
+    xdotool type --delay 40 'Start with @lex'
+    timeout 10 xdotool search --sync --onlyvisible --name '^Tarvel Completions$' >/dev/null
+    sleep 0.5
+    # The composer and the list below it, together.
+    local list
+    list=$(xdotool search --onlyvisible --name '^Tarvel Completions$' | head -n 1)
+    eval "$(xwininfo -id "$composer" | awk '/Absolute upper-left Y/ {print "CY=" $NF} /Height:/ {print "CH=" $NF}')"
+    eval "$(xwininfo -id "$list" | awk '/Absolute upper-left X/ {print "LX=" $NF} /Absolute upper-left Y/ {print "LY=" $NF}
+        /Width:/ {print "LW=" $NF} /Height:/ {print "LH=" $NF}')"
+    local right=$((LX + LW > CX + CW ? LX + LW : CX + CW)) bottom=$((LY + LH > CY + CH ? LY + LH : CY + CH))
+    shot "mention-$look"
+    crop "mention-$look" "$((right - CX + 24))x$((bottom - CY + 24))+$((CX - 12))+$((CY - 12))" "mention-list-$look"
+    xdotool key --clearmodifiers Escape Escape
+    wait "$terminal"
+}
+for look in "${LOOKS[@]}"; do
+    editing_pictures "$look"
+done
 
 # A quick task from a free-standing composer.
 "$build/bin/tarvel"

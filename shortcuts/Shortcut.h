@@ -19,6 +19,7 @@ inline constexpr int all = command | shift | option | control;
 
 namespace CarbonKeyCodes {
 inline constexpr int a = 0x00;
+inline constexpr int h = 0x04;
 inline constexpr int r = 0x0F;
 inline constexpr int v = 0x09;
 inline constexpr int digit1 = 0x12;

@@ -24,6 +24,14 @@ const ShortcutName &toggleVoicePrompt()
     return name;
 }
 
+const ShortcutName &searchPromptHistory()
+{
+    static const ShortcutName name{
+        QStringLiteral("searchPromptHistory"),
+        Shortcut{CarbonKeyCodes::h, CarbonModifiers::command | CarbonModifiers::shift}};
+    return name;
+}
+
 const QList<ShortcutName> &quickTaskPresets()
 {
     static const QList<ShortcutName> names = [] {
@@ -52,7 +60,7 @@ std::optional<ShortcutName> quickTaskPreset(int position)
 const QList<ShortcutName> &all()
 {
     static const QList<ShortcutName> names = [] {
-        QList<ShortcutName> list{openScratchComposer(), toggleVoicePrompt()};
+        QList<ShortcutName> list{openScratchComposer(), toggleVoicePrompt(), searchPromptHistory()};
         list.append(quickTaskPresets());
         return list;
     }();

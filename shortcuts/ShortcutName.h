@@ -22,6 +22,8 @@ namespace ShortcutNames {
 const ShortcutName &openScratchComposer();
 // Inside a composer: start or stop dictation. Command-R.
 const ShortcutName &toggleVoicePrompt();
+// Inside a composer: search the earlier prompts. Command-Shift-H.
+const ShortcutName &searchPromptHistory();
 // Inside a composer: pick preset position 1 to 9. Command-1 to Command-9. Positions outside 1...9
 // have no name.
 std::optional<ShortcutName> quickTaskPreset(int position);

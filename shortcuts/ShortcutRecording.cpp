@@ -40,6 +40,8 @@ QString purpose(const ShortcutName &name)
         return QStringLiteral("to open a quick-task composer");
     if (name == ShortcutNames::toggleVoicePrompt())
         return QStringLiteral("to start or stop dictation");
+    if (name == ShortcutNames::searchPromptHistory())
+        return QStringLiteral("to search earlier prompts");
     const qsizetype position = ShortcutNames::quickTaskPresets().indexOf(name);
     if (position >= 0)
         return QStringLiteral("for preset %1").arg(position + 1);

@@ -36,8 +36,8 @@ bool isView(const QJsonObject &node)
 Window window(const QJsonObject &node)
 {
     Window window;
-    window.id = qint64(node.value(u"id").toDouble());
-    window.pid = qint64(node.value(u"pid").toDouble());
+    window.id = node.value(u"id").toInteger();
+    window.pid = node.value(u"pid").toInteger();
     window.appId = node.value(u"app_id").toString();
     const QJsonObject properties = node.value(u"window_properties").toObject();
     window.windowInstance = properties.value(u"instance").toString();

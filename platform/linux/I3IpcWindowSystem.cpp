@@ -238,13 +238,7 @@ bool I3IpcWindowSystem::activateWindow(quint64 windowId)
 
 bool I3IpcWindowSystem::activateApplication(qint64 pid)
 {
-    if (pid <= 0)
-        return false;
-    for (const TopLevelWindow &window : topLevelWindows()) {
-        if (window.pid == pid)
-            return activateWindow(window.id);
-    }
-    return false;
+    return activateFrontWindowOf(pid);
 }
 
 QList<ScreenArea> I3IpcWindowSystem::screens() const

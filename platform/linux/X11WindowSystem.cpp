@@ -366,13 +366,7 @@ bool X11WindowSystem::activateOwnWindow(QWindow *window, const QString &activati
 
 bool X11WindowSystem::activateApplication(qint64 pid)
 {
-    if (pid <= 0)
-        return false;
-    for (const TopLevelWindow &window : topLevelWindows()) {
-        if (window.pid == pid)
-            return activateWindow(window.id);
-    }
-    return false;
+    return activateFrontWindowOf(pid);
 }
 
 QString X11WindowSystem::executableName(qint64 pid) const

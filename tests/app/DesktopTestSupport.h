@@ -508,11 +508,14 @@ inline QString activeWindow()
     return xdotool({QStringLiteral("getactivewindow")});
 }
 
-// A helper run as a terminal editor would run it, without a terminal.
-inline std::unique_ptr<QProcess> startHelper(const Application &app, const QString &file)
+// A helper run as a terminal editor would run it, without a terminal (in the given folder, which
+// its request names as its cwd).
+inline std::unique_ptr<QProcess> startHelper(const Application &app, const QString &file,
+                                             const QString &workingDirectory = QString())
 {
     auto helper = std::make_unique<QProcess>();
     helper->setProcessEnvironment(app.environment());
+    helper->setWorkingDirectory(workingDirectory);
     helper->start(kTarvelEdit, {file});
     helper->waitForStarted();
     return helper;
@@ -528,16 +531,22 @@ inline void startXterm(QProcess &xterm, const Application &app, const QString &s
     QVERIFY(xterm.waitForStarted());
 }
 
-// `git commit` in an xterm, in a fresh repository under root; its exit status lands in status().
+// `git commit` in an xterm, in the repository under root (made when new, with the given files
+// added); its exit status lands in status().
 class GitCommitInXterm final {
 public:
-    GitCommitInXterm(const QTemporaryDir &root, const Application &app)
+    GitCommitInXterm(const QTemporaryDir &root, const Application &app, const QStringList &files = {})
         : m_repo(root.filePath(QStringLiteral("repo")))
         , m_status(root.filePath(QStringLiteral("status")))
     {
         QDir().mkpath(m_repo);
+        QFile::remove(m_status);
         run(QStringLiteral("git"),
             {QStringLiteral("-C"), m_repo, QStringLiteral("init"), QStringLiteral("-q")});
+        for (const QString &file : files) {
+            writeFile(m_repo + u'/' + file, {});
+            run(QStringLiteral("git"), {QStringLiteral("-C"), m_repo, QStringLiteral("add"), file});
+        }
         startXterm(m_xterm, app,
                    QStringLiteral("cd '%1' && git -c user.name=T -c user.email=t@example.invalid commit "
                                   "--allow-empty -q; echo $? > '%2'; sleep 60")
@@ -550,6 +559,7 @@ public:
     }
 
     const QProcess &xterm() const { return m_xterm; }
+    const QString &repository() const { return m_repo; }
     QByteArray status() const { return readFile(m_status).trimmed(); }
     QString lastMessage() const
     {

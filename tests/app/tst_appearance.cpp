@@ -1,6 +1,10 @@
 // The desktop's light or dark look, from a stand-in for the desktop portal on a private session
 // bus, applied to the application's palette (offscreen).
 #include "app/AppearanceController.h"
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerTextView.h"
+#include "composer/EditorComposer.h"
+#include "editing/CompletionPopup.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -58,8 +62,23 @@ private Q_SLOTS:
                    << QVariant::fromValue(QDBusVariant(scheme));
             QVERIFY(portal.send(signal));
         };
-        change(2);
-        QTRY_COMPARE(QApplication::palette().color(QPalette::Window), light);
+        // Views made in one look and shown in the other (the composer is made ahead of time) draw
+        // in the look of the moment: text that kept the dark look's colour was unreadable on light.
+        EditorComposer composer(QStringLiteral("Keep the public API as it is."));
+        composer.showWindow();
+        ComposerTextView &text = *composer.panel()->textView();
+        CompletionPopup list(&text);
+        list.present({{QStringLiteral("src/parser/lexer.cpp"), false, {}}}, QRect(10, 10, 1, 12), QString());
+        QVERIFY(QTest::qWaitForWindowExposed(&list));
+        for (const auto &[scheme, window] : {std::pair{2u, light}, std::pair{1u, dark}}) {
+            change(scheme);
+            QTRY_COMPARE(QApplication::palette().color(QPalette::Window), window);
+            for (QWidget *view : {static_cast<QWidget *>(&text), static_cast<QWidget *>(&list)}) {
+                for (const QPalette::ColorRole role : {QPalette::Text, QPalette::Highlight})
+                    QCOMPARE(view->palette().color(role), QApplication::palette().color(role));
+            }
+            QCOMPARE(list.palette().color(QPalette::Base), QApplication::palette().color(QPalette::Base));
+        }
         change(0);
         QTRY_COMPARE(QApplication::palette(), original);
     }

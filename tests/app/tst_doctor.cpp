@@ -17,6 +17,7 @@ private Q_SLOTS:
     void editorVariable();
     void dataFolder();
     void recognizerCommand();
+    void spelling();
 
 private:
     QTemporaryDir m_dir;
@@ -110,6 +111,26 @@ void DoctorTest::recognizerCommand()
     QFile::setPermissions(program, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     QVERIFY(
         finding(QStringLiteral("'%1'").arg(program)).remedy.startsWith(QStringLiteral("Run \u201cchmod +x")));
+}
+
+// Off by choice is fine; no dictionary, or none for the language, says which package to install.
+void DoctorTest::spelling()
+{
+    const auto finding = &Doctor::spellingFinding;
+    const SpellDictionary english{QStringLiteral("en_US"), QStringLiteral("/d/en_US.aff"),
+                                  QStringLiteral("/d/en_US.dic")};
+    const QLocale german(QStringLiteral("de_DE"));
+    QCOMPARE(finding(QStringLiteral("off"), {}, german).severity, Severity::ok);
+    QCOMPARE(finding(QString(), {}, german).severity, Severity::warning);
+    QVERIFY(
+        finding(QString(), {}, german).remedy.contains(QStringLiteral("sudo apt install hunspell-de-de")));
+    QVERIFY(finding(QString(), {}, QLocale::c()).remedy.contains(QStringLiteral("hunspell-en-us")));
+    QCOMPARE(finding(QString(), {english}, german).severity, Severity::warning);
+    QCOMPARE(finding(QStringLiteral("en_US"), {english}, german).severity, Severity::ok); // chosen by hand
+    const DiagnosticFinding gone = finding(QStringLiteral("fr_FR"), {english}, QLocale::c());
+    QCOMPARE(gone.severity, Severity::warning);
+    QVERIFY(gone.detail.contains(QStringLiteral("fr_FR")) &&
+            gone.detail.contains(QStringLiteral("/d/en_US.dic")));
 }
 
 QTEST_GUILESS_MAIN(DoctorTest)

@@ -13,6 +13,7 @@
 #include "core/DataFile.h"
 #include "core/FileStore.h"
 #include "core/UserDefaults.h"
+#include "editing/PromptHistory.h"
 #include "errorlog/ErrorLogManager.h"
 #include "fakebackends/FakeBackendSetup.h"
 #include "platform/WindowSystem.h"
@@ -80,8 +81,22 @@ struct Fixture : FakeBackendSetup {
     ScratchWindowFrameStore frames{defaults};
     RequestIntake intake{log, Clock::system()};
     QuickTaskManager tasks{QuickTaskStore(), log, defaults, Clock::system()};
+    PromptHistory history{env.path(QStringLiteral("History/prompts.json")), Clock::system()};
     ComposerCoordinator composers{
-        intake, tasks, windows, activation, frames, log, ComposerServices{&defaults, nullptr, {}}};
+        intake,
+        tasks,
+        windows,
+        activation,
+        frames,
+        log,
+        ComposerServices{&defaults, nullptr, {}, nullptr, nullptr, nullptr, &history}};
+    QStringList historyTexts() const
+    {
+        QStringList texts;
+        for (const PromptHistoryEntry &entry : PromptHistory(history.path(), Clock::system()).entries())
+            texts.append(entry.text);
+        return texts;
+    }
 };
 } // namespace
 
@@ -124,6 +139,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!firstComposer);
         QTRY_COMPARE(f.windows.dockChanges, (QList<bool>{true, false})); // none once both are gone
         QCOMPARE(f.log.entries().size(), 0);
+        QCOMPARE(f.historyTexts(), QStringList{QStringLiteral("one!")}); // a cancelled text is no history
     }
 
     // A request from another machine joins the queue behind an older local one, is marked with its
@@ -189,6 +205,8 @@ private Q_SLOTS:
         f.composers.editorComposer()->panel()->submitButton()->click();
         QCOMPARE(f.composers.currentRequest()->id, request.id);
         QVERIFY(f.composers.editorComposer()->panel()->isVisible());
+        // The prompt was kept before the answer was written, so a crash after an answer keeps it.
+        QCOMPARE(f.historyTexts(), QStringList{QStringLiteral("keep me")});
 
         // Ending answers it after all, and closes the composer without a cancel of its own.
         QFile::remove(FileStore::responsesDirectory());
@@ -271,6 +289,7 @@ private Q_SLOTS:
         another->submitPressed();
         QTRY_COMPARE_WITH_TIMEOUT(f.tasks.sessions().size(), qsizetype(1), 10000);
         QCOMPARE(f.tasks.sessions().constFirst().workingDirectory, project);
+        QCOMPARE(f.history.prompts(project), QStringList{QStringLiteral("Fix the build")});
     }
 
     // A closing composer hands the focus to the composer in front, not to the one made last.

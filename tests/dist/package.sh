@@ -24,7 +24,7 @@ depends=$(dpkg-deb -f "$deb" Depends)
 # Worked out from the binaries, plus what is loaded rather than linked.
 # The speech module's libraries count too, though the application only loads it.
 for needed in libqt6core6 libqt6widgets6 libqt6dbus6 libxcb1 qt6-qpa-plugins libsystemd0 libqt6multimedia6 \
-    libpocketsphinx3; do
+    libpocketsphinx3 libhunspell hunspell-dictionary; do
     [[ $depends == *"$needed"* ]] || fail "Depends lacks $needed: $depends"
 done
 recommends=$(dpkg-deb -f "$deb" Recommends)

@@ -72,8 +72,6 @@ private Q_SLOTS:
                                               << "export EDITOR=emacs\n" + kBlock << true << "installed";
         QTest::newRow("fish") << "fish" << QByteArray("set -gx VISUAL \"$HOME/.local/bin/tarvel-edit\"\n")
                               << true << "installed";
-        QTest::newRow("fish, another editor")
-            << "fish" << QByteArray("set -x EDITOR 'hx'\n") << true << "EDITOR=hx";
         QTest::newRow("fish reads no export line") << "fish" << kBlock << true << "notConfigured";
         QTest::newRow("latin-1 around it") << "bash"
                                            << "# \xe9\xe8\n" + kBlock + "\xff" << true << "installed";

@@ -1,6 +1,7 @@
 // tarvel-edit end to end: the built helper against the test responder on a real session
 // bus, with real files and real child processes.
 #include "core/DataFolderMove.h"
+#include "core/ExchangeNames.h"
 #include "core/FileStore.h"
 #include "support/TestEnvironment.h"
 
@@ -399,6 +400,17 @@ private Q_SLOTS:
                  errors.constData());
         QCOMPARE(readAll(file), QByteArray("draft\n typed in the terminal"));
         QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList());
+
+        // A text the application would refuse unread goes there too, with the reason.
+        QVERIFY(QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::Permissions(0x7000)));
+        const QByteArray large(int(ExchangeNames::maximumRequestFileSize), 'a');
+        workFile(QStringLiteral("LARGE.md"), large);
+        const auto tooLarge = startHelper({QStringLiteral("LARGE.md")}, "");
+        QVERIFY(finish(*tooLarge));
+        QCOMPARE(tooLarge->exitCode(), 0);
+        QVERIFY(tooLarge->readAllStandardError().startsWith(
+            "tarvel-edit: the text is larger than the 16 MB a composer takes"));
+        QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList());
     }
 
     void fallbackEditorChoice_data()
@@ -463,7 +475,8 @@ private Q_SLOTS:
         const auto helper = startHelper({file});
         // The request is whole (the responder read it), private, and nothing else is left there.
         waitForAnswers(1);
-        const QString request = readLog(m_responderLog).constFirst().value(u"id").toString() + QStringLiteral(".json");
+        const QString request =
+            readLog(m_responderLog).constFirst().value(u"id").toString() + QStringLiteral(".json");
         QCOMPARE(filesIn(FileStore::requestsDirectory()), QStringList{request});
         QCOMPARE(mode(QDir(FileStore::requestsDirectory()).filePath(request)), 0600);
         ::kill(pid_t(helper->processId()), signalNumber);

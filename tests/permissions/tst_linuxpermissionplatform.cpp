@@ -1,8 +1,8 @@
 // The Linux answers: the notification server on a real session bus with Tarvel's own switch, the
 // recogniser's answers, and which settings programs are tried, in which order.
 #include "FakePermissionPlatform.h"
-#include "platform/SpeechRecognizer.h"
 #include "platform/linux/LinuxPermissionPlatform.h"
+#include "support/FakeSpeechRecognizer.h"
 
 #include <QDBusConnection>
 #include <QtTest>
@@ -12,19 +12,6 @@ using Access = PlatformPermissionState::Access;
 using Page = PermissionSettingsPage;
 
 namespace {
-
-class FakeSpeechRecognizer final : public SpeechRecognizer {
-public:
-    QString reason;
-    Access speechRecognitionAccess() const override { return Access::authorized; }
-    Access microphoneAccess() const override { return Access::authorized; }
-    void requestSpeechRecognitionAccess(std::function<void(bool)> answer) override { answer(true); }
-    void requestMicrophoneAccess(std::function<void(bool)> answer) override { answer(true); }
-    QString unavailableReason() const override { return reason; }
-    void start() override {}
-    void finishAudio() override {}
-    void cancel() override {}
-};
 
 // Settings programs are "installed" under /opt/bin when listed; those in `starting` start.
 struct Fixture {
@@ -73,10 +60,10 @@ private Q_SLOTS:
     void speechNeedsItsModel()
     {
         Fixture fixture;
-        fixture.recognizer.reason = u"Install pocketsphinx-en-us."_s;
+        fixture.recognizer.unavailable = u"Install pocketsphinx-en-us."_s;
         QCOMPARE(fixture.platform.speechRecognitionState().access, Access::denied);
         QCOMPARE(awaited(fixture.platform.openSettings(Page::speechRecognition)).result(),
-                 fixture.recognizer.reason);
+                 fixture.recognizer.unavailable);
     }
 
     void settingsPrograms_data()

@@ -19,13 +19,6 @@ using Page = PermissionSettingsPage;
 
 namespace {
 
-PlatformPermissionState &stateOf(Kind kind, FakePermissionPlatform &platform)
-{
-    return kind == Kind::notifications       ? platform.notifications
-           : kind == Kind::speechRecognition ? platform.speechRecognition
-                                             : platform.microphone;
-}
-
 QStringList texts(const QWidget &window, const QString &objectName)
 {
     QStringList result;
@@ -88,53 +81,38 @@ private Q_SLOTS:
         QTEST(summary.detail(wording), "detail");
     }
 
-    void rowForEachPlatformAnswer_data()
-    {
-        QTest::addColumn<Kind>("kind");
-        QTest::addColumn<Access>("access");
-        QTest::addColumn<Status>("status");
-        QTest::addColumn<QString>("actionTitle");
-
-        for (const auto &[kind, name] :
-             {std::pair{Kind::notifications, "notifications "}, std::pair{Kind::speechRecognition, "speech "},
-              std::pair{Kind::microphone, "microphone "}}) {
-            const QByteArray prefix(name);
-            QTest::newRow(prefix + "authorised")
-                << kind << Access::authorized << Status::granted << u"Manage…"_s;
-            QTest::newRow(prefix + "denied")
-                << kind << Access::denied << Status::needsAttention << u"Open Settings"_s;
-            QTest::newRow(prefix + "not determined")
-                << kind << Access::notDetermined << Status::notRequested << u"Allow…"_s;
-        }
-        QTest::newRow("speech restricted")
-            << Kind::speechRecognition << Access::restricted << Status::restricted << QString();
-        QTest::newRow("microphone restricted")
-            << Kind::microphone << Access::restricted << Status::restricted << QString();
-        QTest::newRow("notifications restricted")
-            << Kind::notifications << Access::restricted << Status::needsAttention << u"Open Settings"_s;
-    }
-
+    // Each counted row shows its own answer through one mapping; notifications know no restriction,
+    // so a restricted answer reads as denied there. The on-demand rows follow, never counted.
     void rowForEachPlatformAnswer()
     {
-        QFETCH(Kind, kind);
-        QFETCH(Access, access);
         FakePermissionPlatform platform;
-        stateOf(kind, platform).access = access;
         PermissionCenter center(platform, PermissionWording::forMac());
-
-        const QList<PermissionDescriptor> rows = awaited(center.fetchDescriptors()).result();
-        QList<Kind> kinds;
-        for (const PermissionDescriptor &row : rows)
-            kinds.append(row.kind);
-        QCOMPARE(kinds, (QList{Kind::notifications, Kind::speechRecognition, Kind::microphone,
-                               Kind::screenRecording, Kind::filesAndFolders}));
-        const PermissionDescriptor row = rows.at(kinds.indexOf(kind));
-        QVERIFY(row.includesInSummary);
-        QTEST(row.status, "status");
-        QTEST(row.actionTitle.value_or(QString()), "actionTitle");
-        QCOMPARE(
-            row.detail.endsWith(u" macOS currently restricts this access, so it cannot be changed here."_s),
-            row.status == Status::restricted);
+        using Row = std::tuple<Kind, Status, QString, bool>; // the action, and whether it says why not
+        const auto rows = [&] {
+            QList<Row> shown;
+            for (const PermissionDescriptor &row : awaited(center.fetchDescriptors()).result()) {
+                if (row.includesInSummary == (row.section == PermissionDescriptor::Section::onDemandAccess))
+                    shown.append({row.kind, row.status, u"counted on demand"_s, false});
+                shown.append({row.kind, row.status, row.actionTitle.value_or(QString()),
+                              row.detail.endsWith(u" macOS currently restricts this access, so it cannot be "
+                                                  "changed here."_s)});
+            }
+            return shown;
+        };
+        platform.notifications.access = Access::authorized;
+        platform.speechRecognition.access = Access::denied;
+        QCOMPARE(rows(),
+                 (QList<Row>{{Kind::notifications, Status::granted, u"Manage…"_s, false},
+                             {Kind::speechRecognition, Status::needsAttention, u"Open Settings"_s, false},
+                             {Kind::microphone, Status::notRequested, u"Allow…"_s, false},
+                             {Kind::screenRecording, Status::managedBySystem, u"Open Settings"_s, false},
+                             {Kind::filesAndFolders, Status::onDemand, u"Open Settings"_s, false}}));
+        platform.notifications.access = platform.speechRecognition.access = platform.microphone.access =
+            Access::restricted;
+        QCOMPARE(rows().first(3),
+                 (QList<Row>{{Kind::notifications, Status::needsAttention, u"Open Settings"_s, false},
+                             {Kind::speechRecognition, Status::restricted, QString(), true},
+                             {Kind::microphone, Status::restricted, QString(), true}}));
     }
 
     // Whatever the counted rows say, the on-demand rows neither add to nor change the summary.

@@ -1,18 +1,10 @@
+// The Mac's window-server rectangles in the toolkit's coordinates (through the display that
+// holds their midpoint) and back in Qt's.
 #include "platform/ScreenCoordinateConverter.h"
 
 #include <QTest>
 
 using ScreenCoordinateConverter::Display;
-
-class ScreenCoordinateConverterTest final : public QObject {
-    Q_OBJECT
-
-private Q_SLOTS:
-    void appKitRect_data();
-    void appKitRect();
-    void roundTripsThroughTheToolkit_data();
-    void roundTripsThroughTheToolkit();
-};
 
 namespace {
 
@@ -25,63 +17,62 @@ const QList<Display> arrangement{primary, above, left};
 
 } // namespace
 
-void ScreenCoordinateConverterTest::appKitRect_data()
-{
-    QTest::addColumn<QRectF>("quartz");
-    QTest::addColumn<QList<Display>>("displays");
-    QTest::addColumn<std::optional<QRectF>>("mainScreen");
-    QTest::addColumn<QRectF>("expected");
+class ScreenCoordinateConverterTest final : public QObject {
+    Q_OBJECT
 
-    const std::optional<QRectF> main = primary.screenFrame;
-    QTest::newRow("primary") << QRectF(100, 50, 800, 600) << arrangement << main
-                             << QRectF(100, 250, 800, 600);
-    QTest::newRow("display above the primary")
-        << QRectF(200, -1000, 600, 400) << arrangement << main << QRectF(200, 1500, 600, 400);
-    QTest::newRow("display to the left")
-        << QRectF(-1000, 100, 400, 300) << arrangement << main << QRectF(-1000, 500, 400, 300);
-    // Frames that do not line up with the bounds show which display placed the rectangle.
-    const Display shifted{{0, 0, 1440, 900}, {10000, 0, 1440, 900}};
-    QTest::newRow("first display holding the midpoint wins")
-        << QRectF(100, 50, 800, 600) << QList<Display>{shifted, primary} << main
-        << QRectF(10100, 250, 800, 600);
-    const Display right{{1440, 0, 1000, 900}, {20000, 0, 1000, 900}};
-    QTest::newRow("midpoint on a shared border belongs to the display starting there")
-        << QRectF(1240, 100, 400, 200) << QList<Display>{primary, right} << main
-        << QRectF(19800, 600, 400, 200);
-    QTest::newRow("midpoint on the bottom edge is outside")
-        << QRectF(100, 800, 400, 200) << QList<Display>{shifted} << main << QRectF(100, -100, 400, 200);
-    QTest::newRow("no display: flipped against the main screen")
-        << QRectF(5000, 100, 400, 300) << arrangement << main << QRectF(5000, 500, 400, 300);
-    QTest::newRow("no display, no main screen: flipped against its own bottom")
-        << QRectF(10, 20, 30, 40) << QList<Display>{} << std::optional<QRectF>{} << QRectF(10, 0, 30, 40);
-}
+private Q_SLOTS:
+    void appKitRect_data()
+    {
+        QTest::addColumn<QRectF>("quartz");
+        QTest::addColumn<QList<Display>>("displays");
+        QTest::addColumn<std::optional<QRectF>>("mainScreen");
+        QTest::addColumn<QRectF>("expected");
 
-void ScreenCoordinateConverterTest::appKitRect()
-{
-    QFETCH(QRectF, quartz);
-    QFETCH(QList<Display>, displays);
-    QFETCH(std::optional<QRectF>, mainScreen);
-    QFETCH(QRectF, expected);
+        const std::optional<QRectF> main = primary.screenFrame;
+        QTest::newRow("display above the primary")
+            << QRectF(200, -1000, 600, 400) << arrangement << main << QRectF(200, 1500, 600, 400);
+        QTest::newRow("display to the left")
+            << QRectF(-1000, 100, 400, 300) << arrangement << main << QRectF(-1000, 500, 400, 300);
+        // Frames that do not line up with the bounds show which display placed the rectangle.
+        const Display shifted{{0, 0, 1440, 900}, {10000, 0, 1440, 900}};
+        QTest::newRow("first display holding the midpoint wins")
+            << QRectF(100, 50, 800, 600) << QList<Display>{shifted, primary} << main
+            << QRectF(10100, 250, 800, 600);
+        const Display right{{1440, 0, 1000, 900}, {20000, 0, 1000, 900}};
+        QTest::newRow("midpoint on a shared border belongs to the display starting there")
+            << QRectF(1240, 100, 400, 200) << QList<Display>{primary, right} << main
+            << QRectF(19800, 600, 400, 200);
+        QTest::newRow("midpoint on the bottom edge is outside")
+            << QRectF(100, 800, 400, 200) << QList<Display>{shifted} << main << QRectF(100, -100, 400, 200);
+        QTest::newRow("no display: flipped against the main screen")
+            << QRectF(5000, 100, 400, 300) << arrangement << main << QRectF(5000, 500, 400, 300);
+        QTest::newRow("no display, no main screen: flipped against its own bottom")
+            << QRectF(10, 20, 30, 40) << QList<Display>{} << std::optional<QRectF>{} << QRectF(10, 0, 30, 40);
+    }
 
-    QCOMPARE(ScreenCoordinateConverter::appKitRect(quartz, displays, mainScreen), expected);
-}
+    void appKitRect()
+    {
+        QFETCH(QRectF, quartz);
+        QFETCH(QList<Display>, displays);
+        QFETCH(std::optional<QRectF>, mainScreen);
+        QTEST(ScreenCoordinateConverter::appKitRect(quartz, displays, mainScreen), "expected");
+    }
 
-void ScreenCoordinateConverterTest::roundTripsThroughTheToolkit_data()
-{
-    QTest::addColumn<QRectF>("quartz");
-    QTest::newRow("primary") << QRectF(13.5, 27.25, 640, 480);
-    QTest::newRow("above") << QRectF(1500, -700, 300, 200);
-    QTest::newRow("left") << QRectF(-1280, 900, 200, 100);
-    QTest::newRow("across displays") << QRectF(-300, -200, 900, 700);
-}
-
-// Qt's desktop coordinates are the window server's: the two conversions undo each other.
-void ScreenCoordinateConverterTest::roundTripsThroughTheToolkit()
-{
-    QFETCH(QRectF, quartz);
-    const QRectF toolkit = ScreenCoordinateConverter::appKitRect(quartz, arrangement, primary.screenFrame);
-    QCOMPARE(ScreenCoordinateConverter::desktopRect(toolkit, primary.screenFrame.height()), quartz);
-}
+    // Qt's desktop coordinates are the window server's: the two conversions undo each other.
+    void roundTripsThroughTheToolkit_data()
+    {
+        QTest::addColumn<QRectF>("quartz");
+        QTest::newRow("fractions on the primary") << QRectF(13.5, 27.25, 640, 480);
+        QTest::newRow("across displays") << QRectF(-300, -200, 900, 700);
+    }
+    void roundTripsThroughTheToolkit()
+    {
+        QFETCH(QRectF, quartz);
+        const QRectF toolkit =
+            ScreenCoordinateConverter::appKitRect(quartz, arrangement, primary.screenFrame);
+        QCOMPARE(ScreenCoordinateConverter::desktopRect(toolkit, primary.screenFrame.height()), quartz);
+    }
+};
 
 QTEST_APPLESS_MAIN(ScreenCoordinateConverterTest)
 #include "tst_screencoordinateconverter.moc"

@@ -55,14 +55,14 @@ private Q_SLOTS:
         QTest::addColumn<int>("carbonKeyCode");
         QTest::addColumn<quint32>("symbol");
         QTest::addColumn<QString>("trigger");
+        // One key of each way to a symbol: a letter, a digit, a named key on either side of the
+        // keyboard, a keypad digit and a function key past F12.
         QTest::newRow("letter: the small one") << 0x28 << quint32(XK_k) << QStringLiteral("k");
         QTest::newRow("digit") << 0x1D << quint32(XK_0) << QStringLiteral("0");
-        QTest::newRow("punctuation") << 0x32 << quint32(XK_grave) << QStringLiteral("grave");
         QTest::newRow("keypad digit") << 0x5C << quint32(XK_KP_9) << QStringLiteral("KP_9");
         QTest::newRow("keypad minus") << 0x4E << quint32(XK_KP_Subtract) << QStringLiteral("KP_Subtract");
         QTest::newRow("main minus") << 0x1B << quint32(XK_minus) << QStringLiteral("minus");
         QTest::newRow("F13") << 0x69 << quint32(XK_F13) << QStringLiteral("F13");
-        QTest::newRow("page down") << 0x79 << quint32(XK_Page_Down) << QStringLiteral("Page_Down");
     }
     void symbols()
     {

@@ -1,7 +1,8 @@
 // The preferences window offscreen: the shortcut recorder's rules as the user meets them, the preset
-// table's buttons, a window that follows the settings file when someone else writes it, and the
-// recogniser command's Test.
+// table's buttons, the editing section, a window that follows the settings file when someone else
+// writes it, and the recogniser command's Test.
 #include "core/UserDefaults.h"
+#include "editing/SpellCheckService.h"
 #include "preferences/PreferencesWindow.h"
 #include "preferences/QuickTaskPresetEditorView.h"
 #include "preferences/ShortcutRecorder.h"
@@ -13,6 +14,7 @@
 #include <QComboBox>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QTableWidget>
 #include <QToolButton>
@@ -148,6 +150,46 @@ private Q_SLOTS:
             const int y = labelAt(QString::fromUtf8(help));
             QVERIFY2(y > editor->mapTo(m_window.get(), QPoint()).y() && y < voice, help);
         }
+    }
+
+    // The history search's shortcut is recorded like the others; the spelling choice is stored and
+    // followed; clearing the history asks first.
+    void editingSection()
+    {
+        ShortcutRecorder *history = m_window->historySearchShortcutRecorder();
+        QCOMPARE(history->findChild<QPushButton *>()->text(), QStringLiteral("Ctrl+Shift+H"));
+        history->startRecording();
+        QTest::keyClick(history, Qt::Key_R, Qt::ControlModifier);
+        QCOMPARE(history->message(), QStringLiteral("Ctrl+R is already used to start or stop dictation."));
+        QTest::keyClick(history, Qt::Key_Escape);
+        ShortcutRecorder *global = m_window->globalShortcutRecorder();
+        global->startRecording();
+        QTest::keyClick(global, Qt::Key_H, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(global->message(),
+                 QStringLiteral("Ctrl+Shift+H is already used to search earlier prompts."));
+        QTest::keyClick(global, Qt::Key_Escape);
+
+        QComboBox *spelling = m_window->spellingPopup();
+        QCOMPARE(spelling->itemData(spelling->count() - 1).toString(), SpellCheckService::offValue);
+        spelling->setCurrentIndex(spelling->count() - 1);
+        Q_EMIT spelling->activated(spelling->count() - 1);
+        QCOMPARE(m_defaults->string(SpellCheckService::dictionaryKey), SpellCheckService::offValue);
+        UserDefaults(m_defaults->location()).setString(SpellCheckService::dictionaryKey, QString());
+        QTRY_COMPARE(spelling->currentIndex(), 0);
+
+        QSignalSpy cleared(m_window.get(), &PreferencesWindow::clearPromptHistoryRequested);
+        auto *clear = m_window->findChild<QPushButton *>(QStringLiteral("ClearPromptHistory"));
+        for (const QString &answer : {QStringLiteral("Cancel"), QStringLiteral("Clear")}) {
+            QTimer::singleShot(0, this, [answer] {
+                auto *box = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+                for (QAbstractButton *button : box ? box->buttons() : QList<QAbstractButton *>()) {
+                    if (button->text() == answer)
+                        button->click();
+                }
+            });
+            clear->click();
+        }
+        QCOMPARE(cleared.size(), 1);
     }
 
     // Another copy of the application writes the same settings file.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "core/Clock.h"
 #include "core/FileStore.h"
 #include "core/UserDefaults.h"
 #include "errorlog/ErrorLogManager.h"
@@ -8,21 +7,13 @@
 #include "platform/FileOpener.h"
 #include "platform/UserNotificationCenter.h"
 #include "quicktasks/QuickTaskManager.h"
+#include "support/ManualClock.h"
 
 #include <QFuture>
 #include <QtTest>
 
 #include <memory>
 #include <optional>
-
-class ManualClock final : public Clock {
-public:
-    QDateTime now() const override { return m_now; }
-    void advance(int seconds) { m_now = m_now.addSecs(seconds); }
-
-private:
-    QDateTime m_now = QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42), Qt::UTC);
-};
 
 class RecordingFileOpener final : public FileOpener {
 public:
@@ -97,7 +88,7 @@ struct QuickTaskManagerFixture : FakeBackendSetup {
         return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     }
 
-    ManualClock clock;
+    ManualClock clock{QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42), Qt::UTC)};
     QString workingDirectory;
     std::unique_ptr<UserDefaults> defaults;
     std::unique_ptr<ErrorLogManager> errorLog;

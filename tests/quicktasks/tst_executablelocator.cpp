@@ -36,17 +36,6 @@ class ExecutableLocatorTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void loginShellIsSHELLOrThePlatformDefault()
-    {
-        TestEnvironment environment;
-        // The default shell answers, so an empty SHELL still gives a path; SHELL itself is
-        // followed in loginShellPathQuery.
-        environment.set("SHELL", QString());
-        QVERIFY(Locator::loginShellPath().has_value());
-        environment.set("SHELL", environment.path(QStringLiteral("no-such-shell")));
-        QCOMPARE(Locator::loginShellPath(), std::nullopt);
-    }
-
     void loginShellPathQuery_data()
     {
         QTest::addColumn<QString>("body");
@@ -91,9 +80,14 @@ private Q_SLOTS:
         for (int call = 0; call < 3; ++call)
             QVERIFY(Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
         QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.calls")).count('\n'), 2);
-        // Another shell is asked for itself.
+        // Another shell is asked for itself; without SHELL the platform's default answers, and a
+        // SHELL that does not exist gives nothing.
         setup.environment.set("SHELL", QStringLiteral("/bin/sh"));
         QVERIFY(!Locator::candidateDirectories().contains(QStringLiteral("/from/login")));
+        setup.environment.set("SHELL", QString());
+        QVERIFY(Locator::loginShellPath().has_value());
+        setup.environment.set("SHELL", setup.environment.path(QStringLiteral("no-such-shell")));
+        QCOMPARE(Locator::loginShellPath(), std::nullopt);
     }
 
     void candidateDirectoriesKeepFirstOccurrences()

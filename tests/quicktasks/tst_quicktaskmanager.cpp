@@ -1,10 +1,12 @@
 // The quick-task manager against the fake backends: a task's life from start to its end,
-// stopping process groups, the files it keeps, and what survives a restart.
+// stopping process groups, the files it keeps, what survives a restart, and the texts of the
+// notification that says a task finished.
 #include "QuickTaskManagerFixture.h"
 #include "backends/BackendProfiles.h"
 
 #include "core/DataFile.h"
 #include "core/JSONCoding.h"
+#include "quicktasks/QuickTaskCompletionNotification.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "settings/AppSettings.h"
 #include "support/fakebackends/ProcessAlive.h"
@@ -191,12 +193,14 @@ private Q_SLOTS:
                     .endsWith("\nStatus: Failed\nExit: 3\n"));
         QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Claude task Failed"));
 
-        // Killed by a signal, with nothing on stderr.
+        // Killed by a signal, with nothing on stderr; with the notifications switched off.
+        AppSettings(*fixture.defaults).setCompletionNotificationsEnabled(false);
         fixture.useSteps({QStringLiteral("kill TERM")});
         const std::optional<QUuid> killed = fixture.start(QuickTaskCLIBackend::opencode);
         QVERIFY(killed);
         QVERIFY(fixture.waitUntilFinished(*killed));
         QCOMPARE(fixture.session(*killed).exitStatus, 143);
+        QCOMPARE(notifications.posted.size(), 1);
         QCOMPARE(fixture.errorLog->entries().size(), 2);
         QVERIFY(std::any_of(fixture.errorLog->entries().cbegin(), fixture.errorLog->entries().cend(),
                             [](const ErrorLogEntry &logged) {
@@ -495,16 +499,48 @@ private Q_SLOTS:
         QCOMPARE(fixture.manager->workingDirectoryForNewTask(), other);
     }
 
-    // What the actions do is checked against a notification server in tst_quicktasknotifications.
-    void notificationsFollowTheSetting()
+    // The notification's texts: one line each, cut at 64 (subtitle), 48 (the prompt in the body)
+    // and 96 (the response) characters as the user counts them; titles and actions are checked
+    // where tasks finish, above and in tst_quicktasknotifications.
+    void completionNotificationCutsAtItsLimits_data()
     {
-        RecordingNotificationCenter notifications;
-        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
-        AppSettings(*fixture.defaults).setCompletionNotificationsEnabled(false);
-        const std::optional<QUuid> quiet = fixture.start(QuickTaskCLIBackend::claude);
-        QVERIFY(quiet);
-        QVERIFY(fixture.waitUntilFinished(*quiet));
-        QVERIFY(notifications.posted.isEmpty());
+        QTest::addColumn<QString>("prompt");
+        QTest::addColumn<std::optional<QString>>("response");
+        QTest::addColumn<QString>("subtitle");
+        QTest::addColumn<QString>("body");
+        const auto letters = [](int count, char16_t letter = u'a') {
+            return QString(count, QChar(letter));
+        };
+        const QString cut = QStringLiteral("...");
+        const std::optional<QString> none;
+        QTest::newRow("48 whole") << letters(48) << none << letters(48) << letters(48);
+        QTest::newRow("49 cut in the body only") << letters(49) << none << letters(49) << letters(48) + cut;
+        QTest::newRow("65 cut as subtitle") << letters(65) << none << letters(64) + cut << letters(48) + cut;
+        QTest::newRow("response of 97 cut")
+            << QStringLiteral("Hi") << std::optional(letters(97, u'r')) << QStringLiteral("Hi")
+            << QStringLiteral("Hi\n") + letters(96, u'r') + cut;
+        QTest::newRow("empty response leaves no line") << QStringLiteral("Hi") << std::optional(QString())
+                                                       << QStringLiteral("Hi") << QStringLiteral("Hi");
+        QTest::newRow("lines flattened, then trimmed")
+            << QStringLiteral("\n  Fix\nthe\r\nbuild  \n")
+            << std::optional(QStringLiteral("Done.\n\nAll green.\n")) << QStringLiteral("Fix the build")
+            << QStringLiteral("Fix the build\nDone.  All green.");
+        // A family emoji is one character, never split.
+        const QString family = QStringLiteral("\U0001F468\u200D\U0001F469\u200D\U0001F467");
+        QTest::newRow("48 with an emoji whole")
+            << letters(47) + family << none << letters(47) + family << letters(47) + family;
+        QTest::newRow("49 with an emoji cut before it")
+            << letters(48) + family << none << letters(48) + family << letters(48) + cut;
+    }
+    void completionNotificationCutsAtItsLimits()
+    {
+        QFETCH(QString, prompt);
+        QFETCH(std::optional<QString>, response);
+        QuickTaskSession session = storedSession(QuickTaskSession::Status::succeeded, QDateTime());
+        session.prompt = prompt;
+        session.finalResponse = response;
+        QTEST(QuickTaskCompletionNotification::subtitle(session), "subtitle");
+        QTEST(QuickTaskCompletionNotification::body(session), "body");
     }
 };
 

@@ -5,6 +5,9 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QStandardPaths>
 
 #include <unistd.h>
@@ -187,6 +190,59 @@ QString RealToolProfile::writeConfigurationFiles(const QProcessEnvironment &envi
         return writeFile(QDir(configHome).filePath(QStringLiteral("opencode/opencode.json")),
                          openCodeConfiguration(baseURL));
     }
+    }
+    Q_UNREACHABLE();
+}
+
+QString RealToolProfile::writeInteractiveSettings(const QProcessEnvironment &environment,
+                                                  const QString &project) const
+{
+    const QString home = environment.value(QStringLiteral("HOME"));
+    switch (m_backend) {
+    case QuickTaskCLIBackend::codex: {
+        const QString path = QDir(home).filePath(QStringLiteral(".codex/config.toml"));
+        QFile file(path);
+        if (!file.open(QIODevice::Append))
+            return QStringLiteral("Could not write %1: %2").arg(path, file.errorString());
+        file.write("\n[projects.\"" + project.toUtf8() +
+                   "\"]\n"
+                   "trust_level = \"trusted\"\n"
+                   "\n"
+                   "[notice]\n"
+                   "hide_full_access_warning = true\n"
+                   "hide_world_writable_warning = true\n"
+                   "hide_rate_limit_model_nudge = true\n"
+                   "hide_gpt5_1_migration_prompt = true\n"
+                   "\"hide_gpt-5.1-codex-max_migration_prompt\" = true\n"
+                   // Answered "Use existing model" on codex 0.169's offer of a newer one.
+                   "\n"
+                   "[notice.model_migrations]\n"
+                   "\"gpt-5.5\" = \"gpt-6-sol\"\n"
+                   "\n"
+                   "[tui]\n"
+                   "screen_reader_detection_done = true\n"
+                   "\n"
+                   "[tui.model_availability_nux]\n"
+                   "\"gpt-6.1-sol\" = 1\n");
+        return {};
+    }
+    case QuickTaskCLIBackend::claude: {
+        // claude keeps the last 20 characters of an approved key.
+        const QString key = m_variables.value(QStringLiteral("ANTHROPIC_API_KEY")).right(20);
+        const QJsonObject settings{
+            {QStringLiteral("hasCompletedOnboarding"), true},
+            {QStringLiteral("bypassPermissionsModeAccepted"), true},
+            {QStringLiteral("customApiKeyResponses"),
+             QJsonObject{{QStringLiteral("approved"), QJsonArray{key}},
+                         {QStringLiteral("rejected"), QJsonArray{}}}},
+            {QStringLiteral("projects"),
+             QJsonObject{{project, QJsonObject{{QStringLiteral("hasTrustDialogAccepted"), true},
+                                               {QStringLiteral("hasCompletedProjectOnboarding"), true}}}}}};
+        return writeFile(QDir(home).filePath(QStringLiteral(".claude.json")),
+                         QJsonDocument(settings).toJson());
+    }
+    case QuickTaskCLIBackend::opencode:
+        return {};
     }
     Q_UNREACHABLE();
 }

@@ -35,6 +35,10 @@ public:
     // Writes the tool's configuration where it looks for it when started with environment
     // (its HOME and XDG_CONFIG_HOME). Returns what went wrong, or empty.
     QString writeConfigurationFiles(const QProcessEnvironment &environment) const;
+    // What the tool's interactive screen needs on top, so that it opens on its prompt in the
+    // project folder: claude's onboarding done, the key approved and the folder trusted; codex's
+    // folder trusted and its notices seen. Returns what went wrong, or empty.
+    QString writeInteractiveSettings(const QProcessEnvironment &environment, const QString &project) const;
     // Where the tool sends its model requests.
     QString modelRequestPath() const;
 

@@ -13,12 +13,18 @@ python=$1
 shift
 
 if [ "${_TARVEL_LOOPBACK_ONLY:-}" != 1 ]; then
+    # Where the network namespace alone can be made (root), nothing else changes: in a user
+    # namespace of its own a terminal cannot give its pty to the tty group, and xterm gives up.
     # --map-root-user lets an ordinary user configure the namespace it made.
-    if ! error=$(unshare --net --map-root-user true 2>&1); then
-        echo "loopback-only: skipped, no network namespace could be made: $error" >&2
-        exit 77
+    namespace=(unshare --net)
+    if ! "${namespace[@]}" true 2>/dev/null; then
+        namespace=(unshare --net --map-root-user)
+        if ! error=$("${namespace[@]}" true 2>&1); then
+            echo "loopback-only: skipped, no network namespace could be made: $error" >&2
+            exit 77
+        fi
     fi
-    _TARVEL_LOOPBACK_ONLY=1 exec unshare --net --map-root-user "$0" "$python" "$@"
+    _TARVEL_LOOPBACK_ONLY=1 exec "${namespace[@]}" "$0" "$python" "$@"
 fi
 unset _TARVEL_LOOPBACK_ONLY
 

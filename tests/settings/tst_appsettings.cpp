@@ -1,15 +1,31 @@
-// AppSettings over a real INI store and real catalog files in a temporary HOME: the backend choice,
-// presets with their write-back, the start-up housekeeping and the voice-rewrite selection.
+// The user-defaults store (typed values, no caching between instances, values of the wrong type,
+// where the application's own store lives), and AppSettings over it with real catalog files in a
+// temporary HOME: the backend choice, presets with their write-back, the start-up housekeeping and
+// the voice-rewrite selection.
 #include "CatalogFiles.h"
 #include "core/UserDefaults.h"
 #include "settings/AppSettings.h"
 #include "settings/StoredByBackend.h"
 #include "support/TestEnvironment.h"
 
+#include <QFile>
 #include <QSignalSpy>
 #include <QtTest>
 
 namespace {
+
+struct Sample {
+    int number = 0;
+
+    QJsonObject toJson() const { return QJsonObject{{QStringLiteral("number"), number}}; }
+    static Sample fromJson(const QJsonObject &object)
+    {
+        const std::optional<qint32> number = JSONCoding::optionalInt32(object, QStringLiteral("number"));
+        if (!number)
+            throw DecodingError(QStringLiteral("No number."));
+        return Sample{*number};
+    }
+};
 
 QuickTaskPreset preset(const char *model, const char *effort)
 {
@@ -29,7 +45,8 @@ QJsonArray codexEntries()
     };
 }
 
-// One temporary HOME with a settings file in it and the codex cache of codexEntries().
+// One temporary HOME with a settings file in it (where the application's own would be) and the
+// codex cache of codexEntries().
 struct Fixture {
     Fixture()
         : defaults(env.path(QStringLiteral(".config/Tarvel/Tarvel.conf")))
@@ -63,6 +80,115 @@ class AppSettingsTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void typedValuesSurviveAReopen()
+    {
+        Fixture f;
+        f.defaults.setString(QStringLiteral("Text"), QStringLiteral("a, \"quoted\" = value\nnext line"));
+        f.defaults.setBool(QStringLiteral("Flag"), false);
+        f.defaults.setInteger(QStringLiteral("Count"), -42);
+        f.defaults.setData(QStringLiteral("Blob"), QByteArray("{\n  \"k\": \"\xc3\xa9\"\n}\n"));
+        f.defaults.setRecord(QStringLiteral("Record"), Sample{7});
+        UserDefaults reopened(f.defaults.location());
+        QCOMPARE(reopened.string(QStringLiteral("Text")), QStringLiteral("a, \"quoted\" = value\nnext line"));
+        QCOMPARE(reopened.boolean(QStringLiteral("Flag")), false);
+        QCOMPARE(reopened.integer(QStringLiteral("Count")), -42);
+        QCOMPARE(reopened.data(QStringLiteral("Blob")), QByteArray("{\n  \"k\": \"\xc3\xa9\"\n}\n"));
+        QCOMPARE(reopened.record<Sample>(QStringLiteral("Record"))->number, 7);
+        QVERIFY(reopened.data(QStringLiteral("Record"))->contains("\"number\": 7"));
+        QVERIFY(!reopened.contains(QStringLiteral("Missing")));
+        QCOMPARE(reopened.string(QStringLiteral("Missing")), std::nullopt);
+    }
+
+    // Nothing is cached: another store on the file, or another writer of it, is seen at once, and a
+    // watching store announces the others' writes (once each) but not its own.
+    void everyReadSeesTheFile()
+    {
+        Fixture f;
+        UserDefaults &first = f.defaults;
+        UserDefaults second(first.location());
+        first.watchForExternalChanges();
+        QSignalSpy changes(&first, &UserDefaults::didChange);
+        QCOMPARE(second.integer(QStringLiteral("Count")), std::nullopt);
+        first.setInteger(QStringLiteral("Count"), 1);
+        QCOMPARE(second.integer(QStringLiteral("Count")), 1);
+        QCOMPARE(changes.takeFirst().constFirst().toString(), QStringLiteral("Count"));
+        QTest::qWait(200);
+        QVERIFY(changes.isEmpty());
+        second.remove(QStringLiteral("Count"));
+        QVERIFY(!first.contains(QStringLiteral("Count")));
+        QTRY_COMPARE(changes.size(), 1);
+        QCOMPARE(changes.takeFirst().constFirst().toString(), QString());
+
+        QFile file(first.location());
+        QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        file.write("[General]\nText=after and longer\nFlag=true\nCount=12\n");
+        file.close();
+        QCOMPARE(first.string(QStringLiteral("Text")), QStringLiteral("after and longer"));
+        QCOMPARE(first.boolean(QStringLiteral("Flag")), true);
+        QCOMPARE(first.integer(QStringLiteral("Count")), 12);
+        QTRY_COMPARE(changes.size(), 1);
+
+        // Storing what is stored already leaves the file alone: every request notes its folder.
+        first.setString(QStringLiteral("Text"), QStringLiteral("after and longer"));
+        QCOMPARE(changes.size(), 1);
+        first.remove(QStringLiteral("Absent"));
+        QCOMPARE(changes.size(), 1);
+    }
+
+    void wrongTypesAndUndecodableRecordsReadAsAbsent()
+    {
+        Fixture f;
+        UserDefaults &defaults = f.defaults;
+        defaults.setData(QStringLiteral("Blob"), "bytes");
+        defaults.setString(QStringLiteral("Word"), QStringLiteral("maybe"));
+        QCOMPARE(defaults.string(QStringLiteral("Blob")), std::nullopt);
+        QCOMPARE(defaults.boolean(QStringLiteral("Word")), std::nullopt);
+        QCOMPARE(defaults.integer(QStringLiteral("Word")), std::nullopt);
+        QCOMPARE(defaults.data(QStringLiteral("Word")), std::nullopt);
+
+        defaults.setData(QStringLiteral("Record"), "{\"number\": \"seven\"}");
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+        defaults.setData(QStringLiteral("Record"), "not json");
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+        defaults.setString(QStringLiteral("Record"), QStringLiteral("{\"number\": 7}")); // text, not data
+        QVERIFY(!defaults.record<Sample>(QStringLiteral("Record")));
+    }
+
+    // Window frames as text: fractions survive, loose spacing reads, anything else is absent.
+    void rectsAsTheMacWritesThem_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<std::optional<QRectF>>("expected");
+
+        QTest::newRow("spaced") << QStringLiteral(" {{ 1 ,-2 },{3.5, 4e2}} ")
+                                << std::optional<QRectF>(QRectF(1, -2, 3.5, 400));
+        QTest::newRow("trailing text")
+            << QStringLiteral("{{1, 2}, {3, 4}} and more") << std::optional<QRectF>();
+        QTest::newRow("empty") << QString() << std::optional<QRectF>();
+    }
+    void rectsAsTheMacWritesThem()
+    {
+        QFETCH(QString, text);
+        QFETCH(std::optional<QRectF>, expected);
+        Fixture f;
+        UserDefaults &defaults = f.defaults;
+        defaults.setString(QStringLiteral("Frame"), text);
+        QCOMPARE(defaults.rect(QStringLiteral("Frame")), expected);
+
+        const QRectF fractional(12.25, -350.1, 640.5, 1e-3);
+        defaults.setRect(QStringLiteral("Frame"), fractional);
+        QCOMPARE(defaults.rect(QStringLiteral("Frame")), std::optional<QRectF>(fractional));
+    }
+
+    void standardStoreFollowsTheConfigHome()
+    {
+        Fixture f;
+        QCOMPARE(UserDefaults::standard().location(),
+                 f.env.path(QStringLiteral(".config/Tarvel/Tarvel.conf")));
+        UserDefaults::standard().setBool(QStringLiteral("Probe"), true);
+        QVERIFY(f.defaults.boolean(QStringLiteral("Probe")));
+    }
+
     void backendChoice_data()
     {
         QTest::addColumn<QString>("stored");
@@ -185,8 +311,16 @@ private Q_SLOTS:
     void voiceRewriteCodexSelection()
     {
         Fixture f;
+        // A choice stored with the override switched off is not used, nor cleared as a stale one.
+        StoredVoicePromptRewriteSettingsByBackend stored;
+        stored.setSlot(
+            QuickTaskCLIBackend::codex,
+            VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false});
+        f.defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, stored);
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.2-codex", "low"));
+        QCOMPARE(f.storedVoice(), stored);
+
         f.settings.setVoicePromptRewriteModelIdentifier(QStringLiteral("gpt-5.1-codex-mini"));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), QStringLiteral("gpt-5.1-codex-mini"));
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.1-codex-mini", "medium"));
@@ -232,19 +366,6 @@ private Q_SLOTS:
 
         CatalogFiles::writeCodexCache(f.env, CatalogFiles::codexCache(codexEntries()));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-    }
-
-    void voiceRewriteNeedsTheOverrideSwitch()
-    {
-        Fixture f;
-        StoredVoicePromptRewriteSettingsByBackend stored;
-        stored.setSlot(
-            QuickTaskCLIBackend::codex,
-            VoicePromptRewriteSelection{QStringLiteral("gpt-5.1-codex-mini"), std::nullopt, false});
-        f.defaults.setRecord(AppSettings::voicePromptRewriteSettingsByBackendKey, stored);
-        QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-        QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.2-codex", "low"));
-        QCOMPARE(f.storedVoice(), stored); // an unused choice is not a stale one
     }
 
     void voiceRewriteOpenCodeSelection()

@@ -1,14 +1,18 @@
 // Dictation over a fake recogniser: the transcriber's stop rules (the wait for a final result,
-// one answer per stop), access order, and the builder's states, preset choice and cancel, with
-// the rewrite run by the fake claude.
+// one answer per stop), access order, and the builder's states, preset choice and cancel; then
+// the prompt rewrite against the fake backends: what each backend is given, how its answer
+// becomes the draft, every failure text, and cancelling.
 #include "FakeSpeechRecognizer.h"
+#include "backends/BackendProfiles.h"
 #include "core/UserDefaults.h"
 #include "fakebackends/FakeBackendSetup.h"
 #include "settings/AppSettings.h"
+#include "voice/PromptRewriteService.h"
 #include "voice/VoicePromptBuilder.h"
 #include "voice/VoicePromptDraftError.h"
 #include "voice/VoicePromptTranscriber.h"
 
+#include <QElapsedTimer>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
@@ -18,11 +22,15 @@ using State = VoicePromptBuilder::State;
 
 namespace {
 
-// What a future delivered, and how often. A failure shows as its description.
+const QString kTranscript = u"um so fix the the login bug in auth dot py"_s;
+
+// What a future delivered, and how often. A failure shows as its description, with the
+// transcript it carries.
 struct Outcome {
     int deliveries = 0;
     QString value;
     std::optional<Kind> kind;
+    QString transcript;
 };
 
 template<typename T> std::shared_ptr<Outcome> observe(QFuture<T> future, QObject *context)
@@ -30,7 +38,7 @@ template<typename T> std::shared_ptr<Outcome> observe(QFuture<T> future, QObject
     auto outcome = std::make_shared<Outcome>();
     auto failed = [outcome](const TarvelError &error) {
         if (const auto *voice = dynamic_cast<const VoicePromptDraftError *>(&error))
-            outcome->kind = voice->kind();
+            outcome->kind = voice->kind(), outcome->transcript = voice->transcript();
         outcome->value = error.description();
         ++outcome->deliveries;
     };
@@ -47,8 +55,10 @@ bool delivered(const std::shared_ptr<Outcome> &outcome)
     return QTest::qWaitFor([&] { return outcome->deliveries > 0; }, 10000);
 }
 
-struct BuilderFixture : FakeBackendSetup {
-    BuilderFixture()
+// The fake backends with claude chosen, a fake recogniser, a builder over both and a rewrite
+// service of its own; both work in the private home.
+struct Fixture : FakeBackendSetup {
+    Fixture()
     {
         AppSettings(defaults).setQuickTaskCLIBackend(QuickTaskCLIBackend::claude);
         QObject::connect(&builder, &VoicePromptBuilder::stateChanged,
@@ -58,10 +68,16 @@ struct BuilderFixture : FakeBackendSetup {
     {
         return observe(builder.stopRecordingAndBuildPrompt(environment.root(), preset), &builder);
     }
+    std::shared_ptr<Outcome> rewrite(QuickTaskCLIBackend backend,
+                                     const QuickTaskPreset &preset = {u"m-1"_s, u"low"_s})
+    {
+        return observe(service.rewritePrompt(kTranscript, environment.root(), preset, backend), &service);
+    }
 
     UserDefaults defaults{environment.path(u"settings.conf"_s)};
     FakeSpeechRecognizer recognizer;
     VoicePromptBuilder builder{recognizer, defaults};
+    PromptRewriteService service;
     QList<State> states;
 };
 
@@ -151,7 +167,8 @@ private Q_SLOTS:
         QCOMPARE(cancelled->deliveries, 1);
     }
 
-    // Speech recognition is settled first, then the microphone; a refusal starts nothing.
+    // Speech recognition is settled first, then the microphone; a refusal starts nothing. (A denied
+    // microphone's sentence is checked where the composer shows it, in tst_composervoice.)
     void accessBeforeCapture_data()
     {
         QTest::addColumn<Access>("speech");
@@ -160,15 +177,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("unavailable");
         QTest::addColumn<QStringList>("calls");
         QTest::addColumn<QString>("error"); // empty: recording
-        const QString micDenied = u"Microphone access is required to dictate a prompt."_s;
         const QString noModel =
             u"On-device Speech Recognition is unavailable on this computer right now. Install it."_s;
         const auto undetermined = Access::notDetermined;
         QTest::newRow("both asked, granted")
             << undetermined << undetermined << true << QString()
             << QStringList{u"askSpeech"_s, u"askMicrophone"_s, u"start"_s} << QString();
-        QTest::newRow("microphone denied")
-            << Access::authorized << Access::denied << true << QString() << QStringList{} << micDenied;
         QTest::newRow("speech refused: microphone not asked")
             << undetermined << undetermined << false << QString() << QStringList{u"askSpeech"_s}
             << u"Speech Recognition access is required to transcribe a dictated prompt."_s;
@@ -184,7 +198,7 @@ private Q_SLOTS:
     void accessBeforeCapture()
     {
         QFETCH(QString, error);
-        BuilderFixture f;
+        Fixture f;
         QFETCH(Access, speech);
         QFETCH(Access, microphone);
         QFETCH(bool, answer);
@@ -221,7 +235,7 @@ private Q_SLOTS:
         QFETCH(QuickTaskCLIBackend, backend);
         QFETCH(std::optional<QuickTaskPreset>, preferred);
         QFETCH(QString, modelAndEffort);
-        BuilderFixture f;
+        Fixture f;
         AppSettings(f.defaults).setQuickTaskCLIBackend(backend);
         const QuickTaskPreset voice = AppSettings(f.defaults).voicePromptRewritePreset();
         if (modelAndEffort == u"voice")
@@ -256,7 +270,7 @@ private Q_SLOTS:
 
     void cancelWhileTheBackendRewrites()
     {
-        BuilderFixture f;
+        Fixture f;
         f.useSteps({u"ready"_s, u"hang"_s});
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         f.recognizer.hear(u"go forward"_s, true);
@@ -276,12 +290,203 @@ private Q_SLOTS:
     // Composers share the recogniser: the latest start wins and the earlier recording ends.
     void aSecondDictationTakesTheRecogniserOver()
     {
-        BuilderFixture f;
+        Fixture f;
         VoicePromptBuilder other(f.recognizer, f.defaults);
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         QVERIFY(delivered(observe(other.startRecording(), &other)));
         QCOMPARE(f.states, (QList<State>{State::recording, State::idle}));
         QCOMPARE(other.state(), State::recording);
+    }
+
+    void rewriteGivesTheBackendInstructionsAndTranscript_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QuickTaskPreset>("preset");
+        QTest::addColumn<QString>("arguments"); // one per line; {D} is the working directory
+        QTest::newRow("codex") << QuickTaskCLIBackend::codex << QuickTaskPreset{u"gpt-5.5"_s, u"low"_s}
+                               << u"exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
+                                  "model_reasoning_effort=\"low\"\n-C\n{D}\n--"_s;
+        QTest::newRow("claude") << QuickTaskCLIBackend::claude << QuickTaskPreset{u"sonnet"_s, u"high"_s}
+                                << u"-p\n--output-format\ntext\n--no-session-persistence\n"
+                                   "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n--"_s;
+        QTest::newRow("opencode")
+            << QuickTaskCLIBackend::opencode << QuickTaskPreset{u"openrouter//qwen/qwen3"_s, u"minimal"_s}
+            << u"run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3\n--"_s;
+        QTest::newRow("opencode without a model")
+            << QuickTaskCLIBackend::opencode << QuickTaskPreset{QString(), u"high"_s}
+            << u"run\n--variant\nhigh\n--dir\n{D}\n--"_s;
+    }
+    void rewriteGivesTheBackendInstructionsAndTranscript()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QuickTaskPreset, preset);
+        QFETCH(QString, arguments);
+        Fixture f;
+        const auto outcome = f.rewrite(backend, preset);
+        QVERIFY(delivered(outcome));
+        QCOMPARE(outcome->value, u"Fake answer."_s);
+
+        const QString name = BackendProfiles::of(backend).rawValue();
+        QStringList received = f.fakes.recordedArguments(name);
+        // The instructions, then the transcript, as one argument after "--".
+        const QString prompt = received.takeLast();
+        QVERIFY(prompt.startsWith(u"Rewrite the user's dictated notes into a clean prompt"_s));
+        QVERIFY(prompt.endsWith(u"\n\nDictated notes:\n"_s + kTranscript));
+        QCOMPARE(received.join(u'\n'), arguments.replace(u"{D}"_s, f.environment.root()));
+        QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
+    }
+
+    // The backend's answer becomes the draft; a failed run or an empty answer is an error that
+    // says why and carries the transcript.
+    void rewriteOutcomes_data()
+    {
+        QTest::addColumn<QuickTaskCLIBackend>("backend");
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<bool>("succeeds");
+        QTest::addColumn<QString>("expected"); // the draft, or the failure's description
+        const auto codex = QuickTaskCLIBackend::codex;
+        const auto claude = QuickTaskCLIBackend::claude;
+        const auto opencode = QuickTaskCLIBackend::opencode;
+        QTest::newRow("codex: the last agent message")
+            << codex
+            << QStringList{u"out not json\\n"_s, FakeBackends::codexAnswerStep(u"First draft"_s),
+                           uR"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"_s,
+                           FakeBackends::codexAnswerStep(u"  Fix the login bug in auth.py.  "_s),
+                           u"err noise\\n"_s}
+            << true << u"Fix the login bug in auth.py."_s;
+        QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
+            << claude
+            << QStringList{u"out   Fix the login bug\\n\\n   \\n  in au"_s, u"sleep 0.1"_s, u"out th.py.  "_s}
+            << true << u"Fix the login bug\nin auth.py."_s;
+        QTest::newRow("opencode: terminal codes removed")
+            << opencode
+            << QStringList{u"out \\0033[0m\\n\\0033[1m<think>\\0033[0m\\n"_s,
+                           u"out \\0033[32mFix the login bug.\\0033[0m\\r\\n"_s}
+            << true << u"Fix the login bug."_s;
+
+        QStringList tenErrors;
+        for (int line = 1; line <= 10; ++line)
+            tenErrors.append(u"err error line %1\\n"_s.arg(line));
+        QTest::newRow("the last 3 of the kept stderr lines")
+            << claude << (tenErrors << u"out half an answer\\n"_s << u"exit 1"_s) << false
+            << u"error line 8 | error line 9 | error line 10"_s;
+        QTest::newRow("fewer than three")
+            << codex << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
+        QTest::newRow("no stderr") << codex << QStringList{u"exit 1"_s} << false
+                                   << u"Codex could not turn the transcript into a prompt draft."_s;
+        QTest::newRow("empty answer") << claude << QStringList{u"out \\n  \\n"_s} << false
+                                      << u"Claude returned an empty prompt draft."_s;
+        QTest::newRow("codex without an agent message")
+            << codex
+            << QStringList{uR"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)"_s}
+            << false << u"Codex returned an empty prompt draft."_s;
+    }
+    void rewriteOutcomes()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QStringList, steps);
+        QFETCH(bool, succeeds);
+        Fixture f;
+        f.useSteps(steps);
+        const auto outcome = f.rewrite(backend);
+        QVERIFY(delivered(outcome));
+        QVERIFY(!f.service.isRewriting());
+        QTEST(outcome->value, "expected");
+        QCOMPARE(outcome->kind, succeeds ? std::nullopt : std::optional(Kind::promptRewriteFailed));
+        QCOMPARE(outcome->transcript, succeeds ? QString() : kTranscript);
+    }
+
+    void rewriteProblemsBeforeTheRun()
+    {
+        Fixture f;
+        auto outcome = f.rewrite(QuickTaskCLIBackend::codex, QuickTaskPreset{});
+        QVERIFY(delivered(outcome));
+        QCOMPARE(outcome->kind, Kind::promptRewriteModelUnavailable);
+        QCOMPARE(outcome->value, u"No model is available to turn the transcript into a prompt draft."_s);
+        QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
+
+        f.environment.set("PATH", u"/nonexistent"_s);
+        outcome = f.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(delivered(outcome));
+        QCOMPARE(outcome->kind, std::nullopt); // the backend's own error, unchanged
+        QCOMPARE(outcome->value, u"Could not find the Claude CLI executable."_s);
+
+        f.environment.set("PATH", f.fakes.searchPath());
+        // Passes its version check, then cannot be started.
+        QFile script(f.fakes.executable(u"opencode"_s));
+        QVERIFY(script.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        script.write("#!/bin/sh\nif [ \"$1\" = --version ]; then echo 1.0; chmod -x \"$0\"; fi\n");
+        script.close();
+        outcome = f.rewrite(QuickTaskCLIBackend::opencode);
+        QVERIFY(delivered(outcome));
+        QCOMPARE(outcome->kind, Kind::promptRewriteFailed);
+        QCOMPARE(outcome->value, u"Could not start opencode: Permission denied"_s);
+        QCOMPARE(outcome->transcript, kTranscript);
+    }
+
+    // That the whole process group ends is ProcessGroupTask's, seen in tst_quicktaskmanager.
+    void rewriteCancelEndsWithOneCancelledResult_data()
+    {
+        QTest::addColumn<QStringList>("steps");
+        QTest::addColumn<int>("minimumMilliseconds");
+        // SIGKILL 0.6 s after the cancel is the only way out.
+        QTest::newRow("deaf to SIGINT and SIGTERM")
+            << QStringList{u"ignore-stop-signals"_s, u"ready"_s, u"hang"_s} << 550;
+        // Answers the signals with a full answer and a clean exit: still cancelled.
+        QTest::newRow("answers and exits 0")
+            << QStringList{u"report-stop-signals"_s, u"ready"_s, u"sleep 30"_s, u"out A fine draft\\n"_s,
+                           u"exit 0"_s}
+            << 0;
+    }
+    void rewriteCancelEndsWithOneCancelledResult()
+    {
+        QFETCH(QStringList, steps);
+        QFETCH(int, minimumMilliseconds);
+        Fixture f;
+        f.useSteps(steps);
+        const auto outcome = f.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return f.fakes.isReady(); }, 10000));
+
+        QElapsedTimer timer;
+        timer.start();
+        f.service.cancel();
+        f.service.cancel();
+        QVERIFY(delivered(outcome));
+        QVERIFY2(timer.elapsed() >= minimumMilliseconds, qPrintable(QString::number(timer.elapsed())));
+        QCOMPARE(outcome->kind, Kind::cancelled);
+        QCOMPARE(outcome->value, u"Voice capture was cancelled."_s);
+        f.service.cancel();
+        QTest::qWait(100);
+        QCOMPARE(outcome->deliveries, 1);
+        QVERIFY(!f.service.isRewriting());
+    }
+
+    // A cancel while the backend's version is checked answers at once, and nothing starts when the
+    // check passes after it; a new rewrite cancels the one in flight and runs.
+    void rewriteCancelledBeforeOrByAnotherStartsNothing()
+    {
+        Fixture f;
+        f.environment.set("FAKE_CODEX_VERSION_DELAY", u"1"_s);
+        const auto checking = f.rewrite(QuickTaskCLIBackend::codex);
+        QTest::qWait(100);
+        f.service.cancel();
+        QCOMPARE(checking->deliveries, 1);
+        QCOMPARE(checking->kind, Kind::cancelled);
+        QVERIFY(QTest::qWaitFor(
+            [&] { return QFile::exists(f.fakes.recordPath(u"codex.version-answered"_s)); }, 10000));
+        QTest::qWait(300);
+        QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
+        QCOMPARE(checking->deliveries, 1);
+
+        f.useSteps({u"ready"_s, u"hang"_s});
+        const auto first = f.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return f.fakes.isReady(); }, 10000));
+        f.environment.unset("FAKE_STEPS");
+        const auto second = f.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(delivered(first));
+        QCOMPARE(first->kind, Kind::cancelled);
+        QVERIFY(delivered(second));
+        QCOMPARE(second->value, u"Fake answer."_s);
     }
 };
 

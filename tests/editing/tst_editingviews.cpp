@@ -1,0 +1,301 @@
+// The editing aids in a real composer (offscreen): highlighting that follows typing and takes a
+// large paste in slices, colours from the palette in force, `@` completion over a real git
+// folder, Up/Down and the search through earlier prompts, and find and replace.
+#include "composer/ComposerPanel.h"
+#include "composer/ComposerSurface.h"
+#include "composer/ComposerTextView.h"
+#include "composer/EditorComposer.h"
+#include "core/Clock.h"
+#include "core/UserDefaults.h"
+#include "editing/CompletionPopup.h"
+#include "editing/FindBar.h"
+#include "editing/HistorySearchPopup.h"
+#include "editing/MentionCompleter.h"
+#include "editing/PromptEditingAids.h"
+#include "editing/PromptHighlighter.h"
+#include "editing/PromptHistory.h"
+#include "editing/SpellCheckService.h"
+#include "shortcuts/KeyboardShortcuts.h"
+#include "support/TestEnvironment.h"
+
+#include <QContextMenuEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QListWidget>
+#include <QMenu>
+#include <QProcess>
+#include <QTextBlock>
+#include <QTextLayout>
+#include <QToolButton>
+#include <QtTest>
+
+namespace {
+
+class WordList final : public SpellChecker {
+public:
+    bool isCorrect(const QString &word) override { return word.toLower() != u"teh"; }
+    QStringList suggestions(const QString &) override { return {QStringLiteral("the")}; }
+    void addWord(const QString &) override {}
+    QString name() const override { return QStringLiteral("list"); }
+};
+
+struct Fixture {
+    explicit Fixture(const QString &text = QString())
+    {
+        spelling.setChecker(std::make_unique<WordList>());
+        composer = std::make_unique<EditorComposer>(text, services());
+        QObject::connect(composer.get(), &EditorComposer::submitted, [this] { ++submits; });
+        QObject::connect(composer.get(), &EditorComposer::cancelled, [this] { ++cancels; });
+        composer->showWindow();
+        QVERIFY(QTest::qWaitForWindowActive(composer->panel()));
+    }
+    ComposerServices services()
+    {
+        ComposerServices services;
+        services.defaults = &defaults;
+        services.shortcuts = &shortcuts;
+        services.history = &history;
+        services.spelling = &spelling;
+        return services;
+    }
+    ComposerTextView *view() const { return composer->panel()->textView(); }
+    PromptEditingAids &aids() const { return *composer->surface().editingAids(); }
+    // The format the highlighter gave a character of a line.
+    QTextCharFormat formatAt(int line, int column) const
+    {
+        const QTextBlock block = view()->document()->findBlockByNumber(line);
+        for (const QTextLayout::FormatRange &range : block.layout()->formats()) {
+            if (column >= range.start && column < range.start + range.length)
+                return range.format;
+        }
+        return {};
+    }
+
+    TestEnvironment environment;
+    UserDefaults defaults{environment.path(QStringLiteral("settings.conf"))};
+    KeyboardShortcuts shortcuts{defaults};
+    PromptHistory history{environment.path(QStringLiteral("History/prompts.json")), Clock::system()};
+    SpellCheckService spelling{defaults};
+    std::unique_ptr<EditorComposer> composer;
+    int submits = 0;
+    int cancels = 0;
+};
+
+QString makeRepository(const TestEnvironment &environment)
+{
+    const QString repo = environment.path(QStringLiteral("repo"));
+    for (const char *file : {"src/parser/lexer.cpp", "src/parser/lexer.h", "docs/guide.md", "README.md"}) {
+        const QString path = repo + u'/' + QString::fromLatin1(file);
+        QDir().mkpath(QFileInfo(path).path());
+        QFile(path).open(QIODevice::WriteOnly);
+    }
+    QProcess::execute(QStringLiteral("git"),
+                      {QStringLiteral("-C"), repo, QStringLiteral("init"), QStringLiteral("-q")});
+    return repo;
+}
+
+} // namespace
+
+class EditingViewsTest final : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void highlightingFollowsTypingAndTakesAPasteInSlices()
+    {
+        Fixture f(QStringLiteral("# Title\nteh `code` here\nplain"));
+        f.aids().highlighter()->finishNow();
+        QCOMPARE(f.formatAt(0, 2).fontWeight(), int(QFont::Bold));
+        QCOMPARE(f.formatAt(1, 1).underlineStyle(), QTextCharFormat::SpellCheckUnderline);
+        QVERIFY(f.formatAt(1, 5).hasProperty(QTextFormat::BackgroundBrush));
+        QCOMPARE(f.formatAt(2, 1).underlineStyle(), QTextCharFormat::NoUnderline);
+
+        // A fence typed above the text turns the lines after it into code as it is typed.
+        QTextCursor cursor(f.view()->document()->findBlockByNumber(1));
+        f.view()->setTextCursor(cursor);
+        QTest::keyClicks(f.view(), QStringLiteral("```"));
+        QTest::keyClick(f.view(), Qt::Key_Return);
+        QVERIFY(f.formatAt(3, 1).hasProperty(QTextFormat::BackgroundBrush));
+        QCOMPARE(f.formatAt(2, 1).underlineStyle(), QTextCharFormat::NoUnderline); // code is not spelled
+        QTextCursor fence(f.view()->document()->findBlockByNumber(1));
+        fence.movePosition(QTextCursor::NextBlock, QTextCursor::KeepAnchor);
+        fence.removeSelectedText();
+        QCOMPARE(f.formatAt(1, 1).underlineStyle(), QTextCharFormat::SpellCheckUnderline);
+        QVERIFY(!f.formatAt(2, 1).hasProperty(QTextFormat::BackgroundBrush));
+
+        // A pasted log is highlighted after the paste returns, a slice at a time.
+        QString log;
+        for (int line = 0; line < 6000; ++line)
+            log += QStringLiteral("2026-03-01 line %1 teh value `x` of the run\n").arg(line);
+        f.view()->moveCursor(QTextCursor::End);
+        f.view()->insertTypedText(log);
+        PromptHighlighter *highlighter = f.aids().highlighter();
+        QVERIFY(highlighter->isPending());
+        QCOMPARE(f.formatAt(4500, 20).underlineStyle(), QTextCharFormat::NoUnderline);
+        QTRY_VERIFY_WITH_TIMEOUT(!highlighter->isPending(), 30000);
+        QCOMPARE(f.formatAt(4500, 22).underlineStyle(), QTextCharFormat::SpellCheckUnderline);
+
+        // Colours come from the palette in force: a dark window gets a dark code shade.
+        QPalette dark = f.composer->panel()->palette();
+        dark.setColor(QPalette::Window, QColor(30, 30, 30));
+        dark.setColor(QPalette::Text, QColor(230, 230, 230));
+        f.composer->panel()->setPalette(dark);
+        QTRY_VERIFY_WITH_TIMEOUT(!highlighter->isPending(), 30000);
+        QVERIFY(f.formatAt(4500, 30).background().color().lightness() < 80);
+    }
+
+    // A right-click on a misspelled word offers the dictionary's suggestions and its own entry.
+    void spellingMenuReplacesTheWordOrKeepsIt()
+    {
+        Fixture f(QStringLiteral("fix teh `teh` bug"));
+        f.aids().highlighter()->finishNow();
+        const auto rightClickAndChoose = [&f](int position, const QString &choice) {
+            QStringList offered;
+            QTimer::singleShot(0, [&offered, choice] {
+                auto *menu = qobject_cast<QMenu *>(QApplication::activePopupWidget());
+                for (QAction *action : menu ? menu->actions() : QList<QAction *>()) {
+                    offered.append(action->text());
+                    if (action->text() == choice)
+                        action->trigger();
+                }
+                if (menu)
+                    menu->close();
+            });
+            QTextCursor at(f.view()->document());
+            at.setPosition(position);
+            const QPoint point = f.view()->cursorRect(at).center() + QPoint(2, 0);
+            QContextMenuEvent event(QContextMenuEvent::Mouse, point,
+                                    f.view()->viewport()->mapToGlobal(point));
+            QApplication::sendEvent(f.view()->viewport(), &event);
+            return offered;
+        };
+        QCOMPARE(rightClickAndChoose(5, QString()).mid(0, 2),
+                 (QStringList{QStringLiteral("the"), QStringLiteral("Add to Dictionary")}));
+        QVERIFY(!rightClickAndChoose(11, QString()).contains(QStringLiteral("the"))); // code is not spelled
+        rightClickAndChoose(5, QStringLiteral("the"));
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("fix the `teh` bug"));
+    }
+
+    void mentionsCompleteFromTheWorkingFolder()
+    {
+        Fixture f;
+        f.composer->surface().setWorkingFolder(makeRepository(f.environment));
+        MentionCompleter *mentions = f.aids().mentions();
+        QSignalSpy ready(mentions, &MentionCompleter::indexReady);
+        QVERIFY(ready.wait(10000));
+        QTest::keyClicks(f.view(), QStringLiteral("see @lexc"));
+        QTRY_VERIFY(mentions->isShowing());
+        QCOMPARE(mentions->popup()->item(0)->text(), QStringLiteral("src/parser/lexer.cpp"));
+        QTest::keyClick(f.view(), Qt::Key_Tab);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("see @src/parser/lexer.cpp "));
+        QVERIFY(!mentions->isShowing());
+
+        // Escape closes the list and leaves the text; the composer stays.
+        QTest::keyClicks(f.view(), QStringLiteral("and @gui"));
+        QTRY_VERIFY(mentions->isShowing());
+        QTest::keyClick(f.view(), Qt::Key_Escape);
+        QVERIFY(!mentions->isShowing());
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("see @src/parser/lexer.cpp and @gui"));
+        QCOMPARE(f.cancels, 0);
+
+        // A folder goes in with its slash and the list goes on inside it; Return takes a file.
+        QTest::keyClicks(f.view(), QStringLiteral(" @docs"));
+        QTRY_VERIFY(mentions->isShowing());
+        QCOMPARE(mentions->popup()->item(0)->text(), QStringLiteral("docs/"));
+        QTest::keyClick(f.view(), Qt::Key_Return);
+        QVERIFY(f.view()->toPlainText().endsWith(u" @docs/"));
+        QTRY_VERIFY(mentions->isShowing());
+        QCOMPARE(mentions->popup()->item(0)->text(), QStringLiteral("docs/guide.md"));
+        QTest::keyClick(f.view(), Qt::Key_Return);
+        QVERIFY(f.view()->toPlainText().endsWith(u" @docs/guide.md "));
+        QCOMPARE(f.submits, 0);
+
+        // No folder, no list.
+        f.composer->surface().setWorkingFolder(std::nullopt);
+        QTest::keyClicks(f.view(), QStringLiteral("@src"));
+        QTest::qWait(50);
+        QVERIFY(!mentions->isShowing());
+    }
+
+    void upRecallsThisFoldersPromptsAndTheSearchFillsTheComposer()
+    {
+        Fixture f;
+        f.history.record(QStringLiteral("elsewhere"), QStringLiteral("/work/other"));
+        f.history.record(QStringLiteral("older\nsecond line"), QStringLiteral("/work/app"));
+        f.history.record(QStringLiteral("newest"), QStringLiteral("/work/app"));
+        f.composer->surface().setWorkingFolder(QStringLiteral("/work/app"));
+        QTest::keyClick(f.view(), Qt::Key_Up);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("newest"));
+        QTest::keyClick(f.view(), Qt::Key_Up);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("older\nsecond line"));
+        // Within a recalled prompt Up moves the cursor first.
+        QTest::keyClick(f.view(), Qt::Key_Up);
+        QCOMPARE(f.view()->textCursor().blockNumber(), 0);
+        QTest::keyClick(f.view(), Qt::Key_Up);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("older\nsecond line")); // nothing older here
+        QTest::keyClick(f.view(), Qt::Key_Down);
+        QTest::keyClick(f.view(), Qt::Key_Down);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("newest"));
+        QTest::keyClick(f.view(), Qt::Key_Down);
+        QCOMPARE(f.view()->toPlainText(), QString());
+        // A text of one's own is never replaced by Up.
+        QTest::keyClicks(f.view(), QStringLiteral("mine"));
+        QTest::keyClick(f.view(), Qt::Key_Up);
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("mine"));
+
+        // The search (its named shortcut) fills the composer for editing, undoably; nothing is sent.
+        QTest::keyClick(f.view(), Qt::Key_H, Qt::ControlModifier | Qt::ShiftModifier);
+        HistorySearchPopup *search = f.aids().historySearch();
+        QVERIFY(search && search->isVisible());
+        QCOMPARE(search->list()->item(0)->text().section(QStringLiteral("   \u2014"), 0, 0),
+                 QStringLiteral("newest"));
+        QCOMPARE(search->list()->count(), 3); // this folder's first, the other one's too
+        QTest::keyClicks(search->field(), QStringLiteral("elsw"));
+        QCOMPARE(search->list()->count(), 1);
+        QTest::keyClick(search->field(), Qt::Key_Return);
+        QVERIFY(!search->isVisible());
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("elsewhere"));
+        QCOMPARE(f.submits, 0);
+        f.view()->undo();
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("mine"));
+    }
+
+    void findAndReplaceWithoutClosingTheComposer()
+    {
+        Fixture f(QStringLiteral("error one\nError two\nerrors three"));
+        const int height = f.composer->panel()->height();
+        QTest::keyClick(f.view(), Qt::Key_F, Qt::ControlModifier);
+        FindBar *bar = f.aids().findBar();
+        QVERIFY(bar->isVisible() && bar->findField()->hasFocus());
+        QTRY_VERIFY(f.composer->panel()->height() > height); // the panel makes room for it
+        QTest::keyClicks(bar->findField(), QStringLiteral("error"));
+        QCOMPARE(bar->status()->text(), QStringLiteral("1 of 3"));
+        QTest::keyClick(bar->findField(), Qt::Key_Return);
+        QCOMPARE(bar->status()->text(), QStringLiteral("2 of 3"));
+        QCOMPARE(f.view()->textCursor().selectionStart(), 10);
+        QTest::keyClick(bar->findField(), Qt::Key_Return, Qt::ShiftModifier);
+        QCOMPARE(bar->status()->text(), QStringLiteral("1 of 3"));
+        bar->wholeWords()->click();
+        bar->caseSensitive()->click();
+        QCOMPARE(bar->matches().size(), 1);
+
+        bar->wholeWords()->click();
+        bar->caseSensitive()->click();
+        bar->replaceField()->setText(QStringLiteral("fault"));
+        bar->replaceCurrent();
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("fault one\nError two\nerrors three"));
+        bar->replaceAll();
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("fault one\nfault two\nfaults three"));
+        QCOMPARE(bar->status()->text(), QStringLiteral("Replaced 2"));
+        f.view()->undo(); // the whole replacement is one step
+        QCOMPARE(f.view()->toPlainText(), QStringLiteral("fault one\nError two\nerrors three"));
+
+        QTest::keyClick(bar->findField(), Qt::Key_Escape);
+        QVERIFY(!bar->isVisible());
+        QCOMPARE(f.cancels, 0);
+        QVERIFY(f.view()->extraSelections().isEmpty());
+        QTRY_COMPARE(f.composer->panel()->height(), height);
+    }
+};
+
+QTEST_MAIN(EditingViewsTest)
+#include "tst_editingviews.moc"
