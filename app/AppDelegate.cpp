@@ -35,6 +35,7 @@
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "remote/RemoteRequestServer.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/GlobalShortcutRegistrar.h"
 #include "shortcuts/KeyboardShortcuts.h"
@@ -75,6 +76,7 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
                             : nullptr)
     , m_scratchFrameStore(std::make_unique<ScratchWindowFrameStore>(defaults))
     , m_activation(std::make_unique<WindowActivationCoordinator>(*m_platform.windowSystem))
+    , m_remoteRequests(std::make_unique<RemoteRequestServer>(errorLog))
     , m_intake(std::make_unique<RequestIntake>(errorLog, Clock::system()))
     , m_quickTaskManager(std::make_unique<QuickTaskManager>(
           QuickTaskStore(), errorLog, defaults, Clock::system(),
@@ -105,6 +107,14 @@ AppDelegate::AppDelegate(PlatformServices platform, ErrorLogManager &errorLog, U
     QuickTaskManager &tasks = *m_quickTaskManager;
     ComposerCoordinator &composers = *m_composers;
     tasks.setFrontmostTerminalContextProvider([&composers] { return composers.frontmostTerminalContext(); });
+    m_intake->setRemoteRequests(m_remoteRequests.get());
+    // A request from another machine comes through ssh, in the terminal the user is typing in.
+    m_remoteRequests->completeRequest = [&composers](ComposerRequest &request) {
+        if (const std::optional<QuickTaskSourceContext> terminal = composers.frontmostTerminalContext()) {
+            request.sourceApplicationBundleIdentifier = terminal->bundleIdentifier;
+            request.sourceApplicationPID = terminal->processIdentifier;
+        }
+    };
     connect(&tasks, &QuickTaskManager::runningSessionCountChanged, this,
             [this](int count) { m_statusItem->setTasksRunning(count > 0); });
     connect(&tasks, &QuickTaskManager::retryRequested, this, [&composers](const QuickTaskSession &session) {
@@ -244,10 +254,16 @@ void AppDelegate::listenForRequests()
     connect(m_requestsWatcher, &QFileSystemWatcher::directoryChanged, this, [this] {
         QTimer::singleShot(0, m_composers.get(), &ComposerCoordinator::processPendingRequests);
     });
+    // Requests from other machines; a failure is in the error log and leaves the rest working.
+    connect(m_remoteRequests.get(), &RemoteRequestServer::requestsChanged, this, [this] {
+        QTimer::singleShot(0, m_composers.get(), &ComposerCoordinator::processPendingRequests);
+    });
+    m_remoteRequests->listen();
 }
 
 void AppDelegate::stopListening()
 {
+    m_remoteRequests->stopListening();
     m_platform.notificationObserver.reset();
     delete m_requestsWatcher;
     m_requestsWatcher = nullptr;

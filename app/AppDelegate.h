@@ -26,6 +26,7 @@ class SpellCheckService;
 class QFileSystemWatcher;
 class QuickTaskManager;
 class QuitPolicy;
+class RemoteRequestServer;
 class RequestIntake;
 class ScratchWindowFrameStore;
 class StatusItemController;
@@ -79,6 +80,8 @@ private:
     std::unique_ptr<GlobalShortcutRegistrar> m_globalShortcuts;
     std::unique_ptr<ScratchWindowFrameStore> m_scratchFrameStore;
     std::unique_ptr<WindowActivationCoordinator> m_activation;
+    // Before the intake, which answers through it until the end.
+    std::unique_ptr<RemoteRequestServer> m_remoteRequests;
     std::unique_ptr<RequestIntake> m_intake;
     std::unique_ptr<QuickTaskManager> m_quickTaskManager;
     // Before the composers, which use them.

@@ -5,6 +5,7 @@
 
 #include "core/AppConstants.h"
 #include "editor_integration/EditorSetupCommand.h"
+#include "remote/RemoteSetupCommand.h"
 #include "voice/TranscribeCommand.h"
 
 #include <QCoreApplication>
@@ -55,6 +56,9 @@ const QList<Subcommand> &subcommands()
         {QString::fromLatin1(EditorSetupCommand::name), QString::fromLatin1(EditorSetupCommand::synopsis),
          QStringLiteral("point VISUAL in your shell at Tarvel, or show whether it does"),
          &EditorSetupCommand::run},
+        {QString::fromLatin1(RemoteSetupCommand::name), QString::fromLatin1(RemoteSetupCommand::synopsis),
+         QStringLiteral("let tarvel-edit on HOST, reached over ssh, open its prompts here"),
+         &RemoteSetupCommand::run},
         {QStringLiteral("transcribe"), QStringLiteral("FILE"),
          QStringLiteral("print the transcript of a recording (WAV, or raw 16 kHz mono 16-bit)"),
          &TranscribeCommand::run},

@@ -63,7 +63,7 @@ void ComposerCoordinator::processPendingRequests()
     if (m_request) {
         m_intake.loadQueuedRequests(m_request->id);
         // Ctrl-C in the terminal, or the assistant ended its editor: what was typed stays.
-        if (!m_editor->isWithdrawn() && RequestIntake::isWithdrawn(*m_request))
+        if (!m_editor->isWithdrawn() && m_intake.isWithdrawn(*m_request))
             m_editor->markWithdrawn();
         return;
     }
@@ -87,6 +87,8 @@ void ComposerCoordinator::processPendingRequests()
     };
     editor->surface().setWorkingFolder(m_request->cwd);
     m_editorDraft = keepDraft(editor, editor->surface(), draftName);
+    if (m_request->remote)
+        editor->markRemote(*m_request->remote);
     if (restored)
         editor->showNotice(QStringLiteral("Restored from before Tarvel stopped."));
     // A composer on its way out must not answer the request that followed it.

@@ -10,7 +10,9 @@
 #include "editor_integration/EditorIntegrationTexts.h"
 #include "platform/CommandSpeechEngine.h"
 #include "platform/SpeechRecognizer.h"
+#include "platform/UnixSocket.h"
 #include "quicktasks/TaskCLIExecutableLocator.h"
+#include "remote/RemoteRequestServer.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
 
@@ -296,6 +298,35 @@ DiagnosticFinding recognizerCommandFinding(const QString &command)
             {}};
 }
 
+DiagnosticFinding remoteSocketFinding(const QString &path)
+{
+    const QString subject = QStringLiteral("Remote editing");
+    const QString shown = QDir::toNativeSeparators(path);
+    try {
+        FileStore::verifyPrivateFolder(QFileInfo(path).absolutePath());
+    } catch (const UnsafeFolderError &error) {
+        return {subject, Severity::warning, error.description(), QString()};
+    } catch (const TarvelError &) {
+        // No folder yet: Tarvel makes it when it starts.
+    }
+    // Closed before anything is sent, which the application forgets without a word.
+    const UnixSocket::Result probe = UnixSocket::connectTo(QFile::encodeName(path).toStdString());
+    if (probe.descriptor >= 0) {
+        ::close(probe.descriptor);
+        return {subject,
+                Severity::ok,
+                QStringLiteral("Tarvel takes requests from other machines at %1; \u201ctarvel remote setup "
+                               "HOST\u201d has ssh forward it to one.")
+                    .arg(shown),
+                {}};
+    }
+    return {subject, Severity::warning,
+            QStringLiteral("Nothing listens at %1, so tarvel-edit on other machines cannot reach the "
+                           "composer.")
+                .arg(shown),
+            QStringLiteral("Start Tarvel; when it runs, its error log says why remote editing is off.")};
+}
+
 DiagnosticFinding spellingFinding(const QString &choice, const QList<SpellDictionary> &installed,
                                   const QLocale &locale)
 {
@@ -392,6 +423,7 @@ QList<DiagnosticFinding> examine()
     }
     findings.append(spelling);
     findings.append(globalShortcutFinding());
+    findings.append(remoteSocketFinding(RemoteRequestServer::defaultSocketPath()));
     return findings;
 }
 

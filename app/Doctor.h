@@ -30,6 +30,8 @@ DiagnosticFinding dataFolderFinding(const QString &path);
 // The recogniser command of the settings: none (the built-in recogniser), or its program and
 // whether it can run.
 DiagnosticFinding recognizerCommandFinding(const QString &command);
+// The socket that takes requests from other machines: whether a running Tarvel listens there.
+DiagnosticFinding remoteSocketFinding(const QString &path);
 // The composer's spelling: the stored choice (empty follows the locale, "off", or a dictionary's
 // name) against the installed dictionaries, and how to turn checking on when it is off.
 DiagnosticFinding spellingFinding(const QString &choice, const QList<SpellDictionary> &installed,

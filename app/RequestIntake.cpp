@@ -6,6 +6,7 @@
 #include "core/JSONCoding.h"
 #include "core/TarvelError.h"
 #include "errorlog/ErrorLogManager.h"
+#include "remote/RemoteRequestServer.h"
 
 #include <QFileInfo>
 
@@ -23,9 +24,11 @@ RequestIntake::RequestIntake(ErrorLogManager &errorLog, const Clock &clock, QObj
 
 std::optional<ComposerRequest> RequestIntake::takeNextRequest()
 {
+    // A folder that cannot be served holds up nothing that came over the socket.
     QList<PendingRequest> pending;
     try {
         pending = recoverablePendingRequests();
+        m_reportedUnsafeFolder.clear();
     } catch (const UnsafeFolderError &error) {
         // Refused, not served: said once, not at every wake-up while it stays so.
         if (error.description() != m_reportedUnsafeFolder) {
@@ -33,21 +36,24 @@ std::optional<ComposerRequest> RequestIntake::takeNextRequest()
             presentErrorAlert(QStringLiteral("Refused to serve editor requests from an unsafe folder."),
                               error.description(), kRequestQueue);
         }
-        return std::nullopt;
     } catch (const TarvelError &error) {
         presentErrorAlert(QStringLiteral("Failed to read pending requests."), error.description(),
                           kRequestQueue);
-        return std::nullopt;
     }
-    m_reportedUnsafeFolder.clear();
+    QList<ComposerRequest> remote = remoteRequests();
     m_queuedRequests.clear();
-    if (pending.isEmpty()) {
+    if (pending.isEmpty() && remote.isEmpty()) {
         Q_EMIT queueChanged();
         return std::nullopt;
     }
-    const ComposerRequest first = pending.takeFirst().request;
+    // Oldest first across both: a file by its birth, a remote request by its arrival.
+    const bool fileFirst =
+        !pending.isEmpty() && (remote.isEmpty() || RequestFileIO::creationTime(pending.constFirst().url) <=
+                                                       remote.constFirst().createdAt.toMSecsSinceEpoch());
+    const ComposerRequest first = fileFirst ? pending.takeFirst().request : remote.takeFirst();
     for (const PendingRequest &entry : std::as_const(pending))
         m_queuedRequests.append(entry.request);
+    m_queuedRequests.append(remote);
     if (first.cwd)
         Q_EMIT workingDirectoryNoted(*first.cwd);
     Q_EMIT queueChanged();
@@ -60,11 +66,19 @@ void RequestIntake::loadQueuedRequests(const QUuid &onScreen)
         QList<ComposerRequest> queued;
         for (const PendingRequest &entry : recoverablePendingRequests(onScreen))
             queued.append(entry.request);
-        m_queuedRequests = queued;
+        m_queuedRequests = queued + remoteRequests(onScreen);
         Q_EMIT queueChanged();
     } catch (const TarvelError &) {
         // Keep the queue we had; the next notification scans again.
     }
+}
+
+QList<ComposerRequest> RequestIntake::remoteRequests(const std::optional<QUuid> &onScreen) const
+{
+    QList<ComposerRequest> requests = m_remote ? m_remote->waitingRequests() : QList<ComposerRequest>();
+    if (onScreen)
+        requests.removeIf([&onScreen](const ComposerRequest &request) { return request.id == *onScreen; });
+    return requests;
 }
 
 QList<PendingRequest> RequestIntake::recoverablePendingRequests(const std::optional<QUuid> &onScreen)
@@ -93,8 +107,10 @@ QList<PendingRequest> RequestIntake::recoverablePendingRequests(const std::optio
     return result;
 }
 
-bool RequestIntake::isWithdrawn(const ComposerRequest &request)
+bool RequestIntake::isWithdrawn(const ComposerRequest &request) const
 {
+    if (request.remote)
+        return !m_remote || !m_remote->isWaiting(request.id);
     return !QFileInfo::exists(FileStore::requestURL(request.id)) &&
            !RequestFileIO::responseExists(request.id) &&
            !RequestFileIO::completedRequestMarkerExists(request.id);
@@ -103,6 +119,21 @@ bool RequestIntake::isWithdrawn(const ComposerRequest &request)
 bool RequestIntake::answer(const ComposerRequest &request, ComposerResponse::Disposition disposition,
                            const std::optional<QString> &text)
 {
+    if (request.remote) {
+        const std::optional<QString> failure =
+            m_remote ? m_remote->answer(request.id, disposition, text)
+                     : QStringLiteral("Remote editing is off, so the answer could not be sent.");
+        if (failure) {
+            const QString message = disposition == ComposerResponse::Disposition::submitted
+                                        ? QStringLiteral("Failed to send the editor response to %1.")
+                                        : QStringLiteral("Failed to send the cancel response to %1.");
+            m_errorLog.record(message.arg(request.remote->host), *failure, kExternalEditor);
+            Q_EMIT answerFailed(message.arg(request.remote->host), *failure);
+            return false;
+        }
+        Q_EMIT queueChanged();
+        return true;
+    }
     try {
         completeExternalEditorRequest(request.id, disposition, text);
     } catch (const TarvelError &error) {
@@ -167,8 +198,9 @@ void RequestIntake::quarantineMalformedPendingRequest(const QString &url, const 
 
 int RequestIntake::waitingRequestCount(const std::optional<QUuid> &onScreen)
 {
+    const int remote = int(remoteRequests(onScreen).size());
     try {
-        return int(recoverablePendingRequests(onScreen).size());
+        return int(recoverablePendingRequests(onScreen).size()) + remote;
     } catch (const TarvelError &) {
         return int(m_queuedRequests.size());
     }
@@ -176,6 +208,8 @@ int RequestIntake::waitingRequestCount(const std::optional<QUuid> &onScreen)
 
 void RequestIntake::cancelPendingEditorRequestsOnTermination()
 {
+    if (m_remote)
+        m_remote->cancelAll();
     QList<QString> urls;
     try {
         urls = RequestFileIO::pendingRequestURLs();

@@ -11,15 +11,21 @@
 
 class Clock;
 class ErrorLogManager;
+class RemoteRequestServer;
 
 // The editor-request queue of the running application: scans the Requests folder, puts
-// malformed files aside, hands out the oldest waiting request and writes the answers. The
-// request on screen is held by whoever took it (the composer coordinator), not here.
+// malformed files aside, hands out the oldest waiting request and writes the answers. Requests
+// from other machines wait in the remote request server, with their connections, and join the
+// same queue by their time of arrival; they are answered over those connections. The request on
+// screen is held by whoever took it (the composer coordinator), not here.
 class RequestIntake final : public QObject {
     Q_OBJECT
 
 public:
     RequestIntake(ErrorLogManager &errorLog, const Clock &clock, QObject *parent = nullptr);
+
+    // The second intake: requests from other machines. Not owned.
+    void setRemoteRequests(RemoteRequestServer *server) { m_remote = server; }
 
     // The requests waiting behind the one on screen.
     const QList<ComposerRequest> &queuedRequests() const { return m_queuedRequests; }
@@ -43,8 +49,9 @@ public:
                                        const std::optional<QString> &updatedText);
     void quarantineMalformedPendingRequest(const QString &url, const QString &errorDescription);
 
-    // Whether the helper of a request taken from here gave up on it: its file is gone unanswered.
-    static bool isWithdrawn(const ComposerRequest &request);
+    // Whether the helper of a request taken from here gave up on it: its file is gone unanswered,
+    // or its connection closed.
+    bool isWithdrawn(const ComposerRequest &request) const;
 
     // Requests still waiting for an answer, onScreen not counted.
     int waitingRequestCount(const std::optional<QUuid> &onScreen);
@@ -65,8 +72,10 @@ private:
     void presentErrorAlert(const QString &message, const QString &errorDescription, const QString &source);
     void recordForRequest(const QString &title, const QUuid &id, const QString &errorDescription);
     void retireAnswered(const QUuid &id);
+    QList<ComposerRequest> remoteRequests(const std::optional<QUuid> &onScreen = std::nullopt) const;
 
     ErrorLogManager &m_errorLog;
+    RemoteRequestServer *m_remote = nullptr;
     const Clock &m_clock;
     QList<ComposerRequest> m_queuedRequests;
     QString m_reportedUnsafeFolder;

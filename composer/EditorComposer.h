@@ -7,6 +7,7 @@
 class ComposerPanel;
 class ComposerSurface;
 class QLabel;
+struct RemoteOrigin;
 
 // The composer of an editor request: the request's text, edited for the helper that
 // waits for it. Pasted files and images become their paths in the text. Which request
@@ -31,6 +32,10 @@ public:
     // The helper stopped waiting: the text can only be copied now, and Submit says so.
     void markWithdrawn();
     bool isWithdrawn() const { return m_withdrawn; }
+    // A request from another machine: "on HOST" beside the buttons and in the title, and only
+    // text goes in, since a path on this computer means nothing there.
+    void markRemote(const RemoteOrigin &origin);
+    QLabel *remoteMark() const { return m_remoteMark; }
 
 Q_SIGNALS:
     void submitted(const QString &text);
@@ -39,5 +44,6 @@ Q_SIGNALS:
 private:
     ComposerSurface *m_surface = nullptr;
     QLabel *m_notice = nullptr;
+    QLabel *m_remoteMark = nullptr;
     bool m_withdrawn = false;
 };

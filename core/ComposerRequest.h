@@ -7,7 +7,18 @@
 
 #include <optional>
 
-// What tarvel-edit asks for: open an editor on this text. Lives in Requests/<UUID>.json.
+// Where a request from another machine comes from (tarvel-edit there, through a socket ssh
+// forwards). Shown on its composer; none of it is a path on this machine.
+struct RemoteOrigin {
+    QString host;
+    std::optional<QString> fileName;
+    std::optional<QString> workingDirectory;
+
+    friend bool operator==(const RemoteOrigin &, const RemoteOrigin &) = default;
+};
+
+// What tarvel-edit asks for: open an editor on this text. Lives in Requests/<UUID>.json, unless
+// it came from another machine: that one lives only as long as its connection and has an origin.
 struct ComposerRequest {
     QUuid id;
     QDateTime createdAt;
@@ -18,6 +29,8 @@ struct ComposerRequest {
     std::optional<qint32> sourceApplicationPID;
     // A Wayland activation token from the helper's environment, for the composer's activation.
     std::optional<QString> activationToken = std::nullopt;
+    // Never in a request file.
+    std::optional<RemoteOrigin> remote = std::nullopt;
 
     QJsonObject toJson() const;
     // Throws DecodingError.

@@ -17,10 +17,9 @@
 namespace RequestFileIO {
 namespace {
 
-// Milliseconds since the epoch of the file's birth. File systems that record no birth
-// time fall back to the last modification, which for these write-once files is the
-// moment they appeared; a file that cannot be examined at all sorts first.
-qint64 creationTime(const QFileInfo &info)
+// File systems that record no birth time fall back to the last modification, which for these
+// write-once files is the moment they appeared.
+qint64 creationTimeOf(const QFileInfo &info)
 {
     QDateTime date = info.birthTime();
     if (!date.isValid())
@@ -94,7 +93,7 @@ QList<QString> pendingRequestURLs()
         const QFileInfo info = it.fileInfo();
         if (info.suffix() != u"json" || info.fileName().startsWith(u'.'))
             continue;
-        entries.push_back({info.absoluteFilePath(), creationTime(info)});
+        entries.push_back({info.absoluteFilePath(), creationTimeOf(info)});
     }
     std::stable_sort(entries.begin(), entries.end(),
                      [](const Entry &a, const Entry &b) { return a.created < b.created; });
@@ -104,6 +103,11 @@ QList<QString> pendingRequestURLs()
     for (Entry &entry : entries)
         urls.append(std::move(entry.path));
     return urls;
+}
+
+qint64 creationTime(const QString &url)
+{
+    return creationTimeOf(QFileInfo(url));
 }
 
 ComposerRequest readRequest(const QString &url)

@@ -25,6 +25,9 @@ void writeResponse(const ComposerResponse &response);
 
 // Request files, oldest first by creation date; ties keep the directory's order.
 QList<QString> pendingRequestURLs();
+// Milliseconds since the epoch of a request file's birth (its last change where the file system
+// records no birth), the order of pendingRequestURLs(); a file that cannot be examined sorts first.
+qint64 creationTime(const QString &url);
 // A request file larger than this is refused unread, not read whole.
 inline constexpr qint64 maximumRequestFileSize = ExchangeNames::maximumRequestFileSize;
 

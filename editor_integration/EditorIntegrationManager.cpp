@@ -4,6 +4,7 @@
 #include "core/DataFile.h"
 #include "core/TarvelError.h"
 #include "editor_integration/EditorIntegrationError.h"
+#include "editor_integration/MarkedBlock.h"
 #include "platform/FileOpener.h"
 #include "platform/FileRevealer.h"
 #include "platform/HostPlatform.h"
@@ -35,56 +36,6 @@ QString trimmedOf(const QString &text, QStringView characters)
     return text.mid(begin, end - begin);
 }
 
-// The start-up file is read whole up to this size; a larger one is refused, not cut short.
-constexpr qint64 kMaximumStartupFileSize = 16 * 1024 * 1024;
-
-// The start-up file's bytes, as they are: it may hold any encoding, and every byte outside
-// our block goes back unchanged. A missing file is empty; one that cannot be read is an
-// error, since writing the block alone would lose it.
-QByteArray readStartupFile(const QString &path)
-{
-    const QString shown = QDir::toNativeSeparators(path);
-    DataFile::PlainFileContents contents =
-        DataFile::readPlainFile(path, kMaximumStartupFileSize, DataFile::SymbolicLinks::follow);
-    switch (contents.status) {
-    case DataFile::PlainFileStatus::read:
-    case DataFile::PlainFileStatus::missing:
-        break;
-    case DataFile::PlainFileStatus::symbolicLink:
-    case DataFile::PlainFileStatus::notPlainFile:
-        throw TarvelError(QStringLiteral("\u201c%1\u201d is not a plain file.").arg(shown));
-    case DataFile::PlainFileStatus::tooLarge:
-        throw TarvelError(QStringLiteral("\u201c%1\u201d is larger than %2 MB.")
-                              .arg(shown)
-                              .arg(kMaximumStartupFileSize / (1024 * 1024)));
-    }
-    return std::move(contents.bytes);
-}
-
-// Where the marked block lies: from the start of its first line to the end of its last,
-// newline included. The innermost pair of markers counts, so a stray begin marker above
-// never takes the user's lines between it and our block with it.
-std::optional<std::pair<qsizetype, qsizetype>> blockRange(const QByteArray &text)
-{
-    const QByteArray begin = kBeginMarker.toUtf8();
-    const QByteArray end = kEndMarker.toUtf8();
-    const auto atLineStart = [&text](qsizetype at) {
-        return at == 0 || text.at(at - 1) == '\n';
-    };
-    for (qsizetype close = text.indexOf(end); close >= 0; close = text.indexOf(end, close + 1)) {
-        if (!atLineStart(close))
-            continue;
-        qsizetype open = text.lastIndexOf(begin, close);
-        while (open >= 0 && !atLineStart(open))
-            open = open == 0 ? -1 : text.lastIndexOf(begin, open - 1);
-        if (open < 0)
-            return std::nullopt;
-        const qsizetype lineEnd = text.indexOf('\n', close);
-        return std::pair{open, lineEnd < 0 ? text.size() : lineEnd + 1};
-    }
-    return std::nullopt;
-}
-
 // Inside single quotes every character stands for itself except the quote, which closes them.
 QString singleQuoted(const QString &value)
 {
@@ -93,9 +44,8 @@ QString singleQuoted(const QString &value)
     return u'\'' + escaped + u'\'';
 }
 
-QString linuxHelperScript(const QString &applicationDirectory)
+QString linuxHelperScript(const QString &helperPath)
 {
-    const QString besideApplication = QDir(applicationDirectory).filePath(QStringLiteral("tarvel-edit"));
     return QStringLiteral(R"SH(#!/bin/sh
 # Tarvel editor integration: hands the file to edit to tarvel-edit.
 # Tarvel writes this file; installing the integration again replaces it.
@@ -137,7 +87,7 @@ fi
 
 exec "$cli_path" "$@"
 )SH")
-        .arg(singleQuoted(besideApplication), AppConstants::appName);
+        .arg(singleQuoted(helperPath), AppConstants::appName);
 }
 
 QString macHelperScript(const QString &applicationDirectory)
@@ -191,14 +141,6 @@ exec "$cli_path" "$@"
         .arg(singleQuoted(bundle), singleQuoted(AppConstants::appBundleIdentifier), AppConstants::appName);
 }
 
-// A symbolic link (a dotfiles manager's) keeps pointing at the file it named.
-QString writeTarget(const QString &path)
-{
-    const QFileInfo info(path);
-    if (info.isSymLink() && info.exists())
-        return info.canonicalFilePath();
-    return path;
-}
 } // namespace
 
 EditorIntegrationManager::EditorIntegrationManager(QString applicationDirectory, FileOpener *fileOpener)
@@ -224,8 +166,13 @@ std::optional<EditorIntegrationInstallLocation> EditorIntegrationManager::instal
     const QString home = QUrl::fromPercentEncoding(qEnvironmentVariable("HOME").toUtf8());
     if (home.isEmpty() || !QDir::isAbsolutePath(home))
         return std::nullopt;
+    return locationFor(home, preferredShellName(), qEnvironmentVariable("XDG_CONFIG_HOME"));
+}
+
+EditorIntegrationInstallLocation
+EditorIntegrationManager::locationFor(const QString &home, const QString &shell, const QString &xdgConfigHome)
+{
     const QDir homeDir(home);
-    const QString shell = preferredShellName();
     QString config;
     if (shell == u"zsh") {
         config = homeDir.filePath(QStringLiteral(".zshrc"));
@@ -233,9 +180,8 @@ std::optional<EditorIntegrationInstallLocation> EditorIntegrationManager::instal
         config = homeDir.filePath(QStringLiteral(".bashrc"));
     } else if (shell == u"fish") {
         // fish reads every file in conf.d, and reads them from XDG_CONFIG_HOME when it is set.
-        const QString xdg = qEnvironmentVariable("XDG_CONFIG_HOME");
         const QString configHome =
-            QDir::isAbsolutePath(xdg) ? xdg : homeDir.filePath(QStringLiteral(".config"));
+            QDir::isAbsolutePath(xdgConfigHome) ? xdgConfigHome : homeDir.filePath(QStringLiteral(".config"));
         config = QDir(configHome).filePath(QStringLiteral("fish/conf.d/tarvel.fish"));
     } else {
         config = homeDir.filePath(QStringLiteral(".profile"));
@@ -285,7 +231,7 @@ std::optional<EditorIntegrationStatus> EditorIntegrationManager::status() const
         return std::nullopt;
     QByteArray config;
     try {
-        config = readStartupFile(location->configURL.toLocalFile());
+        config = MarkedBlock::readFile(location->configURL.toLocalFile());
     } catch (const TarvelError &) {
         // Unreadable counts as empty here; install says why it cannot change the file.
     }
@@ -332,7 +278,7 @@ QByteArray EditorIntegrationManager::mergedShellConfig(const QByteArray &existin
 {
     const QByteArray block = markedBlock(syntax).toUtf8() + '\n';
     QByteArray text = existing;
-    if (const auto range = blockRange(existing)) {
+    if (const auto range = MarkedBlock::range(existing, kBeginMarker.toUtf8(), kEndMarker.toUtf8())) {
         const auto [begin, end] = *range;
         // Replaced where it stands, unless a later line sets VISUAL again and would win over it.
         const QString rest = QString::fromUtf8(existing.sliced(end));
@@ -340,15 +286,19 @@ QByteArray EditorIntegrationManager::mergedShellConfig(const QByteArray &existin
             return text.replace(begin, end - begin, block);
         text.remove(begin, end - begin);
     }
-    if (!text.isEmpty())
-        text += text.endsWith('\n') ? "\n" : "\n\n";
-    return text + block;
+    return MarkedBlock::appended(text, block);
 }
 
 QString EditorIntegrationManager::helperScriptContents() const
 {
-    return HostPlatform::usesMacConventions() ? macHelperScript(m_applicationDirectory)
-                                              : linuxHelperScript(m_applicationDirectory);
+    return HostPlatform::usesMacConventions()
+               ? macHelperScript(m_applicationDirectory)
+               : linuxHelperScript(QDir(m_applicationDirectory).filePath(QStringLiteral("tarvel-edit")));
+}
+
+QString EditorIntegrationManager::shimScript(const QString &helperPath)
+{
+    return linuxHelperScript(helperPath);
 }
 
 EditorIntegrationInstallLocation EditorIntegrationManager::install() const
@@ -373,18 +323,12 @@ EditorIntegrationInstallLocation EditorIntegrationManager::install() const
         throw EditorIntegrationError(Kind::failedToWriteHelperScript,
                                      QStringLiteral("Its permissions could not be set."));
 
-    const QString config = writeTarget(location->configURL.toLocalFile());
-    const QFileInfo configInfo(config);
+    const QString config = location->configURL.toLocalFile();
     try {
-        if (configInfo.exists() && !configInfo.isWritable())
-            throw TarvelError(QStringLiteral("You do not have permission to change \u201c%1\u201d.")
-                                  .arg(QDir::toNativeSeparators(config)));
-        if (!QDir().mkpath(configInfo.path()))
-            throw TarvelError(QStringLiteral("The folder \u201c%1\u201d could not be made.")
-                                  .arg(QDir::toNativeSeparators(configInfo.path())));
-        const QByteArray merged = mergedShellConfig(readStartupFile(config), syntaxFor(location->shellName));
-        // Keep the file's own permissions; a new one is readable by all, as start-up files are.
-        DataFile::write(config, merged, configInfo.isFile() ? configInfo.permissions() : kReadable);
+        const QByteArray merged =
+            mergedShellConfig(MarkedBlock::readFile(config), syntaxFor(location->shellName));
+        // A new start-up file is readable by all, as start-up files are.
+        MarkedBlock::writeFile(config, merged, kReadable);
     } catch (const TarvelError &error) {
         throw EditorIntegrationError(Kind::failedToWriteShellConfig, error.description());
     }

@@ -28,6 +28,10 @@ public:
     explicit EditorIntegrationManager(QString applicationDirectory, FileOpener *fileOpener = nullptr);
 
     std::optional<EditorIntegrationInstallLocation> installLocation() const;
+    // Where the start-up file and the shim are for that home folder and shell (XDG_CONFIG_HOME
+    // matters to fish only).
+    static EditorIntegrationInstallLocation locationFor(const QString &home, const QString &shellName,
+                                                        const QString &xdgConfigHome);
     // Never fails: an unreadable start-up file counts as empty.
     std::optional<EditorIntegrationStatus> status() const;
     // Writes the shim and the block; throws EditorIntegrationError, also when the start-up file
@@ -50,6 +54,9 @@ public:
     // at the end. Every byte outside the block is kept as it was, whatever its encoding.
     static QByteArray mergedShellConfig(const QByteArray &existing, ShellSyntax syntax);
     QString helperScriptContents() const;
+    // The POSIX shim with helperPath as the tarvel-edit it runs first, for a machine that has
+    // the helper without the application (another machine reached over ssh).
+    static QString shimScript(const QString &helperPath);
 
 private:
     QString m_applicationDirectory;

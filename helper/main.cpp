@@ -8,10 +8,15 @@
 #include "helper/HelperError.h"
 #include "helper/Interrupts.h"
 #include "helper/LocalRequestChannel.h"
+#include "helper/RemoteRequestChannel.h"
+#include "platform/UnixSocket.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -27,14 +32,46 @@ const char kUsage[] = "Usage: tarvel-edit [--help | --version] FILE\n"
                       "Tarvel is started when it is not running. When it cannot be reached, FILE opens\n"
                       "in a terminal editor instead: TARVEL_FALLBACK_EDITOR, else EDITOR, else vi.\n"
                       "\n"
+                      "On a machine reached over ssh, the request goes to Tarvel on your desktop through\n"
+                      "the socket ssh forwards to ~/.local/state/tarvel/remote.sock when that answers\n"
+                      "(see tarvel remote setup HOST on the desktop).\n"
+                      "\n"
                       "Environment:\n"
                       "  TARVEL_APP_PATH         the Tarvel application to start\n"
-                      "  TARVEL_FALLBACK_EDITOR  the terminal editor to use when Tarvel is unavailable\n";
+                      "  TARVEL_FALLBACK_EDITOR  the terminal editor to use when Tarvel is unavailable\n"
+                      "  TARVEL_REMOTE_SOCKET    the forwarded socket to use instead of the default one\n";
 
 int fail(const std::string &message, int exitCode = 1)
 {
     printError(message);
     return exitCode;
+}
+
+bool isSocket(const std::string &path)
+{
+    struct stat info {};
+    return ::lstat(path.c_str(), &info) == 0 && S_ISSOCK(info.st_mode);
+}
+
+// The desktop's Tarvel through a forwarded socket when TARVEL_REMOTE_SOCKET names one or the
+// default one answers; otherwise the application on this machine. A default socket that does not
+// answer is left from an ssh connection that has ended, which the fallback's sentence mentions.
+std::unique_ptr<RequestChannel> makeChannel(EventLoop &loop, std::string &staleSocket)
+{
+    const char *named = std::getenv("TARVEL_REMOTE_SOCKET");
+    if (named && *named)
+        return std::make_unique<RemoteRequestChannel>(loop, named);
+    const char *home = std::getenv("HOME");
+    if (home && *home) {
+        const std::string path = std::string(home) + '/' + RemoteProtocol::remoteSocketInHome;
+        if (isSocket(path)) {
+            const UnixSocket::Result connection = UnixSocket::connectTo(path);
+            if (connection.descriptor >= 0)
+                return std::make_unique<RemoteRequestChannel>(loop, path, connection.descriptor);
+            staleSocket = RemoteRequestChannel::connectionFailure(path, connection.error);
+        }
+    }
+    return std::make_unique<LocalRequestChannel>(loop);
 }
 
 } // namespace
@@ -68,8 +105,9 @@ int main(int argc, char **argv)
     try {
         EventLoop loop;
         EditedFile file(path);
-        LocalRequestChannel channel(loop);
-        EditSession session(file, channel, loop);
+        std::string staleSocket;
+        const std::unique_ptr<RequestChannel> channel = makeChannel(loop, staleSocket);
+        EditSession session(file, *channel, loop);
         // Before the request exists, so that no interruption can leave it behind.
         Interrupts interrupts([&session](int signalNumber) { session.interrupt(signalNumber); });
         loop.add(interrupts);
@@ -86,7 +124,9 @@ int main(int argc, char **argv)
         }
         file.close();
         const std::string editor = FallbackEditor::command();
-        printError(session.fallbackReason() + "; opening " + inQuotes(editor) + " instead");
+        const std::string why = staleSocket.empty() ? session.fallbackReason()
+                                                    : session.fallbackReason() + ", and " + staleSocket;
+        printError(why + "; opening " + inQuotes(editor) + " instead");
         const std::string reason = FallbackEditor::exec(editor, file.absolutePath());
         return fail("Could not run " + inQuotes(editor) + ": " + reason, 127);
     } catch (const HelperError &error) {

@@ -19,8 +19,14 @@
 #include "platform/WindowSystem.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
+#include "remote/RemoteRequestServer.h"
+#include "support/RemoteTestClient.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QLabel>
 #include <QMessageBox>
+#include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
 #include <QtTest>
@@ -134,6 +140,59 @@ private Q_SLOTS:
         QTRY_COMPARE(f.windows.dockChanges, (QList<bool>{true, false})); // none once both are gone
         QCOMPARE(f.log.entries().size(), 0);
         QCOMPARE(f.historyTexts(), QStringList{QStringLiteral("one!")}); // a cancelled text is no history
+    }
+
+    // A request from another machine joins the queue behind an older local one, is marked with its
+    // host, takes text but no files, and is answered over its connection; one whose connection
+    // closes leaves its text to copy.
+    void aRemoteRequestIsMarkedAndAnsweredOverItsConnection()
+    {
+        using namespace RemoteProtocol;
+        Fixture f;
+        RemoteRequestServer server(f.log);
+        QVERIFY(server.listen(f.env.path(QStringLiteral("run/tarvel/remote.sock"))));
+        f.intake.setRemoteRequests(&server);
+        const ComposerRequest local = writeRequest(QStringLiteral("local"), 4001);
+        RemoteTestClient client(server.socketPath());
+        client.send(Request{"remote", "build-01", "/srv/project", "COMMIT_EDITMSG"});
+        QVERIFY(client.receive() == ServerMessage(Accepted{}));
+        f.composers.processPendingRequests();
+        QCOMPARE(f.composers.currentRequest()->id, local.id);
+        QVERIFY(!f.composers.editorComposer()->remoteMark());
+        f.composers.editorComposer()->panel()->cancelButton()->click();
+
+        EditorComposer *editor = f.composers.editorComposer();
+        QCOMPARE(editor->remoteMark()->text(), QStringLiteral("on build-01"));
+        QCOMPARE(editor->panel()->windowTitle(), QStringLiteral("Tarvel Composer \u2014 on build-01"));
+        auto *pasted = new QMimeData;
+        pasted->setUrls({QUrl::fromLocalFile(f.env.path(QStringLiteral("notes.txt")))});
+        pasted->setText(f.env.path(QStringLiteral("notes.txt")));
+        QGuiApplication::clipboard()->setMimeData(pasted);
+        editor->panel()->textView()->paste();
+        QGuiApplication::clipboard()->setText(QStringLiteral(" and text"));
+        editor->panel()->textView()->paste();
+        QCOMPARE(editor->text(), QStringLiteral("remote and text"));
+        QVERIFY(editor->panel()
+                    ->findChild<QLabel *>(QStringLiteral("ComposerNotice"))
+                    ->text()
+                    .startsWith(QStringLiteral("Only text goes to build-01")));
+        editor->panel()->submitButton()->click();
+        QVERIFY(client.receive() == ServerMessage(Answer{Answer::Disposition::submitted, "remote and text"}));
+        QVERIFY(!f.composers.currentRequest());
+
+        RemoteTestClient gone(server.socketPath());
+        gone.send(Request{"typed", "build-02", std::nullopt, std::nullopt});
+        QVERIFY(gone.receive() == ServerMessage(Accepted{}));
+        f.composers.processPendingRequests();
+        gone.close();
+        QTRY_COMPARE(server.waitingRequestCount(), 0);
+        f.composers.processPendingRequests();
+        QCOMPARE(f.composers.editorComposer()->panel()->submitButton()->text(),
+                 QStringLiteral("Copy and Close"));
+        f.composers.editorComposer()->panel()->submitButton()->click();
+        QVERIFY(!f.composers.currentRequest());
+        QCOMPARE(f.log.entries().size(), 0);
+        f.intake.setRemoteRequests(nullptr);
     }
 
     void unwrittenAnswerKeepsTheComposer()
