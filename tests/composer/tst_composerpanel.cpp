@@ -25,43 +25,32 @@ class ComposerPanelTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void layoutSections_data()
-    {
-        using namespace ComposerLayout;
-        QTest::addColumn<int>("mode");
-        QTest::addColumn<bool>("ready");
-        QTest::addColumn<double>("strip");
-        QTest::addColumn<double>("expectedTotal");
-        // 8 top + text 100 + section + 22 footer + 8 bottom; scratch adds header 22 + 6.
-        QTest::newRow("editor") << int(Mode::editorRequest) << true << 0.0 << 8 + 100 + 8 + 22 + 8.0;
-        QTest::newRow("scratch checking")
-            << int(Mode::scratch) << false << 30.0 << 8 + 22 + 6 + 100 + 32 + 22 + 8.0;
-        QTest::newRow("scratch ready")
-            << int(Mode::scratch) << true << 30.0 << 8 + 22 + 6 + 100 + (30 + 5 + 8) + 22 + 8.0;
-    }
+    // 8 top + text 100 + section + 22 footer + 8 bottom; the scratch panel adds its header (22 at
+    // least) and 6, and once ready its strip at the text's width takes the checking overlay's place.
     void layoutSections()
     {
         using namespace ComposerLayout;
-        QFETCH(int, mode);
-        QFETCH(bool, ready);
-        QFETCH(double, strip);
-        QFETCH(double, expectedTotal);
         Input input;
-        input.mode = Mode(mode);
+        input.mode = Mode::editorRequest;
         input.measuredTextHeight = 100;
         input.maximumVisibleTextHeight = 500;
         input.windowWidth = 520;
-        input.scratchReady = ready;
         input.headerIntrinsicHeight = 17.6; // below the 22-point floor
         double askedWidth = -1;
         input.stripHeightForWidth = [&](double width) {
             askedWidth = width;
-            return strip;
+            return 30.0;
         };
-        QCOMPARE(compute(input).totalHeight, expectedTotal);
-        if (input.mode == Mode::scratch && ready)
-            QCOMPARE(askedWidth, 504.0);
-        QCOMPARE(minimumPanelHeight(input), expectedTotal - 100 + minTextHeight);
+        const auto checkTotal = [&input](double expected) {
+            QCOMPARE(compute(input).totalHeight, expected);
+            QCOMPARE(minimumPanelHeight(input), expected - 100 + minTextHeight);
+        };
+        checkTotal(8 + 100 + 8 + 22 + 8.0);
+        input.mode = Mode::scratch;
+        checkTotal(8 + 22 + 6 + 100 + 32 + 22 + 8.0);
+        input.scratchReady = true;
+        checkTotal(8 + 22 + 6 + 100 + (30 + 5 + 8) + 22 + 8.0);
+        QCOMPARE(askedWidth, 504.0);
         // Before layout the width falls back, with the editor's floor.
         QCOMPARE(fallbackTextWidth(Mode::editorRequest, std::nullopt), 468.0);
         QCOMPARE(fallbackTextWidth(Mode::editorRequest, 300.0), 308.0);
