@@ -290,18 +290,14 @@ private Q_SLOTS:
         QCOMPARE(texts(QString()).constLast(), QStringLiteral("Fix the failing parser tests"));
     }
 
-    void browsingStepsThroughAFoldersPromptsUntilEdited()
+    // Up and Down through a folder's prompts run in a real composer in tst_editingviews; here, a
+    // recalled prompt that was edited ends the browsing, so neither key replaces the edit.
+    void browsingEndsWhenARecalledPromptIsEdited()
     {
         PromptHistoryBrowser browser;
         browser.setPrompts({QStringLiteral("newest"), QStringLiteral("older")});
-        QCOMPARE(browser.older(QStringLiteral("typed")), std::nullopt); // not from a text of one's own
         QCOMPARE(browser.older(QString()), QStringLiteral("newest"));
-        QCOMPARE(browser.older(QStringLiteral("newest")), QStringLiteral("older"));
-        QCOMPARE(browser.older(QStringLiteral("older")), std::nullopt); // nothing older
-        QCOMPARE(browser.newer(QStringLiteral("older")), QStringLiteral("newest"));
-        QCOMPARE(browser.newer(QStringLiteral("newest")), QString()); // back to the empty composer
-        QVERIFY(!browser.isBrowsing());
-        QCOMPARE(browser.older(QString()), QStringLiteral("newest"));
+        QVERIFY(browser.isBrowsing());
         QCOMPARE(browser.older(QStringLiteral("newest, edited")), std::nullopt);
         QVERIFY(!browser.isBrowsing());
         QCOMPARE(browser.newer(QStringLiteral("newest")), std::nullopt);
