@@ -167,7 +167,7 @@ private Q_SLOTS:
     }
 
     // Speech recognition is settled first, then the microphone; a refusal starts nothing. (A denied
-    // microphone's sentence is checked where the composer shows it, in tst_composervoice.)
+    // microphone's sentence is checked where the composer shows it, in tst_scratchcomposer.)
     void accessBeforeCapture_data()
     {
         QTest::addColumn<Access>("speech");
