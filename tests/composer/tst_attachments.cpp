@@ -188,14 +188,15 @@ private Q_SLOTS:
         web.setUrls({QUrl(QStringLiteral("https://example.invalid/a.txt"))});
         QMimeData text;
         text.setText(QStringLiteral("/tmp/a.txt"));
-        for (QMimeData *data : {&web, &text}) {
-            QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
-            enter.accept();
-            QCoreApplication::sendEvent(&strip, &enter);
-            QVERIFY(!enter.isAccepted());
-            QDropEvent drop(QPointF(5, 5), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
-            QCoreApplication::sendEvent(&strip, &drop);
-            QVERIFY(!drop.isAccepted());
+        for (QMimeData *refused : {&web, &text}) {
+            QDragEnterEvent refusedEnter(QPoint(5, 5), Qt::CopyAction, refused, Qt::LeftButton,
+                                         Qt::NoModifier);
+            refusedEnter.accept();
+            QCoreApplication::sendEvent(&strip, &refusedEnter);
+            QVERIFY(!refusedEnter.isAccepted());
+            QDropEvent refusedDrop(QPointF(5, 5), Qt::CopyAction, refused, Qt::LeftButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(&strip, &refusedDrop);
+            QVERIFY(!refusedDrop.isAccepted());
         }
         QCOMPARE(highlights.size(), 4);
         QCOMPARE(drops.size(), 1);
