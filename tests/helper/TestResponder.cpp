@@ -32,30 +32,24 @@
 namespace {
 
 struct Configuration {
-    QString mode = QStringLiteral("submit");
+    QString mode;
     std::optional<QString> text;
     QString logPath;
 };
 
 Configuration configuration(const QStringList &arguments)
 {
-    Configuration result;
-    if (qEnvironmentVariableIsSet("TARVEL_RESPONDER_MODE"))
-        result.mode = qEnvironmentVariable("TARVEL_RESPONDER_MODE");
-    if (qEnvironmentVariableIsSet("TARVEL_RESPONDER_TEXT"))
-        result.text = qEnvironmentVariable("TARVEL_RESPONDER_TEXT");
-    result.logPath = qEnvironmentVariable("TARVEL_RESPONDER_LOG");
-    for (qsizetype index = 1; index + 1 < arguments.size(); index += 2) {
-        const QString &option = arguments.at(index);
-        const QString &value = arguments.at(index + 1);
-        if (option == u"--mode")
-            result.mode = value;
-        else if (option == u"--text")
-            result.text = value;
-        else if (option == u"--log")
-            result.logPath = value;
-    }
-    return result;
+    // An option on the command line wins over its variable.
+    const auto value = [&arguments](const QString &option, const char *variable) -> std::optional<QString> {
+        if (const qsizetype at = arguments.indexOf(option); at > 0 && at + 1 < arguments.size())
+            return arguments.at(at + 1);
+        if (qEnvironmentVariableIsSet(variable))
+            return qEnvironmentVariable(variable);
+        return std::nullopt;
+    };
+    return {value(QStringLiteral("--mode"), "TARVEL_RESPONDER_MODE").value_or(QStringLiteral("submit")),
+            value(QStringLiteral("--text"), "TARVEL_RESPONDER_TEXT"),
+            value(QStringLiteral("--log"), "TARVEL_RESPONDER_LOG").value_or(QString())};
 }
 
 class Responder final : public QObject {

@@ -41,10 +41,9 @@ class PreferencesRulesTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void presetTableLimitsAndRowChanges()
+    // The table's limits through its buttons: tst_preferenceswindow.
+    void presetTableRowChanges()
     {
-        QVERIFY(!canAddPreset(presets(9)));
-        QCOMPARE(withAddedPreset(presets(9), QuickTaskCLIBackend::codex), presets(9));
         const QuickTaskPresetSettings added = withAddedPreset(presets(8), QuickTaskCLIBackend::opencode);
         QCOMPARE(added.presets.size(), 9);
         QCOMPARE(added.presets.constLast().model, QString());
@@ -52,7 +51,6 @@ private Q_SLOTS:
         QCOMPARE(withAddedPreset(presets(1), QuickTaskCLIBackend::codex).presets.constLast().reasoningEffort,
                  QString());
 
-        QVERIFY(!canRemovePreset(presets(1), 0));
         QVERIFY(!canRemovePreset(presets(2), -1));
         QVERIFY(!canRemovePreset(presets(2), 2));
         QVERIFY(canRemovePreset(presets(2), 1));
@@ -65,31 +63,21 @@ private Q_SLOTS:
         QCOMPARE(withRemovedPreset(presets(3, 0), 2).selectedPresetIndex, 0);
     }
 
-    void modelOptions_data()
-    {
-        QTest::addColumn<int>("backend");
-        QTest::addColumn<QString>("selecting");
-        QTest::addColumn<QString>("extraTitle");
-        QTest::newRow("opencode hand-typed")
-            << int(QuickTaskCLIBackend::opencode) << QStringLiteral("Anthropic//Claude-X")
-            << QStringLiteral("custom (anthropic//claude-x)");
-        QTest::newRow("opencode listed")
-            << int(QuickTaskCLIBackend::opencode) << QStringLiteral("openai//gpt-5") << QString();
-        QTest::newRow("opencode default") << int(QuickTaskCLIBackend::opencode) << QString() << QString();
-        QTest::newRow("codex unknown")
-            << int(QuickTaskCLIBackend::codex) << QStringLiteral("gone") << QString();
-    }
-
+    // A hand-typed opencode model joins the listed ones as a custom entry; a listed one, the
+    // default and an unknown codex model add nothing.
     void modelOptions()
     {
-        QFETCH(int, backend);
-        QFETCH(QString, selecting);
-        QFETCH(QString, extraTitle);
+        const QString typed = QStringLiteral("Anthropic//Claude-X");
         const QList<QuickTaskPresetModelOption> options =
-            effectiveModelOptions(selecting, QuickTaskCLIBackend(backend), openCodeModels);
-        QCOMPARE(options.size(), openCodeModels.size() + (extraTitle.isEmpty() ? 0 : 1));
-        if (!extraTitle.isEmpty())
-            QCOMPARE(options.constLast(), (QuickTaskPresetModelOption{selecting, extraTitle}));
+            effectiveModelOptions(typed, QuickTaskCLIBackend::opencode, openCodeModels);
+        QCOMPARE(options.size(), openCodeModels.size() + 1);
+        QCOMPARE(options.constLast(),
+                 (QuickTaskPresetModelOption{typed, QStringLiteral("custom (anthropic//claude-x)")}));
+        for (const auto &[model, backend] :
+             {std::pair{QStringLiteral("openai//gpt-5"), QuickTaskCLIBackend::opencode},
+              {QString(), QuickTaskCLIBackend::opencode},
+              {QStringLiteral("gone"), QuickTaskCLIBackend::codex}})
+            QCOMPARE(effectiveModelOptions(model, backend, openCodeModels).size(), openCodeModels.size());
     }
 
     // "medium" says "default" whatever the model's own default; a hand-typed opencode model takes the
@@ -107,36 +95,23 @@ private Q_SLOTS:
             supportedLevels(QStringLiteral("gone"), QuickTaskCLIBackend::codex, openCodeModels).isEmpty());
     }
 
-    void editorSetupLine_data()
-    {
-        QTest::addColumn<int>("kind"); // -1: the status could not be read
-        QTest::addColumn<bool>("suppressed");
-        QTest::addColumn<QString>("line");
-        using Kind = EditorIntegrationStatus::Kind;
-        QTest::newRow("unreadable") << -1 << true
-                                    << QStringLiteral("Editor setup status is unavailable right now.");
-        QTest::newRow("installed") << int(Kind::installed) << true
-                                   << QStringLiteral("Editor setup is already in place.");
-        QTest::newRow("elsewhere") << int(Kind::configuredElsewhere) << false
-                                   << QStringLiteral(
-                                          "Another editor is already configured for prompt editing.");
-        QTest::newRow("dismissed") << int(Kind::needsInstall) << true
-                                   << QStringLiteral(
-                                          "The editor setup prompt is currently dismissed forever.");
-        QTest::newRow("will ask")
-            << int(Kind::needsInstall) << false
-            << QStringLiteral("The editor setup prompt is already enabled when setup needs attention.");
-    }
-
     void editorSetupLine()
     {
-        QFETCH(int, kind);
-        QFETCH(bool, suppressed);
-        QFETCH(QString, line);
-        std::optional<EditorIntegrationStatus> status;
-        if (kind >= 0)
-            status = EditorIntegrationStatus{EditorIntegrationStatus::Kind(kind), {}, {}, {}, {}};
-        QCOMPARE(PreferencesTexts::editorSetupStatusLine(status, suppressed), line);
+        using PreferencesTexts::editorSetupStatusLine;
+        const auto status = [](EditorIntegrationStatus::Kind kind) {
+            return std::optional(EditorIntegrationStatus{kind, {}, {}, {}, {}});
+        };
+        using Kind = EditorIntegrationStatus::Kind;
+        QCOMPARE(editorSetupStatusLine(std::nullopt, true),
+                 QStringLiteral("Editor setup status is unavailable right now."));
+        QCOMPARE(editorSetupStatusLine(status(Kind::installed), true),
+                 QStringLiteral("Editor setup is already in place."));
+        QCOMPARE(editorSetupStatusLine(status(Kind::configuredElsewhere), false),
+                 QStringLiteral("Another editor is already configured for prompt editing."));
+        QCOMPARE(editorSetupStatusLine(status(Kind::needsInstall), true),
+                 QStringLiteral("The editor setup prompt is currently dismissed forever."));
+        QCOMPARE(editorSetupStatusLine(status(Kind::needsInstall), false),
+                 QStringLiteral("The editor setup prompt is already enabled when setup needs attention."));
     }
 
     void storedWindowSize()

@@ -11,7 +11,6 @@
 #include "settings/AppSettings.h"
 #include "support/fakebackends/ProcessAlive.h"
 
-#include <QElapsedTimer>
 #include <QJsonArray>
 #include <QSignalSpy>
 #include <QtTest>
@@ -212,27 +211,25 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<int>("exitStatus");
-        QTest::addColumn<int>("minimumMilliseconds");
-        QTest::addColumn<QByteArray>("signalsSeen"); // by the leader, in its raw log
+        QTest::addColumn<QByteArray>("signalsSeen"); // by the leader, in its raw log, in order
         // Deaf to SIGINT and SIGTERM, and so is its grandchild: each is sent once, then only the
         // SIGKILL at 2.0 s ends it.
         QTest::newRow("ignores SIGINT and SIGTERM")
             << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
                            QStringLiteral("report-stop-signals"), QStringLiteral("ready"),
                            QStringLiteral("hang")}
-            << 137 << 1900 << QByteArray("[stdout] got INT\n[stdout] got TERM\n");
+            << 137 << QByteArray("[stdout] got INT\n[stdout] got TERM\n");
         // Answers SIGINT by finishing normally: still the user's stop, not a success; its
         // grandchild, which ignores SIGINT as background jobs do, is killed all the same.
         QTest::newRow("exits 0 after SIGINT")
             << QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("grandchild"),
                            QStringLiteral("ready"), QStringLiteral("sleep 30"), QStringLiteral("exit 0")}
-            << 0 << 0 << QByteArray("[stdout] got INT\n");
+            << 0 << QByteArray("[stdout] got INT\n");
     }
     void stoppedTaskEndsCancelledWithItsWholeGroup()
     {
         QFETCH(QStringList, steps);
         QFETCH(int, exitStatus);
-        QFETCH(int, minimumMilliseconds);
         QFETCH(QByteArray, signalsSeen);
 
         RecordingNotificationCenter notifications;
@@ -245,12 +242,9 @@ private Q_SLOTS:
         QVERIFY(grandchild);
         QVERIFY(isProcessAlive(*grandchild));
 
-        QElapsedTimer timer;
-        timer.start();
         fixture.manager->stop(*id);
         fixture.manager->stop(*id); // a second press changes nothing
         QVERIFY(fixture.waitUntilFinished(*id));
-        QVERIFY2(timer.elapsed() >= minimumMilliseconds, qPrintable(QString::number(timer.elapsed())));
 
         const QuickTaskSession session = fixture.session(*id);
         QCOMPARE(session.status, QuickTaskSession::Status::cancelled);
@@ -283,11 +277,8 @@ private Q_SLOTS:
             [&] { return fixture.read(fixture.manager->store().rawLogURL(*polite)).contains("working"); },
             10000));
 
-        QElapsedTimer timer;
-        timer.start();
-        fixture.manager->stopAllTasksForTermination();
         // No event loop from here on: the application is about to exit.
-        QVERIFY2(timer.elapsed() < 2500, qPrintable(QString::number(timer.elapsed())));
+        fixture.manager->stopAllTasksForTermination();
         QVERIFY(!isProcessAlive(*grandchild));
         QVERIFY(!fixture.manager->hasRunningSessions());
         const QList<QuickTaskSession> saved = fixture.manager->store().loadSessions();

@@ -23,50 +23,52 @@ QString writeFile(const QString &path, const QByteArray &content)
     return {};
 }
 
-QByteArray codexConfiguration(const QByteArray &baseURL)
+QByteArray codexConfiguration(const QString &baseURL)
 {
     // No retries: a server that is down must end the run, not hold it forever.
-    return "model = \"gpt-5.5\"\n"
-           "model_provider = \"loopback\"\n"
-           "check_for_update_on_startup = false\n"
-           "\n"
-           "[model_providers.loopback]\n"
-           "name = \"Loopback\"\n"
-           "base_url = \"" +
-           baseURL +
-           "/v1\"\n"
-           "wire_api = \"responses\"\n"
-           "env_key = \"TARVEL_LOOPBACK_API_KEY\"\n"
-           "supports_websockets = false\n"
-           "request_max_retries = 0\n"
-           "stream_max_retries = 0\n"
-           "\n"
-           "[analytics]\n"
-           "enabled = false\n"
-           "\n"
-           "[features]\n"
-           "plugins = false\n"
-           "unbounded_connection_retries = false\n";
+    return QStringLiteral(R"(model = "gpt-5.5"
+model_provider = "loopback"
+check_for_update_on_startup = false
+
+[model_providers.loopback]
+name = "Loopback"
+base_url = "%1/v1"
+wire_api = "responses"
+env_key = "TARVEL_LOOPBACK_API_KEY"
+supports_websockets = false
+request_max_retries = 0
+stream_max_retries = 0
+
+[analytics]
+enabled = false
+
+[features]
+plugins = false
+unbounded_connection_retries = false
+)")
+        .arg(baseURL)
+        .toUtf8();
 }
 
-QByteArray openCodeConfiguration(const QByteArray &baseURL)
+QByteArray openCodeConfiguration(const QString &baseURL)
 {
     // The loopback model is also opencode's default, which is what the "default" preset runs.
-    return "{\n"
-           "  \"autoupdate\": false,\n"
-           "  \"share\": \"disabled\",\n"
-           "  \"model\": \"loopback/echo\",\n"
-           "  \"provider\": {\n"
-           "    \"loopback\": {\n"
-           "      \"npm\": \"@ai-sdk/openai-compatible\",\n"
-           "      \"name\": \"Loopback\",\n"
-           "      \"options\": {\"baseURL\": \"" +
-           baseURL +
-           "/v1\", \"apiKey\": \"loopback\"},\n"
-           "      \"models\": {\"echo\": {\"name\": \"Echo\"}}\n"
-           "    }\n"
-           "  }\n"
-           "}\n";
+    return QStringLiteral(R"({
+  "autoupdate": false,
+  "share": "disabled",
+  "model": "loopback/echo",
+  "provider": {
+    "loopback": {
+      "npm": "@ai-sdk/openai-compatible",
+      "name": "Loopback",
+      "options": {"baseURL": "%1/v1", "apiKey": "loopback"},
+      "models": {"echo": {"name": "Echo"}}
+    }
+  }
+}
+)")
+        .arg(baseURL)
+        .toUtf8();
 }
 
 } // namespace
@@ -134,25 +136,12 @@ QString RealToolProfile::missingReason(QuickTaskCLIBackend backend)
 
 const QStringList &RealToolProfile::clearedVariables()
 {
-    static const QStringList names{QStringLiteral("CODEX_BIN_PATH"),
-                                   QStringLiteral("CLAUDE_BIN_PATH"),
-                                   QStringLiteral("OPENCODE_BIN_PATH"),
-                                   QStringLiteral("CODEX_HOME"),
-                                   QStringLiteral("CLAUDE_CONFIG_DIR"),
-                                   QStringLiteral("OPENCODE_CONFIG"),
-                                   QStringLiteral("OPENCODE_CONFIG_DIR"),
-                                   QStringLiteral("OPENCODE_CONFIG_CONTENT"),
-                                   QStringLiteral("http_proxy"),
-                                   QStringLiteral("https_proxy"),
-                                   QStringLiteral("HTTP_PROXY"),
-                                   QStringLiteral("HTTPS_PROXY"),
-                                   QStringLiteral("ALL_PROXY"),
-                                   QStringLiteral("all_proxy"),
-                                   QStringLiteral("OPENAI_API_KEY"),
-                                   QStringLiteral("OPENAI_BASE_URL"),
-                                   QStringLiteral("ANTHROPIC_AUTH_TOKEN"),
-                                   QStringLiteral("CLAUDE_CODE_USE_BEDROCK"),
-                                   QStringLiteral("CLAUDE_CODE_USE_VERTEX")};
+    static const QStringList names =
+        QStringLiteral("CODEX_BIN_PATH CLAUDE_BIN_PATH OPENCODE_BIN_PATH CODEX_HOME CLAUDE_CONFIG_DIR "
+                       "OPENCODE_CONFIG OPENCODE_CONFIG_DIR OPENCODE_CONFIG_CONTENT http_proxy https_proxy "
+                       "HTTP_PROXY HTTPS_PROXY ALL_PROXY all_proxy OPENAI_API_KEY OPENAI_BASE_URL "
+                       "ANTHROPIC_AUTH_TOKEN CLAUDE_CODE_USE_BEDROCK CLAUDE_CODE_USE_VERTEX")
+            .split(u' ');
     return names;
 }
 
@@ -176,19 +165,18 @@ QString RealToolProfile::networkIsolationProblem()
 
 QString RealToolProfile::writeConfigurationFiles(const QProcessEnvironment &environment) const
 {
-    const QByteArray baseURL = m_baseURL.toUtf8();
     const QString home = environment.value(QStringLiteral("HOME"));
     switch (m_backend) {
     case QuickTaskCLIBackend::codex:
         return writeFile(QDir(home).filePath(QStringLiteral(".codex/config.toml")),
-                         codexConfiguration(baseURL));
+                         codexConfiguration(m_baseURL));
     case QuickTaskCLIBackend::claude:
         return {}; // the environment says it all
     case QuickTaskCLIBackend::opencode: {
         const QString configHome = environment.value(QStringLiteral("XDG_CONFIG_HOME"),
                                                      QDir(home).filePath(QStringLiteral(".config")));
         return writeFile(QDir(configHome).filePath(QStringLiteral("opencode/opencode.json")),
-                         openCodeConfiguration(baseURL));
+                         openCodeConfiguration(m_baseURL));
     }
     }
     Q_UNREACHABLE();
@@ -204,26 +192,29 @@ QString RealToolProfile::writeInteractiveSettings(const QProcessEnvironment &env
         QFile file(path);
         if (!file.open(QIODevice::Append))
             return QStringLiteral("Could not write %1: %2").arg(path, file.errorString());
-        file.write("\n[projects.\"" + project.toUtf8() +
-                   "\"]\n"
-                   "trust_level = \"trusted\"\n"
-                   "\n"
-                   "[notice]\n"
-                   "hide_full_access_warning = true\n"
-                   "hide_world_writable_warning = true\n"
-                   "hide_rate_limit_model_nudge = true\n"
-                   "hide_gpt5_1_migration_prompt = true\n"
-                   "\"hide_gpt-5.1-codex-max_migration_prompt\" = true\n"
-                   // Answered "Use existing model" on codex 0.169's offer of a newer one.
-                   "\n"
-                   "[notice.model_migrations]\n"
-                   "\"gpt-5.5\" = \"gpt-6-sol\"\n"
-                   "\n"
-                   "[tui]\n"
-                   "screen_reader_detection_done = true\n"
-                   "\n"
-                   "[tui.model_availability_nux]\n"
-                   "\"gpt-6.1-sol\" = 1\n");
+        // The model_migrations answer is "Use existing model" on codex 0.169's offer of a newer one.
+        file.write(QStringLiteral(R"(
+[projects."%1"]
+trust_level = "trusted"
+
+[notice]
+hide_full_access_warning = true
+hide_world_writable_warning = true
+hide_rate_limit_model_nudge = true
+hide_gpt5_1_migration_prompt = true
+"hide_gpt-5.1-codex-max_migration_prompt" = true
+
+[notice.model_migrations]
+"gpt-5.5" = "gpt-6-sol"
+
+[tui]
+screen_reader_detection_done = true
+
+[tui.model_availability_nux]
+"gpt-6.1-sol" = 1
+)")
+                       .arg(project)
+                       .toUtf8());
         return {};
     }
     case QuickTaskCLIBackend::claude: {

@@ -1,13 +1,21 @@
-// The attachment strip: wrapping, pill widths, placeholder texts, drops and removal (offscreen).
+// Attachments: the strip's wrapping, pill widths, placeholder texts, drops and removal
+// (offscreen); pasted images imported as private PNG files, and when the store deletes them.
 #include "composer/AttachmentPillView.h"
 #include "composer/AttachmentStripView.h"
+#include "composer/PastedImageImport.h"
+#include "core/AttachmentStore.h"
+#include "core/FileStore.h"
+#include "core/TarvelError.h"
+#include "support/TestEnvironment.h"
 
 #include <QAbstractButton>
+#include <QBuffer>
 #include <QDragEnterEvent>
 #include <QDragLeaveEvent>
 #include <QDropEvent>
 #include <QImage>
 #include <QMimeData>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QtTest>
 
@@ -36,12 +44,41 @@ void send(QWidget &widget, QEvent &&event)
     QCoreApplication::sendEvent(&widget, &event);
 }
 
+QImage sampleImage(int width, int height)
+{
+    QImage image(width, height, QImage::Format_ARGB32);
+    image.fill(QColor(30, 120, 200));
+    image.setPixelColor(0, 0, QColor(250, 10, 20));
+    return image;
+}
+
+QByteArray encoded(const QImage &image, const char *format)
+{
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    image.save(&buffer, format);
+    return bytes;
+}
+
+const QRegularExpression &namePattern()
+{
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(^Pasted Image \d{4}-\d{2}-\d{2} \d{2}\.\d{2}\.\d{2} [0-9A-F]{6}\.png$)"));
+    return pattern;
+}
+
 } // namespace
 
-class AttachmentStripTest final : public QObject {
+class AttachmentsTest final : public QObject {
     Q_OBJECT
 
+    std::unique_ptr<TestEnvironment> m_environment;
+
 private Q_SLOTS:
+    void init() { m_environment = std::make_unique<TestEnvironment>(); }
+    void cleanup() { m_environment.reset(); }
+
     void pillsWrapIntoRows()
     {
         // Rows of 22 with gaps of 6; a pill wider than the strip is cut to it.
@@ -145,30 +182,24 @@ private Q_SLOTS:
         send(strip, QDragLeaveEvent());
         QVERIFY(!strip.isDropTargetHighlighted());
         QCOMPARE(highlights.size(), 4);
-        QCOMPARE(drops.size(), 1);
-    }
 
-    void dragsWithoutFilesAreRefused()
-    {
-        AttachmentStripView strip;
-        strip.resize(400, AttachmentStripView::placeholderHeight);
-        QSignalSpy highlights(&strip, &AttachmentStripView::dropTargetHighlighted);
-        QSignalSpy drops(&strip, &AttachmentStripView::fileUrlsDropped);
+        // Drags without a local file are refused.
         QMimeData web;
         web.setUrls({QUrl(QStringLiteral("https://example.invalid/a.txt"))});
         QMimeData text;
         text.setText(QStringLiteral("/tmp/a.txt"));
-        for (QMimeData *data : {&web, &text}) {
-            QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
-            enter.accept();
-            QCoreApplication::sendEvent(&strip, &enter);
-            QVERIFY(!enter.isAccepted());
-            QDropEvent drop(QPointF(5, 5), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
-            QCoreApplication::sendEvent(&strip, &drop);
-            QVERIFY(!drop.isAccepted());
+        for (QMimeData *refused : {&web, &text}) {
+            QDragEnterEvent refusedEnter(QPoint(5, 5), Qt::CopyAction, refused, Qt::LeftButton,
+                                         Qt::NoModifier);
+            refusedEnter.accept();
+            QCoreApplication::sendEvent(&strip, &refusedEnter);
+            QVERIFY(!refusedEnter.isAccepted());
+            QDropEvent refusedDrop(QPointF(5, 5), Qt::CopyAction, refused, Qt::LeftButton, Qt::NoModifier);
+            QCoreApplication::sendEvent(&strip, &refusedDrop);
+            QVERIFY(!refusedDrop.isAccepted());
         }
-        QCOMPARE(highlights.size(), 0);
-        QCOMPARE(drops.size(), 0);
+        QCOMPARE(highlights.size(), 4);
+        QCOMPARE(drops.size(), 1);
     }
 
     // The owner answers a pill's remove button by handing back the shorter list at once,
@@ -199,7 +230,100 @@ private Q_SLOTS:
         QCOMPARE(strip.pillViews()[1]->pos(), QPoint(before[0]->width() + 6, 0));
         QCOMPARE(strip.attachments(), attachments);
     }
+
+    void importWritesAPrivatePngWithAUniqueName()
+    {
+        const QString name = AttachmentStore::uniqueFilename(QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42)));
+        QVERIFY2(name.startsWith(u"Pasted Image 2026-03-01 09.15.42 ") &&
+                     namePattern().match(name).hasMatch(),
+                 qPrintable(name));
+
+        const PromptAttachment imported = PastedImageImport::importImage(sampleImage(37, 21));
+        const PromptAttachment second = PastedImageImport::importImage(sampleImage(8, 8));
+        QVERIFY(imported.isManagedCopy && imported.isImage());
+        QVERIFY(imported.path != second.path); // the same second, another file
+        const QFileInfo info(imported.path);
+        QCOMPARE(info.absolutePath(), QDir(AttachmentStore::folder()).absolutePath());
+        QCOMPARE(QFileInfo(AttachmentStore::folder()).fileName(), QStringLiteral("ImportedAttachments"));
+        QVERIFY(imported.path.startsWith(m_environment->root()));
+        QVERIFY2(namePattern().match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
+
+        QFile file(imported.path);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QVERIFY(file.read(8).startsWith("\x89PNG\r\n\x1a\n"));
+        const QImage reread(imported.path);
+        QCOMPARE(reread.size(), QSize(37, 21));
+        QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
+        QCOMPARE(info.permissions() & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                        QFileDevice::ReadUser | QFileDevice::WriteUser),
+                 QFileDevice::Permissions());
+    }
+
+    // Clipboard data without an image is no image; one that cannot be read is an error. Neither
+    // writes a file.
+    void failuresThrowAndWriteNothing()
+    {
+        QMimeData text;
+        text.setText(QStringLiteral("just words"));
+        QVERIFY(!PastedImageImport::importImage(&text).has_value());
+        QVERIFY(!PastedImageImport::importImage(static_cast<const QMimeData *>(nullptr)));
+        QVERIFY(!QFileInfo::exists(AttachmentStore::folder()));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(QImage()));
+        QMimeData broken;
+        broken.setData(QStringLiteral("image/png"), QByteArray("not a png at all"));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(&broken));
+        QVERIFY(!QFileInfo::exists(AttachmentStore::folder()) ||
+                QDir(AttachmentStore::folder()).isEmpty(QDir::Files));
+
+        // A file where the folder should be: neither the folder nor the PNG can be made.
+        QDir().mkpath(FileStore::baseDirectory());
+        QFile blocker(AttachmentStore::folder());
+        QVERIFY(blocker.open(QIODevice::WriteOnly));
+        blocker.close();
+        QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(sampleImage(3, 3)));
+    }
+
+    // An image object, PNG bytes and bytes of another format all come in as a PNG file.
+    void clipboardImagesAreImported()
+    {
+        const QImage image = sampleImage(12, 9);
+        QMimeData object, png, bmp;
+        object.setImageData(image);
+        png.setData(QStringLiteral("image/png"), encoded(image, "PNG"));
+        bmp.setData(QStringLiteral("image/bmp"), encoded(image, "BMP"));
+        for (QMimeData *data : {&object, &png, &bmp}) {
+            data->setText(QStringLiteral("ignored caption"));
+            const std::optional<PromptAttachment> imported = PastedImageImport::importImage(data);
+            QVERIFY(imported.has_value() && imported->isManagedCopy);
+            const QImage reread(imported->path, "PNG");
+            QCOMPARE(reread.size(), QSize(12, 9));
+            QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
+        }
+    }
+
+    // A copy goes when its last holder lets go; a file the user attached, one outside the
+    // folder or one not marked as a copy is never deleted. (A retried draft holding a deleted
+    // session's image: tst_composercoordinator.)
+    void managedCopiesGoWithTheirLastHolder()
+    {
+        AttachmentStore store;
+        const PromptAttachment pasted = PastedImageImport::importImage(sampleImage(5, 5));
+        PromptAttachment unmarked = PastedImageImport::importImage(sampleImage(6, 6));
+        unmarked.isManagedCopy = false;
+        const QString userPath = m_environment->path(QStringLiteral("notes.png"));
+        QVERIFY(sampleImage(2, 2).save(userPath));
+        const QUuid session = QUuid::createUuid();
+        const QUuid composer = QUuid::createUuid();
+
+        store.hold(session, {pasted, unmarked, PromptAttachment::make(userPath, true)});
+        store.hold(composer, {pasted});
+        store.release(session);
+        QVERIFY(QFileInfo::exists(pasted.path) && store.isHeld(pasted.path));
+        QVERIFY(QFileInfo::exists(userPath) && QFileInfo::exists(unmarked.path));
+        store.hold(composer, {}); // taken out of the strip
+        QVERIFY(!QFileInfo::exists(pasted.path));
+    }
 };
 
-QTEST_MAIN(AttachmentStripTest)
-#include "tst_attachmentstrip.moc"
+QTEST_MAIN(AttachmentsTest)
+#include "tst_attachments.moc"
