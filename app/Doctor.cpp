@@ -26,6 +26,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 
+#include <cerrno>
 #include <unistd.h>
 
 namespace Doctor {
@@ -319,6 +320,11 @@ DiagnosticFinding remoteSocketFinding(const QString &path)
                                "HOST\u201d has ssh forward it to one.")
                     .arg(shown),
                 {}};
+    }
+    // Tarvel makes the socket when it starts and removes it when it quits: none is no news.
+    if (probe.error == ENOENT) {
+        return {subject, Severity::ok,
+                QStringLiteral("Tarvel takes requests from other machines at %1 while it runs.").arg(shown), {}};
     }
     return {subject, Severity::warning,
             QStringLiteral("Nothing listens at %1, so tarvel-edit on other machines cannot reach the "

@@ -27,12 +27,11 @@ set(TARVEL_MAC_TarvelPlatformCore_PUBLIC
 # tarvel-edit's transport, without Qt: the distributed notification centre, NSRunningApplication
 # for the application's presence (a kqueue on its process while it runs), open(1) to start the
 # bundle, LaunchServices' __CFBundleIdentifier for the source terminal; a kqueue on the Responses
-# folder; getpeereid for a socket's peer.
+# folder.
 set(TARVEL_MAC_TarvelPlatformHelper_SOURCES
     KqueueFolderWatch.cpp
     MacApplicationTransport.mm
     MacExecutablePath.cpp
-    UnixSocketPeer.cpp
 )
 set(TARVEL_MAC_TarvelPlatformHelper_PRIVATE "-framework CoreFoundation" "-framework AppKit")
 

@@ -1,10 +1,13 @@
 // The rules of the doctor's own findings; the desktop's are checked on the headless desktop
 // (tests/dist/doctor-and-autostart.sh).
 #include "app/Doctor.h"
+#include "platform/UnixSocket.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -20,6 +23,7 @@ private Q_SLOTS:
     void dataFolder();
     void recognizerCommand();
     void spelling();
+    void remoteSocket();
 
 private:
     QTemporaryDir m_dir;
@@ -127,5 +131,23 @@ void DoctorTest::spelling()
     QVERIFY(gone.detail.contains(u"fr_FR"_s) && gone.detail.contains(u"/d/en_US.dic"_s));
 }
 
+// None while Tarvel is not running is no news; a socket nobody answers is, and so is one that answers.
+void DoctorTest::remoteSocket()
+{
+    const QString folder = m_dir.filePath(u"runtime"_s);
+    QVERIFY(QDir().mkdir(folder));
+    QFile::setPermissions(folder, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    const QString path = folder + u"/remote.sock"_s;
+    QCOMPARE(Doctor::remoteSocketFinding(path).severity, Severity::ok);
+    const UnixSocket::Result listening = UnixSocket::listenAt(QFile::encodeName(path).toStdString());
+    QVERIFY(listening.descriptor >= 0);
+    QVERIFY(Doctor::remoteSocketFinding(path).detail.contains(u"remote setup"_s));
+    ::close(listening.descriptor); // the file stays behind, as after a crash
+    const DiagnosticFinding stale = Doctor::remoteSocketFinding(path);
+    QCOMPARE(stale.severity, Severity::warning);
+    QVERIFY(stale.detail.startsWith(u"Nothing listens"_s));
+}
+
 QTEST_GUILESS_MAIN(DoctorTest)
 #include "tst_doctor.moc"
+
