@@ -443,7 +443,8 @@ private Q_SLOTS:
             QVERIFY(deaf.open(QIODevice::WriteOnly | QIODevice::Truncate));
             deaf.write("#!/bin/sh\n[ \"$1\" = --version ] && { echo '2.0.0 (Claude Code)'; exit 0; }\n"
                        "cd \"$FAKE_RECORD_DIR\"; trap 'echo INT >>signals' INT; trap 'echo TERM >>signals' TERM\n"
-                       ": >ready; while :; do sleep 1; done\n");
+                       // A trap runs when wait returns, not when a sleep in front ends.
+                       ": >ready; while :; do sleep 1 & wait $!; done\n");
         } else {
             f.useSteps(steps);
         }
