@@ -242,11 +242,8 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("line");
         QTest::addColumn<QByteArray>("expected"); // empty: dropped
 
-        QTest::newRow("carriage return") << QByteArray("done\r") << QByteArray("done");
-        QTest::newRow("blanks stay") << QByteArray(" \tx \t") << QByteArray(" \tx \t");
         QTest::newRow("only line breaks") << QByteArray("\r\r") << QByteArray();
         QTest::newRow("unicode line separator") << QByteArray("a\xE2\x80\xA8") << QByteArray("a");
-        QTest::newRow("lone continuation byte") << QByteArray("a\x80") << QByteArray();
         QTest::newRow("overlong slash") << QByteArray("\xC0\xAF") << QByteArray();
         QTest::newRow("surrogate") << QByteArray("\xED\xA0\x80") << QByteArray();
         QTest::newRow("cut multi-byte") << QByteArray("\xE2\x82") << QByteArray();
@@ -276,10 +273,6 @@ private Q_SLOTS:
             << QByteArray(
                    "{\"type\":\"item.complet\\u0065d\",\"item\":{\"type\":\"agent_message\",\"text\":\"E\"}}")
             << QString() << QStringLiteral("E") << false;
-        QTest::newRow("escaped item type")
-            << QByteArray(
-                   "{\"type\":\"item.completed\",\"item\":{\"type\":\"agent\\u005fmessage\",\"text\":\"F\"}}")
-            << QString() << QStringLiteral("F") << false;
         QTest::newRow("command output quoting an event")
             << QByteArray(
                    R"({"type":"item.completed","item":{"type":"command_execution","aggregated_output":)"
@@ -298,7 +291,6 @@ private Q_SLOTS:
         QTest::newRow("item not an object")
             << QByteArray(R"({"type":"item.completed","item":"agent_message"})") << QString() << QString()
             << false;
-        QTest::newRow("JSON array") << QByteArray("[1,2]") << QString() << QString() << false;
         QTest::newRow("cut off") << QByteArray(R"({"type":"turn.completed","usage":{)") << QString()
                                  << QString() << false;
     }

@@ -380,38 +380,9 @@ private Q_SLOTS:
         QVERIFY(store.loadSessions().isEmpty());
     }
 
-    void sortingAndMenuSessions()
-    {
-        QuickTaskManagerFixture fixture;
-        const QDateTime base = fixture.clock.now().addSecs(-3600);
-        const QuickTaskSession oldFinished = storedSession(QuickTaskSession::Status::failed, base);
-        const QuickTaskSession newFinished =
-            storedSession(QuickTaskSession::Status::cancelled, base.addSecs(600));
-        fixture.manager->store().saveSessions({oldFinished, newFinished});
-        fixture.manager->load();
-
-        fixture.useSteps({QStringLiteral("ready"), QStringLiteral("hang")});
-        fixture.clock.advance(-7200); // started before both, still listed first while it runs
-        const std::optional<QUuid> running = fixture.start(QuickTaskCLIBackend::claude);
-        QVERIFY(running);
-        QCOMPARE(fixture.manager->menuSessions(2).size(), 2);
-        QCOMPARE(fixture.manager->menuSessions(2).at(0).id, *running);
-        QCOMPARE(fixture.manager->menuSessions(2).at(1).id, newFinished.id);
-        QCOMPARE(fixture.manager->menuSessions().size(), 3);
-        QVERIFY(fixture.manager->hasRunningSessions());
-        QVERIFY(fixture.manager->hasFinishedSessions());
-        QCOMPARE(fixture.manager->runningSessionCount(), 1);
-
-        // A running session stays through clear and dismiss.
-        fixture.manager->clearFinishedTasks();
-        fixture.manager->dismiss(*running);
-        QCOMPARE(fixture.manager->sessions().size(), 1);
-        QVERIFY(!fixture.manager->hasFinishedSessions());
-        fixture.manager->stop(*running);
-        QVERIFY(fixture.waitUntilFinished(*running));
-    }
-
-    void dismissAndClearRemoveFilesAndOnlyManagedCopies()
+    // The menu lists a running session first; dismiss and clear remove finished sessions with
+    // their files and only the managed copies no other session holds, and leave a running one.
+    void menuDismissAndClear()
     {
         QuickTaskManagerFixture fixture;
         const QString imports =
@@ -435,10 +406,22 @@ private Q_SLOTS:
             fixture.manager->store().appendRawLog(session.id, "[stdout] x\n");
         }
 
+        fixture.useSteps({QStringLiteral("ready"), QStringLiteral("hang")});
+        fixture.clock.advance(-7200); // started before both, still listed first while it runs
+        const std::optional<QUuid> running = fixture.start(QuickTaskCLIBackend::claude);
+        QVERIFY(running);
+        const QList<QuickTaskSession> menu = fixture.manager->menuSessions(2);
+        QCOMPARE(menu.size(), 2);
+        QCOMPARE(menu.at(0).id, *running);
+        QCOMPARE(menu.at(1).id, retried.id);
+        QCOMPARE(fixture.manager->menuSessions().size(), 3);
+        QCOMPARE(fixture.manager->runningSessionCount(), 1);
+
         QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
         fixture.manager->dismiss(first.id);
         QCOMPARE(changes.count(), 1);
-        QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{retried});
+        QCOMPARE(fixture.manager->sessions().size(), 2);
+        QCOMPARE(fixture.manager->store().loadSessions(), fixture.manager->sessions());
         QVERIFY(!QFile::exists(fixture.manager->store().transcriptURL(first.id)));
         QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(first.id)));
         QVERIFY(!QFile::exists(pasted));
@@ -447,14 +430,19 @@ private Q_SLOTS:
         QVERIFY(QFile::exists(fixture.manager->store().transcriptURL(retried.id)));
 
         fixture.manager->dismiss(QUuid::createUuid());
+        fixture.manager->dismiss(*running);
         QCOMPARE(changes.count(), 1);
 
+        QVERIFY(fixture.manager->hasFinishedSessions());
         fixture.manager->clearFinishedTasks();
-        QVERIFY(fixture.manager->sessions().isEmpty());
-        QVERIFY(fixture.manager->store().loadSessions().isEmpty());
+        QCOMPARE(fixture.manager->sessions().size(), 1);
+        QCOMPARE(fixture.manager->store().loadSessions(), fixture.manager->sessions());
+        QVERIFY(!fixture.manager->hasFinishedSessions());
         QVERIFY(!QFile::exists(shared)); // its last session is gone
         QVERIFY(!QFile::exists(fixture.manager->store().rawLogURL(retried.id)));
         QCOMPARE(changes.count(), 2);
+        fixture.manager->stop(*running);
+        QVERIFY(fixture.waitUntilFinished(*running));
     }
 
     // Copy and open go through the notification's actions in tst_quicktasknotifications.

@@ -112,22 +112,26 @@ private Q_SLOTS:
             QSKIP("No session bus; this test runs under dbus-run-session.");
     }
 
-    void copyActionCopiesTheResponseAndClosesTheNotification()
+    // A server that reads markup gets the text escaped, so it shows what was written; Copy
+    // takes the answer as written, the click opens the transcript.
+    void copyAndClickActOnTheirTask()
     {
-        FakeNotificationServer server({QStringLiteral("actions"), QStringLiteral("body")});
+        FakeNotificationServer server({QStringLiteral("actions"), QStringLiteral("body-markup")});
         QVERIFY(server.start());
         NotifyingManager tarvel;
         tarvel.clipboard.setText(QStringLiteral("before"));
 
-        const std::optional<QUuid> id = tarvel.finishTask(QStringLiteral("Write <release> notes & tag"));
+        const std::optional<QUuid> id =
+            tarvel.finishTask(QStringLiteral("Check a<b && c"), {QStringLiteral("out <b>bold</b>\\n")});
         QVERIFY(id);
         QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
         const NotifyCall call = server.notified.constFirst();
         QCOMPARE(call.replacesId, 0u);
         QCOMPARE(call.summary, QStringLiteral("Claude task Succeeded"));
-        // The subtitle line, then the body: without markup support the text goes as it is.
-        QCOMPARE(call.body,
-                 QStringLiteral("Write <release> notes & tag\nWrite <release> notes & tag\nFake answer."));
+        // The subtitle line, then the body.
+        QCOMPARE(
+            call.body,
+            QStringLiteral("Check a&lt;b &amp;&amp; c\nCheck a&lt;b &amp;&amp; c\n&lt;b&gt;bold&lt;/b&gt;"));
         QCOMPARE(call.actions,
                  (QStringList{QStringLiteral("default"), QStringLiteral("Open"),
                               QStringLiteral("QuickTaskCopyFinalResponse"), QStringLiteral("Copy")}));
@@ -135,7 +139,7 @@ private Q_SLOTS:
 
         Q_EMIT server.ActionInvoked(101, QStringLiteral("QuickTaskCopyFinalResponse"));
         QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101}; }, 5000));
-        QCOMPARE(tarvel.clipboard.text(), QStringLiteral("Fake answer."));
+        QCOMPARE(tarvel.clipboard.text(), QStringLiteral("<b>bold</b>"));
         QVERIFY(tarvel.opener.opened.isEmpty());
 
         // Its server id is forgotten: a repeated click (or another application's) is ignored.
@@ -144,26 +148,14 @@ private Q_SLOTS:
         QTest::qWait(200);
         QVERIFY(tarvel.opener.opened.isEmpty());
         QCOMPARE(server.closed.size(), 1);
-    }
 
-    void clickOpensTheTranscript()
-    {
-        FakeNotificationServer server({QStringLiteral("actions"), QStringLiteral("body-markup")});
-        QVERIFY(server.start());
-        NotifyingManager tarvel;
-        const std::optional<QUuid> id =
-            tarvel.finishTask(QStringLiteral("Check a<b && c"),
-                              {QStringLiteral("out <b>bold</b>\\n"), QStringLiteral("exit 2")});
-        QVERIFY(id);
-        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
-        // A server that reads markup gets the text escaped, so it shows what was written.
-        QCOMPARE(
-            server.notified.constFirst().body,
-            QStringLiteral("Check a&lt;b &amp;&amp; c\nCheck a&lt;b &amp;&amp; c\n&lt;b&gt;bold&lt;/b&gt;"));
-
-        Q_EMIT server.ActionInvoked(101, QStringLiteral("default"));
-        QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101}; }, 5000));
-        QCOMPARE(tarvel.opener.opened, QStringList{tarvel.fixture.manager->store().transcriptURL(*id)});
+        const std::optional<QUuid> failed =
+            tarvel.finishTask(QStringLiteral("Fail"), {QStringLiteral("exit 2")});
+        QVERIFY(failed);
+        QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 2; }, 5000));
+        Q_EMIT server.ActionInvoked(102, QStringLiteral("default"));
+        QVERIFY(QTest::qWaitFor([&] { return server.closed == QList<uint>{101, 102}; }, 5000));
+        QCOMPARE(tarvel.opener.opened, QStringList{tarvel.fixture.manager->store().transcriptURL(*failed)});
     }
 
     void aMissingServerIsNoErrorAndALaterOneIsUsed()
@@ -179,11 +171,12 @@ private Q_SLOTS:
 
         FakeNotificationServer server({});
         QVERIFY(server.start());
-        const std::optional<QUuid> heard = tarvel.finishTask(QStringLiteral("Now somebody does"));
+        const std::optional<QUuid> heard = tarvel.finishTask(QStringLiteral("Now <somebody> does"));
         QVERIFY(heard);
         QVERIFY(QTest::qWaitFor([&] { return server.notified.size() == 1; }, 5000));
+        // Without markup support the text goes as it is.
         QCOMPARE(server.notified.constFirst().body,
-                 QStringLiteral("Now somebody does\nNow somebody does\nFake answer."));
+                 QStringLiteral("Now <somebody> does\nNow <somebody> does\nFake answer."));
 
         // Posting under the same identifier replaces it; without a category there is no Copy.
         QTest::qWait(100); // the server id comes back with the reply

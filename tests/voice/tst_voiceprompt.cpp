@@ -267,10 +267,14 @@ private Q_SLOTS:
         QCOMPARE(valueOf(u"--model"_s) + u' ' + valueOf(u"--effort"_s), modelAndEffort);
     }
 
+    // The backend answers the stop signals with a full draft and a clean exit: still cancelled,
+    // once. A new dictation at once is not disturbed by the old one's end; composers share the
+    // recogniser, so the latest start wins and the earlier recording ends.
     void cancelWhileTheBackendRewrites()
     {
         Fixture f;
-        f.useSteps({u"ready"_s, u"hang"_s});
+        f.useSteps(
+            {u"report-stop-signals"_s, u"ready"_s, u"sleep 30"_s, u"out A fine draft\\n"_s, u"exit 0"_s});
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         f.recognizer.hear(u"go forward"_s, true);
         const auto draft = f.stop();
@@ -279,86 +283,50 @@ private Q_SLOTS:
         QCOMPARE(f.builder.state(), State::idle);
         QVERIFY(delivered(draft));
         QCOMPARE(draft->kind, Kind::cancelled);
-        // A new dictation at once is not disturbed by the old one's end.
         QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         QTest::qWait(200);
+        QCOMPARE(draft->deliveries, 1);
         QCOMPARE(f.states, (QList<State>{State::recording, State::transcribing, State::processing,
                                          State::idle, State::recording}));
-    }
 
-    // Composers share the recogniser: the latest start wins and the earlier recording ends.
-    void aSecondDictationTakesTheRecogniserOver()
-    {
-        Fixture f;
         VoicePromptBuilder other(f.recognizer, f.defaults);
-        QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
         QVERIFY(delivered(observe(other.startRecording(), &other)));
-        QCOMPARE(f.states, (QList<State>{State::recording, State::idle}));
+        QCOMPARE(f.states.last(), State::idle);
         QCOMPARE(other.state(), State::recording);
     }
 
-    void rewriteGivesTheBackendInstructionsAndTranscript_data()
+    // What each backend is given (its arguments, then the instructions and the transcript as one
+    // argument after "--", in the working directory), and how its answer becomes the draft; a
+    // failed run or an empty answer is an error that says why and carries the transcript.
+    void rewriteOutcomes_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QuickTaskPreset>("preset");
         QTest::addColumn<QString>("arguments"); // one per line; {D} is the working directory
-        QTest::newRow("codex") << QuickTaskCLIBackend::codex << QuickTaskPreset{u"gpt-5.5"_s, u"low"_s}
-                               << u"exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
-                                  "model_reasoning_effort=\"low\"\n-C\n{D}\n--"_s;
-        QTest::newRow("claude") << QuickTaskCLIBackend::claude << QuickTaskPreset{u"sonnet"_s, u"high"_s}
-                                << u"-p\n--output-format\ntext\n--no-session-persistence\n"
-                                   "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n--"_s;
-        QTest::newRow("opencode")
-            << QuickTaskCLIBackend::opencode << QuickTaskPreset{u"openrouter//qwen/qwen3"_s, u"minimal"_s}
-            << u"run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3\n--"_s;
-        QTest::newRow("opencode without a model")
-            << QuickTaskCLIBackend::opencode << QuickTaskPreset{QString(), u"high"_s}
-            << u"run\n--variant\nhigh\n--dir\n{D}\n--"_s;
-    }
-    void rewriteGivesTheBackendInstructionsAndTranscript()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QuickTaskPreset, preset);
-        QFETCH(QString, arguments);
-        Fixture f;
-        const auto outcome = f.rewrite(backend, preset);
-        QVERIFY(delivered(outcome));
-        QCOMPARE(outcome->value, u"Fake answer."_s);
-
-        const QString name = BackendProfiles::of(backend).rawValue();
-        QStringList received = f.fakes.recordedArguments(name);
-        // The instructions, then the transcript, as one argument after "--".
-        const QString prompt = received.takeLast();
-        QVERIFY(prompt.startsWith(u"Rewrite the user's dictated notes into a clean prompt"_s));
-        QVERIFY(prompt.endsWith(u"\n\nDictated notes:\n"_s + kTranscript));
-        QCOMPARE(received.join(u'\n'), arguments.replace(u"{D}"_s, f.environment.root()));
-        QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
-    }
-
-    // The backend's answer becomes the draft; a failed run or an empty answer is an error that
-    // says why and carries the transcript.
-    void rewriteOutcomes_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<bool>("succeeds");
         QTest::addColumn<QString>("expected"); // the draft, or the failure's description
         const auto codex = QuickTaskCLIBackend::codex;
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
+        const QuickTaskPreset codexPreset{u"gpt-5.5"_s, u"low"_s}, claudePreset{u"sonnet"_s, u"high"_s};
+        const QString codexArguments = u"exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
+                                       "model_reasoning_effort=\"low\"\n-C\n{D}"_s;
+        const QString claudeArguments = u"-p\n--output-format\ntext\n--no-session-persistence\n"
+                                        "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh"_s;
         QTest::newRow("codex: the last agent message")
-            << codex
+            << codex << codexPreset << codexArguments
             << QStringList{u"out not json\\n"_s, FakeBackends::codexAnswerStep(u"First draft"_s),
                            uR"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"_s,
                            FakeBackends::codexAnswerStep(u"  Fix the login bug in auth.py.  "_s),
                            u"err noise\\n"_s}
             << true << u"Fix the login bug in auth.py."_s;
         QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
-            << claude
+            << claude << claudePreset << claudeArguments
             << QStringList{u"out   Fix the login bug\\n\\n   \\n  in au"_s, u"sleep 0.1"_s, u"out th.py.  "_s}
             << true << u"Fix the login bug\nin auth.py."_s;
-        QTest::newRow("opencode: terminal codes removed")
-            << opencode
+        QTest::newRow("opencode without a model: terminal codes removed")
+            << opencode << QuickTaskPreset{QString(), u"high"_s} << u"run\n--variant\nhigh\n--dir\n{D}"_s
             << QStringList{u"out \\0033[0m\\n\\0033[1m<think>\\0033[0m\\n"_s,
                            u"out \\0033[32mFix the login bug.\\0033[0m\\r\\n"_s}
             << true << u"Fix the login bug."_s;
@@ -367,32 +335,46 @@ private Q_SLOTS:
         for (int line = 1; line <= 10; ++line)
             tenErrors.append(u"err error line %1\\n"_s.arg(line));
         QTest::newRow("the last 3 of the kept stderr lines")
-            << claude << (tenErrors << u"out half an answer\\n"_s << u"exit 1"_s) << false
+            << claude << claudePreset << claudeArguments
+            << (tenErrors << u"out half an answer\\n"_s << u"exit 1"_s) << false
             << u"error line 8 | error line 9 | error line 10"_s;
-        QTest::newRow("fewer than three")
-            << codex << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
-        QTest::newRow("no stderr") << codex << QStringList{u"exit 1"_s} << false
-                                   << u"Codex could not turn the transcript into a prompt draft."_s;
-        QTest::newRow("empty answer") << claude << QStringList{u"out \\n  \\n"_s} << false
-                                      << u"Claude returned an empty prompt draft."_s;
+        QTest::newRow("opencode with a model, fewer than three")
+            << opencode << QuickTaskPreset{u"openrouter//qwen/qwen3"_s, u"minimal"_s}
+            << u"run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3"_s
+            << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
+        QTest::newRow("no stderr") << codex << codexPreset << codexArguments << QStringList{u"exit 1"_s}
+                                   << false << u"Codex could not turn the transcript into a prompt draft."_s;
+        QTest::newRow("empty answer")
+            << claude << claudePreset << claudeArguments << QStringList{u"out \\n  \\n"_s} << false
+            << u"Claude returned an empty prompt draft."_s;
         QTest::newRow("codex without an agent message")
-            << codex
+            << codex << codexPreset << codexArguments
             << QStringList{uR"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)"_s}
             << false << u"Codex returned an empty prompt draft."_s;
     }
     void rewriteOutcomes()
     {
         QFETCH(QuickTaskCLIBackend, backend);
+        QFETCH(QuickTaskPreset, preset);
+        QFETCH(QString, arguments);
         QFETCH(QStringList, steps);
         QFETCH(bool, succeeds);
         Fixture f;
         f.useSteps(steps);
-        const auto outcome = f.rewrite(backend);
+        const auto outcome = f.rewrite(backend, preset);
         QVERIFY(delivered(outcome));
         QVERIFY(!f.service.isRewriting());
         QTEST(outcome->value, "expected");
         QCOMPARE(outcome->kind, succeeds ? std::nullopt : std::optional(Kind::promptRewriteFailed));
         QCOMPARE(outcome->transcript, succeeds ? QString() : kTranscript);
+
+        const QString name = BackendProfiles::of(backend).rawValue();
+        QStringList received = f.fakes.recordedArguments(name);
+        const QString prompt = received.takeLast();
+        QVERIFY(prompt.startsWith(u"Rewrite the user's dictated notes into a clean prompt"_s));
+        QVERIFY(prompt.endsWith(u"\n\nDictated notes:\n"_s + kTranscript));
+        QCOMPARE(received.join(u'\n'), arguments.replace(u"{D}"_s, f.environment.root()) + u"\n--"_s);
+        QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
     }
 
     void rewriteProblemsBeforeTheRun()
@@ -423,39 +405,25 @@ private Q_SLOTS:
         QCOMPARE(outcome->transcript, kTranscript);
     }
 
-    // That the whole process group ends is ProcessGroupTask's, seen in tst_quicktaskmanager.
-    void rewriteCancelEndsWithOneCancelledResult_data()
-    {
-        QTest::addColumn<QStringList>("steps");
-        // Deaf to SIGINT and SIGTERM, it notes each: SIGKILL after the grace is the only way out.
-        QTest::newRow("deaf to SIGINT and SIGTERM") << QStringList();
-        // Answers the signals with a full answer and a clean exit: still cancelled.
-        QTest::newRow("answers and exits 0")
-            << QStringList{u"report-stop-signals"_s, u"ready"_s, u"sleep 30"_s, u"out A fine draft\\n"_s,
-                           u"exit 0"_s};
-    }
+    // Deaf to SIGINT and SIGTERM, it notes each: SIGKILL after the grace is the only way out. That
+    // the whole process group ends is ProcessGroupTask's, seen in tst_quicktaskmanager.
     void rewriteCancelEndsWithOneCancelledResult()
     {
-        QFETCH(QStringList, steps);
         Fixture f;
-        if (steps.isEmpty()) {
-            QFile deaf(f.fakes.executable(u"claude"_s));
-            QVERIFY(deaf.open(QIODevice::WriteOnly | QIODevice::Truncate));
-            deaf.write("#!/bin/sh\n[ \"$1\" = --version ] && { echo '2.0.0 (Claude Code)'; exit 0; }\n"
-                       "cd \"$FAKE_RECORD_DIR\"; trap 'echo INT >>signals' INT; trap 'echo TERM >>signals' TERM\n"
-                       // A trap runs when wait returns, not when a sleep in front ends.
-                       ": >ready; while :; do sleep 1 & wait $!; done\n");
-        } else {
-            f.useSteps(steps);
-        }
+        QFile deaf(f.fakes.executable(u"claude"_s));
+        QVERIFY(deaf.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        deaf.write("#!/bin/sh\n[ \"$1\" = --version ] && { echo '2.0.0 (Claude Code)'; exit 0; }\n"
+                   "cd \"$FAKE_RECORD_DIR\"; trap 'echo INT >>signals' INT; trap 'echo TERM >>signals' TERM\n"
+                   // A trap runs when wait returns, not when a sleep in front ends.
+                   ": >ready; while :; do sleep 1 & wait $!; done\n");
+        deaf.close();
         const auto outcome = f.rewrite(QuickTaskCLIBackend::claude);
         QVERIFY(QTest::qWaitFor([&] { return f.fakes.isReady(); }, 10000));
 
         f.service.cancel();
         f.service.cancel();
         QVERIFY(delivered(outcome));
-        if (steps.isEmpty()) // both were sent, in this order, before SIGKILL ended it
-            QCOMPARE(f.fakes.recorded(u"signals"_s), QByteArray("INT\nTERM\n"));
+        QCOMPARE(f.fakes.recorded(u"signals"_s), QByteArray("INT\nTERM\n")); // in this order
         QCOMPARE(outcome->kind, Kind::cancelled);
         QCOMPARE(outcome->value, u"Voice capture was cancelled."_s);
         f.service.cancel();
