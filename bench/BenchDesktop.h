@@ -1,9 +1,11 @@
 #pragma once
 
 // What the desktop benchmarks share: an X connection that watches windows appear and types and
-// clicks through XTEST, and a quick way to start a program.
+// clicks through XTEST, a quick way to start a program, and a process's wake-ups.
 #include <QByteArray>
+#include <QDir>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -26,6 +28,23 @@
 extern char **environ;
 
 namespace bench {
+
+// Context switches of every thread of the process: each is a wake-up.
+inline long long wakeUps(qint64 pid)
+{
+    long long total = 0;
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
+    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        QFile status(tasks.filePath(task) + QStringLiteral("/status"));
+        if (!status.open(QIODevice::ReadOnly))
+            continue;
+        for (const QByteArray &line : status.readAll().split('\n')) {
+            if (line.startsWith("voluntary_ctxt_switches") || line.startsWith("nonvoluntary_ctxt_switches"))
+                total += line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
+        }
+    }
+    return total;
+}
 
 class Display final {
 public:

@@ -33,23 +33,6 @@ constexpr int kPreferencesRuns = 11;
 // Where the desktop session's tray shows the application's icon (its only icon).
 const QPoint kTrayIcon(1266, 14);
 
-// Context switches of every thread of the process: each is a wake-up.
-long long wakeUps(qint64 pid)
-{
-    long long total = 0;
-    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
-    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile status(tasks.filePath(task) + QStringLiteral("/status"));
-        if (!status.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray &line : status.readAll().split('\n')) {
-            if (line.startsWith("voluntary_ctxt_switches") || line.startsWith("nonvoluntary_ctxt_switches"))
-                total += line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
-        }
-    }
-    return total;
-}
-
 } // namespace
 
 int main()
@@ -110,10 +93,10 @@ int main()
     BenchStatistics::of(toPreferences).print("Preferences chosen -> window mapped, again");
 
     QThread::msleep(2000);
-    const long long before = wakeUps(app.processId());
+    const long long before = bench::wakeUps(app.processId());
     constexpr int idleSeconds = 10;
     QThread::sleep(idleSeconds);
-    const long long after = wakeUps(app.processId());
+    const long long after = bench::wakeUps(app.processId());
     std::printf("%-44s %8.2f per second (over %d s)\n", "idle wake-ups", double(after - before) / idleSeconds,
                 idleSeconds);
     std::printf("%-44s %8.1f MB\n", "resident memory after the runs", residentMegabytes(app.processId()));

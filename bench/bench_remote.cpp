@@ -32,22 +32,6 @@ namespace {
 
 constexpr int kIdleSeconds = 10;
 
-long long wakeUps(qint64 pid)
-{
-    long long total = 0;
-    const QDir tasks(QStringLiteral("/proc/%1/task").arg(pid));
-    for (const QString &task : tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
-        QFile status(tasks.filePath(task) + QStringLiteral("/status"));
-        if (!status.open(QIODevice::ReadOnly))
-            continue;
-        for (const QByteArray &line : status.readAll().split('\n')) {
-            if (line.startsWith("voluntary_ctxt_switches") || line.startsWith("nonvoluntary_ctxt_switches"))
-                total += line.mid(line.indexOf(':') + 1).trimmed().toLongLong();
-        }
-    }
-    return total;
-}
-
 // A fresh Tarvel left alone: its wake-ups per second and resident megabytes.
 std::pair<double, double> idleCost(const QTemporaryDir &root, const QString &runtime)
 {
@@ -56,9 +40,9 @@ std::pair<double, double> idleCost(const QTemporaryDir &root, const QString &run
     if (!bench::startApplication(app, root, QStringLiteral(TARVEL_APP_PATH)))
         return {-1, -1};
     QThread::sleep(2);
-    const long long before = wakeUps(app.processId());
+    const long long before = bench::wakeUps(app.processId());
     QThread::sleep(kIdleSeconds);
-    const double perSecond = double(wakeUps(app.processId()) - before) / kIdleSeconds;
+    const double perSecond = double(bench::wakeUps(app.processId()) - before) / kIdleSeconds;
     const double resident = residentMegabytes(app.processId());
     app.terminate();
     app.waitForFinished(5000);
