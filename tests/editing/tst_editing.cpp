@@ -207,12 +207,12 @@ private Q_SLOTS:
         ManualClock clock(kMorning);
         const QString file = root.filePath(QStringLiteral("History/prompts.json"));
         PromptHistory history(file, clock);
-        history.record(QStringLiteral("first prompt"), QStringLiteral("/work/app/"));
+        history.record(QStringLiteral("first prompt"), QStringLiteral("/projects/app/"));
         clock.advance(60);
-        history.record(QStringLiteral("other project"), QStringLiteral("/work/lib"));
-        history.record(QStringLiteral("   \n"), QStringLiteral("/work/app")); // blank: not kept
+        history.record(QStringLiteral("other project"), QStringLiteral("/projects/lib"));
+        history.record(QStringLiteral("   \n"), QStringLiteral("/projects/app")); // blank: not kept
         clock.advance(60);
-        history.record(QStringLiteral("first prompt"), QStringLiteral("/work/app")); // again: moves up
+        history.record(QStringLiteral("first prompt"), QStringLiteral("/projects/app")); // again: moves up
         QCOMPARE(QFileInfo(file).permissions() & 0x0777, QFile::ReadUser | QFile::WriteUser);
         QCOMPARE(QFileInfo(QFileInfo(file).path()).permissions() & 0x0777,
                  QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
@@ -222,20 +222,20 @@ private Q_SLOTS:
         const QList<PromptHistoryEntry> entries = reread.entries();
         QCOMPARE(entries.size(), 2);
         QCOMPARE(entries.at(0), (PromptHistoryEntry{QStringLiteral("first prompt"),
-                                                    QStringLiteral("/work/app"), clock.now()}));
-        QCOMPARE(reread.prompts(QStringLiteral("/work/lib")), QStringList{QStringLiteral("other project")});
+                                                    QStringLiteral("/projects/app"), clock.now()}));
+        QCOMPARE(reread.prompts(QStringLiteral("/projects/lib")), QStringList{QStringLiteral("other project")});
         QVERIFY(reread.prompts(std::nullopt).isEmpty());
 
         // 2,000 submissions keep the newest 1,000.
         for (int number = 0; number < 2000; ++number)
-            history.record(QStringLiteral("prompt %1").arg(number), QStringLiteral("/work/app"));
+            history.record(QStringLiteral("prompt %1").arg(number), QStringLiteral("/projects/app"));
         QCOMPARE(PromptHistory(file, clock).entries().size(), PromptHistory::maximumEntries);
         QCOMPARE(history.entries().constFirst().text, QStringLiteral("prompt 1999"));
         QCOMPARE(history.entries().constLast().text, QStringLiteral("prompt 1000"));
         // Large prompts keep the file within its bytes, the newest kept; one over the bound is not kept.
         const QString large(400 * 1024, u'x');
         for (int number = 0; number < 20; ++number)
-            history.record(large + QString::number(number), QStringLiteral("/work/app"));
+            history.record(large + QString::number(number), QStringLiteral("/projects/app"));
         QVERIFY(QFileInfo(file).size() <= PromptHistory::maximumBytes);
         QVERIFY(history.entries().constFirst().text.endsWith(u"19"));
         history.record(QString(PromptHistory::maximumBytes + 1, u'y'), std::nullopt);
@@ -269,8 +269,8 @@ private Q_SLOTS:
         QTemporaryDir root;
         ManualClock clock(kMorning);
         PromptHistory history(root.filePath(QStringLiteral("prompts.json")), clock);
-        const QString here = QStringLiteral("/work/app");
-        history.record(QStringLiteral("Fix the failing parser tests"), QStringLiteral("/work/lib"));
+        const QString here = QStringLiteral("/projects/app");
+        history.record(QStringLiteral("Fix the failing parser tests"), QStringLiteral("/projects/lib"));
         history.record(QStringLiteral("Refactor the parser module"), here);
         history.record(QStringLiteral("Write release notes"), here);
         history.record(QStringLiteral("Update the dependencies and run the test suite again"), here);

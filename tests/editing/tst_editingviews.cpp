@@ -219,10 +219,10 @@ private Q_SLOTS:
     void upRecallsThisFoldersPromptsAndTheSearchFillsTheComposer()
     {
         Fixture f;
-        f.history.record(QStringLiteral("elsewhere"), QStringLiteral("/work/other"));
-        f.history.record(QStringLiteral("older\nsecond line"), QStringLiteral("/work/app"));
-        f.history.record(QStringLiteral("newest"), QStringLiteral("/work/app"));
-        f.composer->surface().setWorkingFolder(QStringLiteral("/work/app"));
+        f.history.record(QStringLiteral("elsewhere"), QStringLiteral("/projects/other"));
+        f.history.record(QStringLiteral("older\nsecond line"), QStringLiteral("/projects/app"));
+        f.history.record(QStringLiteral("newest"), QStringLiteral("/projects/app"));
+        f.composer->surface().setWorkingFolder(QStringLiteral("/projects/app"));
         QTest::keyClick(f.view(), Qt::Key_Up);
         QCOMPARE(f.view()->toPlainText(), QStringLiteral("newest"));
         QTest::keyClick(f.view(), Qt::Key_Up);
