@@ -148,56 +148,51 @@ private Q_SLOTS:
         QVERIFY2(output.contains(QStringLiteral("tarvel-edit ")), qPrintable(output));
     }
 
-    // The text typed on the desktop reaches the file over there, and the helper exits 0.
-    void submittedTextReachesTheRemoteFile()
+    // Three edits in one ssh session. The text typed on the desktop reaches the file over there
+    // and the helper exits 0; a cancel leaves the file and exits 1; Ctrl-C in the terminal
+    // reaches the helper over there, the request is withdrawn, and the composer keeps the text to
+    // copy. The script over there waits for goN before the next edit, with the xterm in front.
+    void submitCancelAndInterruptOverOneSession()
     {
-        writeFile(remote(QStringLiteral("prompt.md")), "Draft: ");
+        const QString prompt = remote(QStringLiteral("prompt.md"));
+        writeFile(prompt, "Draft: ");
         QProcess xterm;
-        startSession(xterm, QStringLiteral("\"$VISUAL\" prompt.md; echo $? > status; sleep 60"));
+        startSession(xterm,
+                     QStringLiteral("\"$VISUAL\" prompt.md; echo $? >> status\nfor step in 2 3; do "
+                                    "until [ -e go$step ]; do sleep 0.05; done\n\"$VISUAL\" prompt.md; "
+                                    "echo $? >> status; done\nsleep 60"));
+        const auto nextEdit = [&](const char *go) {
+            activate(windowsOf(xterm.processId()).value(0));
+            writeFile(remote(QString::fromLatin1(go)), "");
+            return waitForRemoteComposer(xterm);
+        };
         waitForRemoteComposer(xterm);
         screenshot(QStringLiteral("remote-composer-over-ssh"));
         type(QStringLiteral("fix the build"));
         key(QStringLiteral("ctrl+Return"));
         QTRY_COMPARE_WITH_TIMEOUT(status(), QByteArray("0"), kAnswerTimeout);
-        QCOMPARE(readFile(remote(QStringLiteral("prompt.md"))), QByteArray("Draft: fix the build"));
-        xterm.kill();
-        xterm.waitForFinished();
-    }
+        QCOMPARE(readFile(prompt), QByteArray("Draft: fix the build"));
 
-    void cancelLeavesTheRemoteFileUnchanged()
-    {
-        writeFile(remote(QStringLiteral("prompt.md")), "unchanged");
-        QProcess xterm;
-        startSession(xterm, QStringLiteral("\"$VISUAL\" prompt.md; echo $? > status; sleep 60"));
-        waitForRemoteComposer(xterm);
+        nextEdit("go2");
         type(QStringLiteral("not this"));
         key(QStringLiteral("Escape"));
-        QTRY_COMPARE_WITH_TIMEOUT(status(), QByteArray("1"), kAnswerTimeout);
-        QCOMPARE(readFile(remote(QStringLiteral("prompt.md"))), QByteArray("unchanged"));
-        xterm.kill();
-        xterm.waitForFinished();
-    }
+        QTRY_COMPARE_WITH_TIMEOUT(status(), QByteArray("0\n1"), kAnswerTimeout);
+        QCOMPARE(readFile(prompt), QByteArray("Draft: fix the build"));
 
-    // Ctrl-C in the terminal reaches the helper over there: the request is withdrawn, and the
-    // composer keeps the text to copy.
-    void interruptOverThereLeavesTheTextToCopy()
-    {
-        writeFile(remote(QStringLiteral("prompt.md")), "");
-        QProcess xterm;
-        startSession(xterm, QStringLiteral("\"$VISUAL\" prompt.md; echo $? > status; sleep 60"));
-        const QString composer = waitForRemoteComposer(xterm);
-        type(QStringLiteral("Nothing typed is lost"));
+        const QString composer = nextEdit("go3");
+        type(QStringLiteral(" Nothing typed is lost"));
         activate(windowsOf(xterm.processId()).value(0));
         key(QStringLiteral("ctrl+c"));
-        QTRY_COMPARE_WITH_TIMEOUT(status(), QByteArray("130"), kAnswerTimeout);
+        QTRY_COMPARE_WITH_TIMEOUT(status(), QByteArray("0\n1\n130"), kAnswerTimeout);
         QTest::qWait(500);
         QCOMPARE(m_app->composerWindow(), composer);
         activate(composer);
         screenshot(QStringLiteral("remote-composer-withdrawn"), composer);
         key(QStringLiteral("ctrl+Return"));
         QTRY_VERIFY_WITH_TIMEOUT(m_app->composerWindow().isEmpty(), 5000);
-        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), QStringLiteral("Nothing typed is lost"), 5000);
-        QCOMPARE(readFile(remote(QStringLiteral("prompt.md"))), QByteArray());
+        QTRY_COMPARE_WITH_TIMEOUT(clipboardText(),
+                                  QStringLiteral("Draft: fix the build Nothing typed is lost"), 5000);
+        QCOMPARE(readFile(prompt), QByteArray("Draft: fix the build"));
         xterm.kill();
         xterm.waitForFinished();
     }
