@@ -182,7 +182,7 @@ private Q_SLOTS:
         QTest::addColumn<int>("carbonModifiers");
         QTest::addColumn<int>("canonicalKey");
         // Plain letters and digits are covered by composerMatchingOrder, every key's own entry by
-        // tst_x11hotkeymapping.
+        // tst_globalhotkeys_e2e (mappingRules).
         QTest::newRow("all modifiers")
             << int(Qt::Key_K)
             << (Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier) << 0x28
