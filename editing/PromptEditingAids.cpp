@@ -25,6 +25,7 @@ constexpr int kShownSuggestions = 6;
 PromptEditingAids::PromptEditingAids(QTextEdit *view, EditingAidsServices services, QObject *parent)
     : QObject(parent)
     , m_view(view)
+    , m_watchedView(view)
     , m_services(services)
     , m_highlighter(new PromptHighlighter(view, services.spelling, this))
     , m_mentions(new MentionCompleter(view, this))
@@ -60,9 +61,11 @@ int PromptEditingAids::findBarHeight() const
 
 bool PromptEditingAids::eventFilter(QObject *watched, QEvent *event)
 {
-    if (!m_view)
+    // Its children go while it is destroyed, and nothing is to be done for them then.
+    const QTextEdit *view = qobject_cast<QTextEdit *>(m_watchedView.data());
+    if (!view)
         return false;
-    if (watched == m_view) {
+    if (watched == view) {
         switch (event->type()) {
         case QEvent::ShortcutOverride: {
             // Keys the composer's own shortcuts would take otherwise (Escape cancels it).
@@ -96,9 +99,9 @@ bool PromptEditingAids::eventFilter(QObject *watched, QEvent *event)
         default:
             break;
         }
-    } else if (watched == m_view->viewport() && event->type() == QEvent::ContextMenu) {
+    } else if (watched == view->viewport() && event->type() == QEvent::ContextMenu) {
         return showContextMenu(static_cast<QContextMenuEvent *>(event));
-    } else if (watched == m_view->window()) {
+    } else if (watched == view->window()) {
         switch (event->type()) {
         case QEvent::Move:
         case QEvent::Resize:

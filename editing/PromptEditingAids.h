@@ -66,6 +66,9 @@ private:
     bool showContextMenu(QContextMenuEvent *event);
 
     QPointer<QTextEdit> m_view;
+    // The same view, for the event filter: while the view is destroyed it is a plain QWidget, and
+    // casting it to QTextEdit then (as m_view would) is undefined.
+    QPointer<QObject> m_watchedView;
     EditingAidsServices m_services;
     std::optional<QString> m_folder;
     PromptHighlighter *m_highlighter = nullptr;
