@@ -1,6 +1,6 @@
 #pragma once
 
-#include "quicktasks/FileDescriptor.h"
+#include "platform/FileDescriptor.h"
 
 #include <QProcessEnvironment>
 #include <QString>

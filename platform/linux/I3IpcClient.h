@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/FileDescriptor.h"
 #include "platform/linux/I3IpcMessage.h"
 
 #include <QObject>
@@ -8,7 +9,7 @@
 #include <memory>
 #include <optional>
 
-class QLocalSocket;
+class QSocketNotifier;
 
 // A client of the i3 IPC socket (sway's SWAYSOCK, i3's I3SOCK). Requests are answered in order on
 // one connection, so a request waits for its own reply; events come on a second connection, so
@@ -40,12 +41,13 @@ Q_SIGNALS:
     void windowEvent(const QByteArray &payload);
 
 private:
-    bool connectSocket(QLocalSocket &socket);
+    bool connectSocket(FileDescriptor &socket);
     void readEvents();
 
     QString m_socketPath;
-    std::unique_ptr<QLocalSocket> m_requests;
+    FileDescriptor m_requests;
     I3Ipc::Decoder m_replies;
-    QLocalSocket *m_events = nullptr;
+    FileDescriptor m_events;
+    std::unique_ptr<QSocketNotifier> m_eventsReadable;
     I3Ipc::Decoder m_eventStream;
 };
