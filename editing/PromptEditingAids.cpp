@@ -27,6 +27,7 @@ PromptEditingAids::PromptEditingAids(QTextEdit *view, EditingAidsServices servic
     , m_view(view)
     , m_watchedView(view)
     , m_services(services)
+    , m_spelling(services.spelling)
     , m_highlighter(new PromptHighlighter(view, services.spelling, this))
     , m_mentions(new MentionCompleter(view, this))
     , m_findBar(new FindBar(view, view->parentWidget()))
@@ -35,12 +36,23 @@ PromptEditingAids::PromptEditingAids(QTextEdit *view, EditingAidsServices servic
     view->installEventFilter(this);
     view->viewport()->installEventFilter(this);
     view->window()->installEventFilter(this);
-    // The dictionary loads while the user starts typing.
-    if (m_services.spelling)
-        m_services.spelling->prepare();
 }
 
-PromptEditingAids::~PromptEditingAids() = default;
+PromptEditingAids::~PromptEditingAids()
+{
+    holdSpelling(false);
+}
+
+void PromptEditingAids::holdSpelling(bool hold)
+{
+    if (!m_spelling || hold == m_holdsSpelling)
+        return;
+    m_holdsSpelling = hold;
+    if (hold)
+        m_spelling->hold();
+    else
+        m_spelling->letGo();
+}
 
 void PromptEditingAids::setWorkingFolder(const std::optional<QString> &folder)
 {
@@ -103,9 +115,15 @@ bool PromptEditingAids::eventFilter(QObject *watched, QEvent *event)
         return showContextMenu(static_cast<QContextMenuEvent *>(event));
     } else if (watched == view->window()) {
         switch (event->type()) {
+        case QEvent::Show:
+            holdSpelling(true);
+            break;
+        case QEvent::Hide:
+            holdSpelling(false);
+            m_mentions->hide();
+            break;
         case QEvent::Move:
         case QEvent::Resize:
-        case QEvent::Hide:
         case QEvent::WindowDeactivate:
             m_mentions->hide();
             break;

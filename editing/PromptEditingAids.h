@@ -64,12 +64,16 @@ private:
     bool isFindKey(const QKeyEvent *event) const;
     bool recall(bool older);
     bool showContextMenu(QContextMenuEvent *event);
+    // While its window is on screen, the composer holds the spelling dictionary.
+    void holdSpelling(bool hold);
 
     QPointer<QTextEdit> m_view;
     // The same view, for the event filter: while the view is destroyed it is a plain QWidget, and
     // casting it to QTextEdit then (as m_view would) is undefined.
     QPointer<QObject> m_watchedView;
     EditingAidsServices m_services;
+    QPointer<SpellCheckService> m_spelling;
+    bool m_holdsSpelling = false;
     std::optional<QString> m_folder;
     PromptHighlighter *m_highlighter = nullptr;
     MentionCompleter *m_mentions = nullptr;

@@ -12,9 +12,16 @@
 #include <QPromise>
 #include <QThreadPool>
 
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
+
 namespace {
 // Verdicts kept for words seen before; a long log repeats its words, Hunspell is slow to ask.
 constexpr qsizetype kRememberedVerdicts = 200000;
+// Loading takes a core for about a tenth of a second; not while the composer is being mapped.
+constexpr std::chrono::milliseconds kLoadDelay(300);
+constexpr std::chrono::minutes kReleaseDelay(3);
 } // namespace
 
 const QString SpellCheckService::dictionaryKey = QStringLiteral("SpellCheckingDictionary");
@@ -30,6 +37,12 @@ SpellCheckService::SpellCheckService(UserDefaults &defaults, const QString &pers
               : personalWordsPath)
 {
     connect(&defaults, &UserDefaults::didChange, this, &SpellCheckService::settingsChanged);
+    m_loadSoon.setSingleShot(true);
+    m_loadSoon.setInterval(kLoadDelay);
+    connect(&m_loadSoon, &QTimer::timeout, this, &SpellCheckService::prepare);
+    m_release.setSingleShot(true);
+    m_release.setInterval(kReleaseDelay);
+    connect(&m_release, &QTimer::timeout, this, &SpellCheckService::drop);
 }
 
 SpellCheckService::~SpellCheckService() = default;
@@ -97,6 +110,38 @@ void SpellCheckService::prepare()
         promise->addResult(std::move(checker));
         promise->finish();
     });
+}
+
+void SpellCheckService::hold()
+{
+    ++m_holders;
+    m_release.stop();
+    if (!m_checker && !m_load && !m_loadSoon.isActive())
+        m_loadSoon.start();
+}
+
+void SpellCheckService::letGo()
+{
+    if (m_holders > 0 && --m_holders == 0) {
+        m_loadSoon.stop();
+        m_release.start();
+    }
+}
+
+void SpellCheckService::drop()
+{
+    m_prepared = false;
+    m_wanted.reset();
+    m_load.reset();
+    m_verdicts = {};
+    if (m_checker) {
+        m_checker.reset();
+        Q_EMIT checkerChanged();
+    }
+#ifdef __GLIBC__
+    // The dictionary is many small blocks; without a trim the allocator would keep them.
+    malloc_trim(0);
+#endif
 }
 
 void SpellCheckService::setChecker(std::unique_ptr<SpellChecker> checker)

@@ -6,15 +6,19 @@
 #include <QFutureWatcher>
 #include <QHash>
 #include <QObject>
+#include <QTimer>
 
+#include <chrono>
 #include <memory>
 #include <optional>
 
 class UserDefaults;
 
 // The application's spelling: the dictionary the preferences choose (the locale's by default,
-// or none), loaded once in the background and shared by every composer, and the personal word
-// list that "Add to Dictionary" writes. With no dictionary installed checking is off.
+// or none), loaded in the background and shared by every composer, and the personal word list
+// that "Add to Dictionary" writes. With no dictionary installed checking is off. The dictionary
+// is several megabytes a tray application has no use for while idle: composers on screen hold
+// it, and it goes a while after the last one closed.
 class SpellCheckService final : public QObject {
     Q_OBJECT
 
@@ -34,6 +38,12 @@ public:
 
     // Starts loading the chosen dictionary unless it is loaded or loading already.
     void prepare();
+    // A composer came on screen: the dictionary loads a moment later (the composer's first frame
+    // and the window manager come first), unless it is there already.
+    void hold();
+    // A composer left the screen: once none has held it for releaseDelay, the dictionary goes.
+    void letGo();
+    void setReleaseDelay(std::chrono::milliseconds delay) { m_release.setInterval(delay); }
     // Uses this checker, as if it had been loaded (a test's word list).
     void setChecker(std::unique_ptr<SpellChecker> checker);
     bool isActive() const { return m_checker != nullptr; }
@@ -53,6 +63,7 @@ Q_SIGNALS:
 
 private:
     void settingsChanged(const QString &key);
+    void drop();
 
     UserDefaults &m_defaults;
     QString m_personalWordsPath;
@@ -62,4 +73,7 @@ private:
     std::optional<SpellDictionary> m_wanted;
     bool m_prepared = false;
     QHash<QString, bool> m_verdicts;
+    int m_holders = 0;
+    QTimer m_loadSoon;
+    QTimer m_release;
 };

@@ -223,7 +223,8 @@ private Q_SLOTS:
         QCOMPARE(entries.size(), 2);
         QCOMPARE(entries.at(0), (PromptHistoryEntry{QStringLiteral("first prompt"),
                                                     QStringLiteral("/projects/app"), clock.now()}));
-        QCOMPARE(reread.prompts(QStringLiteral("/projects/lib")), QStringList{QStringLiteral("other project")});
+        QCOMPARE(reread.prompts(QStringLiteral("/projects/lib")),
+                 QStringList{QStringLiteral("other project")});
         QVERIFY(reread.prompts(std::nullopt).isEmpty());
 
         // 2,000 submissions keep the newest 1,000.
@@ -413,6 +414,19 @@ private Q_SLOTS:
         next.prepare();
         QTRY_VERIFY_WITH_TIMEOUT(next.isActive(), 10000);
         QVERIFY(next.isCorrect(QStringLiteral("tarvelish")));
+        // Composers on screen hold the dictionary; it goes a while after the last one left, and
+        // comes back with the next.
+        next.setReleaseDelay(std::chrono::milliseconds(50));
+        next.hold();
+        next.hold();
+        next.letGo();
+        QTest::qWait(200);
+        QVERIFY(next.isActive());
+        next.letGo();
+        QTRY_VERIFY(!next.isActive());
+        next.hold();
+        QTRY_VERIFY_WITH_TIMEOUT(next.isActive(), 10000);
+        QVERIFY(!next.isCorrect(QStringLiteral("recieve")) && next.isCorrect(QStringLiteral("tarvelish")));
         defaults.setString(SpellCheckService::dictionaryKey, SpellCheckService::offValue);
         QVERIFY(!next.isActive()); // follows the setting
         QVERIFY(next.isCorrect(QStringLiteral("recieve")));

@@ -173,6 +173,13 @@ private Q_SLOTS:
         QVERIFY(!rightClickAndChoose(11, QString()).contains(QStringLiteral("the"))); // code is not spelled
         rightClickAndChoose(5, QStringLiteral("the"));
         QCOMPARE(f.view()->toPlainText(), QStringLiteral("fix the `teh` bug"));
+
+        // The composer on screen holds the dictionary; once it has left, the dictionary goes.
+        f.spelling.setReleaseDelay(std::chrono::milliseconds(50));
+        QTest::qWait(200);
+        QVERIFY(f.spelling.isActive());
+        f.composer->panel()->hide();
+        QTRY_VERIFY(!f.spelling.isActive());
     }
 
     void mentionsCompleteFromTheWorkingFolder()
