@@ -214,16 +214,17 @@ void AppDelegate::applicationDidFinishLaunching()
         m_errorLog.record(message, *folderFailure, kLaunch);
         m_alerts->presentUnrequested(message, *folderFailure);
     }
-    m_quickTaskManager->load();
+    // A request that started Tarvel is waiting in a terminal: its composer goes up before the tray
+    // icon, the tasks and the shortcuts, which nobody is waiting for.
+    listenForRequests();
+    m_composers->processPendingRequests();
 
+    m_quickTaskManager->load();
     m_statusItem->show();
     m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());
-
     // Where the desktop binds the keys, its binding starts Tarvel again; there is nothing to register.
     if (m_globalShortcuts && manualShortcutBinding(std::nullopt).isEmpty())
         m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
-    listenForRequests();
-    m_composers->processPendingRequests();
     m_composers->prepareEditorComposer();
     m_composers->forgetDraftsOfAnsweredRequests();
     m_composers->sweepImportedAttachments(QDateTime::currentDateTime().addDays(-1));
