@@ -79,7 +79,9 @@ bool writeWhole(int descriptor, const std::string &bytes)
     return true;
 }
 
-// Readers see the old file or the new one, never a part, and never a file wider than 0600.
+// Readers see the old file or the new one, never a part, and never a file wider than 0600. No
+// fsync: a request lives as long as its terminal, which a crash of the system ends too, and the
+// wait for the disk would stand between the command's start and the composer.
 void writeAtomically(const std::string &path, const std::string &bytes)
 {
     const std::string operation = "write " + inQuotes(path);
@@ -89,7 +91,7 @@ void writeAtomically(const std::string &path, const std::string &bytes)
     if (descriptor < 0)
         throw HelperError::systemFailure(operation, errno);
     int error = 0;
-    if (::fchmod(descriptor, 0600) != 0 || !writeWhole(descriptor, bytes) || ::fsync(descriptor) != 0)
+    if (::fchmod(descriptor, 0600) != 0 || !writeWhole(descriptor, bytes))
         error = errno;
     if (::close(descriptor) != 0 && error == 0)
         error = errno;
