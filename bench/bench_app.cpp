@@ -2,7 +2,7 @@
 //   helper start -> composer mapped, and Ctrl+Return -> helper exit (median, min, max);
 //   the tray menu's "Preferences…" chosen -> the window mapped, the first time and then;
 //   then, with nothing to do and every window closed, the application's wake-ups per second and
-//   resident memory.
+//   resident memory (and its resident memory once launched, before the runs).
 //
 // Run it on the headless desktop, from the build folder:
 //   ../tests/e2e/desktop-session.sh --probe bin/tarvel-desktop-probe -- bin/bench_app
@@ -44,6 +44,9 @@ int main()
     QProcess app;
     if (!bench::startApplication(app, root, QStringLiteral(TARVEL_APP_PATH)))
         return 1;
+    // Launched and settled (the composer made ahead of time, the login shell's PATH asked).
+    QThread::sleep(3);
+    const double atLaunch = residentMegabytes(app.processId());
 
     QList<double> toMapped;
     QList<double> toExit;
@@ -99,6 +102,7 @@ int main()
     const long long after = bench::wakeUps(app.processId());
     std::printf("%-44s %8.2f per second (over %d s)\n", "idle wake-ups", double(after - before) / idleSeconds,
                 idleSeconds);
+    std::printf("%-44s %8.1f MB\n", "resident memory at launch, idle", atLaunch);
     std::printf("%-44s %8.1f MB\n", "resident memory after the runs", residentMegabytes(app.processId()));
     app.terminate();
     app.waitForFinished(5000);
