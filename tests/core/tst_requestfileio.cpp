@@ -54,13 +54,15 @@ class RequestFileIOTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void requestWritesOnlyPresentKeysInByteOrder()
+    // One form is written: only the keys present, in byte order, one per line, slashes escaped,
+    // whole UTC seconds and upper-case identifiers. Reading takes fractions, offsets and
+    // reference-date numbers, ignores unknown keys and reads nulls of optional keys as absent.
+    void recordsAreWrittenInOneFormAndReadLeniently()
     {
         const ComposerRequest bare{kId, utc(2026, 11, 14, 17, 36, 59), {}, QStringLiteral("hi"), {}, {}, {}};
         const QByteArray json = JSONCoding::encodeRecord(bare);
         QCOMPARE(keyLines(json), (QList<QByteArray>{"createdAt", "id", "initialText"}));
         QVERIFY(!json.contains("null"));
-
         const ComposerRequest full{kId,
                                    utc(2026, 11, 14, 17, 36, 59),
                                    QStringLiteral("/home/u/project"),
@@ -72,104 +74,81 @@ private Q_SLOTS:
         QCOMPARE(keyLines(fullJson),
                  (QList<QByteArray>{"createdAt", "cwd", "filePath", "id", "initialText",
                                     "sourceApplicationBundleIdentifier", "sourceApplicationPID"}));
-        // Slashes are escaped, and the escaping reads back unchanged.
         QVERIFY(fullJson.contains(R"("cwd": "\/home\/u\/project")"));
         QCOMPARE(JSONCoding::decodeRecord<ComposerRequest>(fullJson), full);
-        QVERIFY(fullJson.contains("\n    \"")); // pretty-printed, one key per line
-    }
+        QVERIFY(fullJson.contains("\n    \""));
 
-    void responseKeysAndDispositions()
-    {
         const ComposerResponse cancelled{
             kId, utc(2026, 1, 2, 3, 4, 5), ComposerResponse::Disposition::cancelled, {}};
-        const QByteArray json = JSONCoding::encodeRecord(cancelled);
-        QCOMPARE(keyLines(json), (QList<QByteArray>{"disposition", "id", "respondedAt"}));
-        QVERIFY(json.contains("\"disposition\": \"cancelled\""));
-
+        const QByteArray responseJson = JSONCoding::encodeRecord(cancelled);
+        QCOMPARE(keyLines(responseJson), (QList<QByteArray>{"disposition", "id", "respondedAt"}));
+        QVERIFY(responseJson.contains("\"disposition\": \"cancelled\""));
         const ComposerResponse submitted{kId, utc(2026, 1, 2, 3, 4, 5),
                                          ComposerResponse::Disposition::submitted,
                                          QStringLiteral("fix the bug\n\nwith care")};
         QCOMPARE(JSONCoding::decodeRecord<ComposerResponse>(JSONCoding::encodeRecord(submitted)), submitted);
+        QVERIFY_THROWS_EXCEPTION(
+            DecodingError,
+            JSONCoding::decodeRecord<ComposerResponse>(
+                R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","respondedAt":"2026-01-02T03:04:05Z","disposition":"canceled"})"));
 
-        const QByteArray oneL =
-            R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","respondedAt":"2026-01-02T03:04:05Z","disposition":"canceled"})";
-        QVERIFY_THROWS_EXCEPTION(DecodingError, JSONCoding::decodeRecord<ComposerResponse>(oneL));
-    }
+        for (const auto &[value, expected] :
+             {std::pair{QByteArray(R"("2026-11-14T17:36:59.5Z")"), utc(2026, 11, 14, 17, 36, 59, 500)},
+              std::pair{QByteArray(R"("2026-11-14T17:36:59.123456Z")"), utc(2026, 11, 14, 17, 36, 59, 123)},
+              std::pair{QByteArray(R"("2026-11-14T19:36:59+02:00")"), utc(2026, 11, 14, 17, 36, 59)},
+              std::pair{QByteArray("1.5"), utc(2001, 1, 1, 0, 0, 1, 500)},
+              std::pair{QByteArray("-86400"), utc(2000, 12, 31, 0, 0, 0)}}) {
+            const ComposerRequest request = JSONCoding::decodeRecord<ComposerRequest>(
+                R"({"id":"6f9619ff-8b86-d011-b42d-00c04fc964ff","initialText":"","createdAt":)" + value +
+                "}");
+            QCOMPARE(request.createdAt, expected);
+            const QByteArray written = JSONCoding::encodeRecord(request);
+            QVERIFY(written.contains("\"createdAt\": \"" +
+                                     expected.toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'")).toUtf8() +
+                                     "\""));
+            QVERIFY(written.contains("6F9619FF-8B86-D011-B42D-00C04FC964FF"));
+        }
 
-    void datesAreReadLeniently_data()
-    {
-        QTest::addColumn<QByteArray>("value");
-        QTest::addColumn<QDateTime>("expected");
-        QTest::newRow("fraction") << QByteArray(R"("2026-11-14T17:36:59.5Z")")
-                                  << utc(2026, 11, 14, 17, 36, 59, 500);
-        QTest::newRow("long fraction")
-            << QByteArray(R"("2026-11-14T17:36:59.123456Z")") << utc(2026, 11, 14, 17, 36, 59, 123);
-        QTest::newRow("offset") << QByteArray(R"("2026-11-14T19:36:59+02:00")")
-                                << utc(2026, 11, 14, 17, 36, 59);
-        QTest::newRow("reference 1.5") << QByteArray("1.5") << utc(2001, 1, 1, 0, 0, 1, 500);
-        QTest::newRow("before reference") << QByteArray("-86400") << utc(2000, 12, 31, 0, 0, 0);
-    }
-    void datesAreReadLeniently()
-    {
-        QFETCH(QByteArray, value);
-        QFETCH(QDateTime, expected);
-        const QByteArray json =
-            R"({"id":"6f9619ff-8b86-d011-b42d-00c04fc964ff","initialText":"","createdAt":)" + value + "}";
-        const ComposerRequest request = JSONCoding::decodeRecord<ComposerRequest>(json);
-        QCOMPARE(request.createdAt, expected);
-        // Written back: whole seconds, UTC, upper-case identifier.
-        const QByteArray written = JSONCoding::encodeRecord(request);
-        QVERIFY(written.contains("\"createdAt\": \"" +
-                                 expected.toString(QStringLiteral("yyyy-MM-dd'T'HH:mm:ss'Z'")).toUtf8() +
-                                 "\""));
-        QVERIFY(written.contains("6F9619FF-8B86-D011-B42D-00C04FC964FF"));
+        const ComposerRequest lenient = JSONCoding::decodeRecord<ComposerRequest>(
+            R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","createdAt":"2026-11-14T17:36:59Z",
+            "initialText":"x","cwd":null,"future":{"a":[1,2]},"sourceApplicationPID":-2147483648})");
+        QVERIFY(!lenient.cwd);
+        QCOMPARE(lenient.sourceApplicationPID, std::optional<qint32>(-2147483648));
+        QCOMPARE(lenient.initialText, QStringLiteral("x"));
     }
 
-    void malformedRecordsAreRejected_data()
-    {
-        QTest::addColumn<QByteArray>("json");
-        const auto with = [](const QByteArray &extra) {
-            return R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","initialText":"",)" + extra + "}";
-        };
-        const QByteArray date = R"("createdAt":"2026-11-14T17:36:59Z")";
-        // Dates that are neither ISO 8601 with a zone nor a reference-date number.
-        QTest::newRow("date without zone") << with(R"("createdAt":"2026-11-14T17:36:59")");
-        QTest::newRow("bad month") << with(R"("createdAt":"2026-13-14T17:36:59Z")");
-        QTest::newRow("bool date") << with(R"("createdAt":true)");
-        // Dates whose UTC year has no four-digit form, so that what was read could not be written.
-        QTest::newRow("number past year 9999") << with(R"("createdAt":795173213425)");
-        QTest::newRow("number before year 1") << with(R"("createdAt":-63200000000)");
-        QTest::newRow("offset into year 10000") << with(R"("createdAt":"9999-12-31T23:30:00-01:00")");
-        QTest::newRow("pid too large") << with(date + R"(,"sourceApplicationPID":4294967296)");
-        QTest::newRow("pid below int32") << with(date + R"(,"sourceApplicationPID":-2147483649)");
-        QTest::newRow("pid fraction") << with(date + R"(,"sourceApplicationPID":1.5)");
-        QTest::newRow("pid string") << with(date + R"(,"sourceApplicationPID":"12")");
-        QTest::newRow("cwd number") << with(date + R"(,"cwd":3)");
-        QTest::newRow("null text") << QByteArray(
-            R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","createdAt":0,"initialText":null})");
-        QTest::newRow("not a uuid") << R"({"id":"6F9619FF-8B86-D011-B42D","initialText":"",)" + date + "}";
-        QTest::newRow("braced uuid")
-            << R"({"id":"{6F9619FF-8B86-D011-B42D-00C04FC964FF}","initialText":"",)" + date + "}";
-        QTest::newRow("missing id") << R"({"initialText":"",)" + date + "}";
-        QTest::newRow("truncated") << QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF",)");
-        QTest::newRow("array") << QByteArray("[]");
-    }
     void malformedRecordsAreRejected()
     {
-        QFETCH(QByteArray, json);
-        QVERIFY_THROWS_EXCEPTION(DecodingError, JSONCoding::decodeRecord<ComposerRequest>(json));
-    }
-
-    void lenientReadingKeepsWhatIsValid()
-    {
-        // Unknown keys are ignored, nulls of optional keys read as absent, the PID bounds hold.
-        const QByteArray json =
-            R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","createdAt":"2026-11-14T17:36:59Z",
-            "initialText":"x","cwd":null,"future":{"a":[1,2]},"sourceApplicationPID":-2147483648})";
-        const ComposerRequest request = JSONCoding::decodeRecord<ComposerRequest>(json);
-        QVERIFY(!request.cwd);
-        QCOMPARE(request.sourceApplicationPID, std::optional<qint32>(-2147483648));
-        QCOMPARE(request.initialText, QStringLiteral("x"));
+        const QByteArray start = R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","initialText":"",)";
+        const QByteArray date = R"("createdAt":"2026-11-14T17:36:59Z")";
+        const auto rejected = [](const QByteArray &json) {
+            try {
+                JSONCoding::decodeRecord<ComposerRequest>(json);
+                return false;
+            } catch (const DecodingError &) {
+                return true;
+            }
+        };
+        const QList<QByteArray> malformed{
+            // Dates that are neither ISO 8601 with a zone nor a reference-date number.
+            start + R"("createdAt":"2026-11-14T17:36:59"})", start + R"("createdAt":"2026-13-14T17:36:59Z"})",
+            start + R"("createdAt":true})",
+            // Dates whose UTC year has no four-digit form, so that what was read could not be written.
+            start + R"("createdAt":795173213425})", start + R"("createdAt":-63200000000})",
+            start + R"("createdAt":"9999-12-31T23:30:00-01:00"})",
+            // PIDs outside int32 or not integers, keys of the wrong type.
+            start + date + R"(,"sourceApplicationPID":4294967296})",
+            start + date + R"(,"sourceApplicationPID":-2147483649})",
+            start + date + R"(,"sourceApplicationPID":1.5})",
+            start + date + R"(,"sourceApplicationPID":"12"})", start + date + R"(,"cwd":3})",
+            QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","createdAt":0,"initialText":null})"),
+            // Identifiers that are not a bare UUID, or none; not a whole object.
+            R"({"id":"6F9619FF-8B86-D011-B42D","initialText":"",)" + date + "}",
+            R"({"id":"{6F9619FF-8B86-D011-B42D-00C04FC964FF}","initialText":"",)" + date + "}",
+            R"({"initialText":"",)" + date + "}",
+            QByteArray(R"({"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF",)"), QByteArray("[]")};
+        for (const QByteArray &json : malformed)
+            QVERIFY2(rejected(json), json.constData());
     }
 
     // The data folder follows the data home; its folders and files are private.
@@ -207,176 +186,126 @@ private Q_SLOTS:
     // An old ~/Tarvel moves into the data folder once: whole when there is none yet (across file
     // systems too), else only what the data folder lacks. Nothing is replaced, and a link or a
     // folder that only has the name stays where it is.
-    void oldHomeFolderMovesOnce_data()
-    {
-        QTest::addColumn<QString>("setup");
-        QTest::addColumn<QStringList>("stays"); // in ~/Tarvel afterwards; "*": all of it
-        QTest::newRow("whole") << QString() << QStringList();
-        QTest::newRow("into request folders tarvel-edit made")
-            << QStringLiteral("made")
-            << QStringList{QStringLiteral("CompletedRequests"), QStringLiteral("MalformedRequests"),
-                           QStringLiteral("Requests"), QStringLiteral("Responses")};
-        QTest::newRow("across file systems") << QStringLiteral("shm") << QStringList();
-        QTest::newRow("not Tarvel's") << QStringLiteral("foreign") << QStringList{QStringLiteral("*")};
-        QTest::newRow("a link") << QStringLiteral("link") << QStringList{QStringLiteral("*")};
-    }
     void oldHomeFolderMovesOnce()
     {
-        QFETCH(QString, setup);
-        QFETCH(QStringList, stays);
-        TestEnvironment env;
-        QTemporaryDir otherFileSystem(QStringLiteral("/dev/shm/tarvel-XXXXXX"));
-        if (setup == u"shm") {
-            struct stat here {
-            }, there{};
-            if (!otherFileSystem.isValid() || ::stat(QFile::encodeName(env.root()).constData(), &here) != 0 ||
-                ::stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
-                QSKIP("no second file system at /dev/shm");
-            env.set("XDG_DATA_HOME", otherFileSystem.path());
-        }
-        const QString old = env.path(QStringLiteral("Tarvel"));
-        const QDir folder(setup == u"link" ? env.path(QStringLiteral("elsewhere")) : old);
-        for (const char *name :
-             {"Errors", "Requests", "Responses", "CompletedRequests", "MalformedRequests"}) {
-            if (setup != u"foreign" || qstrcmp(name, "Errors") == 0)
-                QVERIFY(QDir().mkpath(folder.filePath(QString::fromLatin1(name))));
-        }
-        DataFile::write(folder.filePath(QStringLiteral("Errors/errors.json")), "[]");
-        if (setup == u"link")
-            QVERIFY(QFile::link(folder.path(), old));
-        if (setup == u"made") {
-            DataFile::write(folder.filePath(QStringLiteral("Requests/old.json")), "old");
-            RequestFileIO::writeRequest(makeRequest(QStringLiteral("new")));
-        }
+        const QStringList all{QStringLiteral("*")}; // what stays in ~/Tarvel afterwards
+        for (const auto &[setup, stays] :
+             {std::pair{QString(), QStringList()},
+              // into the request folders tarvel-edit made
+              std::pair{QStringLiteral("made"),
+                        QStringList{QStringLiteral("CompletedRequests"), QStringLiteral("MalformedRequests"),
+                                    QStringLiteral("Requests"), QStringLiteral("Responses")}},
+              std::pair{QStringLiteral("foreign"), all}, std::pair{QStringLiteral("link"), all},
+              std::pair{QStringLiteral("shm"), QStringList()}}) {
+            TestEnvironment env;
+            QTemporaryDir otherFileSystem(QStringLiteral("/dev/shm/tarvel-XXXXXX"));
+            if (setup == u"shm") {
+                struct stat here {
+                }, there{};
+                if (!otherFileSystem.isValid() ||
+                    ::stat(QFile::encodeName(env.root()).constData(), &here) != 0 ||
+                    ::stat("/dev/shm", &there) != 0 || here.st_dev == there.st_dev)
+                    QSKIP("no second file system at /dev/shm"); // the last row
+                env.set("XDG_DATA_HOME", otherFileSystem.path());
+            }
+            const QString old = env.path(QStringLiteral("Tarvel"));
+            const QDir folder(setup == u"link" ? env.path(QStringLiteral("elsewhere")) : old);
+            for (const char *name :
+                 {"Errors", "Requests", "Responses", "CompletedRequests", "MalformedRequests"}) {
+                if (setup != u"foreign" || qstrcmp(name, "Errors") == 0)
+                    QVERIFY(QDir().mkpath(folder.filePath(QString::fromLatin1(name))));
+            }
+            DataFile::write(folder.filePath(QStringLiteral("Errors/errors.json")), "[]");
+            if (setup == u"link")
+                QVERIFY(QFile::link(folder.path(), old));
+            if (setup == u"made") {
+                DataFile::write(folder.filePath(QStringLiteral("Requests/old.json")), "old");
+                RequestFileIO::writeRequest(makeRequest(QStringLiteral("new")));
+            }
 
-        const std::optional<DataFolderMove> move = DataFolderMove::fromHomeFolder();
-        const QString base = FileStore::baseDirectory();
-        if (stays == QStringList{QStringLiteral("*")}) {
-            QVERIFY(!move);
-            QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Errors/errors.json"))), "[]");
-            QVERIFY(!QFileInfo::exists(base));
-            return;
+            const std::optional<DataFolderMove> move = DataFolderMove::fromHomeFolder();
+            const QString base = FileStore::baseDirectory();
+            if (stays == QStringList{QStringLiteral("*")}) {
+                QVERIFY(!move);
+                QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Errors/errors.json"))), "[]");
+                QVERIFY(!QFileInfo::exists(base));
+                continue;
+            }
+            QVERIFY(move && move->title.contains(base));
+            QCOMPARE(DataFile::read(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), "[]");
+            QCOMPARE(permissions(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), 0600);
+            QCOMPARE(QDir(old).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), stays);
+            QCOMPARE(QFileInfo::exists(old), !stays.isEmpty());
+            if (setup == u"made") {
+                QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Requests/old.json"))), "old");
+                QCOMPARE(RequestFileIO::pendingRequestURLs().size(), 1);
+                QVERIFY2(move->detail.contains(
+                             u"already had CompletedRequests, MalformedRequests, Requests, Responses"),
+                         qPrintable(move->detail));
+            }
+            QVERIFY(!DataFolderMove::fromHomeFolder());
+            QCOMPARE(DataFolderMove::takeUnrecorded(), QList<DataFolderMove>{*move});
+            QVERIFY(DataFolderMove::takeUnrecorded().isEmpty());
         }
-        QVERIFY(move && move->title.contains(base));
-        QCOMPARE(DataFile::read(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), "[]");
-        QCOMPARE(permissions(QDir(base).filePath(QStringLiteral("Errors/errors.json"))), 0600);
-        QCOMPARE(QDir(old).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), stays);
-        QCOMPARE(QFileInfo::exists(old), !stays.isEmpty());
-        if (setup == u"made") {
-            QCOMPARE(DataFile::read(folder.filePath(QStringLiteral("Requests/old.json"))), "old");
-            QCOMPARE(RequestFileIO::pendingRequestURLs().size(), 1);
-            QVERIFY2(move->detail.contains(
-                         u"already had CompletedRequests, MalformedRequests, Requests, Responses"),
-                     qPrintable(move->detail));
-        }
-        QVERIFY(!DataFolderMove::fromHomeFolder());
-        QCOMPARE(DataFolderMove::takeUnrecorded(), QList<DataFolderMove>{*move});
-        QVERIFY(DataFolderMove::takeUnrecorded().isEmpty());
-    }
-
-    void completionAndRetirementEdgeCases()
-    {
-        TestEnvironment env;
-        const ComposerRequest request = makeRequest(QStringLiteral("x"));
-        // A missing CompletedRequests folder is made first; the marker is empty.
-        RequestFileIO::writeRequest(request);
-        QVERIFY(QDir(FileStore::completedRequestsDirectory()).removeRecursively());
-        RequestFileIO::markRequestCompleted(request.id);
-        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(request.id)).size(), 0);
-
-        // A leftover marker whose request is already gone is removed on its own.
-        RequestFileIO::removeRequest(request.id);
-        RequestFileIO::retireCompletedRequestArtifacts(request.id);
-        QVERIFY(!RequestFileIO::completedRequestMarkerExists(request.id));
-
-        // Removing what is not there succeeds quietly.
-        const QUuid nobody = QUuid::createUuid();
-        RequestFileIO::removeRequest(nobody);
-        RequestFileIO::removeResponse(nobody);
-        RequestFileIO::retireCompletedRequestArtifacts(nobody);
-
-        // The marker stays while its request could not be removed.
-        if (::geteuid() == 0)
-            QSKIP("root may remove files from a read-only folder");
-        RequestFileIO::writeRequest(request);
-        RequestFileIO::markRequestCompleted(request.id);
-        QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
-        QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::retireCompletedRequestArtifacts(request.id));
-        QFile::setPermissions(FileStore::requestsDirectory(),
-                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
     }
 
     // Each refusal names the folder and the command that fixes it; the folder is left as it was.
-    void unsafeFoldersAreRefusedAndLeftAsTheyAre_data()
+    // Every exchange folder goes through the same check, so each kind is tried on one of them.
+    void unsafeFoldersAreRefusedAndLeftAsTheyAre()
     {
-        QTest::addColumn<QString>("folder"); // empty: the base folder
-        QTest::addColumn<QString>("kind");   // link, foreign, or an octal mode
-        QTest::addColumn<QString>("reason");
         const QString link =
             QStringLiteral("it is a symbolic link; remove the link with rm '%1' and Tarvel will "
                            "create a private folder in its place.");
-        const QString foreign =
-            QStringLiteral("it belongs to another user; move it aside with mv '%1' '%1.old' and "
-                           "Tarvel will create a private folder in its place.");
         const QString writable =
             QStringLiteral("other users can change it; make it private with chmod 700 '%1'.");
-        for (const QString &folder : {QString(), QStringLiteral("Requests"), QStringLiteral("Responses")}) {
-            const QByteArray name = folder.isEmpty() ? QByteArray("base") : folder.toUtf8();
-            QTest::addRow("%s: link", name.constData()) << folder << QStringLiteral("link") << link;
-            QTest::addRow("%s: another user's", name.constData())
-                << folder << QStringLiteral("foreign") << foreign;
-            QTest::addRow("%s: group-writable", name.constData())
-                << folder << QStringLiteral("770") << writable;
-            QTest::addRow("%s: others-writable", name.constData())
-                << folder << QStringLiteral("703") << writable;
-        }
-    }
-
-    void unsafeFoldersAreRefusedAndLeftAsTheyAre()
-    {
-        QFETCH(QString, folder);
-        QFETCH(QString, kind);
-        QFETCH(QString, reason);
-        TestEnvironment env;
-        FileStore::ensureDirectoriesExist();
-        const QString base = FileStore::baseDirectory();
-        const QString path = folder.isEmpty() ? base : QDir(base).filePath(folder);
-        const QByteArray name = QFile::encodeName(path);
-        if (kind == u"link") {
-            QVERIFY(QDir().rename(path, path + QStringLiteral(".real")));
-            QVERIFY(QFile::link(path + QStringLiteral(".real"), path));
-        } else if (kind == u"foreign") {
-            if (::geteuid() != 0)
+        for (const auto &[folder, kind, reason] :
+             {std::tuple{QString(), QStringLiteral("link"), link},
+              std::tuple{QStringLiteral("Requests"), QStringLiteral("770"), writable},
+              std::tuple{QStringLiteral("Responses"), QStringLiteral("703"), writable},
+              std::tuple{QStringLiteral("Responses"), QStringLiteral("foreign"),
+                         QStringLiteral("it belongs to another user; move it aside with mv '%1' '%1.old' and "
+                                        "Tarvel will create a private folder in its place.")}}) {
+            if (kind == u"foreign" && ::geteuid() != 0)
                 QSKIP("only the superuser can give a folder to another user");
-            QCOMPARE(::chown(name.constData(), 65534, 65534), 0);
-        } else {
-            QCOMPARE(::chmod(name.constData(), mode_t(kind.toInt(nullptr, 8))), 0);
-        }
-        struct stat before {
-        }, after{};
-        QCOMPARE(::lstat(name.constData(), &before), 0);
+            TestEnvironment env;
+            FileStore::ensureDirectoriesExist();
+            const QString base = FileStore::baseDirectory();
+            const QString path = folder.isEmpty() ? base : QDir(base).filePath(folder);
+            const QByteArray name = QFile::encodeName(path);
+            if (kind == u"link") {
+                QVERIFY(QDir().rename(path, path + QStringLiteral(".real")));
+                QVERIFY(QFile::link(path + QStringLiteral(".real"), path));
+            } else if (kind == u"foreign") {
+                QCOMPARE(::chown(name.constData(), 65534, 65534), 0);
+            } else {
+                QCOMPARE(::chmod(name.constData(), mode_t(kind.toInt(nullptr, 8))), 0);
+            }
+            struct stat before {
+            }, after{};
+            QCOMPARE(::lstat(name.constData(), &before), 0);
 
-        const ComposerRequest request = makeRequest(QStringLiteral("secret"));
-        try {
-            RequestFileIO::writeRequest(request);
-            QFAIL("an unsafe folder was used");
-        } catch (const UnsafeFolderError &error) {
-            const QString start =
-                QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because ");
-            QCOMPARE(error.description(), start.arg(path) + reason.arg(path));
+            const ComposerRequest request = makeRequest(QStringLiteral("secret"));
+            try {
+                RequestFileIO::writeRequest(request);
+                QFAIL("an unsafe folder was used");
+            } catch (const UnsafeFolderError &error) {
+                const QString start =
+                    QStringLiteral("Tarvel will not exchange requests through \u201c%1\u201d because ");
+                QCOMPARE(error.description(), start.arg(path) + reason.arg(path));
+            }
+            QVERIFY_THROWS_EXCEPTION(UnsafeFolderError, RequestFileIO::pendingRequestURLs());
+            QVERIFY(!QFileInfo::exists(FileStore::requestURL(request.id)));
+            QCOMPARE(::lstat(name.constData(), &after), 0);
+            QCOMPARE(after.st_mode, before.st_mode);
+            QCOMPARE(after.st_uid, before.st_uid);
         }
-        QVERIFY_THROWS_EXCEPTION(UnsafeFolderError, RequestFileIO::pendingRequestURLs());
-        QVERIFY(!QFileInfo::exists(FileStore::requestURL(request.id)));
-        QCOMPARE(::lstat(name.constData(), &after), 0);
-        QCOMPARE(after.st_mode, before.st_mode);
-        QCOMPARE(after.st_uid, before.st_uid);
     }
 
     // The order (oldest first) and retiring answered requests are driven through the queue in
     // tst_requestintake; these are the cases it does not reach: the names, which files are
-    // pending requests, and moving a malformed one aside without replacing an earlier one.
-    void requestFileNamesAndQuarantine()
+    // pending requests, moving a malformed one aside without replacing an earlier one, and the
+    // completion markers' edge cases.
+    void requestFileNamesQuarantineAndMarkers()
     {
         TestEnvironment env;
         const QUuid id = QUuid::fromString(QStringLiteral("6f9619ff-8b86-d011-b42d-00c04fc964ff"));
@@ -414,6 +343,35 @@ private Q_SLOTS:
         // A source that vanished stays an error and nothing is created.
         QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::quarantineMalformedRequest(bad));
         QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 2);
+
+        const ComposerRequest request = makeRequest(QStringLiteral("x"));
+        // A missing CompletedRequests folder is made first; the marker is empty.
+        RequestFileIO::writeRequest(request);
+        QVERIFY(QDir(FileStore::completedRequestsDirectory()).removeRecursively());
+        RequestFileIO::markRequestCompleted(request.id);
+        QCOMPARE(QFileInfo(FileStore::completedRequestMarkerURL(request.id)).size(), 0);
+
+        // A leftover marker whose request is already gone is removed on its own.
+        RequestFileIO::removeRequest(request.id);
+        RequestFileIO::retireCompletedRequestArtifacts(request.id);
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(request.id));
+
+        // Removing what is not there succeeds quietly.
+        const QUuid nobody = QUuid::createUuid();
+        RequestFileIO::removeRequest(nobody);
+        RequestFileIO::removeResponse(nobody);
+        RequestFileIO::retireCompletedRequestArtifacts(nobody);
+
+        // The marker stays while its request could not be removed.
+        if (::geteuid() == 0)
+            QSKIP("root may remove files from a read-only folder");
+        RequestFileIO::writeRequest(request);
+        RequestFileIO::markRequestCompleted(request.id);
+        QFile::setPermissions(FileStore::requestsDirectory(), QFileDevice::ReadOwner | QFileDevice::ExeOwner);
+        QVERIFY_THROWS_EXCEPTION(SystemError, RequestFileIO::retireCompletedRequestArtifacts(request.id));
+        QFile::setPermissions(FileStore::requestsDirectory(),
+                              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QVERIFY(RequestFileIO::completedRequestMarkerExists(request.id));
     }
 
     void keeperWritesShortlyAfterChangesAndOnlyThen()

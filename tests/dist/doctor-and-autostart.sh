@@ -7,10 +7,7 @@ set -euo pipefail
 tarvel=${1:?tarvel}
 fakes=${2:?fake backends}
 data=${3:?test data}
-fail() {
-    echo "FAIL: $*" >&2
-    exit 1
-}
+fail() { echo "FAIL: $*" >&2; exit 1; }
 pid_of() {
     local entry
     for entry in $TARVEL_DESKTOP_PIDS; do

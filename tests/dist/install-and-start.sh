@@ -11,10 +11,7 @@ probe=${3:?tarvel-desktop-probe}
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarvel-install.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-fail() {
-    echo "FAIL: $*" >&2
-    exit 1
-}
+fail() { echo "FAIL: $*" >&2; exit 1; }
 
 # An installation to run, whose service file names its own tarvel (the packaged tree and its
 # metadata are package.sh's).

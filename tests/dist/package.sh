@@ -9,10 +9,7 @@ build=$(cd "${1:?build folder}" && pwd)
 version=${2:?version}
 work=$(mktemp -d "${TMPDIR:-/tmp}/tarvel-package.XXXXXX")
 trap 'rm -rf "$work"' EXIT
-fail() {
-    echo "FAIL: $*" >&2
-    exit 1
-}
+fail() { echo "FAIL: $*" >&2; exit 1; }
 
 (cd "$build" && cpack --config CPackConfig.cmake -B "$work/out" >"$work/cpack.log") ||
     { cat "$work/cpack.log" >&2; fail "cpack failed"; }

@@ -53,42 +53,32 @@ class EditorIntegrationManagerTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void status_data()
-    {
-        QTest::addColumn<QString>("shell");
-        QTest::addColumn<QByteArray>("config");
-        QTest::addColumn<bool>("shimExecutable");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("export, double quotes") << "bash" << kBlock << true << "installed";
-        QTest::newRow("no export, single quotes, indented")
-            << "zsh" << QByteArray("  VISUAL = '~/.local/bin/tarvel-edit'\n") << true << "installed";
-        QTest::newRow("shim not executable") << "bash" << kBlock << false << "helperMissing";
-        QTest::newRow("commented out")
-            << "bash" << QByteArray("  # export VISUAL=vim\n\n") << true << "notConfigured";
-        QTest::newRow("EDITOR only") << "bash" << QByteArray("export EDITOR=vim\n") << true << "EDITOR=vim";
-        QTest::newRow("last assignment wins") << "zsh" << kBlock + "VISUAL='nano'\n" << true << "VISUAL=nano";
-        QTest::newRow("VISUAL before EDITOR") << "dash"
-                                              << "export EDITOR=emacs\n" + kBlock << true << "installed";
-        QTest::newRow("fish") << "fish" << QByteArray("set -gx VISUAL \"$HOME/.local/bin/tarvel-edit\"\n")
-                              << true << "installed";
-        QTest::newRow("fish reads no export line") << "fish" << kBlock << true << "notConfigured";
-        QTest::newRow("latin-1 around it") << "bash"
-                                           << "# \xe9\xe8\n" + kBlock + "\xff" << true << "installed";
-    }
+    // What a start-up file says: VISUAL exported or not, quoted either way, the last assignment
+    // winning, fish's own form only in fish; EDITOR alone is set up elsewhere; a shim that cannot
+    // run needs the install again.
     void status()
     {
-        QFETCH(QString, shell);
-        QFETCH(QByteArray, config);
-        QFETCH(bool, shimExecutable);
-        QFETCH(QString, expected);
-        TestEnvironment environment;
-        environment.set("SHELL", QStringLiteral("/usr/bin/") + shell);
-        const EditorIntegrationManager manager(QStringLiteral("/nonexistent"));
-        const EditorIntegrationInstallLocation location = *manager.installLocation();
-        writeFile(location.configURL.toLocalFile(), config);
-        writeFile(location.helperScriptURL.toLocalFile(), "#!/bin/sh\n",
-                  shimExecutable ? kExecutable : QFileDevice::ReadOwner);
-        QCOMPARE(describe(*manager.status()), expected);
+        for (const auto &[shell, config, shimExecutable, expected] :
+             {std::tuple{"bash", kBlock, true, "installed"},
+              std::tuple{"zsh", QByteArray("  VISUAL = '~/.local/bin/tarvel-edit'\n"), true, "installed"},
+              std::tuple{"bash", kBlock, false, "helperMissing"},
+              std::tuple{"bash", QByteArray("  # export VISUAL=vim\n\n"), true, "notConfigured"},
+              std::tuple{"bash", QByteArray("export EDITOR=vim\n"), true, "EDITOR=vim"},
+              std::tuple{"zsh", kBlock + "VISUAL='nano'\n", true, "VISUAL=nano"},
+              std::tuple{"dash", "export EDITOR=emacs\n" + kBlock, true, "installed"},
+              std::tuple{"fish", QByteArray("set -gx VISUAL \"$HOME/.local/bin/tarvel-edit\"\n"), true,
+                         "installed"},
+              std::tuple{"fish", kBlock, true, "notConfigured"},
+              std::tuple{"bash", "# \xe9\xe8\n" + kBlock + "\xff", true, "installed"}}) {
+            TestEnvironment environment;
+            environment.set("SHELL", QStringLiteral("/usr/bin/") + QLatin1String(shell));
+            const EditorIntegrationManager manager(QStringLiteral("/nonexistent"));
+            const EditorIntegrationInstallLocation location = *manager.installLocation();
+            writeFile(location.configURL.toLocalFile(), config);
+            writeFile(location.helperScriptURL.toLocalFile(), "#!/bin/sh\n",
+                      shimExecutable ? kExecutable : QFileDevice::ReadOwner);
+            QCOMPARE(describe(*manager.status()), QString::fromLatin1(expected));
+        }
     }
 
     void locationByShell()
@@ -111,123 +101,101 @@ private Q_SLOTS:
 
     // Every byte outside the block stays as it was, whatever its encoding; the block is replaced
     // where it stands, unless a later line sets VISUAL, and added at the end otherwise.
-    void installKeepsEveryByteOutsideTheBlock_data()
-    {
-        QTest::addColumn<QString>("shell");
-        QTest::addColumn<QByteArray>("before");
-        QTest::addColumn<QByteArray>("after");
-        const QByteArray latin1 = "# caf\xe9 cr\xe8me\r\nalias ll='ls -l'";
-        const QByteArray olderBlock = QByteArray(kBlock).replace("export ", "");
-        QTest::newRow("latin-1, no block") << "bash" << latin1 << latin1 + "\n\n" + kBlock;
-        QTest::newRow("block in the middle") << "bash"
-                                             << "\n" + latin1 + "\n" + olderBlock + "\xff\n\n\n"
-                                             << "\n" + latin1 + "\n" + kBlock + "\xff\n\n\n";
-        QTest::newRow("a stray marker above the block")
-            << "bash"
-            << "# >>> Tarvel editor integration >>>\nx\n" + olderBlock
-            << "# >>> Tarvel editor integration >>>\nx\n" + kBlock;
-        QTest::newRow("a later VISUAL") << "zsh"
-                                        << "a\n" + kBlock + "VISUAL=nano\n"
-                                        << "a\nVISUAL=nano\n\n" + kBlock;
-        QTest::newRow("fish") << "fish" << QByteArray("# \xe9\n")
-                              << "# \xe9\n\n" +
-                                     QByteArray(kBlock).replace("export VISUAL=", "set -gx VISUAL ");
-    }
     void installKeepsEveryByteOutsideTheBlock()
     {
-        QFETCH(QString, shell);
-        QFETCH(QByteArray, before);
-        QFETCH(QByteArray, after);
-        TestEnvironment environment;
-        environment.set("SHELL", QStringLiteral("/bin/") + shell);
-        const EditorIntegrationManager manager(QStringLiteral("/opt/tar'vel"));
-        const QString config = manager.installLocation()->configURL.toLocalFile();
-        writeFile(config, before);
-        manager.install();
-        QCOMPARE(readFile(config), after);
-        manager.install();
-        QCOMPARE(readFile(config), after);
-        QCOMPARE(manager.status()->kind, EditorIntegrationStatus::Kind::installed);
+        const QByteArray latin1 = "# caf\xe9 cr\xe8me\r\nalias ll='ls -l'";
+        const QByteArray olderBlock = QByteArray(kBlock).replace("export ", "");
+        for (const auto &[shell, before, after] :
+             {std::tuple{"bash", latin1, latin1 + "\n\n" + kBlock},
+              // the block in the middle
+              std::tuple{"bash", "\n" + latin1 + "\n" + olderBlock + "\xff\n\n\n",
+                         "\n" + latin1 + "\n" + kBlock + "\xff\n\n\n"},
+              // a stray marker above the block
+              std::tuple{"bash", "# >>> Tarvel editor integration >>>\nx\n" + olderBlock,
+                         "# >>> Tarvel editor integration >>>\nx\n" + kBlock},
+              // a later VISUAL
+              std::tuple{"zsh", "a\n" + kBlock + "VISUAL=nano\n", "a\nVISUAL=nano\n\n" + kBlock},
+              std::tuple{"fish", QByteArray("# \xe9\n"),
+                         "# \xe9\n\n" + QByteArray(kBlock).replace("export VISUAL=", "set -gx VISUAL ")}}) {
+            TestEnvironment environment;
+            environment.set("SHELL", QStringLiteral("/bin/") + QLatin1String(shell));
+            const EditorIntegrationManager manager(QStringLiteral("/opt/tar'vel"));
+            const QString config = manager.installLocation()->configURL.toLocalFile();
+            writeFile(config, before);
+            manager.install();
+            QCOMPARE(readFile(config), after);
+            manager.install();
+            QCOMPARE(readFile(config), after);
+            QCOMPARE(manager.status()->kind, EditorIntegrationStatus::Kind::installed);
+        }
     }
 
     // A start-up file that cannot be read or replaced is refused and left as it was (never
     // replaced by the block alone); status still answers at once.
-    void unusableStartupFileIsLeftAsItWas_data()
-    {
-        QTest::addColumn<int>("type");
-        QTest::newRow("a folder") << int(S_IFDIR);
-        QTest::newRow("a link to itself") << int(S_IFLNK);
-        QTest::newRow("a FIFO") << int(S_IFIFO);
-    }
     void unusableStartupFileIsLeftAsItWas()
     {
-        QFETCH(int, type);
-        TestEnvironment environment;
-        environment.set("SHELL", QStringLiteral("/bin/zsh"));
-        const QByteArray zshrc = QFile::encodeName(environment.path(QStringLiteral(".zshrc")));
-        QCOMPARE(type == S_IFDIR   ? ::mkdir(zshrc, 0700)
-                 : type == S_IFLNK ? ::symlink(zshrc, zshrc)
-                                   : ::mkfifo(zshrc, 0600),
-                 0);
-        const EditorIntegrationManager manager{QString()};
-        QCOMPARE(describe(*manager.status()), QStringLiteral("notConfigured"));
-        try {
-            manager.install();
-            QFAIL("install succeeded");
-        } catch (const EditorIntegrationError &error) {
-            QCOMPARE(error.kind(), EditorIntegrationError::Kind::failedToWriteShellConfig);
-            QVERIFY2(error.description().startsWith(u"Could not update the shell configuration file. "),
-                     qPrintable(error.description()));
+        for (const int type : {S_IFDIR, S_IFLNK, S_IFIFO}) {
+            TestEnvironment environment;
+            environment.set("SHELL", QStringLiteral("/bin/zsh"));
+            const QByteArray zshrc = QFile::encodeName(environment.path(QStringLiteral(".zshrc")));
+            QCOMPARE(type == S_IFDIR   ? ::mkdir(zshrc, 0700)
+                     : type == S_IFLNK ? ::symlink(zshrc, zshrc)
+                                       : ::mkfifo(zshrc, 0600),
+                     0);
+            const EditorIntegrationManager manager{QString()};
+            QCOMPARE(describe(*manager.status()), QStringLiteral("notConfigured"));
+            try {
+                manager.install();
+                QFAIL("install succeeded");
+            } catch (const EditorIntegrationError &error) {
+                QCOMPARE(error.kind(), EditorIntegrationError::Kind::failedToWriteShellConfig);
+                QVERIFY2(error.description().startsWith(u"Could not update the shell configuration file. "),
+                         qPrintable(error.description()));
+            }
+            struct stat after {};
+            QCOMPARE(::lstat(zshrc, &after), 0);
+            QCOMPARE(int(after.st_mode & S_IFMT), type);
+            QVERIFY(QFileInfo(environment.path(QStringLiteral(".local/bin/tarvel-edit"))).isExecutable());
         }
-        struct stat after {};
-        QCOMPARE(::lstat(zshrc, &after), 0);
-        QCOMPARE(int(after.st_mode & S_IFMT), type);
-        QVERIFY(QFileInfo(environment.path(QStringLiteral(".local/bin/tarvel-edit"))).isExecutable());
     }
 
     // Which tarvel-edit the shim runs: TARVEL_EDIT_PATH, the one beside the application, one
     // on PATH (never the shim itself, which comes first there), or none.
-    void shimFindsTarvelEdit_data()
-    {
-        QTest::addColumn<QString>("use");
-        QTest::newRow("TARVEL_EDIT_PATH") << "variable";
-        QTest::newRow("beside the application") << "app dir";
-        QTest::newRow("PATH") << "on path";
-        QTest::newRow("none") << "";
-    }
     void shimFindsTarvelEdit()
     {
-        QFETCH(QString, use);
-        TestEnvironment environment;
-        environment.set("SHELL", QStringLiteral("/bin/bash"));
-        QTemporaryDir tools;
-        for (const QString &folder :
-             {QStringLiteral("variable"), QStringLiteral("on path"), QStringLiteral("app dir")}) {
-            if (folder != u"app dir" || use == folder)
-                writeFile(tools.filePath(folder + QStringLiteral("/tarvel-edit")),
-                          "#!/bin/sh\necho " + folder.toUtf8() + " \"$@\"\n");
-        }
-        EditorIntegrationManager(tools.filePath(QStringLiteral("app dir"))).install();
-        const QString shim = environment.path(QStringLiteral(".local/bin/tarvel-edit"));
+        for (const QString &use :
+             {QStringLiteral("variable"), QStringLiteral("app dir"), QStringLiteral("on path"), QString()}) {
+            TestEnvironment environment;
+            environment.set("SHELL", QStringLiteral("/bin/bash"));
+            QTemporaryDir tools;
+            for (const QString &folder :
+                 {QStringLiteral("variable"), QStringLiteral("on path"), QStringLiteral("app dir")}) {
+                if (folder != u"app dir" || use == folder)
+                    writeFile(tools.filePath(folder + QStringLiteral("/tarvel-edit")),
+                              "#!/bin/sh\necho " + folder.toUtf8() + " \"$@\"\n");
+            }
+            EditorIntegrationManager(tools.filePath(QStringLiteral("app dir"))).install();
+            const QString shim = environment.path(QStringLiteral(".local/bin/tarvel-edit"));
 
-        QProcessEnvironment shell = QProcessEnvironment::systemEnvironment();
-        shell.remove(QStringLiteral("TARVEL_EDIT_PATH"));
-        if (use == u"variable")
-            shell.insert(QStringLiteral("TARVEL_EDIT_PATH"),
-                         tools.filePath(QStringLiteral("variable/tarvel-edit")));
-        shell.insert(QStringLiteral("PATH"),
-                     QFileInfo(shim).path() + QStringLiteral(":/usr/bin:/bin") +
-                         (use == u"on path" ? u':' + tools.filePath(use) : QString()));
-        QProcess process;
-        process.setProcessEnvironment(shell);
-        process.start(QStringLiteral("sh"), {shim, QStringLiteral("a file.txt")});
-        QVERIFY(process.waitForFinished(10000));
-        if (use.isEmpty()) {
-            QCOMPARE(process.exitCode(), 1);
-            QVERIFY(process.readAllStandardError().contains("tarvel-edit: Tarvel not found"));
-        } else {
-            QCOMPARE(process.exitCode(), 0);
-            QCOMPARE(process.readAllStandardOutput(), use.toUtf8() + " a file.txt\n");
+            QProcessEnvironment shell = QProcessEnvironment::systemEnvironment();
+            shell.remove(QStringLiteral("TARVEL_EDIT_PATH"));
+            if (use == u"variable")
+                shell.insert(QStringLiteral("TARVEL_EDIT_PATH"),
+                             tools.filePath(QStringLiteral("variable/tarvel-edit")));
+            shell.insert(QStringLiteral("PATH"),
+                         QFileInfo(shim).path() + QStringLiteral(":/usr/bin:/bin") +
+                             (use == u"on path" ? u':' + tools.filePath(use) : QString()));
+            QProcess process;
+            process.setProcessEnvironment(shell);
+            process.start(QStringLiteral("sh"), {shim, QStringLiteral("a file.txt")});
+            QVERIFY(process.waitForFinished(10000));
+            if (use.isEmpty()) {
+                QCOMPARE(process.exitCode(), 1);
+                QVERIFY(process.readAllStandardError().contains("tarvel-edit: Tarvel not found"));
+            } else {
+                QCOMPARE(process.exitCode(), 0);
+                QCOMPARE(process.readAllStandardOutput(), use.toUtf8() + " a file.txt\n");
+            }
         }
     }
 };

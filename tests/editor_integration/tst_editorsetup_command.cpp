@@ -52,19 +52,19 @@ private Q_SLOTS:
         environment.insert(QStringLiteral("SHELL"), shell);
         environment.remove(QStringLiteral("XDG_CONFIG_HOME"));
         environment.remove(QStringLiteral("VISUAL"));
-        const QString tarvel = QStringLiteral(TARVEL_APP_PATH);
-        const Result usage =
-            run(tarvel, {QStringLiteral("editor-setup"), QStringLiteral("repair")}, environment);
+        const auto editorSetup = [&](const QString &word) {
+            return run(QStringLiteral(TARVEL_APP_PATH), {QStringLiteral("editor-setup"), word}, environment);
+        };
+        const Result usage = editorSetup(QStringLiteral("repair"));
         QCOMPARE(usage.exitCode, 2);
         QVERIFY(usage.err.startsWith(u"Usage: tarvel editor-setup") && usage.out.isEmpty());
 
-        Result status = run(tarvel, {QStringLiteral("editor-setup"), QStringLiteral("status")}, environment);
+        Result status = editorSetup(QStringLiteral("status"));
         QCOMPARE(status.exitCode, 1);
         QVERIFY2(status.out.startsWith(u"not set up:") && status.out.count(u'\n') == 1,
                  qPrintable(status.out));
 
-        const Result install =
-            run(tarvel, {QStringLiteral("editor-setup"), QStringLiteral("install")}, environment);
+        const Result install = editorSetup(QStringLiteral("install"));
         QCOMPARE(install.exitCode, 0);
         const QString shim = home.filePath(QStringLiteral(".local/bin/tarvel-edit"));
         QVERIFY2(install.out.contains(shim) && install.out.contains(home.filePath(config)),
@@ -72,7 +72,7 @@ private Q_SLOTS:
         QVERIFY(QFileInfo(shim).isExecutable());
         QVERIFY(QFileInfo(home.filePath(config)).isFile());
 
-        status = run(tarvel, {QStringLiteral("editor-setup"), QStringLiteral("status")}, environment);
+        status = editorSetup(QStringLiteral("status"));
         QCOMPARE(status.exitCode, 0);
         QVERIFY2(status.out.startsWith(u"installed:"), qPrintable(status.out));
 

@@ -35,30 +35,23 @@ class ExecutableLocatorTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void loginShellPathQuery_data()
-    {
-        QTest::addColumn<QString>("body");
-        QTest::addColumn<QString>("expected"); // empty: none
-
-        QTest::newRow("answer") << QStringLiteral("printf '  /from/login:/usr/bin\\n\\n'")
-                                << QStringLiteral("/from/login:/usr/bin");
-        QTest::newRow("white space only") << QStringLiteral("printf ' \\n '") << QString();
-        QTest::newRow("noise on stderr")
-            << QStringLiteral("echo 'profile noise' >&2; printf /a") << QStringLiteral("/a");
-        QTest::newRow("failing profile still prints")
-            << QStringLiteral("printf /b; exit 1") << QStringLiteral("/b");
-        QTest::newRow("hangs and ignores signals")
-            << QStringLiteral("trap '' INT TERM; while :; do sleep 1; done") << QString();
-    }
+    // The login shell is asked for its PATH as `-lc 'printf %s "$PATH"'`; its answer is trimmed,
+    // noise on stderr and a failing profile do not spoil it, and one that hangs gives none.
     void loginShellPathQuery()
     {
-        QFETCH(QString, body);
-        QFETCH(QString, expected);
-        FakeBackendSetup setup;
-        setup.environment.set("SHELL", writeShell(setup.fakes, body));
-        QCOMPARE(Locator::loginShellPath().value_or(QString()), expected);
-        QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.argv")),
-                 QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
+        for (const auto &[body, expected] :
+             {std::pair{QStringLiteral("printf '  /from/login:/usr/bin\\n\\n'"),
+                        QStringLiteral("/from/login:/usr/bin")},
+              std::pair{QStringLiteral("printf ' \\n '"), QString()},
+              std::pair{QStringLiteral("echo 'profile noise' >&2; printf /a"), QStringLiteral("/a")},
+              std::pair{QStringLiteral("printf /b; exit 1"), QStringLiteral("/b")},
+              std::pair{QStringLiteral("trap '' INT TERM; while :; do sleep 1; done"), QString()}}) {
+            FakeBackendSetup setup;
+            setup.environment.set("SHELL", writeShell(setup.fakes, body));
+            QCOMPARE(Locator::loginShellPath().value_or(QString()), expected);
+            QCOMPARE(setup.fakes.recorded(QStringLiteral("shell.argv")),
+                     QByteArray("-lc\0printf %s \"$PATH\"\0", 22));
+        }
     }
 
     // An answer is kept per shell; a failure (a shell slow at login, say) is not, so the next
@@ -97,11 +90,14 @@ private Q_SLOTS:
         QCOMPARE(Locator::loginShellPath(), std::nullopt);
     }
 
-    void candidateDirectoriesKeepFirstOccurrences()
+    // The folders searched: our PATH, the login shell's and the usual install folders, each once.
+    // The first executable file of the candidates wins: the backend's own fallback, then the
+    // override variable (an empty one is ignored), then the folders in order.
+    void resolutionTakesTheFirstExecutableFile()
     {
-        TestEnvironment environment;
-        environment.set("PATH", QStringLiteral("/p1::/p2:/usr/bin:/p1:"));
-        const QString home = environment.root();
+        FakeBackendSetup setup;
+        setup.environment.set("PATH", QStringLiteral("/p1::/p2:/usr/bin:/p1:"));
+        const QString home = setup.environment.root();
         QCOMPARE(Locator::candidateDirectories(QStringLiteral("/p2:/login:/usr/local/bin")),
                  (QStringList{QStringLiteral("/p1"), QStringLiteral("/p2"), QStringLiteral("/usr/bin"),
                               QStringLiteral("/login"), QStringLiteral("/usr/local/bin"),
@@ -111,13 +107,7 @@ private Q_SLOTS:
         QCOMPARE(Locator::candidateDirectories(std::nullopt).mid(0, 4),
                  (QStringList{QStringLiteral("/p1"), QStringLiteral("/p2"), QStringLiteral("/usr/bin"),
                               QStringLiteral("/opt/homebrew/bin")}));
-    }
 
-    // The first executable file of the candidates wins: the backend's own fallback, then the
-    // override variable (an empty one is ignored), then the folders in order.
-    void resolutionTakesTheFirstExecutableFile()
-    {
-        FakeBackendSetup setup;
         const QString first = setup.environment.path(QStringLiteral("first"));
         const QString second = setup.environment.path(QStringLiteral("second"));
         QDir().mkpath(first + QStringLiteral("/claude")); // a folder, not a program
@@ -143,88 +133,84 @@ private Q_SLOTS:
         QCOMPARE(Locator::resolveExecutableURL(QuickTaskCLIBackend::opencode, directories), installed);
     }
 
-    void versionVerification_data()
+    // What each backend's version query must answer, where, and the sentence when it does not;
+    // a program that cannot start at all is explained too.
+    void versionVerification()
     {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QStringList>("settings"); // NAME=VALUE pairs for the fake
-        QTest::addColumn<QString>("version");      // empty: the check fails
-        QTest::addColumn<QString>("message");
-
         const auto codex = QuickTaskCLIBackend::codex;
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
-        QTest::newRow("codex") << codex
-                               << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex-cli 0.169.0")}
-                               << QStringLiteral("codex-cli 0.169.0") << QString();
-        QTest::newRow("codex without -cli")
-            << codex << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex 0.169.0")} << QString()
-            << QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: codex 0.169.0");
-        QTest::newRow("codex on stderr is not read")
-            << codex
-            << QStringList{QStringLiteral("FAKE_CODEX_VERSION_STDOUT="),
-                           QStringLiteral("FAKE_CODEX_VERSION_STDERR=codex-cli 1.0.0")}
-            << QString()
-            << QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: no output");
-        QTest::newRow("claude on stderr")
-            << claude
-            << QStringList{QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
-                           QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=  2.1.197 (Claude Code)  ")}
-            << QStringLiteral("2.1.197 (Claude Code)") << QString();
-        QTest::newRow("claude failing")
-            << claude
-            << QStringList{QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
-                           QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=Error: cannot find module"),
-                           QStringLiteral("FAKE_CLAUDE_VERSION_EXIT=3")}
-            << QString()
-            << QStringLiteral(
-                   "Claude CLI failed verification with `claude --version`: Error: cannot find module");
-        QTest::newRow("opencode failing silently")
-            << opencode
-            << QStringList{QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT="),
-                           QStringLiteral("FAKE_OPENCODE_VERSION_EXIT=1")}
-            << QString()
-            << QStringLiteral("OpenCode failed verification with `opencode --version`: no output");
-        QTest::newRow("opencode without digits")
-            << opencode << QStringList{QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT=unknown")} << QString()
-            << QStringLiteral("OpenCode returned an unexpected result for `opencode --version`: unknown");
-        QTest::newRow("codex hangs")
-            << codex << QStringList{QStringLiteral("FAKE_CODEX_VERSION_HANG=1")} << QString()
-            << QStringLiteral(
-                   "Codex CLI did not respond to `codex -V`. Install or repair Codex CLI so `codex -V` "
-                   "returns a version string in Terminal.");
-    }
-    void versionVerification()
-    {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QStringList, settings);
-        QFETCH(QString, version);
-        QFETCH(QString, message);
-        FakeBackendSetup setup;
-        for (const QString &setting : settings) {
-            const qsizetype equals = setting.indexOf(u'=');
-            setup.environment.set(setting.left(equals).toLatin1().constData(), setting.mid(equals + 1));
+        struct Row {
+            QuickTaskCLIBackend backend;
+            QStringList settings; // NAME=VALUE pairs for the fake
+            QString version;      // empty: the check fails
+            QString message;
+        };
+        for (const Row &row : QList<Row>{
+                 {codex,
+                  {QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex-cli 0.169.0")},
+                  QStringLiteral("codex-cli 0.169.0"),
+                  {}},
+                 {codex,
+                  {QStringLiteral("FAKE_CODEX_VERSION_STDOUT=codex 0.169.0")},
+                  {},
+                  QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: codex 0.169.0")},
+                 // codex on stderr is not read
+                 {codex,
+                  {QStringLiteral("FAKE_CODEX_VERSION_STDOUT="),
+                   QStringLiteral("FAKE_CODEX_VERSION_STDERR=codex-cli 1.0.0")},
+                  {},
+                  QStringLiteral("Codex CLI returned an unexpected result for `codex -V`: no output")},
+                 {claude,
+                  {QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
+                   QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=  2.1.197 (Claude Code)  ")},
+                  QStringLiteral("2.1.197 (Claude Code)"),
+                  {}},
+                 {claude,
+                  {QStringLiteral("FAKE_CLAUDE_VERSION_STDOUT="),
+                   QStringLiteral("FAKE_CLAUDE_VERSION_STDERR=Error: cannot find module"),
+                   QStringLiteral("FAKE_CLAUDE_VERSION_EXIT=3")},
+                  {},
+                  QStringLiteral(
+                      "Claude CLI failed verification with `claude --version`: Error: cannot find module")},
+                 {opencode,
+                  {QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT="),
+                   QStringLiteral("FAKE_OPENCODE_VERSION_EXIT=1")},
+                  {},
+                  QStringLiteral("OpenCode failed verification with `opencode --version`: no output")},
+                 {opencode,
+                  {QStringLiteral("FAKE_OPENCODE_VERSION_STDOUT=unknown")},
+                  {},
+                  QStringLiteral("OpenCode returned an unexpected result for `opencode --version`: unknown")},
+                 {codex,
+                  {QStringLiteral("FAKE_CODEX_VERSION_HANG=1")},
+                  {},
+                  QStringLiteral(
+                      "Codex CLI did not respond to `codex -V`. Install or repair Codex CLI so `codex -V` "
+                      "returns a version string in Terminal.")}}) {
+            FakeBackendSetup setup;
+            for (const QString &setting : row.settings) {
+                const qsizetype equals = setting.indexOf(u'=');
+                setup.environment.set(setting.left(equals).toLatin1().constData(), setting.mid(equals + 1));
+            }
+            const QString executable = setup.fakes.executable(BackendProfiles::of(row.backend).rawValue());
+            try {
+                QCOMPARE(Locator::verifiedVersionString(row.backend, executable), row.version);
+                QVERIFY(!row.version.isEmpty());
+            } catch (const QuickTaskError &error) {
+                QCOMPARE(error.description(), row.message);
+                QCOMPARE(error.kind(), QuickTaskError::Kind::versionCheckFailed);
+                QVERIFY(row.version.isEmpty());
+            }
         }
-        const QString executable = setup.fakes.executable(BackendProfiles::of(backend).rawValue());
-        try {
-            QCOMPARE(Locator::verifiedVersionString(backend, executable), version);
-            QVERIFY(!version.isEmpty());
-        } catch (const QuickTaskError &error) {
-            QCOMPARE(error.description(), message);
-            QCOMPARE(error.kind(), QuickTaskError::Kind::versionCheckFailed);
-            QVERIFY(version.isEmpty());
-        }
-    }
 
-    void programThatCannotStartIsExplained()
-    {
-        FakeBackendSetup setup;
         // Executable, but neither a binary nor a script.
+        FakeBackendSetup setup;
         const QString broken = setup.environment.path(QStringLiteral("claude"));
         QFile file(broken);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QByteArray("\x7F"
-                              "ELF\x01\x02",
-                              6));
+        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(QByteArray("\x7F"
+                                                                         "ELF\x01\x02",
+                                                                         6)) == 6);
         file.close();
         file.setPermissions(QFile::ReadOwner | QFile::ExeOwner);
         try {

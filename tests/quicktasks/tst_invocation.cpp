@@ -74,35 +74,33 @@ class InvocationTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void normalizingKeepsTheFirstOfEachPath()
+    // Attachments keep the first of each path, normalised; whether one is a folder or an image is
+    // asked of the file system (content before name, the name when it is missing); the prompt
+    // lists their paths.
+    void attachmentsAndTheirPaths()
     {
         const QUuid first = QUuid::createUuid();
-        const QList<PromptAttachment> attachments{
+        const QList<PromptAttachment> normalized = PromptAttachment::normalized({
             {first, QStringLiteral("/projects/./docs/../docs/a.txt"), false},
             {QUuid::createUuid(), QStringLiteral("/projects/b/"), false},
             {QUuid::createUuid(), QStringLiteral("/projects/docs/a.txt"), true},
             {QUuid::createUuid(), QStringLiteral("/projects/b"), false},
-        };
-        const QList<PromptAttachment> normalized = PromptAttachment::normalized(attachments);
+        });
         QCOMPARE(normalized.size(), 2);
         QCOMPARE(normalized[0], (PromptAttachment{first, QStringLiteral("/projects/docs/a.txt"), false}));
         QCOMPARE(normalized[1].path, QStringLiteral("/projects/b"));
         QCOMPARE(PromptAttachment::make(QStringLiteral("/x/../y/")).path, QStringLiteral("/y"));
-    }
 
-    void folderAndImageTestsLookAtTheFileSystem()
-    {
-        QTemporaryDir directory;
-        const QDir root(directory.path());
+        AttachmentTree tree;
         const auto attachment = [&](const QString &name) {
-            return PromptAttachment::make(root.filePath(name));
+            return PromptAttachment::make(tree.root.filePath(name));
         };
-        writeFile(root.filePath(QStringLiteral("photo.dat")), kPng);
-        writeFile(root.filePath(QStringLiteral("notes")), "plain words\n");
-        writeFile(root.filePath(QStringLiteral("diagram.txt")), "<svg/>");
-        QDir().mkpath(root.filePath(QStringLiteral("album.png")));
-        QFile::link(root.filePath(QStringLiteral("album.png")), root.filePath(QStringLiteral("link")));
-
+        writeFile(tree.root.filePath(QStringLiteral("photo.dat")), kPng);
+        writeFile(tree.root.filePath(QStringLiteral("notes")), "plain words\n");
+        writeFile(tree.root.filePath(QStringLiteral("diagram.txt")), "<svg/>");
+        QDir().mkpath(tree.root.filePath(QStringLiteral("album.png")));
+        QFile::link(tree.root.filePath(QStringLiteral("album.png")),
+                    tree.root.filePath(QStringLiteral("link")));
         QVERIFY(attachment(QStringLiteral("photo.dat")).isImage());     // by content
         QVERIFY(!attachment(QStringLiteral("notes")).isImage());        // text, no extension
         QVERIFY(!attachment(QStringLiteral("diagram.txt")).isImage());  // the name says text
@@ -112,20 +110,15 @@ private Q_SLOTS:
         QVERIFY(attachment(QStringLiteral("link")).isDirectory());
         QVERIFY(!attachment(QStringLiteral("notes")).isDirectory());
         QVERIFY(!attachment(QStringLiteral("gone")).isDirectory());
-    }
 
-    void augmentedPromptListsThePaths()
-    {
-        const QList<PromptAttachment> attachments{PromptAttachment::make(QStringLiteral("/p/a.txt")),
-                                                  PromptAttachment::make(QStringLiteral("/p/dir"))};
-        const QString augmented =
-            QuickTaskInvocation::augmentedPrompt(QStringLiteral("Fix it."), attachments);
+        const QString augmented = QuickTaskInvocation::augmentedPrompt(
+            QStringLiteral("Fix it."), {PromptAttachment::make(QStringLiteral("/p/a.txt")),
+                                        PromptAttachment::make(QStringLiteral("/p/dir"))});
         QVERIFY2(augmented.startsWith(u"Attached Paths\n") &&
                      augmented.contains(u":\n- /p/a.txt\n- /p/dir\n\n") &&
                      augmented.endsWith(u"items.\n\nFix it."),
                  qPrintable(augmented));
         // A working directory given with a trailing slash still holds its files.
-        AttachmentTree tree;
         QVERIFY(QuickTaskInvocation::attachmentDirectoryPaths({PromptAttachment::make(tree.inside)},
                                                               tree.workingDirectory + QStringLiteral("/"))
                     .isEmpty());
@@ -134,78 +127,67 @@ private Q_SLOTS:
     // Each backend's argument list, as the fake records its argv: the model and effort, the
     // attachment folders (each once, never the working directory or a folder inside it), images
     // and files, the prompt unquoted.
-    void backendReceivesTheArgumentList_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QString>("model");
-        QTest::addColumn<bool>("attached"); // the tree's attachments, or none
-        // One argument per line; {W} = working directory, {R} = attachment root, {P} = prompt.
-        QTest::addColumn<QString>("expected");
-
-        QTest::newRow("codex") << QuickTaskCLIBackend::codex << QStringLiteral("gpt-5.5") << true
-                               << QStringLiteral(
-                                      "exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
-                                      "model_reasoning_effort=\"high\"\n-C\n{W}\n"
-                                      "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
-                                      "--image\n{R}/shots/screen.png\n--\n{P}");
-        QTest::newRow("claude") << QuickTaskCLIBackend::claude << QStringLiteral("sonnet") << true
-                                << QStringLiteral(
-                                       "-p\n--output-format\ntext\n--no-session-persistence\n"
-                                       "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n"
-                                       "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
-                                       "--\n{P}");
-        QTest::newRow("opencode")
-            << QuickTaskCLIBackend::opencode << QStringLiteral("anthropic//claude-x") << true
-            << QStringLiteral("run\n--variant\nhigh\n--model\nanthropic/claude-x\n"
-                              "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
-                              "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
-        QTest::newRow("opencode default model")
-            << QuickTaskCLIBackend::opencode << QString() << true
-            << QStringLiteral("run\n--variant\nhigh\n"
-                              "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
-                              "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}");
-        // codex always passes --model, an empty one too; the prompt goes as it is.
-        QTest::newRow("codex, no model, nothing attached")
-            << QuickTaskCLIBackend::codex << QString() << false
-            << QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\n\n-c\n"
-                              "model_reasoning_effort=\"high\"\n-C\n{W}\n--\n{P}");
-    }
     void backendReceivesTheArgumentList()
     {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QString, model);
-        QFETCH(bool, attached);
-        QFETCH(QString, expected);
-        FakeBackendSetup setup;
-        AttachmentTree tree;
-        const QString prompt = QStringLiteral("-- Line one\n\n  line \"two\" -- with 'quotes' and $HOME\n");
-        const QList<PromptAttachment> attachments = attached ? tree.all() : QList<PromptAttachment>();
-        QStringList arguments = expected.split(u'\n');
-        for (QString &argument : arguments) {
-            argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
-                .replace(QStringLiteral("{R}"), tree.root.path())
-                .replace(QStringLiteral("{P}"),
-                         attached ? QuickTaskInvocation::augmentedPrompt(prompt, attachments) : prompt);
+        // One argument per line; {W} = working directory, {R} = attachment root, {P} = prompt.
+        for (const auto &[backend, model, attached, expected] :
+             {std::tuple{QuickTaskCLIBackend::codex, QStringLiteral("gpt-5.5"), true,
+                         QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
+                                        "model_reasoning_effort=\"high\"\n-C\n{W}\n"
+                                        "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
+                                        "--image\n{R}/shots/screen.png\n--\n{P}")},
+              std::tuple{QuickTaskCLIBackend::claude, QStringLiteral("sonnet"), true,
+                         QStringLiteral("-p\n--output-format\ntext\n--no-session-persistence\n"
+                                        "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n"
+                                        "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
+                                        "--\n{P}")},
+              std::tuple{
+                  QuickTaskCLIBackend::opencode, QStringLiteral("anthropic//claude-x"), true,
+                  QStringLiteral("run\n--variant\nhigh\n--model\nanthropic/claude-x\n"
+                                 "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
+                                 "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}")},
+              // opencode's default model is no --model at all
+              std::tuple{
+                  QuickTaskCLIBackend::opencode, QString(), true,
+                  QStringLiteral("run\n--variant\nhigh\n"
+                                 "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
+                                 "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}")},
+              // codex always passes --model, an empty one too; the prompt goes as it is.
+              std::tuple{QuickTaskCLIBackend::codex, QString(), false,
+                         QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\n\n-c\n"
+                                        "model_reasoning_effort=\"high\"\n-C\n{W}\n--\n{P}")}}) {
+            FakeBackendSetup setup;
+            AttachmentTree tree;
+            const QString prompt =
+                QStringLiteral("-- Line one\n\n  line \"two\" -- with 'quotes' and $HOME\n");
+            const QList<PromptAttachment> attachments = attached ? tree.all() : QList<PromptAttachment>();
+            QStringList arguments = expected.split(u'\n');
+            for (QString &argument : arguments) {
+                argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
+                    .replace(QStringLiteral("{R}"), tree.root.path())
+                    .replace(QStringLiteral("{P}"),
+                             attached ? QuickTaskInvocation::augmentedPrompt(prompt, attachments) : prompt);
+            }
+
+            const BackendProfile &profile = BackendProfiles::of(backend);
+            const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
+            ProcessGroupTask task(target.executablePath,
+                                  profile.quickTaskArguments(prompt, tree.workingDirectory, attachments,
+                                                             {model, QStringLiteral("high")}),
+                                  tree.workingDirectory, target.environment);
+            QSignalSpy finished(&task, &ProcessGroupTask::finished);
+            task.run();
+            QVERIFY(finished.wait(10000));
+            QCOMPARE(finished.constFirst().constFirst().toInt(), 0);
+
+            const QString name = profile.rawValue();
+            QCOMPARE(setup.fakes.recordedArguments(name), arguments);
+            QVERIFY(arguments.constLast().endsWith(prompt));
+            QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
+                     QDir(tree.workingDirectory).canonicalPath());
+            QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".path"))),
+                     target.environment.value(QStringLiteral("PATH")));
         }
-
-        const BackendProfile &profile = BackendProfiles::of(backend);
-        const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
-        ProcessGroupTask task(target.executablePath,
-                              profile.quickTaskArguments(prompt, tree.workingDirectory, attachments,
-                                                         {model, QStringLiteral("high")}),
-                              tree.workingDirectory, target.environment);
-        QSignalSpy finished(&task, &ProcessGroupTask::finished);
-        task.run();
-        QVERIFY(finished.wait(10000));
-        QCOMPARE(finished.constFirst().constFirst().toInt(), 0);
-
-        const QString name = profile.rawValue();
-        QCOMPARE(setup.fakes.recordedArguments(name), arguments);
-        QVERIFY(arguments.constLast().endsWith(prompt));
-        QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".cwd")).trimmed()),
-                 QDir(tree.workingDirectory).canonicalPath());
-        QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".path"))),
-                 target.environment.value(QStringLiteral("PATH")));
     }
 
     void everySplitOfTheStreamGivesTheSameLines()
@@ -235,98 +217,72 @@ private Q_SLOTS:
                                          .arg(lines.size())));
             }
         }
+
+        // Lines that trim to nothing, or are no valid UTF-8, are dropped.
+        for (const auto &[line, expected] :
+             {std::pair{QByteArray("\r\r"), QByteArray()},
+              std::pair{QByteArray("a\xE2\x80\xA8"), QByteArray("a")},
+              std::pair{QByteArray("\xC0\xAF"), QByteArray()},         // overlong slash
+              std::pair{QByteArray("\xED\xA0\x80"), QByteArray()},     // surrogate
+              std::pair{QByteArray("\xE2\x82"), QByteArray()},         // cut multi-byte
+              std::pair{QByteArray("\xF4\x90\x80\x80"), QByteArray()}, // past U+10FFFF
+              std::pair{QByteArray("\xF0\x9F\x98\x80 ok"), QByteArray("\xF0\x9F\x98\x80 ok")}}) {
+            const auto trimmed = OutputLine::trimmed(line);
+            QCOMPARE(trimmed ? trimmed->toByteArray() : QByteArray(), expected);
+        }
     }
 
-    void lineTrimmingAndDecoding_data()
-    {
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<QByteArray>("expected"); // empty: dropped
-
-        QTest::newRow("only line breaks") << QByteArray("\r\r") << QByteArray();
-        QTest::newRow("unicode line separator") << QByteArray("a\xE2\x80\xA8") << QByteArray("a");
-        QTest::newRow("overlong slash") << QByteArray("\xC0\xAF") << QByteArray();
-        QTest::newRow("surrogate") << QByteArray("\xED\xA0\x80") << QByteArray();
-        QTest::newRow("cut multi-byte") << QByteArray("\xE2\x82") << QByteArray();
-        QTest::newRow("four bytes") << QByteArray("\xF0\x9F\x98\x80 ok") << QByteArray("\xF0\x9F\x98\x80 ok");
-        QTest::newRow("past U+10FFFF") << QByteArray("\xF4\x90\x80\x80") << QByteArray();
-    }
-    void lineTrimmingAndDecoding()
-    {
-        QFETCH(QByteArray, line);
-        QFETCH(QByteArray, expected);
-        const auto trimmed = OutputLine::trimmed(line);
-        QCOMPARE(trimmed ? trimmed->toByteArray() : QByteArray(), expected);
-    }
-
-    void codexEvents_data()
-    {
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<QString>("threadID");
-        QTest::addColumn<QString>("agentMessage");
-        QTest::addColumn<bool>("skippable"); // may be passed over without decoding
-
-        QTest::newRow("type after item, spaced")
-            << QByteArray(" { \"item\" : { \"text\" : \"A\\\"}\" , \"type\" : \"agent_message\" } , \"type\" "
-                          ": \"item.completed\" } ")
-            << QString() << QStringLiteral("A\"}") << false;
-        QTest::newRow("escaped type")
-            << QByteArray(
-                   "{\"type\":\"item.complet\\u0065d\",\"item\":{\"type\":\"agent_message\",\"text\":\"E\"}}")
-            << QString() << QStringLiteral("E") << false;
-        QTest::newRow("command output quoting an event")
-            << QByteArray(
-                   R"({"type":"item.completed","item":{"type":"command_execution","aggregated_output":)"
-                   "\"{\\\"type\\\":\\\"agent_message\\\",\\\"text\\\":\\\"no\\\"}\\n\",\"exit_code\":0,"
-                   "\"x\":[1,{\"y\":[]}]}}")
-            << QString() << QString() << true;
-        QTest::newRow("started, not completed")
-            << QByteArray(R"({"type":"item.started","item":{"type":"agent_message","text":"x"}})")
-            << QString() << QString() << true;
-        QTest::newRow("usage") << QByteArray(
-                                      R"({"type":"turn.completed","usage":{"input_tokens":5,"ok":true}})")
-                               << QString() << QString() << true;
-        QTest::newRow("thread without id")
-            << QByteArray(R"({"type":"thread.started"})") << QString() << QString() << false;
-        QTest::newRow("no type") << QByteArray(R"({"thread_id":"t-2"})") << QString() << QString() << false;
-        QTest::newRow("item not an object")
-            << QByteArray(R"({"type":"item.completed","item":"agent_message"})") << QString() << QString()
-            << false;
-        QTest::newRow("cut off") << QByteArray(R"({"type":"turn.completed","usage":{)") << QString()
-                                 << QString() << false;
-    }
+    // What is read of codex's events, and which lines may be passed over without decoding.
     void codexEvents()
     {
-        QFETCH(QByteArray, line);
-        QFETCH(QString, threadID);
-        QFETCH(QString, agentMessage);
-        QFETCH(bool, skippable);
-        const std::optional<CodexExecEvent> event = CodexExecEvent::decode(line);
-        QCOMPARE(event ? event->startedThreadID().value_or(QString()) : QString(), threadID);
-        QCOMPARE(event ? event->agentMessageText().value_or(QString()) : QString(), agentMessage);
-        QCOMPARE(CodexExecEvent::isSurelyIgnored(line), skippable);
+        struct Row {
+            QByteArray line;
+            QString threadID, agentMessage;
+            bool skippable;
+        };
+        for (const Row &row : QList<Row>{
+                 // type after item, spaced
+                 {" { \"item\" : { \"text\" : \"A\\\"}\" , \"type\" : \"agent_message\" } , \"type\" "
+                  ": \"item.completed\" } ",
+                  {},
+                  QStringLiteral("A\"}"),
+                  false},
+                 {"{\"type\":\"item.complet\\u0065d\",\"item\":{\"type\":\"agent_message\",\"text\":\"E\"}}",
+                  {},
+                  QStringLiteral("E"),
+                  false},
+                 // command output quoting an event
+                 {R"({"type":"item.completed","item":{"type":"command_execution","aggregated_output":)"
+                  "\"{\\\"type\\\":\\\"agent_message\\\",\\\"text\\\":\\\"no\\\"}\\n\",\"exit_code\":0,"
+                  "\"x\":[1,{\"y\":[]}]}}",
+                  {},
+                  {},
+                  true},
+                 {R"({"type":"item.started","item":{"type":"agent_message","text":"x"}})", {}, {}, true},
+                 {R"({"type":"turn.completed","usage":{"input_tokens":5,"ok":true}})", {}, {}, true},
+                 {R"({"type":"thread.started"})", {}, {}, false},
+                 {R"({"thread_id":"t-2"})", {}, {}, false},
+                 {R"({"type":"item.completed","item":"agent_message"})", {}, {}, false},
+                 {R"({"type":"turn.completed","usage":{)", {}, {}, false}}) {
+            const std::optional<CodexExecEvent> event = CodexExecEvent::decode(row.line);
+            QCOMPARE(event ? event->startedThreadID().value_or(QString()) : QString(), row.threadID);
+            QCOMPARE(event ? event->agentMessageText().value_or(QString()) : QString(), row.agentMessage);
+            QVERIFY2(CodexExecEvent::isSurelyIgnored(row.line) == row.skippable, row.line.constData());
+        }
     }
 
-    void opencodeLineCleaning_data()
-    {
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<QString>("expected");
-
-        QTest::newRow("bold and reset")
-            << QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m")
-            << QStringLiteral("|  Read  file.txt");
-        QTest::newRow("private mode")
-            << QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h") << QStringLiteral("hidden cursor");
-        QTest::newRow("think markers")
-            << QStringLiteral("<think>pondering</think> answer") << QStringLiteral("pondering answer");
-        QTest::newRow("outer line breaks only")
-            << QStringLiteral("\n  indented \n") << QStringLiteral("  indented ");
-        QTest::newRow("escape without bracket stays") << QStringLiteral("\x1B(B") << QStringLiteral("\x1B(B");
-    }
+    // Colours, private modes and think markers go; an escape that is no sequence stays.
     void opencodeLineCleaning()
     {
-        QFETCH(QString, line);
-        QFETCH(QString, expected);
-        QCOMPARE(OpenCodeOutput::cleanOpencodeOutputLine(line), expected);
+        for (const auto &[line, expected] :
+             {std::pair{QStringLiteral("\x1B[1m\x1B[92m|\x1B[0m  Read  \x1B[2mfile.txt\x1B[0m"),
+                        QStringLiteral("|  Read  file.txt")},
+              std::pair{QStringLiteral("\x1B[?25lhidden cursor\x1B[?25h"), QStringLiteral("hidden cursor")},
+              std::pair{QStringLiteral("<think>pondering</think> answer"),
+                        QStringLiteral("pondering answer")},
+              std::pair{QStringLiteral("\n  indented \n"), QStringLiteral("  indented ")},
+              std::pair{QStringLiteral("\x1B(B"), QStringLiteral("\x1B(B")}})
+            QCOMPARE(OpenCodeOutput::cleanOpencodeOutputLine(line), expected);
     }
 };
 

@@ -50,118 +50,108 @@ class QuickTaskManagerTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void taskRunsToItsFinalResponse_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<QString>("finalResponse");
-        QTest::addColumn<QByteArray>("transcriptOutput");
-        QTest::addColumn<QByteArray>("rawLine"); // one line of the raw log, as it came
-        QTest::addColumn<int>("rawStandardOutputLines");
-
-        // Lines arrive split across writes; each must be handled once, whole. The transcript has
-        // the parsed lines (no codex line that is no event, no blank or escape-only line).
-        QTest::newRow("codex") << QuickTaskCLIBackend::codex
-                               << QStringList{kCodexThread,
-                                              QStringLiteral("out not an event\\n"),
-                                              QStringLiteral("ready"),
-                                              QStringLiteral("sleep 0.4"),
-                                              FakeBackends::codexAnswerStep(QStringLiteral("First.")),
-                                              QStringLiteral(
-                                                  R"(out {"type":"item.completed","item":{"type":"age)"),
-                                              QStringLiteral("sleep 0.1"),
-                                              QStringLiteral(R"(out nt_message","text":"Done."}}\n)"),
-                                              QStringLiteral("sleep 0.1"),
-                                              QStringLiteral("err warning: slow\\n")}
-                               << QStringLiteral("Done.")
-                               << QByteArray("Thread: th-1\nFirst.\nDone.\nstderr: warning: slow\n")
-                               << QByteArray("[stdout] not an event\n") << 4;
-        QTest::newRow("claude") << QuickTaskCLIBackend::claude
-                                << QStringList{QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
-                                               QStringLiteral("out Line one\\nLine "),
-                                               QStringLiteral("sleep 0.1"),
-                                               QStringLiteral("out two\\n\\n  Last without newline")}
-                                << QStringLiteral("Line one\nLine two\n  Last without newline")
-                                << QByteArray("Line one\nLine two\n  Last without newline\n")
-                                << QByteArray("[stdout]   Last without newline\n") << 3;
-        QTest::newRow("opencode") << QuickTaskCLIBackend::opencode
-                                  << QStringList{QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
-                                                 QStringLiteral("out \\0033[1m<think>\\0033[0m\\n"),
-                                                 QStringLiteral(
-                                                     "out \\0033[94m|\\0033[0m Todo\\n\\0033[2K\\r   \\n"),
-                                                 QStringLiteral("out \\0033[32mAnswer\\0033[0m\\r\\n")}
-                                  << QStringLiteral("| Todo\nAnswer") << QByteArray("| Todo\nAnswer\n")
-                                  << QByteArray("[stdout] \x1B[94m|\x1B[0m Todo\n") << 4;
-    }
+    // Lines arrive split across writes; each must be handled once, whole. The transcript has the
+    // parsed lines (no codex line that is no event, no blank or escape-only line), the raw log
+    // every line as it came.
     void taskRunsToItsFinalResponse()
     {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(QStringList, steps);
-        QFETCH(QString, finalResponse);
-        QFETCH(QByteArray, transcriptOutput);
-        QFETCH(QByteArray, rawLine);
-        QFETCH(int, rawStandardOutputLines);
+        struct Row {
+            QuickTaskCLIBackend backend;
+            QStringList steps;
+            QString finalResponse;
+            QByteArray transcriptOutput, rawLine; // rawLine: one line of the raw log, as it came
+            int rawStandardOutputLines;
+        };
+        for (const Row &row : QList<Row>{
+                 {QuickTaskCLIBackend::codex,
+                  {kCodexThread, QStringLiteral("out not an event\\n"), QStringLiteral("ready"),
+                   QStringLiteral("sleep 0.4"), FakeBackends::codexAnswerStep(QStringLiteral("First.")),
+                   QStringLiteral(R"(out {"type":"item.completed","item":{"type":"age)"),
+                   QStringLiteral("sleep 0.1"), QStringLiteral(R"(out nt_message","text":"Done."}}\n)"),
+                   QStringLiteral("sleep 0.1"), QStringLiteral("err warning: slow\\n")},
+                  QStringLiteral("Done."),
+                  "Thread: th-1\nFirst.\nDone.\nstderr: warning: slow\n",
+                  "[stdout] not an event\n",
+                  4},
+                 {QuickTaskCLIBackend::claude,
+                  {QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
+                   QStringLiteral("out Line one\\nLine "), QStringLiteral("sleep 0.1"),
+                   QStringLiteral("out two\\n\\n  Last without newline")},
+                  QStringLiteral("Line one\nLine two\n  Last without newline"),
+                  "Line one\nLine two\n  Last without newline\n",
+                  "[stdout]   Last without newline\n",
+                  3},
+                 {QuickTaskCLIBackend::opencode,
+                  {QStringLiteral("ready"), QStringLiteral("sleep 0.4"),
+                   QStringLiteral("out \\0033[1m<think>\\0033[0m\\n"),
+                   QStringLiteral("out \\0033[94m|\\0033[0m Todo\\n\\0033[2K\\r   \\n"),
+                   QStringLiteral("out \\0033[32mAnswer\\0033[0m\\r\\n")},
+                  QStringLiteral("| Todo\nAnswer"),
+                  "| Todo\nAnswer\n",
+                  "[stdout] \x1B[94m|\x1B[0m Todo\n",
+                  4}}) {
+            RecordingNotificationCenter notifications;
+            QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
+            QSignalSpy running(fixture.manager.get(), &QuickTaskManager::runningSessionCountChanged);
+            fixture.useSteps(row.steps);
 
-        RecordingNotificationCenter notifications;
-        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
-        QSignalSpy running(fixture.manager.get(), &QuickTaskManager::runningSessionCountChanged);
-        fixture.useSteps(steps);
+            const std::optional<QUuid> id = fixture.start(row.backend, QStringLiteral("  Fix the build\n"));
+            QVERIFY(id);
+            QuickTaskSession session = fixture.session(*id);
+            QCOMPARE(session.status, QuickTaskSession::Status::running);
+            QCOMPARE(session.prompt, QStringLiteral("Fix the build"));
+            QCOMPARE(session.workingDirectory, fixture.workingDirectory);
+            QCOMPARE(session.startedAt, fixture.clock.now());
+            QVERIFY(fixture.manager->hasRunningSessions());
+            QCOMPARE(running.count(), 1);
+            QCOMPARE(running.at(0).at(0).toInt(), 1);
+            // The running session is on disk at once, so a crash leaves a trace to recover.
+            QCOMPARE(fixture.manager->store().loadSessions().constFirst().status,
+                     QuickTaskSession::Status::running);
 
-        const std::optional<QUuid> id = fixture.start(backend, QStringLiteral("  Fix the build\n"));
-        QVERIFY(id);
-        QuickTaskSession session = fixture.session(*id);
-        QCOMPARE(session.status, QuickTaskSession::Status::running);
-        QCOMPARE(session.prompt, QStringLiteral("Fix the build"));
-        QCOMPARE(session.workingDirectory, fixture.workingDirectory);
-        QCOMPARE(session.startedAt, fixture.clock.now());
-        QVERIFY(fixture.manager->hasRunningSessions());
-        QCOMPARE(running.count(), 1);
-        QCOMPARE(running.at(0).at(0).toInt(), 1);
-        // The running session is on disk at once, so a crash leaves a trace to recover.
-        QCOMPARE(fixture.manager->store().loadSessions().constFirst().status,
-                 QuickTaskSession::Status::running);
+            fixture.clock.advance(90);
+            QVERIFY(fixture.waitUntilFinished(*id));
+            session = fixture.session(*id);
+            QCOMPARE(session.status, QuickTaskSession::Status::succeeded);
+            QCOMPARE(session.exitStatus, 0);
+            QCOMPARE(session.finishedAt, fixture.clock.now());
+            QCOMPARE(session.finalResponse, row.finalResponse);
+            if (row.backend == QuickTaskCLIBackend::codex)
+                QCOMPARE(session.threadID, QStringLiteral("th-1"));
+            QCOMPARE(running.count(), 2);
+            QCOMPARE(running.at(1).at(0).toInt(), 0);
+            QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{session});
+            QCOMPARE(
+                fixture.fakes.recorded(BackendProfiles::of(row.backend).rawValue() + QStringLiteral(".cwd"))
+                    .trimmed(),
+                fixture.workingDirectory.toUtf8());
 
-        fixture.clock.advance(90);
-        QVERIFY(fixture.waitUntilFinished(*id));
-        session = fixture.session(*id);
-        QCOMPARE(session.status, QuickTaskSession::Status::succeeded);
-        QCOMPARE(session.exitStatus, 0);
-        QCOMPARE(session.finishedAt, fixture.clock.now());
-        QCOMPARE(session.finalResponse, finalResponse);
-        if (backend == QuickTaskCLIBackend::codex)
-            QCOMPARE(session.threadID, QStringLiteral("th-1"));
-        QCOMPARE(running.count(), 2);
-        QCOMPARE(running.at(1).at(0).toInt(), 0);
-        QCOMPARE(fixture.manager->store().loadSessions(), QList<QuickTaskSession>{session});
-        QCOMPARE(fixture.fakes.recorded(BackendProfiles::of(backend).rawValue() + QStringLiteral(".cwd"))
-                     .trimmed(),
-                 fixture.workingDirectory.toUtf8());
+            // Both files are private to the user.
+            for (const QString &file :
+                 {fixture.manager->store().transcriptURL(*id), fixture.manager->store().rawLogURL(*id)})
+                QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteOther),
+                         QFile::Permissions());
+            const QByteArray transcript = fixture.read(fixture.manager->store().transcriptURL(*id));
+            const QByteArray header = "Prompt\n------\nFix the build\n\nBackend\n-------\n" +
+                                      BackendProfiles::of(row.backend).displayTitle().toUtf8() +
+                                      "\n\nWorking Directory\n-----------------\n" +
+                                      fixture.workingDirectory.toUtf8() +
+                                      "\n\nPreset\n------\ngpt-5.5\n\nReasoning\n---------\nhigh\n\n"
+                                      "Started\n-------\n2026-03-01T09:15:42Z\n\nTranscript\n----------\n";
+            QCOMPARE(transcript, header + row.transcriptOutput + "\nStatus: Succeeded\nExit: 0\n");
+            const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
+            QCOMPARE(rawLog.count("[stdout] "), row.rawStandardOutputLines);
+            QVERIFY2(rawLog.contains(row.rawLine), rawLog.constData());
+            QCOMPARE(rawLog.count("[stderr] "), row.transcriptOutput.count("stderr: "));
 
-        // Both files are private to the user.
-        for (const QString &file :
-             {fixture.manager->store().transcriptURL(*id), fixture.manager->store().rawLogURL(*id)})
-            QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther | QFile::WriteOther),
-                     QFile::Permissions());
-        const QByteArray transcript = fixture.read(fixture.manager->store().transcriptURL(*id));
-        const QByteArray header = "Prompt\n------\nFix the build\n\nBackend\n-------\n" +
-                                  BackendProfiles::of(backend).displayTitle().toUtf8() +
-                                  "\n\nWorking Directory\n-----------------\n" +
-                                  fixture.workingDirectory.toUtf8() +
-                                  "\n\nPreset\n------\ngpt-5.5\n\nReasoning\n---------\nhigh\n\n"
-                                  "Started\n-------\n2026-03-01T09:15:42Z\n\nTranscript\n----------\n";
-        QCOMPARE(transcript, header + transcriptOutput + "\nStatus: Succeeded\nExit: 0\n");
-        const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
-        QCOMPARE(rawLog.count("[stdout] "), rawStandardOutputLines);
-        QVERIFY2(rawLog.contains(rawLine), rawLog.constData());
-        QCOMPARE(rawLog.count("[stderr] "), transcriptOutput.count("stderr: "));
-
-        QCOMPARE(notifications.posted.size(), 1);
-        QCOMPARE(notifications.posted.constFirst().title,
-                 BackendProfiles::of(backend).displayTitle() + QStringLiteral(" task Succeeded"));
-        QCOMPARE(
-            notifications.posted.constFirst().userInfo.value(QStringLiteral("QuickTaskSessionIdentifier")),
-            JSONCoding::encodeUuid(*id));
-        QVERIFY(fixture.errorLog->entries().isEmpty());
+            QCOMPARE(notifications.posted.size(), 1);
+            QCOMPARE(notifications.posted.constFirst().title,
+                     BackendProfiles::of(row.backend).displayTitle() + QStringLiteral(" task Succeeded"));
+            QCOMPARE(notifications.posted.constFirst().userInfo.value(
+                         QStringLiteral("QuickTaskSessionIdentifier")),
+                     JSONCoding::encodeUuid(*id));
+            QVERIFY(fixture.errorLog->entries().isEmpty());
+        }
     }
 
     void failedTaskIsLoggedWithItsLastStderrLines()
@@ -207,57 +197,49 @@ private Q_SLOTS:
                             }));
     }
 
-    void stoppedTaskEndsCancelledWithItsWholeGroup_data()
-    {
-        QTest::addColumn<QStringList>("steps");
-        QTest::addColumn<int>("exitStatus");
-        QTest::addColumn<QByteArray>("signalsSeen"); // by the leader, in its raw log, in order
-        // Deaf to SIGINT and SIGTERM, and so is its grandchild: each is sent once, then only the
-        // SIGKILL at 2.0 s ends it.
-        QTest::newRow("ignores SIGINT and SIGTERM")
-            << QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
-                           QStringLiteral("report-stop-signals"), QStringLiteral("ready"),
-                           QStringLiteral("hang")}
-            << 137 << QByteArray("[stdout] got INT\n[stdout] got TERM\n");
-        // Answers SIGINT by finishing normally: still the user's stop, not a success; its
-        // grandchild, which ignores SIGINT as background jobs do, is killed all the same.
-        QTest::newRow("exits 0 after SIGINT")
-            << QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("grandchild"),
-                           QStringLiteral("ready"), QStringLiteral("sleep 30"), QStringLiteral("exit 0")}
-            << 0 << QByteArray("[stdout] got INT\n");
-    }
+    // A stop ends the task cancelled with every process of its group, each signal sent once.
     void stoppedTaskEndsCancelledWithItsWholeGroup()
     {
-        QFETCH(QStringList, steps);
-        QFETCH(int, exitStatus);
-        QFETCH(QByteArray, signalsSeen);
+        for (const auto &[steps, exitStatus, signalsSeen] :
+             {// Deaf to SIGINT and SIGTERM, and so is its grandchild: each is sent once, then only
+              // the SIGKILL at 2.0 s ends it.
+              std::tuple{QStringList{QStringLiteral("ignore-stop-signals"), QStringLiteral("grandchild"),
+                                     QStringLiteral("report-stop-signals"), QStringLiteral("ready"),
+                                     QStringLiteral("hang")},
+                         137, QByteArray("[stdout] got INT\n[stdout] got TERM\n")},
+              // Answers SIGINT by finishing normally: still the user's stop, not a success; its
+              // grandchild, which ignores SIGINT as background jobs do, is killed all the same.
+              std::tuple{QStringList{QStringLiteral("report-stop-signals"), QStringLiteral("grandchild"),
+                                     QStringLiteral("ready"), QStringLiteral("sleep 30"),
+                                     QStringLiteral("exit 0")},
+                         0, QByteArray("[stdout] got INT\n")}}) {
+            RecordingNotificationCenter notifications;
+            QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
+            fixture.useSteps(steps);
+            const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::codex);
+            QVERIFY(id);
+            QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
+            const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
+            QVERIFY(grandchild);
+            QVERIFY(isProcessAlive(*grandchild));
 
-        RecordingNotificationCenter notifications;
-        QuickTaskManagerFixture fixture({&notifications, nullptr, nullptr});
-        fixture.useSteps(steps);
-        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::codex);
-        QVERIFY(id);
-        QVERIFY(QTest::qWaitFor([&] { return fixture.fakes.isReady(); }, 10000));
-        const std::optional<pid_t> grandchild = fixture.fakes.grandchildProcessIdentifier();
-        QVERIFY(grandchild);
-        QVERIFY(isProcessAlive(*grandchild));
+            fixture.manager->stop(*id);
+            fixture.manager->stop(*id); // a second press changes nothing
+            QVERIFY(fixture.waitUntilFinished(*id));
 
-        fixture.manager->stop(*id);
-        fixture.manager->stop(*id); // a second press changes nothing
-        QVERIFY(fixture.waitUntilFinished(*id));
-
-        const QuickTaskSession session = fixture.session(*id);
-        QCOMPARE(session.status, QuickTaskSession::Status::cancelled);
-        QCOMPARE(session.exitStatus, exitStatus);
-        QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
-        QVERIFY(fixture.errorLog->entries().isEmpty());
-        QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Codex task Stopped"));
-        QVERIFY(fixture.read(fixture.manager->store().transcriptURL(*id))
-                    .endsWith("\nStatus: Stopped\nExit: " + QByteArray::number(exitStatus) + '\n'));
-        const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
-        QVERIFY2(rawLog.contains(signalsSeen), rawLog.constData());
-        QCOMPARE(rawLog.count("got INT"), 1); // each signal is sent once
-        QVERIFY(rawLog.count("got TERM") <= 1);
+            const QuickTaskSession session = fixture.session(*id);
+            QCOMPARE(session.status, QuickTaskSession::Status::cancelled);
+            QCOMPARE(session.exitStatus, exitStatus);
+            QVERIFY(QTest::qWaitFor([&] { return !isProcessAlive(*grandchild); }, 2000));
+            QVERIFY(fixture.errorLog->entries().isEmpty());
+            QCOMPARE(notifications.posted.constFirst().title, QStringLiteral("Codex task Stopped"));
+            QVERIFY(fixture.read(fixture.manager->store().transcriptURL(*id))
+                        .endsWith("\nStatus: Stopped\nExit: " + QByteArray::number(exitStatus) + '\n'));
+            const QByteArray rawLog = fixture.read(fixture.manager->store().rawLogURL(*id));
+            QVERIFY2(rawLog.contains(signalsSeen), rawLog.constData());
+            QCOMPARE(rawLog.count("got INT"), 1); // each signal is sent once
+            QVERIFY(rawLog.count("got TERM") <= 1);
+        }
     }
 
     void stopAllAtTerminationLeavesNothingRunning()
@@ -329,53 +311,47 @@ private Q_SLOTS:
         QCOMPARE(changes.count(), 2);
     }
 
-    void sessionsLeftRunningAreCancelledAtLoad()
+    // At load a session left running by a crash is cancelled (an end time it already had is
+    // kept); a damaged entry (a bad status, an attachment short of a key) is skipped, and the
+    // rest, attachments with their managed flag, read back as saved, newest first.
+    void storedSessionsAtLoad()
     {
         QuickTaskManagerFixture fixture;
         const QuickTaskStore &store = fixture.manager->store();
         const QDateTime earlier = fixture.clock.now().addSecs(-600);
-        QuickTaskSession crashed = storedSession(QuickTaskSession::Status::running, earlier);
+        const QuickTaskSession crashed = storedSession(QuickTaskSession::Status::running, earlier);
         QuickTaskSession older = storedSession(QuickTaskSession::Status::running, earlier.addSecs(-60));
-        older.finishedAt = earlier.addSecs(5); // an end time it already had is kept
-        const QuickTaskSession done = storedSession(QuickTaskSession::Status::succeeded, earlier.addSecs(60));
-        store.saveSessions({older, done, crashed});
+        older.finishedAt = earlier.addSecs(5);
+        const QuickTaskSession done =
+            storedSession(QuickTaskSession::Status::failed, earlier.addSecs(60),
+                          {PromptAttachment::make(QStringLiteral("/tmp/a b/\u00fc.png"), true),
+                           PromptAttachment::make(QStringLiteral("/p/notes.md"))});
+        QJsonArray entries{older.toJson(), done.toJson(), 17, crashed.toJson()};
+        for (const QString &key :
+             {QStringLiteral("id"), QStringLiteral("path"), QStringLiteral("isManagedCopy")}) {
+            QJsonObject attachment = done.attachments.constFirst().toJson();
+            attachment.remove(key);
+            QJsonObject bad = done.toJson();
+            bad.insert(QStringLiteral("attachments"), QJsonArray{attachment});
+            entries.append(bad);
+        }
+        QJsonObject bad = done.toJson();
+        bad.insert(QStringLiteral("status"), QStringLiteral("exploded"));
+        entries.append(bad);
+        QDir().mkpath(store.directory());
+        DataFile::write(store.sessionsURL(), JSONCoding::encode(entries));
 
         QSignalSpy changes(fixture.manager.get(), &QuickTaskManager::sessionsChanged);
         fixture.manager->load();
         QCOMPARE(changes.count(), 1);
         QVERIFY(!fixture.manager->hasRunningSessions());
+        QCOMPARE(fixture.manager->sessions().size(), 3);
         QCOMPARE(fixture.session(crashed.id).status, QuickTaskSession::Status::cancelled);
         QCOMPARE(fixture.session(crashed.id).finishedAt, fixture.clock.now());
         QCOMPARE(fixture.session(older.id).finishedAt, earlier.addSecs(5));
+        QCOMPARE(fixture.session(done.id), done);
         QCOMPARE(store.loadSessions(), fixture.manager->sessions());
         QCOMPARE(fixture.manager->sessions().constFirst().id, done.id); // newest first
-    }
-
-    // A damaged entry (a bad status, an attachment short of a key) is skipped; the rest,
-    // attachments with their managed flag, read back as saved.
-    void damagedEntriesAreSkippedNotFatal()
-    {
-        TestEnvironment environment;
-        const QuickTaskStore store;
-        const QuickTaskSession good = storedSession(
-            QuickTaskSession::Status::failed, QDateTime(QDate(2026, 1, 2), QTime(3, 4, 5), Qt::UTC),
-            {PromptAttachment::make(QStringLiteral("/tmp/a b/ü.png"), true),
-             PromptAttachment::make(QStringLiteral("/p/notes.md"))});
-        QJsonArray entries{good.toJson(), 17};
-        for (const QString &key :
-             {QStringLiteral("id"), QStringLiteral("path"), QStringLiteral("isManagedCopy")}) {
-            QJsonObject attachment = good.attachments.constFirst().toJson();
-            attachment.remove(key);
-            QJsonObject bad = good.toJson();
-            bad.insert(QStringLiteral("attachments"), QJsonArray{attachment});
-            entries.append(bad);
-        }
-        QJsonObject bad = good.toJson();
-        bad.insert(QStringLiteral("status"), QStringLiteral("exploded"));
-        entries.append(bad);
-        QDir().mkpath(store.directory());
-        DataFile::write(store.sessionsURL(), JSONCoding::encode(entries));
-        QCOMPARE(store.loadSessions(), QList<QuickTaskSession>{good});
         DataFile::write(store.sessionsURL(), "{ not json");
         QVERIFY(store.loadSessions().isEmpty());
     }
@@ -481,45 +457,37 @@ private Q_SLOTS:
     // The notification's texts: one line each, cut at 64 (subtitle), 48 (the prompt in the body)
     // and 96 (the response) characters as the user counts them; titles and actions are checked
     // where tasks finish, above and in tst_quicktasknotifications.
-    void completionNotificationCutsAtItsLimits_data()
+    void completionNotificationCutsAtItsLimits()
     {
-        QTest::addColumn<QString>("prompt");
-        QTest::addColumn<std::optional<QString>>("response");
-        QTest::addColumn<QString>("subtitle");
-        QTest::addColumn<QString>("body");
         const auto letters = [](int count, char16_t letter = u'a') {
             return QString(count, QChar(letter));
         };
         const QString cut = QStringLiteral("...");
-        const std::optional<QString> none;
-        QTest::newRow("48 whole") << letters(48) << none << letters(48) << letters(48);
-        QTest::newRow("49 cut in the body only") << letters(49) << none << letters(49) << letters(48) + cut;
-        QTest::newRow("65 cut as subtitle") << letters(65) << none << letters(64) + cut << letters(48) + cut;
-        QTest::newRow("response of 97 cut")
-            << QStringLiteral("Hi") << std::optional(letters(97, u'r')) << QStringLiteral("Hi")
-            << QStringLiteral("Hi\n") + letters(96, u'r') + cut;
-        QTest::newRow("empty response leaves no line") << QStringLiteral("Hi") << std::optional(QString())
-                                                       << QStringLiteral("Hi") << QStringLiteral("Hi");
-        QTest::newRow("lines flattened, then trimmed")
-            << QStringLiteral("\n  Fix\nthe\r\nbuild  \n")
-            << std::optional(QStringLiteral("Done.\n\nAll green.\n")) << QStringLiteral("Fix the build")
-            << QStringLiteral("Fix the build\nDone.  All green.");
         // A family emoji is one character, never split.
         const QString family = QStringLiteral("\U0001F468\u200D\U0001F469\u200D\U0001F467");
-        QTest::newRow("48 with an emoji whole")
-            << letters(47) + family << none << letters(47) + family << letters(47) + family;
-        QTest::newRow("49 with an emoji cut before it")
-            << letters(48) + family << none << letters(48) + family << letters(48) + cut;
-    }
-    void completionNotificationCutsAtItsLimits()
-    {
-        QFETCH(QString, prompt);
-        QFETCH(std::optional<QString>, response);
-        QuickTaskSession session = storedSession(QuickTaskSession::Status::succeeded, QDateTime());
-        session.prompt = prompt;
-        session.finalResponse = response;
-        QTEST(QuickTaskCompletionNotification::subtitle(session), "subtitle");
-        QTEST(QuickTaskCompletionNotification::body(session), "body");
+        struct Row {
+            QString prompt;
+            std::optional<QString> response;
+            QString subtitle, body;
+        };
+        for (const Row &row :
+             QList<Row>{{letters(48), {}, letters(48), letters(48)},
+                        {letters(49), {}, letters(49), letters(48) + cut},
+                        {letters(65), {}, letters(64) + cut, letters(48) + cut},
+                        {QStringLiteral("Hi"), letters(97, u'r'), QStringLiteral("Hi"),
+                         QStringLiteral("Hi\n") + letters(96, u'r') + cut},
+                        {QStringLiteral("Hi"), QString(), QStringLiteral("Hi"),
+                         QStringLiteral("Hi")}, // no empty line
+                        {QStringLiteral("\n  Fix\nthe\r\nbuild  \n"), QStringLiteral("Done.\n\nAll green.\n"),
+                         QStringLiteral("Fix the build"), QStringLiteral("Fix the build\nDone.  All green.")},
+                        {letters(47) + family, {}, letters(47) + family, letters(47) + family},
+                        {letters(48) + family, {}, letters(48) + family, letters(48) + cut}}) {
+            QuickTaskSession session = storedSession(QuickTaskSession::Status::succeeded, QDateTime());
+            session.prompt = row.prompt;
+            session.finalResponse = row.response;
+            QCOMPARE(QuickTaskCompletionNotification::subtitle(session), row.subtitle);
+            QCOMPARE(QuickTaskCompletionNotification::body(session), row.body);
+        }
     }
 };
 

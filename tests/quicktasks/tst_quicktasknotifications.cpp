@@ -53,12 +53,9 @@ public:
 
 public Q_SLOTS:
     QStringList GetCapabilities() { return m_capabilities; }
-    uint Notify(const QString &applicationName, uint replacesId, const QString &icon, const QString &summary,
-                const QString &body, const QStringList &actions, const QVariantMap &hints, int timeout)
+    uint Notify(const QString &, uint replacesId, const QString &, const QString &summary,
+                const QString &body, const QStringList &actions, const QVariantMap &, int timeout)
     {
-        Q_UNUSED(applicationName);
-        Q_UNUSED(icon);
-        Q_UNUSED(hints);
         notified.append(NotifyCall{replacesId, summary, body, actions, timeout});
         return replacesId != 0 ? replacesId : ++m_lastId;
     }

@@ -88,42 +88,31 @@ class ShortcutsTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void readingRules_data()
-    {
-        // The line as it stands in the settings file; what the store itself writes, and what a
-        // person or another version might leave there.
-        QTest::addColumn<QByteArray>("line");
-        QTest::addColumn<std::optional<Shortcut>>("expected");
-        const Shortcut commandR{CarbonKeyCodes::r, command};
-        const Shortcut optionF1{CarbonKeyCodes::f1, CarbonModifiers::option};
-        QTest::newRow("absent: the default") << QByteArray() << std::optional<Shortcut>(commandR);
-        QTest::newRow("false: none") << QByteArray("false") << std::optional<Shortcut>();
-        QTest::newRow("JSON text as written")
-            << iniQuoted("{\n    \"carbonKeyCode\": 122,\n    \"carbonModifiers\": 2048\n}")
-            << std::optional<Shortcut>(optionF1);
-        // Text that is no whole shortcut (half a record, say) reads as nothing stored.
-        QTest::newRow("JSON without modifiers: the default")
-            << iniQuoted("{\"carbonKeyCode\":122}") << std::optional<Shortcut>(commandR);
-        QTest::newRow("data instead of text: the default")
-            << iniQuoted("@ByteArray({\"carbonKeyCode\":122,\"carbonModifiers\":2048})")
-            << std::optional<Shortcut>(commandR);
-    }
-
+    // The line as it stands in the settings file: what the store itself writes, and what a
+    // person or another version might leave there. Text that is no whole shortcut (half a
+    // record, say) reads as nothing stored.
     void readingRules()
     {
-        QFETCH(QByteArray, line);
-        QFETCH(std::optional<Shortcut>, expected);
-        TestEnvironment env;
-        const QString path = env.path(QStringLiteral("Tarvel.conf"));
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("[General]\nScratchWindowFrame=\"{10, 10, 400, 300}\"\n");
-        if (!line.isNull())
-            file.write("KeyboardShortcuts_toggleVoicePrompt=" + line + "\n");
-        file.close();
-
-        UserDefaults defaults(path);
-        QCOMPARE(KeyboardShortcuts(defaults).getShortcut(ShortcutNames::toggleVoicePrompt()), expected);
+        const Shortcut commandR{CarbonKeyCodes::r, command};
+        for (const auto &[line, expected] :
+             {std::pair{QByteArray(), std::optional<Shortcut>(commandR)},
+              std::pair{QByteArray("false"), std::optional<Shortcut>()},
+              std::pair{iniQuoted("{\n    \"carbonKeyCode\": 122,\n    \"carbonModifiers\": 2048\n}"),
+                        std::optional<Shortcut>(Shortcut{CarbonKeyCodes::f1, CarbonModifiers::option})},
+              std::pair{iniQuoted("{\"carbonKeyCode\":122}"), std::optional<Shortcut>(commandR)},
+              std::pair{iniQuoted("@ByteArray({\"carbonKeyCode\":122,\"carbonModifiers\":2048})"),
+                        std::optional<Shortcut>(commandR)}}) {
+            TestEnvironment env;
+            const QString path = env.path(QStringLiteral("Tarvel.conf"));
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("[General]\nScratchWindowFrame=\"{10, 10, 400, 300}\"\n");
+            if (!line.isNull())
+                file.write("KeyboardShortcuts_toggleVoicePrompt=" + line + "\n");
+            file.close();
+            UserDefaults defaults(path);
+            QCOMPARE(KeyboardShortcuts(defaults).getShortcut(ShortcutNames::toggleVoicePrompt()), expected);
+        }
     }
 
     void storageRules()
@@ -137,7 +126,7 @@ private Q_SLOTS:
             QSignalSpy ownChanges(&shortcuts, &KeyboardShortcuts::shortcutByNameDidChange);
             QSignalSpy composerChanges(&composer, &KeyboardShortcuts::shortcutByNameDidChange);
             // Only the scratch composer starts without a shortcut; the preset labels and keys are
-            // checked in tst_quicktaskpresets and tst_scratchcomposer.
+            // checked in tst_settings and tst_scratchcomposer.
             QCOMPARE(shortcuts.getShortcut(ShortcutNames::openScratchComposer()), std::nullopt);
             QCOMPARE(ShortcutNames::named(QStringLiteral("quickTaskPreset4")), presetName(4));
             shortcuts.setShortcut(std::nullopt, presetName(3));
@@ -174,76 +163,55 @@ private Q_SLOTS:
         }
     }
 
-    void qtKeyMapping_data()
+    // Qt keys to the stored ones and back. Plain letters and digits are covered by
+    // composerMatchingOrder, every key's own entry by tst_globalhotkeys_e2e (mappingRules).
+    void qtKeyMappingAndDisplayText()
     {
-        QTest::addColumn<int>("key");
-        QTest::addColumn<Qt::KeyboardModifiers>("modifiers");
-        QTest::addColumn<int>("carbonKeyCode");
-        QTest::addColumn<int>("carbonModifiers");
-        QTest::addColumn<int>("canonicalKey");
-        // Plain letters and digits are covered by composerMatchingOrder, every key's own entry by
-        // tst_globalhotkeys_e2e (mappingRules).
-        QTest::newRow("all modifiers")
-            << int(Qt::Key_K)
-            << (Qt::ControlModifier | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier) << 0x28
-            << CarbonModifiers::all << int(Qt::Key_K);
-        // Qt reports the shifted symbol; the stored key is the physical one.
-        QTest::newRow("Ctrl+Shift+1") << int(Qt::Key_Exclam) << (ctrl | Qt::ShiftModifier) << 0x12
-                                      << (command | CarbonModifiers::shift) << int(Qt::Key_1);
-        QTest::newRow("Shift+Tab") << int(Qt::Key_Backtab) << Qt::KeyboardModifiers(Qt::ShiftModifier) << 0x30
-                                   << CarbonModifiers::shift << int(Qt::Key_Tab);
-        QTest::newRow("keypad 1") << int(Qt::Key_1) << (ctrl | Qt::KeypadModifier) << 0x53 << command
-                                  << int(Qt::Key_1);
-        QTest::newRow("keypad Enter without the flag")
-            << int(Qt::Key_Enter) << Qt::KeyboardModifiers() << 0x4C << 0 << int(Qt::Key_Enter);
-    }
-
-    void qtKeyMapping()
-    {
-        QFETCH(int, key);
-        QFETCH(Qt::KeyboardModifiers, modifiers);
-        QFETCH(int, carbonKeyCode);
-        QFETCH(int, carbonModifiers);
-        QFETCH(int, canonicalKey);
-        const std::optional<Shortcut> shortcut = Shortcut::fromQtKey(key, modifiers);
-        QVERIFY(shortcut);
-        QCOMPARE(*shortcut, (Shortcut{carbonKeyCode, carbonModifiers}));
-        const QKeyCombination back = *shortcut->toQtKeyCombination();
-        QCOMPARE(int(back.key()), canonicalKey);
-        QCOMPARE(back.keyboardModifiers() & ~Qt::KeyboardModifiers(Qt::KeypadModifier),
-                 modifiers & ~Qt::KeyboardModifiers(Qt::KeypadModifier));
-        // The way back lands on the same stored shortcut.
-        QCOMPARE(Shortcut::fromQtKey(int(back.key()), back.keyboardModifiers()), shortcut);
-    }
-
-    void keysWithoutAMacCounterpart()
-    {
+        struct Row {
+            int key;
+            Qt::KeyboardModifiers modifiers;
+            Shortcut stored;
+            int canonicalKey;
+        };
+        for (const Row &row :
+             QList<Row>{{Qt::Key_K,
+                         ctrl | Qt::ShiftModifier | Qt::AltModifier | Qt::MetaModifier,
+                         {0x28, CarbonModifiers::all},
+                         Qt::Key_K},
+                        // Qt reports the shifted symbol; the stored key is the physical one.
+                        {Qt::Key_Exclam,
+                         ctrl | Qt::ShiftModifier,
+                         {0x12, command | CarbonModifiers::shift},
+                         Qt::Key_1},
+                        {Qt::Key_Backtab, Qt::ShiftModifier, {0x30, CarbonModifiers::shift}, Qt::Key_Tab},
+                        {Qt::Key_1, ctrl | Qt::KeypadModifier, {0x53, command}, Qt::Key_1},
+                        {Qt::Key_Enter,
+                         Qt::NoModifier,
+                         {0x4C, 0},
+                         Qt::Key_Enter}}) { // keypad Enter without the flag
+            const std::optional<Shortcut> shortcut = Shortcut::fromQtKey(row.key, row.modifiers);
+            QCOMPARE(shortcut, std::optional<Shortcut>(row.stored));
+            const QKeyCombination back = *shortcut->toQtKeyCombination();
+            QCOMPARE(int(back.key()), row.canonicalKey);
+            QCOMPARE(back.keyboardModifiers() & ~Qt::KeyboardModifiers(Qt::KeypadModifier),
+                     row.modifiers & ~Qt::KeyboardModifiers(Qt::KeypadModifier));
+            // The way back lands on the same stored shortcut.
+            QCOMPARE(Shortcut::fromQtKey(int(back.key()), back.keyboardModifiers()), shortcut);
+        }
+        // Keys without a Mac counterpart.
         QVERIFY(!Shortcut::fromQtKey(Qt::Key_Control, Qt::ControlModifier));
         QVERIFY(!Shortcut::fromQtKey(Qt::Key_MediaPlay, Qt::NoModifier));
         QVERIFY(!(Shortcut{0x7F, command}.toQtKeyCombination()));
-    }
 
-    void displayText_data()
-    {
-        QTest::addColumn<Shortcut>("shortcut");
-        QTest::addColumn<QString>("standard");
-        QTest::addColumn<QString>("mac");
-        QTest::newRow("every modifier")
-            << Shortcut{0x28, CarbonModifiers::all} << QStringLiteral("Super+Ctrl+Alt+Shift+K")
-            << QStringLiteral("\u2303\u2325\u21E7\u2318K");
-        QTest::newRow("keypad") << Shortcut{0x53, command} << QStringLiteral("Ctrl+Num+1")
-                                << QStringLiteral("\u23181");
-        QTest::newRow("punctuation") << Shortcut{0x2B, command} << QStringLiteral("Ctrl+,")
-                                     << QStringLiteral("\u2318,");
-        QTest::newRow("unknown key code")
-            << Shortcut{0x7F, 0} << QStringLiteral("Key 127") << QStringLiteral("Key 127");
-    }
-
-    void displayText()
-    {
-        QFETCH(Shortcut, shortcut);
-        QTEST(shortcut.displayText(ShortcutDisplayStyle::standard), "standard");
-        QTEST(shortcut.displayText(ShortcutDisplayStyle::mac), "mac");
+        for (const auto &[shortcut, standard, mac] :
+             {std::tuple{Shortcut{0x28, CarbonModifiers::all}, QStringLiteral("Super+Ctrl+Alt+Shift+K"),
+                         QStringLiteral("\u2303\u2325\u21E7\u2318K")},
+              std::tuple{Shortcut{0x53, command}, QStringLiteral("Ctrl+Num+1"), QStringLiteral("\u23181")},
+              std::tuple{Shortcut{0x2B, command}, QStringLiteral("Ctrl+,"), QStringLiteral("\u2318,")},
+              std::tuple{Shortcut{0x7F, 0}, QStringLiteral("Key 127"), QStringLiteral("Key 127")}}) {
+            QCOMPARE(shortcut.displayText(ShortcutDisplayStyle::standard), standard);
+            QCOMPARE(shortcut.displayText(ShortcutDisplayStyle::mac), mac);
+        }
     }
 
     void composerMatchingOrder()
