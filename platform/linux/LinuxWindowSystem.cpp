@@ -7,6 +7,10 @@
 
 #include <QGuiApplication>
 
+#include <fontconfig/fontconfig.h>
+
+#include <thread>
+
 namespace {
 const char *const fixedPositions = "QT_WAYLAND_DISABLE_FIXED_POSITIONS";
 bool setsFixedPositions = false;
@@ -30,6 +34,11 @@ std::unique_ptr<WindowSystem> WindowSystem::create()
 
 void WindowSystem::prepareEnvironment()
 {
+    // Reading fontconfig's configuration and caches takes a few milliseconds that the first
+    // composer would otherwise wait for; here it overlaps the display connection Qt makes next.
+    // Qt's own FcInit() then finds it done (or, if it comes first, does it itself; both are safe).
+    std::thread(&FcInit).detach();
+
     // Qt on Wayland reports every top-level window at its screen's top left unless told otherwise.
     // The frames Tarvel sets are what its panels grow from and what sway is asked to move them to.
     if (!qEnvironmentVariableIsSet(fixedPositions)) {
