@@ -214,11 +214,17 @@ void AppDelegate::applicationDidFinishLaunching()
         m_errorLog.record(message, *folderFailure, kLaunch);
         m_alerts->presentUnrequested(message, *folderFailure);
     }
-    // A request that started Tarvel is waiting in a terminal: its composer goes up before the tray
-    // icon, the tasks and the shortcuts, which nobody is waiting for.
+    // A request that started Tarvel is waiting in a terminal: its composer goes up first. The rest
+    // of the launch, which nobody is waiting for, follows once that composer has had its first
+    // frame and the keyboard, which the window manager gives it while the event loop is free.
     listenForRequests();
     m_composers->processPendingRequests();
+    QTimer::singleShot(m_composers->currentRequest() ? ComposerCoordinator::prepareDelayMs : 0, this,
+                       &AppDelegate::finishLaunching);
+}
 
+void AppDelegate::finishLaunching()
+{
     m_quickTaskManager->load();
     m_statusItem->show();
     m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());

@@ -63,6 +63,7 @@ private:
     QString manualShortcutBinding(const std::optional<Shortcut> &shortcut) const;
     void refreshGlobalShortcutRemark();
     void handleDebugWindowRequest(const QMap<QString, QString> &userInfo);
+    void finishLaunching();
     void listenForRequests();
     void stopListening();
 

@@ -48,6 +48,9 @@ ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager
 {
     // Drafts hold their attachments where the sessions hold theirs.
     m_services.attachments = &tasks.attachments();
+    m_prepareSoon.setSingleShot(true);
+    m_prepareSoon.setInterval(prepareDelayMs);
+    connect(&m_prepareSoon, &QTimer::timeout, this, &ComposerCoordinator::prepareEditorComposer);
     connect(&intake, &RequestIntake::answerFailed, this, [this](const QString &message, const QString &text) {
         if (m_editor)
             m_editor->surface().presentAlert(message, text);
@@ -113,8 +116,9 @@ void ComposerCoordinator::processPendingRequests()
     m_editor->showWindow();
     m_activation.requestWindowActivation(m_editor->panel(), m_request->activationToken.value_or(QString()));
     m_editor->surface().completeInitialPlacement();
-    // Once this one is on screen, the next is made while the user types.
-    QTimer::singleShot(0, this, &ComposerCoordinator::prepareEditorComposer);
+    // The next is made while the user types; not before this one has its first frame and the
+    // keyboard, which the window manager gives it while the event loop is free.
+    m_prepareSoon.start();
 }
 
 void ComposerCoordinator::prepareEditorComposer()

@@ -10,6 +10,7 @@
 #include <QList>
 #include <QObject>
 #include <QSet>
+#include <QTimer>
 
 #include <optional>
 
@@ -34,6 +35,9 @@ public:
                         WindowActivationCoordinator &activation, ScratchWindowFrameStore &frames,
                         ErrorLogManager &errorLog, ComposerServices services, QObject *parent = nullptr);
     ~ComposerCoordinator() override;
+
+    // How long after a composer went up the next one is made.
+    static constexpr int prepareDelayMs = 250;
 
     // Opens the oldest waiting request when no editor is on screen; refreshes the queue
     // when one is.
@@ -104,6 +108,7 @@ private:
     EditorComposer *m_editor = nullptr;
     // Made ahead of time and hidden, for the next request.
     EditorComposer *m_preparedEditor = nullptr;
+    QTimer m_prepareSoon;
     DraftKeeper *m_editorDraft = nullptr;
     QHash<ScratchComposer *, DraftKeeper *> m_scratchDrafts;
     QList<ScratchComposer *> m_scratchComposers;
