@@ -73,11 +73,9 @@ private Q_SLOTS:
             return true;
         };
         QVERIFY(titles(StatusMenuModel::build(state)).contains(u"Resume Waiting Edit"_s));
-    }
 
-    void sessionsAndSeparators()
-    {
-        StatusMenuState state;
+        // Session rows, then "Clear Finished Tasks" after a separator of its own.
+        state = StatusMenuState();
         state.sessionIds = {QUuid::createUuid(), QUuid::createUuid()};
         state.hasFinishedSessions = true;
         const QList<StatusMenuEntry> entries = StatusMenuModel::build(state);
