@@ -117,14 +117,13 @@ inline QString waitForWindow(const std::function<QString()> &find, int milliseco
     return id;
 }
 
+// Through desktop-session.sh's screenshot helper, which makes the folder.
 inline void screenshot(const QString &name, const QString &window = QString())
 {
-    QDir().mkpath(kArtifacts);
-    const QString helper = qEnvironmentVariable("TARVEL_DESKTOP_SCREENSHOT");
     QStringList arguments{kArtifacts + u'/' + name + u".png"_s};
     if (!window.isEmpty())
         arguments.append(window);
-    if (!helper.isEmpty())
+    if (const QString helper = qEnvironmentVariable("TARVEL_DESKTOP_SCREENSHOT"); !helper.isEmpty())
         run(helper, arguments);
 }
 
@@ -560,6 +559,17 @@ inline void startXterm(QProcess &xterm, const Application &app, const QString &s
     QVERIFY(xterm.waitForStarted());
 }
 
+// An xterm that ends with the test; startXterm() starts it.
+class Xterm final : public QProcess {
+public:
+    ~Xterm() override
+    {
+        kill();
+        waitForFinished();
+    }
+    QString window() const { return windowsOf(processId()).value(0); }
+};
+
 // `git commit` in an xterm, in the repository under root (made when new, with the given files
 // added); its exit status lands in status(). before runs first in the same shell.
 class GitCommitInXterm final {
@@ -586,14 +596,7 @@ public:
                    "--allow-empty -q; echo $? > '%3'; sleep 60"_s.arg(m_repo, before, m_status),
                    shell, environment);
     }
-    ~GitCommitInXterm()
-    {
-        m_xterm.kill();
-        m_xterm.waitForFinished();
-    }
-
-    const QProcess &xterm() const { return m_xterm; }
-    QString terminalWindow() const { return windowsOf(m_xterm.processId()).value(0); }
+    QString terminalWindow() const { return m_xterm.window(); }
     const QString &repository() const { return m_repo; }
     QByteArray status() const { return readFile(m_status).trimmed(); }
     QString lastMessage() const
@@ -604,6 +607,6 @@ public:
 private:
     QString m_repo;
     QString m_status;
-    QProcess m_xterm;
+    Xterm m_xterm;
 };
 } // namespace desktop_test

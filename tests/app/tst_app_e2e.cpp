@@ -169,12 +169,12 @@ private Q_SLOTS:
         const QString file = m_root->filePath(u"prompt.md"_s);
         writeFile(file, "");
         const QString status = m_root->filePath(u"status"_s);
-        QProcess xterm;
+        Xterm xterm;
         startXterm(xterm, *m_app,
                    u"trap true INT; '%1' '%2'; echo $? > '%3'; sleep 60"_s.arg(kTarvelEdit, file, status));
         const QString composer = m_app->waitForComposer();
         type(u"Nothing typed is lost"_s);
-        activate(windowsOf(xterm.processId()).value(0));
+        activate(xterm.window());
         key(u"ctrl+c"_s);
         QTRY_COMPARE_WITH_TIMEOUT(readFile(status).trimmed(), QByteArray("130"), 10000);
         QTest::qWait(500);
@@ -186,8 +186,6 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), u"Nothing typed is lost"_s, 5000);
         QVERIFY(QDir(m_app->dataFolder() + u"/Responses"_s).entryList(QDir::Files).isEmpty());
         QCOMPARE(readFile(file), QByteArray());
-        xterm.kill();
-        xterm.waitForFinished();
     }
 
     // A data folder that cannot be prepared is recorded after the log has been read, never over it.

@@ -19,11 +19,9 @@ using namespace desktop_test;
 namespace {
 QString preferencesWindowOf(const Application &app)
 {
-    for (const QString &id : app.visibleWindows()) {
-        if (xdotool({u"getwindowname"_s, id}).startsWith(u"Preferences"))
-            return id;
-    }
-    return {};
+    return app.window([](const QString &id) {
+        return xdotool({u"getwindowname"_s, id}).startsWith(u"Preferences");
+    });
 }
 
 // Where the preferences window's controls sit: the same window is built in this process at the
@@ -190,10 +188,10 @@ private Q_SLOTS:
             key(keys);
             QTest::qWait(300);
         };
-        QProcess xterm;
+        Xterm xterm;
         xterm.start(u"xterm"_s, {u"-title"_s, u"hot key test"_s});
         QVERIFY(xterm.waitForStarted());
-        const QString terminal = waitForWindow([&] { return windowsOf(xterm.processId()).value(0); });
+        const QString terminal = waitForWindow([&] { return xterm.window(); });
         const auto pressInTerminal = [&](const QString &keys) {
             activate(terminal);
             QTest::qWait(200);
@@ -232,8 +230,6 @@ private Q_SLOTS:
         key(u"Escape"_s); // ends the recording
         pressInTerminal(u"ctrl+alt+j"_s);
         expectComposer(true);
-        xterm.kill();
-        xterm.waitForFinished();
     }
 
     // A size the user gives the window is stored and comes back when the window opens again, here

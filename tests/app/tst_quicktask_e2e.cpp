@@ -54,38 +54,27 @@ struct MeasuredMenu {
     }
 };
 
-// Clicks a point of the measured menu in the real one. The row's buttons are right-aligned,
-// so x counts from the right edge; only the items above a point decide its height.
-void clickInMenu(const QString &menu, const MeasuredMenu &measured, const QPoint &point)
+// Clicks in the real menu where the measured one with these row actions has the named inline
+// button, the item "Clear Finished Tasks" or the row's "prompt line". The row's
+// buttons and the items are right-aligned, so x counts from the right edge, the prompt line is
+// left-aligned; only the items above a point decide its height.
+void clickInMenu(const QString &menu, const QStringList &actionTitles, const QString &button)
 {
+    const MeasuredMenu measured(actionTitles);
     const Geometry frame = geometry(menu);
+    QPoint point = measured.menu.actionGeometry(measured.clear).center();
+    if (button == u"prompt line") {
+        const auto *title = measured.row->findChild<QLabel *>(u"SessionTitle"_s);
+        QVERIFY(title);
+        point = measured.rowRect.topLeft() + title->geometry().topLeft() + QPoint(8, title->height() / 2);
+        return click(frame.x + point.x(), frame.y + point.y());
+    }
+    if (button != u"Clear Finished Tasks") {
+        const auto *widget = measured.row->findChild<QAbstractButton *>(u"InlineAction_"_s + button);
+        QVERIFY(widget);
+        point = measured.rowRect.topLeft() + widget->geometry().center();
+    }
     click(frame.right() - (measured.menu.width() - point.x()), frame.y + point.y());
-}
-
-void clickInlineButton(const QString &menu, const QStringList &actionTitles, const QString &title)
-{
-    const MeasuredMenu measured(actionTitles);
-    const auto *button = measured.row->findChild<QAbstractButton *>(u"InlineAction_"_s + title);
-    QVERIFY(button);
-    clickInMenu(menu, measured, measured.rowRect.topLeft() + button->geometry().center());
-}
-
-void clickClearFinishedTasks(const QString &menu)
-{
-    const MeasuredMenu measured({});
-    clickInMenu(menu, measured, measured.menu.actionGeometry(measured.clear).center());
-}
-
-// Clicks the row's prompt line, away from its buttons; the line is left-aligned.
-void clickRowText(const QString &menu, const QStringList &actionTitles)
-{
-    const MeasuredMenu measured(actionTitles);
-    const auto *title = measured.row->findChild<QLabel *>(u"SessionTitle"_s);
-    QVERIFY(title);
-    const QPoint offset =
-        measured.rowRect.topLeft() + title->geometry().topLeft() + QPoint(8, title->height() / 2);
-    const Geometry frame = geometry(menu);
-    click(frame.x + offset.x(), frame.y + offset.y());
 }
 
 // Where to drop on a ready scratch composer, from its layout: the header is the panel's own
@@ -201,11 +190,11 @@ private Q_SLOTS:
 
         const QString menu = app.openMenu();
         screenshot(u"menu-stop"_s);
-        clickInlineButton(menu, {u"Stop"_s}, u"Stop"_s);
+        clickInMenu(menu, {u"Stop"_s}, u"Stop"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000); // Stop closes the menu
         QTRY_COMPARE_WITH_TIMEOUT(app.sessionStatus(), u"cancelled"_s, 10000);
 
-        clickClearFinishedTasks(app.openMenu());
+        clickInMenu(app.openMenu(), {}, u"Clear Finished Tasks"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.sessions().isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
     }
@@ -285,11 +274,11 @@ private Q_SLOTS:
         const QStringList finished{u"Copy"_s, u"Retry"_s, u"Delete"_s};
         files.reset(); // the clipboard is nobody's again
         QVERIFY(clipboardText().isEmpty());
-        clickInlineButton(app.openMenu(), finished, u"Copy"_s);
+        clickInMenu(app.openMenu(), finished, u"Copy"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
         QTRY_COMPARE_WITH_TIMEOUT(clipboardText(), u"Fake answer."_s, 5000);
 
-        clickRowText(app.openMenu(), finished);
+        clickInMenu(app.openMenu(), finished, u"prompt line"_s);
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(!m_fakes.recorded(u"xdg-open.args"_s).isEmpty(), 5000);
         QTest::qWait(300); // a second opening would show up as a second line
@@ -305,8 +294,7 @@ private Q_SLOTS:
         // backend gets what the first run got.
         const QString menu = app.openMenu();
         screenshot(u"menu-rows"_s);
-        const QString composer =
-            app.readyComposerAfter([&] { clickInlineButton(menu, finished, u"Retry"_s); });
+        const QString composer = app.readyComposerAfter([&] { clickInMenu(menu, finished, u"Retry"_s); });
         QTRY_VERIFY_WITH_TIMEOUT(app.menuWindow().isEmpty(), 5000);
         activate(composer);
         screenshot(u"scratch-retry"_s, composer);
@@ -319,7 +307,7 @@ private Q_SLOTS:
         // tst_quicktaskmanager).
         const QString rows = app.openMenu();
         const int heightWithRows = geometry(rows).height;
-        clickInlineButton(rows, finished, u"Delete"_s);
+        clickInMenu(rows, finished, u"Delete"_s);
         QTRY_COMPARE_WITH_TIMEOUT(app.sessions().size(), 1, 5000);
         QCOMPARE(app.menuWindow(), rows);
         QTRY_VERIFY_WITH_TIMEOUT(geometry(rows).height < heightWithRows, 5000);

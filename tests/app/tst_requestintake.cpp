@@ -45,15 +45,26 @@ class RequestIntakeTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // Answered and completed requests are retired, never shown; the rest are taken oldest first,
+    // answered once, and at termination every one still waiting is cancelled.
     void requestsAreTakenOldestFirstAndAnsweredOnce()
     {
         Fixture f;
+        const ComposerRequest answered = writeRequest(u"old"_s);
+        RequestFileIO::writeResponse(
+            {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, u"done"_s});
+        const ComposerRequest marked = writeRequest(u"marked"_s);
+        RequestFileIO::markRequestCompleted(marked.id);
         const ComposerRequest first = writeRequest(u"one"_s, u"/home/u/alpha"_s);
         const ComposerRequest second = writeRequest(u"two"_s);
         QSignalSpy directories(&f.intake, &RequestIntake::workingDirectoryNoted);
         QCOMPARE(f.intake.takeNextRequest()->id, first.id);
         QCOMPARE(directories.count(), 1);
         QCOMPARE(f.intake.queuedRequests().size(), 1);
+        QVERIFY(!DataFile::exists(FileStore::requestURL(answered.id)));
+        QVERIFY(!DataFile::exists(FileStore::requestURL(marked.id)));
+        QVERIFY(!RequestFileIO::completedRequestMarkerExists(marked.id));
+        QVERIFY(RequestFileIO::responseExists(answered.id)); // still for the helper to collect
 
         // A third arrives while the first is on screen: queued behind, the first not again.
         const ComposerRequest third = writeRequest(u"three"_s);
@@ -73,23 +84,20 @@ private Q_SLOTS:
         QCOMPARE(f.intake.takeNextRequest()->id, second.id);
         QVERIFY(f.intake.answer(second, ComposerResponse::Disposition::cancelled, std::nullopt));
         QCOMPARE(RequestFileIO::readResponse(second.id).updatedText, std::nullopt);
-        QCOMPARE(f.intake.takeNextRequest()->id, third.id);
         QCOMPARE(f.log.entries().size(), 0);
-    }
 
-    void answeredRequestsAreRetiredNeverShown()
-    {
-        Fixture f;
-        const ComposerRequest answered = writeRequest(u"old"_s);
-        RequestFileIO::writeResponse(
-            {answered.id, f.clock.now(), ComposerResponse::Disposition::submitted, u"done"_s});
-        const ComposerRequest marked = writeRequest(u"marked"_s);
-        RequestFileIO::markRequestCompleted(marked.id);
-        QVERIFY(!f.intake.takeNextRequest());
-        QVERIFY(!DataFile::exists(FileStore::requestURL(answered.id)));
-        QVERIFY(!DataFile::exists(FileStore::requestURL(marked.id)));
-        QVERIFY(!RequestFileIO::completedRequestMarkerExists(marked.id));
-        QVERIFY(RequestFileIO::responseExists(answered.id)); // still for the helper to collect
+        // The third on screen, a fourth waiting and a file that is no request at termination.
+        const ComposerRequest fourth = writeRequest(u"four"_s);
+        writeRaw(u"notes.json"_s, "{}");
+        QCOMPARE(f.intake.takeNextRequest()->id, third.id);
+        QCOMPARE(f.intake.waitingRequestCount(third.id), 1);
+        f.intake.cancelPendingEditorRequestsOnTermination();
+        for (const QUuid &id : {third.id, fourth.id}) {
+            QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
+            QVERIFY(!DataFile::exists(FileStore::requestURL(id)));
+        }
+        QVERIFY(RequestFileIO::pendingRequestURLs().isEmpty());
+        QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 1);
     }
 
     void malformedFilesAreQuarantinedWithTheirStory()
@@ -195,24 +203,6 @@ private Q_SLOTS:
         // Fixing the folder lets the user try again.
         QFile::remove(FileStore::responsesDirectory());
         QVERIFY(f.intake.answer(request, ComposerResponse::Disposition::submitted, u"text"_s));
-    }
-
-    void terminationAnswersEveryWaitingRequest()
-    {
-        Fixture f;
-        const ComposerRequest onScreen = writeRequest(u"a"_s);
-        const ComposerRequest waiting = writeRequest(u"b"_s);
-        writeRaw(u"notes.json"_s, "{}");
-        QCOMPARE(f.intake.takeNextRequest()->id, onScreen.id);
-        QCOMPARE(f.intake.waitingRequestCount(onScreen.id), 1);
-
-        f.intake.cancelPendingEditorRequestsOnTermination();
-        for (const QUuid &id : {onScreen.id, waiting.id}) {
-            QCOMPARE(RequestFileIO::readResponse(id).disposition, ComposerResponse::Disposition::cancelled);
-            QVERIFY(!DataFile::exists(FileStore::requestURL(id)));
-        }
-        QVERIFY(RequestFileIO::pendingRequestURLs().isEmpty());
-        QCOMPARE(QDir(FileStore::malformedRequestsDirectory()).entryList(QDir::Files).size(), 1);
     }
 };
 

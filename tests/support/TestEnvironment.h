@@ -39,10 +39,10 @@ public:
     QString root() const { return m_root.path(); }
     QString path(const QString &relative) const { return QDir(m_root.path()).filePath(relative); }
 
+    // Each change remembers the value before it, which the destructor puts back.
     void set(const char *name, const QString &value)
     {
-        m_saved.emplace_back(QByteArray(name),
-                             qEnvironmentVariableIsSet(name) ? qgetenv(name) : QByteArray());
+        unset(name);
         qputenv(name, value.toLocal8Bit());
     }
     void unset(const char *name)

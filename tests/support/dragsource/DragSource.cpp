@@ -12,7 +12,6 @@
 #include <QFileInfo>
 #include <QMimeData>
 #include <QMouseEvent>
-#include <QPainter>
 #include <QTimer>
 #include <QUrl>
 #include <QWidget>
@@ -50,14 +49,6 @@ protected:
         // (Qt lets go of the drag then), or a while.
         connect(drag, &QObject::destroyed, qApp, [] { QCoreApplication::exit(0); });
         QTimer::singleShot(5000, qApp, [] { QCoreApplication::exit(0); });
-    }
-
-    void paintEvent(QPaintEvent *) override
-    {
-        QPainter painter(this);
-        painter.fillRect(rect(), QColor(60, 140, 80));
-        painter.setPen(Qt::white);
-        painter.drawText(rect(), Qt::AlignCenter, QStringLiteral("%1 file(s)").arg(m_urls.size()));
     }
 
 private:

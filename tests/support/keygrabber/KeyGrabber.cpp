@@ -8,6 +8,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
+#include <sstream>
 #include <string>
 
 namespace {
@@ -21,33 +23,17 @@ int fail(const char *message)
 // ctrl, alt, shift, super, lock, mod2, mod3, mod5, separated by commas; -1 for an unknown name.
 int modifierMask(const std::string &names)
 {
+    static const std::map<std::string, int> masks{
+        {"ctrl", XCB_MOD_MASK_CONTROL}, {"alt", XCB_MOD_MASK_1},     {"shift", XCB_MOD_MASK_SHIFT},
+        {"super", XCB_MOD_MASK_4},      {"lock", XCB_MOD_MASK_LOCK}, {"mod2", XCB_MOD_MASK_2},
+        {"mod3", XCB_MOD_MASK_3},       {"mod5", XCB_MOD_MASK_5},    {"", 0}};
     int mask = 0;
-    size_t start = 0;
-    while (start <= names.size()) {
-        const size_t end = names.find(',', start);
-        const std::string name =
-            names.substr(start, end == std::string::npos ? std::string::npos : end - start);
-        if (name == "ctrl")
-            mask |= XCB_MOD_MASK_CONTROL;
-        else if (name == "alt")
-            mask |= XCB_MOD_MASK_1;
-        else if (name == "shift")
-            mask |= XCB_MOD_MASK_SHIFT;
-        else if (name == "super")
-            mask |= XCB_MOD_MASK_4;
-        else if (name == "lock")
-            mask |= XCB_MOD_MASK_LOCK;
-        else if (name == "mod2")
-            mask |= XCB_MOD_MASK_2;
-        else if (name == "mod3")
-            mask |= XCB_MOD_MASK_3;
-        else if (name == "mod5")
-            mask |= XCB_MOD_MASK_5;
-        else if (!name.empty())
+    std::istringstream list(names);
+    for (std::string name; std::getline(list, name, ',');) {
+        const auto found = masks.find(name);
+        if (found == masks.end())
             return -1;
-        if (end == std::string::npos)
-            break;
-        start = end + 1;
+        mask |= found->second;
     }
     return mask;
 }
