@@ -47,6 +47,16 @@ void send(QWidget &widget, QEvent &&event)
     QCoreApplication::sendEvent(&widget, &event);
 }
 
+// Whether the widget takes a drag event carrying the data: sent not yet accepted, or accepted
+// beforehand where a refusal has to be seen.
+template<typename Event> bool takes(QWidget &widget, QMimeData *data, bool acceptedBefore = false)
+{
+    Event event(QPoint(10, 10), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    event.setAccepted(acceptedBefore);
+    QCoreApplication::sendEvent(&widget, &event);
+    return event.isAccepted();
+}
+
 QImage sampleImage(int width, int height)
 {
     QImage image(width, height, QImage::Format_ARGB32);
@@ -161,16 +171,12 @@ private Q_SLOTS:
         QMimeData data;
         data.setUrls({file, QUrl(u"https://example.invalid/page"_s), folder});
 
-        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QCoreApplication::sendEvent(&strip, &enter);
-        QVERIFY(enter.isAccepted());
+        QVERIFY(takes<QDragEnterEvent>(strip, &data));
         QVERIFY(rendered(strip) != idle);
-        send(strip, QDragMoveEvent(QPoint(20, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
+        takes<QDragMoveEvent>(strip, &data);
         QCOMPARE(highlights.size(), 1); // no repeat while it stays highlighted
 
-        QDropEvent drop(QPointF(20, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QCoreApplication::sendEvent(&strip, &drop);
-        QVERIFY(drop.isAccepted());
+        QVERIFY(takes<QDropEvent>(strip, &data));
         QCOMPARE(highlights.size(), 2);
         QCOMPARE(highlights.at(1).at(0).toBool(), false);
         QCOMPARE(drops.size(), 1);
@@ -178,7 +184,7 @@ private Q_SLOTS:
         QCOMPARE(rendered(strip), idle);
 
         // A drag that leaves takes the highlight with it.
-        send(strip, QDragEnterEvent(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
+        takes<QDragEnterEvent>(strip, &data);
         send(strip, QDragLeaveEvent());
         QVERIFY(!strip.isDropTargetHighlighted());
         QCOMPARE(highlights.size(), 4);
@@ -189,14 +195,8 @@ private Q_SLOTS:
         QMimeData text;
         text.setText(u"/tmp/a.txt"_s);
         for (QMimeData *refused : {&web, &text}) {
-            QDragEnterEvent refusedEnter(QPoint(5, 5), Qt::CopyAction, refused, Qt::LeftButton,
-                                         Qt::NoModifier);
-            refusedEnter.accept();
-            QCoreApplication::sendEvent(&strip, &refusedEnter);
-            QVERIFY(!refusedEnter.isAccepted());
-            QDropEvent refusedDrop(QPointF(5, 5), Qt::CopyAction, refused, Qt::LeftButton, Qt::NoModifier);
-            QCoreApplication::sendEvent(&strip, &refusedDrop);
-            QVERIFY(!refusedDrop.isAccepted());
+            QVERIFY(!takes<QDragEnterEvent>(strip, refused, true));
+            QVERIFY(!takes<QDropEvent>(strip, refused));
         }
         QCOMPARE(highlights.size(), 4);
         QCOMPARE(drops.size(), 1);
