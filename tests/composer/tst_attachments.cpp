@@ -16,19 +16,22 @@
 #include <QImage>
 #include <QMimeData>
 #include <QRegularExpression>
+#include <QSet>
 #include <QSignalSpy>
 #include <QtTest>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
 PromptAttachment attachment(const QString &name)
 {
-    return PromptAttachment::make(QStringLiteral("/tmp/tarvel-strip-test/") + name);
+    return PromptAttachment::make(u"/tmp/tarvel-strip-test/"_s + name);
 }
 
 QString longName(QChar letter)
 {
-    return QString(60, letter) + QStringLiteral(" report final.txt");
+    return QString(60, letter) + u" report final.txt"_s;
 }
 
 QImage rendered(QWidget &widget)
@@ -42,6 +45,16 @@ QImage rendered(QWidget &widget)
 void send(QWidget &widget, QEvent &&event)
 {
     QCoreApplication::sendEvent(&widget, &event);
+}
+
+// Whether the widget takes a drag event carrying the data: sent not yet accepted, or accepted
+// beforehand where a refusal has to be seen.
+template<typename Event> bool takes(QWidget &widget, QMimeData *data, bool acceptedBefore = false)
+{
+    Event event(QPoint(10, 10), Qt::CopyAction, data, Qt::LeftButton, Qt::NoModifier);
+    event.setAccepted(acceptedBefore);
+    QCoreApplication::sendEvent(&widget, &event);
+    return event.isAccepted();
 }
 
 QImage sampleImage(int width, int height)
@@ -79,7 +92,7 @@ private Q_SLOTS:
     void init() { m_environment = std::make_unique<TestEnvironment>(); }
     void cleanup() { m_environment.reset(); }
 
-    void pillsWrapIntoRows()
+    void pillsAreCappedElidedAndWrapIntoRows()
     {
         // Rows of 22 with gaps of 6; a pill wider than the strip is cut to it.
         QCOMPARE(AttachmentStripView::wrappedPillFrames({100, 100, 100, 500}, 210),
@@ -98,10 +111,8 @@ private Q_SLOTS:
         QCOMPARE(pills[0]->geometry(), QRect(0, 0, AttachmentStripView::maxPillWidth, 22));
         QCOMPARE(pills[1]->pos(), QPoint(220 + 6, 0));
         QCOMPARE(pills[2]->pos(), QPoint(0, 28));
-    }
 
-    void pillWidthIsCappedAndTitleElided()
-    {
+        // A pill is capped and its title elided in the middle.
         const PromptAttachment wide = attachment(longName(u'x'));
         AttachmentPillView widePill(wide);
         QCOMPARE(widePill.preferredWidth(AttachmentStripView::maxPillWidth),
@@ -116,18 +127,17 @@ private Q_SLOTS:
 
         // Names that fit are shown whole, in pills that share a row; a longer name never
         // gets a narrower pill.
-        AttachmentStripView strip;
-        strip.setAttachments(
-            {attachment(QStringLiteral("a.txt")), attachment(QStringLiteral("WWW mmm.txt"))});
-        strip.resize(500, strip.measuredHeight(500));
-        strip.show();
-        QCOMPARE(strip.measuredHeight(500), 22);
-        const QList<AttachmentPillView *> pills = strip.pillViews();
-        for (const AttachmentPillView *pill : pills)
+        AttachmentStripView fitting;
+        fitting.setAttachments({attachment(u"a.txt"_s), attachment(u"WWW mmm.txt"_s)});
+        fitting.resize(500, fitting.measuredHeight(500));
+        fitting.show();
+        QCOMPARE(fitting.measuredHeight(500), 22);
+        const QList<AttachmentPillView *> fit = fitting.pillViews();
+        for (const AttachmentPillView *pill : fit)
             QCOMPARE(pill->displayedTitle(), pill->title());
-        QVERIFY(pills[0]->width() > pills[0]->fontMetrics().horizontalAdvance(QStringLiteral("a.txt")));
-        QVERIFY(pills[1]->width() > pills[0]->width());
-        QCOMPARE(pills[1]->pos(), QPoint(pills[0]->width() + 6, 0));
+        QVERIFY(fit[0]->width() > fit[0]->fontMetrics().horizontalAdvance(u"a.txt"_s));
+        QVERIFY(fit[1]->width() > fit[0]->width());
+        QCOMPARE(fit[1]->pos(), QPoint(fit[0]->width() + 6, 0));
     }
 
     void placeholderFollowsBackendAndAttachments()
@@ -136,16 +146,16 @@ private Q_SLOTS:
         QCOMPARE(strip.measuredHeight(500), AttachmentStripView::placeholderHeight);
         strip.setShowsDropPlaceholder(false);
         QCOMPARE(strip.measuredHeight(500), 0);
-        strip.setAttachments({attachment(QStringLiteral("a.txt"))});
+        strip.setAttachments({attachment(u"a.txt"_s)});
         QCOMPARE(strip.measuredHeight(500), 22); // pills take its place either way
         strip.setShowsDropPlaceholder(true);
         strip.setAttachments({});
         QCOMPARE(strip.measuredHeight(500), AttachmentStripView::placeholderHeight);
 
-        QVERIFY(strip.placeholderText().contains(QStringLiteral("folders")));
+        QVERIFY(strip.placeholderText().contains(u"folders"_s));
         strip.setBackend(QuickTaskCLIBackend::opencode); // takes no folders
-        QVERIFY(!strip.placeholderText().contains(QStringLiteral("folders")));
-        QVERIFY(!strip.highlightedPlaceholderText().contains(QStringLiteral("folders")));
+        QVERIFY(!strip.placeholderText().contains(u"folders"_s));
+        QVERIFY(!strip.highlightedPlaceholderText().contains(u"folders"_s));
     }
 
     void fileDragHighlightsAndDropReportsLocalFiles()
@@ -156,21 +166,17 @@ private Q_SLOTS:
         QSignalSpy drops(&strip, &AttachmentStripView::fileUrlsDropped);
         const QImage idle = rendered(strip);
 
-        const QUrl file = QUrl::fromLocalFile(QStringLiteral("/tmp/a.txt"));
-        const QUrl folder = QUrl::fromLocalFile(QStringLiteral("/tmp/folder"));
+        const QUrl file = QUrl::fromLocalFile(u"/tmp/a.txt"_s);
+        const QUrl folder = QUrl::fromLocalFile(u"/tmp/folder"_s);
         QMimeData data;
-        data.setUrls({file, QUrl(QStringLiteral("https://example.invalid/page")), folder});
+        data.setUrls({file, QUrl(u"https://example.invalid/page"_s), folder});
 
-        QDragEnterEvent enter(QPoint(10, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QCoreApplication::sendEvent(&strip, &enter);
-        QVERIFY(enter.isAccepted());
+        QVERIFY(takes<QDragEnterEvent>(strip, &data));
         QVERIFY(rendered(strip) != idle);
-        send(strip, QDragMoveEvent(QPoint(20, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
+        takes<QDragMoveEvent>(strip, &data);
         QCOMPARE(highlights.size(), 1); // no repeat while it stays highlighted
 
-        QDropEvent drop(QPointF(20, 10), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier);
-        QCoreApplication::sendEvent(&strip, &drop);
-        QVERIFY(drop.isAccepted());
+        QVERIFY(takes<QDropEvent>(strip, &data));
         QCOMPARE(highlights.size(), 2);
         QCOMPARE(highlights.at(1).at(0).toBool(), false);
         QCOMPARE(drops.size(), 1);
@@ -178,25 +184,19 @@ private Q_SLOTS:
         QCOMPARE(rendered(strip), idle);
 
         // A drag that leaves takes the highlight with it.
-        send(strip, QDragEnterEvent(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
+        takes<QDragEnterEvent>(strip, &data);
         send(strip, QDragLeaveEvent());
         QVERIFY(!strip.isDropTargetHighlighted());
         QCOMPARE(highlights.size(), 4);
 
         // Drags without a local file are refused.
         QMimeData web;
-        web.setUrls({QUrl(QStringLiteral("https://example.invalid/a.txt"))});
+        web.setUrls({QUrl(u"https://example.invalid/a.txt"_s)});
         QMimeData text;
-        text.setText(QStringLiteral("/tmp/a.txt"));
+        text.setText(u"/tmp/a.txt"_s);
         for (QMimeData *refused : {&web, &text}) {
-            QDragEnterEvent refusedEnter(QPoint(5, 5), Qt::CopyAction, refused, Qt::LeftButton,
-                                         Qt::NoModifier);
-            refusedEnter.accept();
-            QCoreApplication::sendEvent(&strip, &refusedEnter);
-            QVERIFY(!refusedEnter.isAccepted());
-            QDropEvent refusedDrop(QPointF(5, 5), Qt::CopyAction, refused, Qt::LeftButton, Qt::NoModifier);
-            QCoreApplication::sendEvent(&strip, &refusedDrop);
-            QVERIFY(!refusedDrop.isAccepted());
+            QVERIFY(!takes<QDragEnterEvent>(strip, refused, true));
+            QVERIFY(!takes<QDropEvent>(strip, refused));
         }
         QCOMPARE(highlights.size(), 4);
         QCOMPARE(drops.size(), 1);
@@ -207,9 +207,8 @@ private Q_SLOTS:
     void removalFromInsideTheClickKeepsOtherPills()
     {
         AttachmentStripView strip;
-        QList<PromptAttachment> attachments{attachment(QStringLiteral("a.txt")),
-                                            attachment(QStringLiteral("b.txt")),
-                                            attachment(QStringLiteral("c.txt"))};
+        QList<PromptAttachment> attachments{attachment(u"a.txt"_s), attachment(u"b.txt"_s),
+                                            attachment(u"c.txt"_s)};
         strip.setAttachments(attachments);
         strip.resize(600, 22);
         strip.show();
@@ -231,32 +230,40 @@ private Q_SLOTS:
         QCOMPARE(strip.attachments(), attachments);
     }
 
-    void importWritesAPrivatePngWithAUniqueName()
+    // An image object, PNG bytes and bytes of another format all come in as a private PNG file in
+    // the imported-attachments folder, each under a name of its own even within one second.
+    void clipboardImagesBecomePrivatePngFiles()
     {
         const QString name = AttachmentStore::uniqueFilename(QDateTime(QDate(2026, 3, 1), QTime(9, 15, 42)));
         QVERIFY2(name.startsWith(u"Pasted Image 2026-03-01 09.15.42 ") &&
                      namePattern().match(name).hasMatch(),
                  qPrintable(name));
-
-        const PromptAttachment imported = PastedImageImport::importImage(sampleImage(37, 21));
-        const PromptAttachment second = PastedImageImport::importImage(sampleImage(8, 8));
-        QVERIFY(imported.isManagedCopy && imported.isImage());
-        QVERIFY(imported.path != second.path); // the same second, another file
-        const QFileInfo info(imported.path);
-        QCOMPARE(info.absolutePath(), QDir(AttachmentStore::folder()).absolutePath());
-        QCOMPARE(QFileInfo(AttachmentStore::folder()).fileName(), QStringLiteral("ImportedAttachments"));
-        QVERIFY(imported.path.startsWith(m_environment->root()));
-        QVERIFY2(namePattern().match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
-
-        QFile file(imported.path);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QVERIFY(file.read(8).startsWith("\x89PNG\r\n\x1a\n"));
-        const QImage reread(imported.path);
-        QCOMPARE(reread.size(), QSize(37, 21));
-        QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
-        QCOMPARE(info.permissions() & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
-                                        QFileDevice::ReadUser | QFileDevice::WriteUser),
-                 QFileDevice::Permissions());
+        QCOMPARE(QFileInfo(AttachmentStore::folder()).fileName(), u"ImportedAttachments"_s);
+        const QImage image = sampleImage(37, 21);
+        QMimeData object, png, bmp;
+        object.setImageData(image);
+        png.setData(u"image/png"_s, encoded(image, "PNG"));
+        bmp.setData(u"image/bmp"_s, encoded(image, "BMP"));
+        QSet<QString> paths;
+        for (QMimeData *data : {&object, &png, &bmp}) {
+            data->setText(u"ignored caption"_s);
+            const std::optional<PromptAttachment> imported = PastedImageImport::importImage(data);
+            QVERIFY(imported && imported->isManagedCopy && imported->isImage());
+            paths.insert(imported->path);
+            const QFileInfo info(imported->path);
+            QCOMPARE(info.absolutePath(), QDir(AttachmentStore::folder()).absolutePath());
+            QVERIFY(imported->path.startsWith(m_environment->root()));
+            QVERIFY2(namePattern().match(info.fileName()).hasMatch(), qPrintable(info.fileName()));
+            QCOMPARE(info.permissions() & ~(QFileDevice::ReadOwner | QFileDevice::WriteOwner |
+                                            QFileDevice::ReadUser | QFileDevice::WriteUser),
+                     QFileDevice::Permissions());
+            QFile file(imported->path);
+            QVERIFY(file.open(QIODevice::ReadOnly) && file.read(8).startsWith("\x89PNG\r\n\x1a\n"));
+            const QImage reread(imported->path);
+            QCOMPARE(reread.size(), QSize(37, 21));
+            QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
+        }
+        QCOMPARE(paths.size(), 3);
     }
 
     // Clipboard data without an image is no image; one that cannot be read is an error. Neither
@@ -264,13 +271,13 @@ private Q_SLOTS:
     void failuresThrowAndWriteNothing()
     {
         QMimeData text;
-        text.setText(QStringLiteral("just words"));
+        text.setText(u"just words"_s);
         QVERIFY(!PastedImageImport::importImage(&text).has_value());
         QVERIFY(!PastedImageImport::importImage(static_cast<const QMimeData *>(nullptr)));
         QVERIFY(!QFileInfo::exists(AttachmentStore::folder()));
         QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(QImage()));
         QMimeData broken;
-        broken.setData(QStringLiteral("image/png"), QByteArray("not a png at all"));
+        broken.setData(u"image/png"_s, QByteArray("not a png at all"));
         QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(&broken));
         QVERIFY(!QFileInfo::exists(AttachmentStore::folder()) ||
                 QDir(AttachmentStore::folder()).isEmpty(QDir::Files));
@@ -283,24 +290,6 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(TarvelError, PastedImageImport::importImage(sampleImage(3, 3)));
     }
 
-    // An image object, PNG bytes and bytes of another format all come in as a PNG file.
-    void clipboardImagesAreImported()
-    {
-        const QImage image = sampleImage(12, 9);
-        QMimeData object, png, bmp;
-        object.setImageData(image);
-        png.setData(QStringLiteral("image/png"), encoded(image, "PNG"));
-        bmp.setData(QStringLiteral("image/bmp"), encoded(image, "BMP"));
-        for (QMimeData *data : {&object, &png, &bmp}) {
-            data->setText(QStringLiteral("ignored caption"));
-            const std::optional<PromptAttachment> imported = PastedImageImport::importImage(data);
-            QVERIFY(imported.has_value() && imported->isManagedCopy);
-            const QImage reread(imported->path, "PNG");
-            QCOMPARE(reread.size(), QSize(12, 9));
-            QCOMPARE(reread.pixelColor(0, 0), QColor(250, 10, 20));
-        }
-    }
-
     // A copy goes when its last holder lets go; a file the user attached, one outside the
     // folder or one not marked as a copy is never deleted. (A retried draft holding a deleted
     // session's image: tst_composercoordinator.)
@@ -310,7 +299,7 @@ private Q_SLOTS:
         const PromptAttachment pasted = PastedImageImport::importImage(sampleImage(5, 5));
         PromptAttachment unmarked = PastedImageImport::importImage(sampleImage(6, 6));
         unmarked.isManagedCopy = false;
-        const QString userPath = m_environment->path(QStringLiteral("notes.png"));
+        const QString userPath = m_environment->path(u"notes.png"_s);
         QVERIFY(sampleImage(2, 2).save(userPath));
         const QUuid session = QUuid::createUuid();
         const QUuid composer = QUuid::createUuid();

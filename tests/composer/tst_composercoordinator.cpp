@@ -1,4 +1,5 @@
 // The composer coordinator against real request files and a fake window system (offscreen).
+#include "ComposerTestSupport.h"
 #include "app/ComposerCoordinator.h"
 #include "app/QuitPolicy.h"
 #include "app/RequestIntake.h"
@@ -16,7 +17,6 @@
 #include "editing/PromptHistory.h"
 #include "errorlog/ErrorLogManager.h"
 #include "fakebackends/FakeBackendSetup.h"
-#include "platform/WindowSystem.h"
 #include "quicktasks/QuickTaskManager.h"
 #include "quicktasks/QuickTaskStore.h"
 #include "remote/RemoteRequestServer.h"
@@ -31,28 +31,9 @@
 #include <QPushButton>
 #include <QtTest>
 
-namespace {
-// Records which processes were asked to take the focus back.
-class FakeWindowSystem final : public WindowSystem {
-public:
-    QList<qint64> activatedApplications;
-    QList<bool> dockChanges;
-    void setShowsInDock(bool shown) override { dockChanges.append(shown); }
-    bool isAvailable() const override { return false; }
-    QList<TopLevelWindow> topLevelWindows() const override { return {}; }
-    std::optional<TopLevelWindow> activeWindow() const override { return std::nullopt; }
-    bool activateWindow(quint64) override { return true; }
-    bool activateApplication(qint64 pid) override
-    {
-        activatedApplications.append(pid);
-        return true;
-    }
-    QString executableName(qint64) const override { return {}; }
-    bool compositorRunning() const override { return true; }
-    QList<ScreenArea> screens() const override { return {}; }
-    int primaryScreenIndex() const override { return -1; }
-};
+using namespace Qt::StringLiterals;
 
+namespace {
 ComposerRequest writeRequest(const QString &text, qint32 pid)
 {
     const ComposerRequest request{
@@ -62,7 +43,6 @@ ComposerRequest writeRequest(const QString &text, qint32 pid)
     return request;
 }
 
-// The fake backends are the only ones on PATH.
 // Moves the file's modification time back by that many seconds.
 void ageFile(const QString &path, int seconds)
 {
@@ -74,14 +54,14 @@ void ageFile(const QString &path, int seconds)
 
 struct Fixture : FakeBackendSetup {
     TestEnvironment &env = environment;
-    UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
+    UserDefaults defaults{env.path(u"settings.conf"_s)};
     ErrorLogManager log{Clock::system()};
     FakeWindowSystem windows;
     WindowActivationCoordinator activation{windows};
     ScratchWindowFrameStore frames{defaults};
     RequestIntake intake{log, Clock::system()};
     QuickTaskManager tasks{QuickTaskStore(), log, defaults, Clock::system()};
-    PromptHistory history{env.path(QStringLiteral("History/prompts.json")), Clock::system()};
+    PromptHistory history{env.path(u"History/prompts.json"_s), Clock::system()};
     ComposerCoordinator composers{
         intake,
         tasks,
@@ -107,21 +87,20 @@ private Q_SLOTS:
     void oneRequestOnScreenAnsweredOnceFocusBackToItsTerminal()
     {
         Fixture f;
-        const ComposerRequest first = writeRequest(QStringLiteral("one"), 4001);
-        const ComposerRequest second = writeRequest(QStringLiteral("two"), 4002);
+        const ComposerRequest first = writeRequest(u"one"_s, 4001);
+        const ComposerRequest second = writeRequest(u"two"_s, 4002);
         f.composers.prepareEditorComposer(); // made ahead, as at launch
         f.composers.processPendingRequests();
         f.composers.processPendingRequests(); // the second waits behind the first
         QCOMPARE(f.composers.currentRequest()->id, first.id);
-        QCOMPARE(f.composers.editorComposer()->text(), QStringLiteral("one"));
+        QCOMPARE(f.composers.editorComposer()->text(), u"one"_s);
         QVERIFY(!f.composers.editorComposer()->panel()->textView()->document()->isUndoAvailable());
         QCOMPARE(f.windows.dockChanges, QList<bool>{true}); // a Dock icon while a composer is up
 
         const QPointer<EditorComposer> firstComposer = f.composers.editorComposer();
-        QTest::keyClicks(firstComposer->panel()->textView(), QStringLiteral("!"));
+        QTest::keyClicks(firstComposer->panel()->textView(), u"!"_s);
         firstComposer->panel()->submitButton()->click();
-        QCOMPARE(RequestFileIO::readResponse(first.id).updatedText,
-                 std::optional<QString>(QStringLiteral("one!")));
+        QCOMPARE(RequestFileIO::readResponse(first.id).updatedText, std::optional<QString>(u"one!"_s));
         // The next request opens at once; the focus goes to it, not to the first terminal.
         QCOMPARE(f.composers.currentRequest()->id, second.id);
         QVERIFY(f.windows.activatedApplications.isEmpty());
@@ -139,7 +118,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!firstComposer);
         QTRY_COMPARE(f.windows.dockChanges, (QList<bool>{true, false})); // none once both are gone
         QCOMPARE(f.log.entries().size(), 0);
-        QCOMPARE(f.historyTexts(), QStringList{QStringLiteral("one!")}); // a cancelled text is no history
+        QCOMPARE(f.historyTexts(), QStringList{u"one!"_s}); // a cancelled text is no history
     }
 
     // A request from another machine joins the queue behind an older local one, is marked with its
@@ -150,9 +129,9 @@ private Q_SLOTS:
         using namespace RemoteProtocol;
         Fixture f;
         RemoteRequestServer server(f.log);
-        QVERIFY(server.listen(f.env.path(QStringLiteral("run/tarvel/remote.sock"))));
+        QVERIFY(server.listen(f.env.path(u"run/tarvel/remote.sock"_s)));
         f.intake.setRemoteRequests(&server);
-        const ComposerRequest local = writeRequest(QStringLiteral("local"), 4001);
+        const ComposerRequest local = writeRequest(u"local"_s, 4001);
         RemoteTestClient client(server.socketPath());
         client.send(Request{"remote", "build-01", "/srv/project", "COMMIT_EDITMSG"});
         QVERIFY(client.receive() == ServerMessage(Accepted{}));
@@ -162,20 +141,20 @@ private Q_SLOTS:
         f.composers.editorComposer()->panel()->cancelButton()->click();
 
         EditorComposer *editor = f.composers.editorComposer();
-        QCOMPARE(editor->remoteMark()->text(), QStringLiteral("on build-01"));
-        QCOMPARE(editor->panel()->windowTitle(), QStringLiteral("Tarvel Composer \u2014 on build-01"));
+        QCOMPARE(editor->remoteMark()->text(), u"on build-01"_s);
+        QCOMPARE(editor->panel()->windowTitle(), u"Tarvel Composer \u2014 on build-01"_s);
         auto *pasted = new QMimeData;
-        pasted->setUrls({QUrl::fromLocalFile(f.env.path(QStringLiteral("notes.txt")))});
-        pasted->setText(f.env.path(QStringLiteral("notes.txt")));
+        pasted->setUrls({QUrl::fromLocalFile(f.env.path(u"notes.txt"_s))});
+        pasted->setText(f.env.path(u"notes.txt"_s));
         QGuiApplication::clipboard()->setMimeData(pasted);
         editor->panel()->textView()->paste();
-        QGuiApplication::clipboard()->setText(QStringLiteral(" and text"));
+        QGuiApplication::clipboard()->setText(u" and text"_s);
         editor->panel()->textView()->paste();
-        QCOMPARE(editor->text(), QStringLiteral("remote and text"));
+        QCOMPARE(editor->text(), u"remote and text"_s);
         QVERIFY(editor->panel()
-                    ->findChild<QLabel *>(QStringLiteral("ComposerNotice"))
+                    ->findChild<QLabel *>(u"ComposerNotice"_s)
                     ->text()
-                    .startsWith(QStringLiteral("Only text goes to build-01")));
+                    .startsWith(u"Only text goes to build-01"_s));
         editor->panel()->submitButton()->click();
         QVERIFY(client.receive() == ServerMessage(Answer{Answer::Disposition::submitted, "remote and text"}));
         QVERIFY(!f.composers.currentRequest());
@@ -187,8 +166,7 @@ private Q_SLOTS:
         gone.close();
         QTRY_COMPARE(server.waitingRequestCount(), 0);
         f.composers.processPendingRequests();
-        QCOMPARE(f.composers.editorComposer()->panel()->submitButton()->text(),
-                 QStringLiteral("Copy and Close"));
+        QCOMPARE(f.composers.editorComposer()->panel()->submitButton()->text(), u"Copy and Close"_s);
         f.composers.editorComposer()->panel()->submitButton()->click();
         QVERIFY(!f.composers.currentRequest());
         QCOMPARE(f.log.entries().size(), 0);
@@ -198,7 +176,7 @@ private Q_SLOTS:
     void unwrittenAnswerKeepsTheComposer()
     {
         Fixture f;
-        const ComposerRequest request = writeRequest(QStringLiteral("keep me"), 4001);
+        const ComposerRequest request = writeRequest(u"keep me"_s, 4001);
         f.composers.processPendingRequests();
         QVERIFY(QDir(FileStore::responsesDirectory()).removeRecursively());
         DataFile::write(FileStore::responsesDirectory(), "a file where the folder belongs");
@@ -206,43 +184,23 @@ private Q_SLOTS:
         QCOMPARE(f.composers.currentRequest()->id, request.id);
         QVERIFY(f.composers.editorComposer()->panel()->isVisible());
         // The prompt was kept before the answer was written, so a crash after an answer keeps it.
-        QCOMPARE(f.historyTexts(), QStringList{QStringLiteral("keep me")});
+        QCOMPARE(f.historyTexts(), QStringList{u"keep me"_s});
 
-        // Ending answers it after all, and closes the composer without a cancel of its own.
+        // Quitting (it says what it ends) answers it after all, and closes the composer without a
+        // cancel of its own.
         QFile::remove(FileStore::responsesDirectory());
+        QCOMPARE(QuitPolicy::confirmationDetail(0, 1, 0), u"1 waiting editor request will be cancelled."_s);
+        QCOMPARE(QuitPolicy::confirmationDetail(2, 0, 1),
+                 u"2 running tasks will be stopped.\n1 open quick-task composer will be closed."_s);
         QuitPolicy quit(f.tasks, f.intake, f.composers, f.activation);
         quit.terminate();
         QCOMPARE(RequestFileIO::readResponse(request.id).disposition,
                  ComposerResponse::Disposition::cancelled);
         QVERIFY(!f.composers.editorComposer()->panel()->isVisible());
         f.composers.processPendingRequests(); // serves nothing any more
-        writeRequest(QStringLiteral("late"), 4001);
+        writeRequest(u"late"_s, 4001);
         f.composers.processPendingRequests();
         QCOMPARE(f.composers.currentRequest()->id, request.id);
-    }
-
-    // Retry hands a session's pasted image to a new draft: deleting the session leaves it
-    // to the draft, and cancelling the draft, its last holder, deletes it.
-    void aRetriedDraftKeepsItsPastedImageUntilCancelled()
-    {
-        Fixture f;
-        const PromptAttachment pasted = AttachmentStore::importPng("png");
-        QuickTaskSession session;
-        session.id = QUuid::createUuid();
-        session.prompt = QStringLiteral("Describe it");
-        session.workingDirectory = f.env.root();
-        session.attachments = {pasted};
-        session.startedAt = QDateTime::currentDateTime();
-        session.finishedAt = session.startedAt;
-        session.status = QuickTaskSession::Status::succeeded;
-        f.tasks.store().saveSessions({session});
-        f.tasks.load();
-
-        f.composers.openScratchComposer(session.prompt, session.attachments);
-        f.tasks.dismiss(session.id);
-        QVERIFY(QFile::exists(pasted.path));
-        f.composers.scratchComposers().constFirst()->panel()->cancelButton()->click();
-        QVERIFY(!QFile::exists(pasted.path));
     }
 
     // A quick task starts where and when the user meant it: never in a folder that has gone,
@@ -250,11 +208,9 @@ private Q_SLOTS:
     void aQuickTaskStartsOnlyWhereAndWhenMeant()
     {
         Fixture f;
-        QDir().mkpath(f.env.path(QStringLiteral(".codex")));
-        QFile::copy(qEnvironmentVariable("TARVEL_TEST_DATA") + QStringLiteral("/codex/models_cache.json"),
-                    f.env.path(QStringLiteral(".codex/models_cache.json")));
-        f.env.set("FAKE_CODEX_VERSION_DELAY", QStringLiteral("1"));
-        const QString gone = f.env.path(QStringLiteral("gone"));
+        copyCodexModelCache(f.env);
+        f.env.set("FAKE_CODEX_VERSION_DELAY", u"1"_s);
+        const QString gone = f.env.path(u"gone"_s);
         f.tasks.noteWorkingDirectory(gone);
         const auto readyComposer = [&] {
             f.composers.openScratchComposer();
@@ -262,34 +218,34 @@ private Q_SLOTS:
             [&] {
                 QTRY_VERIFY_WITH_TIMEOUT(composer->availability().isReady(), 10000);
             }();
-            composer->panel()->textView()->setPlainText(QStringLiteral("Fix the build"));
+            composer->panel()->textView()->setPlainText(u"Fix the build"_s);
             return composer;
         };
         ScratchComposer *composer = readyComposer();
         QCOMPARE(composer->workingDirectory(), gone);
         composer->submitPressed();
         QMessageBox *alert = nullptr;
-        QTRY_VERIFY((alert = composer->panel()->findChild<QMessageBox *>(QStringLiteral("ComposerAlert"))));
+        QTRY_VERIFY((alert = composer->panel()->findChild<QMessageBox *>(u"ComposerAlert"_s)));
         QVERIFY2(alert->informativeText().contains(gone), qPrintable(alert->informativeText()));
         alert->close();
 
-        const QString project = f.env.path(QStringLiteral("project"));
+        const QString project = f.env.path(u"project"_s);
         QVERIFY(QDir().mkpath(project));
         composer->setWorkingDirectory(project);
         // A changed program is checked again, which leaves time for the cancel.
-        ageFile(f.fakes.executable(QStringLiteral("codex")), 60);
+        ageFile(f.fakes.executable(u"codex"_s), 60);
         composer->submitPressed();
         composer->panel()->cancelButton()->click();
         QTest::qWait(1500);
         QVERIFY(f.tasks.sessions().isEmpty());
-        QVERIFY(!QFile::exists(f.fakes.recordPath(QStringLiteral("codex.argv"))));
+        QVERIFY(!QFile::exists(f.fakes.recordPath(u"codex.argv"_s)));
 
         ScratchComposer *another = readyComposer();
         another->setWorkingDirectory(project);
         another->submitPressed();
         QTRY_COMPARE_WITH_TIMEOUT(f.tasks.sessions().size(), qsizetype(1), 10000);
         QCOMPARE(f.tasks.sessions().constFirst().workingDirectory, project);
-        QCOMPARE(f.history.prompts(project), QStringList{QStringLiteral("Fix the build")});
+        QCOMPARE(f.history.prompts(project), QStringList{u"Fix the build"_s});
     }
 
     // A closing composer hands the focus to the composer in front, not to the one made last.
@@ -307,11 +263,30 @@ private Q_SLOTS:
         QVERIFY(open.at(0)->panel()->isActiveWindow());
     }
 
-    // A scratch composer open at quit comes back with its pasted image; pastes nothing names any
-    // more go once they are a day old.
+    // Retry hands a session's pasted image to a new draft: deleting the session leaves it to the
+    // draft, and cancelling the draft, its last holder, deletes it. A scratch composer open at quit
+    // comes back with its pasted image; pastes nothing names any more go once they are a day old.
     void draftsKeepTheirPastesAndUnusedOnesGo()
     {
         Fixture f;
+        const PromptAttachment pasted = AttachmentStore::importPng("png");
+        QuickTaskSession session;
+        session.id = QUuid::createUuid();
+        session.prompt = u"Describe it"_s;
+        session.workingDirectory = f.env.root();
+        session.attachments = {pasted};
+        session.startedAt = QDateTime::currentDateTime();
+        session.finishedAt = session.startedAt;
+        session.status = QuickTaskSession::Status::succeeded;
+        f.tasks.store().saveSessions({session});
+        f.tasks.load();
+
+        f.composers.openScratchComposer(session.prompt, session.attachments);
+        f.tasks.dismiss(session.id);
+        QVERIFY(QFile::exists(pasted.path));
+        f.composers.scratchComposers().constFirst()->panel()->cancelButton()->click();
+        QVERIFY(!QFile::exists(pasted.path));
+
         const auto old = [](const PromptAttachment &copy) {
             ageFile(copy.path, 2 * 24 * 3600);
             return copy;
@@ -320,10 +295,9 @@ private Q_SLOTS:
         const PromptAttachment forgotten = old(AttachmentStore::importPng("forgotten"));
         const PromptAttachment fresh = AttachmentStore::importPng("fresh");
         const PromptAttachment named = old(AttachmentStore::importPng("named"));
-        DraftStore().save(DraftStore::requestDraftName(QUuid::createUuid()),
-                          QStringLiteral("See ") + named.path);
+        DraftStore().save(DraftStore::requestDraftName(QUuid::createUuid()), u"See "_s + named.path);
 
-        f.composers.openScratchComposer(QStringLiteral("Describe it"), {kept});
+        f.composers.openScratchComposer(u"Describe it"_s, {kept});
         f.composers.closeAllForTermination();
         ComposerCoordinator next(f.intake, f.tasks, f.windows, f.activation, f.frames, f.log,
                                  ComposerServices{&f.defaults, nullptr, {}});
@@ -333,17 +307,8 @@ private Q_SLOTS:
             QVERIFY(QFile::exists(stays.path));
 
         next.openScratchComposer();
-        QCOMPARE(next.scratchComposers().constFirst()->text(), QStringLiteral("Describe it"));
+        QCOMPARE(next.scratchComposers().constFirst()->text(), u"Describe it"_s);
         QCOMPARE(next.scratchComposers().constFirst()->attachments(), QList<PromptAttachment>{kept});
-    }
-
-    void quitConfirmationLines()
-    {
-        QCOMPARE(QuitPolicy::confirmationDetail(0, 1, 0),
-                 QStringLiteral("1 waiting editor request will be cancelled."));
-        QCOMPARE(QuitPolicy::confirmationDetail(2, 0, 1),
-                 QStringLiteral("2 running tasks will be stopped.\n"
-                                "1 open quick-task composer will be closed."));
     }
 };
 

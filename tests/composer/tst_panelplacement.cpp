@@ -1,35 +1,19 @@
 // Where a panel goes: over which terminal window, where on screen, and the scratch panel's
 // remembered frame.
+#include "ComposerTestSupport.h"
 #include "composer/PanelPlacement.h"
 #include "composer/ScratchWindowFrameStore.h"
 #include "composer/TerminalWindowLocator.h"
 #include "core/UserDefaults.h"
-#include "support/TestEnvironment.h"
 
 #include <QTest>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
 // 1280x800 with a 28-pixel tray along the top.
 const ScreenArea laptop{QRect(0, 0, 1280, 800), QRect(0, 28, 1280, 772)};
-
-// The desktop as a list: normal visible windows front-most first, and the active window,
-// which need not be one of them.
-class FakeWindowSystem final : public WindowSystem {
-public:
-    QList<TopLevelWindow> windows;
-    std::optional<TopLevelWindow> active;
-
-    bool isAvailable() const override { return true; }
-    QList<TopLevelWindow> topLevelWindows() const override { return windows; }
-    std::optional<TopLevelWindow> activeWindow() const override { return active; }
-    bool activateWindow(quint64) override { return false; }
-    bool activateApplication(qint64) override { return false; }
-    QString executableName(qint64) const override { return {}; }
-    bool compositorRunning() const override { return false; }
-    QList<ScreenArea> screens() const override { return {}; }
-    int primaryScreenIndex() const override { return -1; }
-};
 
 TopLevelWindow window(quint64 id, qint64 pid, const char *instance, const char *windowClass, QRect frame)
 {
@@ -208,18 +192,18 @@ private Q_SLOTS:
     void storeRestoresThroughUserDefaults()
     {
         TestEnvironment environment;
-        UserDefaults defaults(environment.path(QStringLiteral("defaults.conf")));
+        UserDefaults defaults(environment.path(u"defaults.conf"_s));
         ScratchWindowFrameStore store(defaults);
         const QRect current(0, 0, 520, 150);
 
         QCOMPARE(store.restoredFrame(current, laptop.workArea), OptionalRect());
 
         store.save(QRect(3000, 200, 2000, 300));
-        QCOMPARE(defaults.string(QStringLiteral("ScratchWindowFrame")),
-                 std::optional<QString>(QStringLiteral("{{3000, 200}, {2000, 300}}")));
+        QCOMPARE(defaults.string(u"ScratchWindowFrame"_s),
+                 std::optional<QString>(u"{{3000, 200}, {2000, 300}}"_s));
         QCOMPARE(store.restoredFrame(current, laptop.workArea), OptionalRect(QRect(180, 350, 1100, 150)));
         // An unreadable stored frame restores nothing; empty frames are restoredScratchFrame's.
-        defaults.setString(QStringLiteral("ScratchWindowFrame"), QStringLiteral("somewhere"));
+        defaults.setString(u"ScratchWindowFrame"_s, u"somewhere"_s);
         QCOMPARE(store.restoredFrame(current, laptop.workArea), OptionalRect());
     }
 };

@@ -3,6 +3,7 @@
 // dictation in both over a fake recogniser, the rewrite run by the fake claude: the
 // microphone button's states, Escape and the voice shortcut, undoable insertion, the
 // raw-transcript fallback and the failure alert, at the stop or as soon as the recogniser fails.
+#include "ComposerTestSupport.h"
 #include "FakeSpeechRecognizer.h"
 #include "composer/AttachmentPillView.h"
 #include "composer/AttachmentStripView.h"
@@ -17,7 +18,6 @@
 #include "fakebackends/FakeBackendSetup.h"
 #include "settings/AppSettings.h"
 #include "shortcuts/KeyboardShortcuts.h"
-#include "support/TestEnvironment.h"
 
 #include <QAbstractButton>
 #include <QClipboard>
@@ -41,7 +41,7 @@ QString lines(int count)
 {
     QStringList list;
     for (int i = 0; i < count; ++i)
-        list.append(QStringLiteral("line %1").arg(i));
+        list.append(u"line %1"_s.arg(i));
     return list.join(u'\n');
 }
 
@@ -65,7 +65,7 @@ QuickTaskModelCatalog::Model model(const QString &identifier, const QStringList 
 // A scratch composer whose installation check answers when the test says so.
 struct Fixture {
     TestEnvironment env;
-    UserDefaults defaults{env.path(QStringLiteral("settings.conf"))};
+    UserDefaults defaults{env.path(u"settings.conf"_s)};
     KeyboardShortcuts shortcuts{defaults};
     QPromise<Availabilities> promise;
     QList<QuickTaskCLIBackend> asked; // the preferred backend of each check
@@ -74,10 +74,7 @@ struct Fixture {
 
     explicit Fixture(QuickTaskCLIBackend backend = QuickTaskCLIBackend::codex)
     {
-        // codex's own model cache, as the real tool leaves it.
-        QDir().mkpath(env.path(QStringLiteral(".codex")));
-        QFile::copy(qEnvironmentVariable("TARVEL_TEST_DATA") + QStringLiteral("/codex/models_cache.json"),
-                    env.path(QStringLiteral(".codex/models_cache.json")));
+        copyCodexModelCache(env);
         AppSettings(defaults).setQuickTaskCLIBackend(backend);
         promise.start();
         ComposerServices services;
@@ -108,12 +105,10 @@ struct Fixture {
 
 Availabilities allInstalled()
 {
-    return {{QuickTaskCLIBackend::codex,
-             QuickTaskCLIInstallationAvailability::available(QStringLiteral("codex-cli 1"))},
-            {QuickTaskCLIBackend::claude,
-             QuickTaskCLIInstallationAvailability::available(QStringLiteral("2 (Claude Code)"))},
-            {QuickTaskCLIBackend::opencode,
-             QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"))}};
+    return {
+        {QuickTaskCLIBackend::codex, QuickTaskCLIInstallationAvailability::available(u"codex-cli 1"_s)},
+        {QuickTaskCLIBackend::claude, QuickTaskCLIInstallationAvailability::available(u"2 (Claude Code)"_s)},
+        {QuickTaskCLIBackend::opencode, QuickTaskCLIInstallationAvailability::available(u"1.0"_s)}};
 }
 
 // A scratch composer over the fake backends and a fake recogniser, its cursor after "Before ".
@@ -191,7 +186,7 @@ private Q_SLOTS:
 
     void panelGrowsUpwardFromAFixedBottomUpTo32Lines()
     {
-        EditorComposer composer(QStringLiteral("one line"));
+        EditorComposer composer(u"one line"_s);
         ComposerSurface &controller = composer.surface();
         ComposerPanel *panel = controller.panel();
         panel->move(100, 300);
@@ -225,39 +220,23 @@ private Q_SLOTS:
         QCOMPARE(panel->geometry().bottom(), bottom);
     }
 
-    void submitCancelAndClose()
+    // Ctrl+Return submits; Escape and a window-manager close cancel and leave the window up for the
+    // coordinator (which drives the buttons). A click on the footer's empty space is a click on the
+    // background: it hands the keyboard back to the prompt (the header is driven end to end). The
+    // panel's sides resize it (end to end in tst_quicktask_e2e): the pointer says so there only.
+    void submitCancelCloseFooterAndSides()
     {
-        EditorComposer controller(QStringLiteral("draft"));
+        EditorComposer controller(u"draft"_s);
         QSignalSpy submitted(&controller, &EditorComposer::submitted);
         QSignalSpy cancelled(&controller, &EditorComposer::cancelled);
         controller.showWindow();
-        QVERIFY(QTest::qWaitForWindowExposed(controller.panel()));
-
-        QTest::keyClicks(controller.panel()->textView(), QStringLiteral(" more"));
-        QTest::keyClick(controller.panel()->textView(), Qt::Key_Return, Qt::ControlModifier);
-        QCOMPARE(submitted.count(), 1);
-        QCOMPARE(submitted.at(0).at(0).toString(), QStringLiteral("draft more"));
-
-        // The buttons are driven by the coordinator's test.
-        QTest::keyClick(controller.panel()->textView(), Qt::Key_Escape);
-        // A window-manager close is a cancel and leaves the window up for the coordinator.
-        controller.panel()->close();
-        QCOMPARE(cancelled.count(), 2);
-        QVERIFY(controller.panel()->isVisible());
-
-        controller.surface().closeProgrammatically();
-        QVERIFY(!controller.panel()->isVisible());
-        QCOMPARE(cancelled.count(), 2);
-    }
-
-    // A click on the footer's empty space is a click on the background: it hands the keyboard
-    // back to the prompt (the header is driven end to end). The panel's sides resize it.
-    void footerClickFocusesThePrompt()
-    {
-        EditorComposer controller(QStringLiteral("draft"));
-        controller.showWindow();
         ComposerPanel *panel = controller.panel();
         QVERIFY(QTest::qWaitForWindowActive(panel));
+        QTest::keyClicks(panel->textView(), u" more"_s);
+        QTest::keyClick(panel->textView(), Qt::Key_Return, Qt::ControlModifier);
+        QCOMPARE(submitted.count(), 1);
+        QCOMPARE(submitted.at(0).at(0).toString(), u"draft more"_s);
+
         panel->submitButton()->setFocusPolicy(Qt::StrongFocus);
         panel->submitButton()->setFocus();
         QWidget *footer = panel->cancelButton()->parentWidget();
@@ -265,8 +244,6 @@ private Q_SLOTS:
         QCOMPARE(panel->childAt(footer->pos() + gap), footer);
         QTest::mouseClick(footer, Qt::LeftButton, {}, gap);
         QVERIFY(panel->textView()->hasFocus());
-
-        // The sides resize the panel (end to end in tst_quicktask_e2e): the pointer says so there only.
         const auto cursorAt = [panel](int x) {
             QTest::mouseMove(panel, QPoint(x, panel->height() / 2));
             return panel->cursor().shape();
@@ -274,64 +251,69 @@ private Q_SLOTS:
         QCOMPARE(cursorAt(1), Qt::SizeHorCursor);
         QCOMPARE(cursorAt(ComposerLayout::horizontalPadding - 1), Qt::ArrowCursor);
         QCOMPARE(cursorAt(panel->width() - 2), Qt::SizeHorCursor);
-    }
 
-    void pastedFilesBecomePathText()
-    {
-        EditorComposer controller((QString()));
+        QTest::keyClick(panel->textView(), Qt::Key_Escape);
+        panel->close();
+        QCOMPARE(cancelled.count(), 2);
+        QVERIFY(panel->isVisible());
+        controller.surface().closeProgrammatically();
+        QVERIFY(!panel->isVisible());
+        QCOMPARE(cancelled.count(), 2);
+
+        // Pasted files become their paths; rich text arrives as plain text.
+        panel->textView()->clear();
         QTemporaryDir dir;
         auto *data = new QMimeData;
-        data->setUrls({QUrl::fromLocalFile(dir.filePath(QStringLiteral("a/../notes.txt"))),
-                       QUrl::fromLocalFile(dir.filePath(QStringLiteral("b c.png"))),
-                       QUrl(QStringLiteral("https://example.invalid/x"))});
-        data->setText(QStringLiteral("should not be used"));
+        data->setUrls({QUrl::fromLocalFile(dir.filePath(u"a/../notes.txt"_s)),
+                       QUrl::fromLocalFile(dir.filePath(u"b c.png"_s)),
+                       QUrl(u"https://example.invalid/x"_s)});
+        data->setText(u"should not be used"_s);
         QGuiApplication::clipboard()->setMimeData(data);
-        controller.panel()->textView()->paste();
-        QCOMPARE(controller.text(),
-                 dir.filePath(QStringLiteral("notes.txt")) + u'\n' + dir.filePath(QStringLiteral("b c.png")));
+        panel->textView()->paste();
+        QCOMPARE(controller.text(), dir.filePath(u"notes.txt"_s) + u'\n' + dir.filePath(u"b c.png"_s));
 
         // Rich text arrives as plain text.
         auto *rich = new QMimeData;
-        rich->setHtml(QStringLiteral("<b>bold</b>"));
-        rich->setText(QStringLiteral("bold"));
+        rich->setHtml(u"<b>bold</b>"_s);
+        rich->setText(u"bold"_s);
         QGuiApplication::clipboard()->setMimeData(rich);
-        controller.panel()->textView()->clear();
-        controller.panel()->textView()->paste();
-        QVERIFY(!controller.panel()->textView()->toHtml().contains(QStringLiteral("font-weight:700")));
-        QCOMPARE(controller.text(), QStringLiteral("bold"));
+        panel->textView()->clear();
+        panel->textView()->paste();
+        QVERIFY(!panel->textView()->toHtml().contains(u"font-weight:700"_s));
+        QCOMPARE(controller.text(), u"bold"_s);
     }
 
+    // A backend that is not installed: missingBackendFallsBackToAnInstalledOne.
     void unavailableBackendsSayWhatIsMissing()
     {
         QuickTaskPresetSettings unusable;
-        unusable.presets = {{QStringLiteral("no-such-model"), QStringLiteral("high")}};
-        const QList<QuickTaskModelCatalog::Model> models{
-            model(QStringLiteral("gpt-5.5"), {QStringLiteral("high")})};
-        const auto installed = QuickTaskCLIInstallationAvailability::available(QStringLiteral("1.0"));
+        unusable.presets = {{u"no-such-model"_s, u"high"_s}};
+        const QList<QuickTaskModelCatalog::Model> models{model(u"gpt-5.5"_s, {u"high"_s})};
+        const auto installed = QuickTaskCLIInstallationAvailability::available(u"1.0"_s);
         const auto check = [](const ScratchComposerAvailability &result, const QString &title) {
             QCOMPARE(result.state, ScratchComposerAvailability::State::unavailable);
             QCOMPARE(result.title, title);
         };
-        const ScratchComposerAvailability missing = ScratchComposerAvailability::resolved(
-            QuickTaskCLIBackend::codex,
-            QuickTaskCLIInstallationAvailability::unavailable(
-                QStringLiteral("Could not find the Codex CLI executable.")),
-            unusable, models);
-        check(missing, QStringLiteral("Codex CLI is unavailable."));
-        QCOMPARE(missing.detail, QStringLiteral("Could not find the Codex CLI executable."));
         check(ScratchComposerAvailability::resolved(QuickTaskCLIBackend::codex, installed, {}, {}),
-              QStringLiteral("Codex is installed, but quick tasks are not ready yet."));
+              u"Codex is installed, but quick tasks are not ready yet."_s);
         const ScratchComposerAvailability noPreset =
             ScratchComposerAvailability::resolved(QuickTaskCLIBackend::claude, installed, unusable, models);
-        check(noPreset, QStringLiteral("No quick-task preset is available."));
-        QVERIFY(noPreset.detail.contains(QStringLiteral("Claude")));
+        check(noPreset, u"No quick-task preset is available."_s);
+        QVERIFY(noPreset.detail.contains(u"Claude"_s));
     }
 
-    // While its check runs the composer takes nothing: no text, no attachment, no submit.
-    void checkingThenReady()
+    // While its check runs the composer takes nothing: no text, no attachment, no submit. Ready, it
+    // offers the presets (Ctrl+digit picks one) and takes attachments, each file once.
+    void checkingThenReadyWithPresetsAndAttachments()
     {
         Fixture f;
-        QCOMPARE(f.controller->availabilityTitle()->text(), QStringLiteral("Checking Codex CLI\u2026"));
+        QuickTaskPresetSettings settings;
+        settings.presets = {{u"gpt-5.2-codex"_s, u"high"_s},
+                            {u"gpt-5.1-codex-mini"_s, u"high"_s},
+                            {u"gpt-5.1-codex-mini"_s, u"medium"_s}};
+        settings.selectedPresetIndex = 0;
+        AppSettings(f.defaults).setQuickTaskPresetSettings(settings);
+        QCOMPARE(f.controller->availabilityTitle()->text(), u"Checking Codex CLI\u2026"_s);
         ComposerTextView *text = f.controller->panel()->textView();
         QVERIFY(text->isReadOnly());
         QCOMPARE(text->focusPolicy(), Qt::NoFocus);
@@ -348,16 +330,47 @@ private Q_SLOTS:
         f.promise.addResult(
             Availabilities{{QuickTaskCLIBackend::codex, allInstalled().value(QuickTaskCLIBackend::codex)}});
         QTRY_VERIFY(f.controller->availability().isReady());
-        QCOMPARE(f.controller->availability().version, QStringLiteral("codex-cli 1"));
+        QCOMPARE(f.controller->availability().version, u"codex-cli 1"_s);
         f.answer(allInstalled());
         QCOMPARE(f.controller->backend(), QuickTaskCLIBackend::codex);
         QVERIFY(!text->isReadOnly());
         QVERIFY(f.controller->panel()->submitButton()->isEnabled());
         QVERIFY(f.controller->attachmentStrip()->isVisibleTo(f.controller->panel()));
         QTRY_VERIFY(f.controller->panel()->height() != checkingHeight); // overlay room gives way to the strip
+
+        QComboBox *popup = f.controller->presetPopup();
+        QCOMPARE(popup->count(), 3);
+        QCOMPARE(popup->itemText(2),
+                 settings.presets.at(2).menuTitle(2, QuickTaskCLIBackend::codex, f.shortcuts));
+        auto *items = qobject_cast<QStandardItemModel *>(popup->model());
+        for (int row = 0; row < 3; ++row)
+            QVERIFY(items->item(row)->isEnabled());
+        // Ctrl+3 picks position 3; Ctrl+9 names no preset and changes nothing.
+        QTest::keyClick(text, Qt::Key_3, Qt::ControlModifier);
+        QCOMPARE(popup->currentIndex(), 2);
+        QTest::keyClick(text, Qt::Key_9, Qt::ControlModifier);
+        QCOMPARE(popup->currentIndex(), 2);
+        QVERIFY(text->toPlainText().isEmpty()); // the keys typed nothing
+        QCOMPARE(AppSettings(f.defaults).quickTaskPresetSettings().selectedPresetIndex, 2);
+
+        const QString file = f.env.path(u"notes.md"_s);
+        QFile(file).open(QIODevice::WriteOnly);
+        const QString folder = f.env.path(u"src"_s);
+        QDir().mkpath(folder);
+        f.controller->appendAttachments({QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder),
+                                         QUrl::fromLocalFile(f.env.path(u"src/../notes.md"_s))});
+        QCOMPARE(f.controller->attachments().size(), 2);
+        QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 2);
+        // The strip's pill hands its remove button to the composer.
+        f.controller->attachmentStrip()->pillViews().constFirst()->removeButton()->click();
+        QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 1);
+        QVERIFY(QFile::exists(file)); // the user's own file is never deleted
+
         f.controller->submitPressed();
         QCOMPARE(f.delegate.submits, 1);
-        QVERIFY(f.delegate.preset.has_value());
+        QCOMPARE(f.delegate.attachments, f.controller->attachmentStrip()->attachments());
+        QCOMPARE(f.delegate.preset->model, u"gpt-5.1-codex-mini"_s);
+        QCOMPARE(f.delegate.preset->reasoningEffort, u"medium"_s);
     }
 
     void missingBackendFallsBackToAnInstalledOne()
@@ -365,7 +378,7 @@ private Q_SLOTS:
         Fixture f(QuickTaskCLIBackend::claude);
         Availabilities availabilities = allInstalled();
         availabilities[QuickTaskCLIBackend::claude] =
-            QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("gone"));
+            QuickTaskCLIInstallationAvailability::unavailable(u"gone"_s);
         f.answer(availabilities);
         QCOMPARE(f.controller->backend(), QuickTaskCLIBackend::codex);
         QCOMPARE(AppSettings(f.defaults).quickTaskCLIBackend(), QuickTaskCLIBackend::codex);
@@ -380,81 +393,32 @@ private Q_SLOTS:
 
         // With none installed it stays unavailable and takes nothing.
         Fixture none;
-        const auto missing = QuickTaskCLIInstallationAvailability::unavailable(QStringLiteral("gone"));
+        const auto missing = QuickTaskCLIInstallationAvailability::unavailable(u"gone"_s);
         none.answer({{QuickTaskCLIBackend::codex, missing},
                      {QuickTaskCLIBackend::claude, missing},
                      {QuickTaskCLIBackend::opencode, missing}});
         QCOMPARE(none.controller->availability().state, ScratchComposerAvailability::State::unavailable);
+        QCOMPARE(none.controller->availabilityTitle()->text(), u"Codex CLI is unavailable."_s);
+        QCOMPARE(none.controller->availability().detail, u"gone"_s);
         QTest::keyClick(none.controller->panel()->textView(), Qt::Key_Return, Qt::ControlModifier);
         QCOMPARE(none.delegate.submits, 0);
         none.controller->appendAttachments({QUrl::fromLocalFile(none.env.root())});
         QVERIFY(none.controller->attachments().isEmpty());
     }
 
-    void presetPopupRules()
+    void foldersRefusedForOpenCode()
     {
-        Fixture f;
-        QuickTaskPresetSettings settings;
-        settings.presets = {{QStringLiteral("gpt-5.2-codex"), QStringLiteral("high")},
-                            {QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("high")},
-                            {QStringLiteral("gpt-5.1-codex-mini"), QStringLiteral("medium")}};
-        settings.selectedPresetIndex = 0;
-        AppSettings(f.defaults).setQuickTaskPresetSettings(settings);
+        Fixture f(QuickTaskCLIBackend::opencode);
         f.answer(allInstalled());
-
-        QComboBox *popup = f.controller->presetPopup();
-        QCOMPARE(popup->count(), 3);
-        QCOMPARE(popup->itemText(2),
-                 settings.presets.at(2).menuTitle(2, QuickTaskCLIBackend::codex, f.shortcuts));
-        auto *items = qobject_cast<QStandardItemModel *>(popup->model());
-        for (int row = 0; row < 3; ++row)
-            QVERIFY(items->item(row)->isEnabled());
-
-        // Ctrl+3 picks position 3; Ctrl+9 names no preset and changes nothing.
-        QTest::keyClick(f.controller->panel()->textView(), Qt::Key_3, Qt::ControlModifier);
-        QCOMPARE(popup->currentIndex(), 2);
-        QTest::keyClick(f.controller->panel()->textView(), Qt::Key_9, Qt::ControlModifier);
-        QCOMPARE(popup->currentIndex(), 2);
-        QVERIFY(f.controller->panel()->textView()->toPlainText().isEmpty()); // the keys typed nothing
-        QCOMPARE(AppSettings(f.defaults).quickTaskPresetSettings().selectedPresetIndex, 2);
-        f.controller->submitPressed();
-        QCOMPARE(f.delegate.preset->model, QStringLiteral("gpt-5.1-codex-mini"));
-        QCOMPARE(f.delegate.preset->reasoningEffort, QStringLiteral("medium"));
-    }
-
-    void attachmentsAreNormalizedAndFoldersRefusedForOpenCode()
-    {
-        QTemporaryDir files;
-        const QString file = files.filePath(QStringLiteral("notes.md"));
+        const QString file = f.env.path(u"notes.md"_s);
         QFile(file).open(QIODevice::WriteOnly);
-        const QString folder = files.filePath(QStringLiteral("src"));
-        QDir().mkpath(folder);
-        {
-            Fixture f;
-            f.answer(allInstalled());
-            f.controller->appendAttachments(
-                {QUrl::fromLocalFile(file), QUrl::fromLocalFile(folder),
-                 QUrl::fromLocalFile(files.filePath(QStringLiteral("src/../notes.md")))});
-            QCOMPARE(f.controller->attachments().size(), 2);
-            QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 2);
-            // The strip's pill hands its remove button to the composer.
-            f.controller->attachmentStrip()->pillViews().constFirst()->removeButton()->click();
-            QCOMPARE(f.controller->attachments().size(), 1);
-            QCOMPARE(f.controller->attachmentStrip()->attachments().size(), 1);
-            QVERIFY(QFile::exists(file)); // the user's own file is never deleted
-        }
-        {
-            Fixture f(QuickTaskCLIBackend::opencode);
-            f.answer(allInstalled());
-            f.controller->appendAttachments({QUrl::fromLocalFile(folder), QUrl::fromLocalFile(file)});
-            QVERIFY(f.controller->isShowingUnsupportedDirectoryAttachmentAlert());
-            auto *alert =
-                f.controller->panel()->findChild<QMessageBox *>(QStringLiteral("FolderAttachmentAlert"));
-            QVERIFY(alert);
-            QCOMPARE(alert->text(), QStringLiteral("OpenCode cannot use folder attachment."));
-            QCOMPARE(f.controller->attachments().size(), 1); // the file still came in
-            QVERIFY(!f.controller->attachments().constFirst().isDirectory());
-        }
+        f.controller->appendAttachments({QUrl::fromLocalFile(f.env.root()), QUrl::fromLocalFile(file)});
+        QVERIFY(f.controller->isShowingUnsupportedDirectoryAttachmentAlert());
+        auto *alert = f.controller->panel()->findChild<QMessageBox *>(u"FolderAttachmentAlert"_s);
+        QVERIFY(alert);
+        QCOMPARE(alert->text(), u"OpenCode cannot use folder attachment."_s);
+        QCOMPARE(f.controller->attachments().size(), 1); // the file still came in
+        QVERIFY(!f.controller->attachments().constFirst().isDirectory());
     }
 
     void dictationIsInsertedAtTheSelectionAndUndoable()

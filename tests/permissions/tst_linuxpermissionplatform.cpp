@@ -39,7 +39,7 @@ class LinuxPermissionPlatformTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void notificationsNeedServerAndSwitch()
+    void notificationsNeedServerAndSwitchSpeechItsModel()
     {
         QDBusConnection bus = QDBusConnection::sessionBus();
         QVERIFY2(bus.isConnected(), "the test runs inside dbus-run-session");
@@ -55,11 +55,8 @@ private Q_SLOTS:
         QCOMPARE(awaited(fixture.platform.notificationAuthorizationStatus()).result().access,
                  Access::authorized);
         QVERIFY(bus.unregisterService(u"org.freedesktop.Notifications"_s));
-    }
 
-    void speechNeedsItsModel()
-    {
-        Fixture fixture;
+        // Speech recognition needs its model, and its settings page says how to get it.
         fixture.recognizer.unavailable = u"Install pocketsphinx-en-us."_s;
         QCOMPARE(fixture.platform.speechRecognitionState().access, Access::denied);
         QCOMPARE(awaited(fixture.platform.openSettings(Page::speechRecognition)).result(),

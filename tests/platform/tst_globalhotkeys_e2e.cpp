@@ -18,6 +18,8 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 constexpr int ctrlAlt = CarbonModifiers::command | CarbonModifiers::option;
@@ -28,7 +30,7 @@ const Shortcut ctrlAltL{0x25, ctrlAlt};
 void xdotool(const QStringList &arguments)
 {
     QProcess process;
-    process.start(QStringLiteral("xdotool"), arguments);
+    process.start(u"xdotool"_s, arguments);
     QVERIFY2(process.waitForFinished(10000) && process.exitCode() == 0,
              qPrintable(QString::fromLocal8Bit(process.readAllStandardError())));
 }
@@ -64,7 +66,7 @@ private Q_SLOTS:
         for (const auto &[code, symbol, trigger] : keys) {
             QCOMPARE(keySymbol(Shortcut{code, 0}), std::optional(symbol));
             QCOMPARE(portalTrigger(Shortcut{code, CarbonModifiers::all}),
-                     QStringLiteral("CTRL+ALT+SHIFT+LOGO+") + QLatin1String(trigger));
+                     u"CTRL+ALT+SHIFT+LOGO+"_s + QLatin1String(trigger));
         }
 
         // Two keycodes per modifier: Shift, Lock, Control, Mod1, Mod2 (Num Lock on 77), Mod3, Mod4,
@@ -86,15 +88,15 @@ private Q_SLOTS:
                  sorted({0, mod5, mod2, mod2 | mod5, lock, lock | mod5, lock | mod2, lock | mod2 | mod5}));
 
         using namespace ManualShortcutBinding;
-        const QString tarvel = QStringLiteral("tarvel");
+        const QString tarvel = u"tarvel"_s;
         QCOMPARE(swayBinding(Shortcut{0x79, CarbonModifiers::all}, tarvel),
-                 QStringLiteral("bindsym Ctrl+Alt+Shift+Mod4+Page_Down exec tarvel"));
+                 u"bindsym Ctrl+Alt+Shift+Mod4+Page_Down exec tarvel"_s);
         QCOMPARE(swayBinding(Shortcut{0x7F, CarbonModifiers::command}, tarvel), QString());
         // The stored combination's line; without one, Ctrl+Alt+K's.
         QVERIFY(
             instructions(Desktop::sway, std::nullopt, tarvel).contains(u"bindsym Ctrl+Alt+k exec tarvel"));
         QVERIFY(instructions(Desktop::sway, Shortcut{0x7F, 0}, tarvel).startsWith(u"sway cannot bind"));
-        const QString gnome = instructions(Desktop::gnome, std::nullopt, QStringLiteral("/usr/bin/tarvel"));
+        const QString gnome = instructions(Desktop::gnome, std::nullopt, u"/usr/bin/tarvel"_s);
         QVERIFY(gnome.contains(u"Custom Shortcuts") && gnome.contains(u"\u201c/usr/bin/tarvel\u201d"));
         QCOMPARE(instructions(Desktop::other, std::nullopt, tarvel), QString());
     }
@@ -104,9 +106,9 @@ private Q_SLOTS:
         m_service = GlobalHotKeyService::create();
         QCOMPARE(m_service->unavailableReason(), QString());
         connect(m_service.get(), &GlobalHotKeyService::pressed, this,
-                [this](int id) { m_events.append(QStringLiteral("pressed %1").arg(id)); });
+                [this](int id) { m_events.append(u"pressed %1"_s.arg(id)); });
         connect(m_service.get(), &GlobalHotKeyService::released, this,
-                [this](int id) { m_events.append(QStringLiteral("released %1").arg(id)); });
+                [this](int id) { m_events.append(u"released %1"_s.arg(id)); });
     }
     void cleanup()
     {
@@ -119,33 +121,30 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("lockKey");
         QTest::newRow("no lock") << QString();
-        QTest::newRow("Num Lock") << QStringLiteral("Num_Lock");
-        QTest::newRow("Caps Lock") << QStringLiteral("Caps_Lock");
+        QTest::newRow("Num Lock") << u"Num_Lock"_s;
+        QTest::newRow("Caps Lock") << u"Caps_Lock"_s;
     }
     void firesWhateverTheLocks()
     {
         QFETCH(QString, lockKey);
         QCOMPARE(m_service->registerHotKey(1, ctrlAltK), QString());
         if (!lockKey.isEmpty())
-            xdotool({QStringLiteral("key"), lockKey});
-        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+k")});
+            xdotool({u"key"_s, lockKey});
+        xdotool({u"key"_s, u"ctrl+alt+k"_s});
         if (!lockKey.isEmpty())
-            xdotool({QStringLiteral("key"), lockKey});
-        QTRY_COMPARE(m_events, (QStringList{QStringLiteral("pressed 1"), QStringLiteral("released 1")}));
+            xdotool({u"key"_s, lockKey});
+        QTRY_COMPARE(m_events, (QStringList{u"pressed 1"_s, u"released 1"_s}));
     }
 
     void heldKeyPressesOnce()
     {
         QCOMPARE(m_service->registerHotKey(1, ctrlAltK), QString());
         // Held past the auto-repeat delay, then a second hot key marks the end of what came.
-        xdotool({QStringLiteral("keydown"), QStringLiteral("ctrl+alt+k"), QStringLiteral("sleep"),
-                 QStringLiteral("1.5"), QStringLiteral("keyup"), QStringLiteral("k")});
+        xdotool({u"keydown"_s, u"ctrl+alt+k"_s, u"sleep"_s, u"1.5"_s, u"keyup"_s, u"k"_s});
         QCOMPARE(m_service->registerHotKey(2, ctrlAltJ), QString());
-        xdotool({QStringLiteral("key"), QStringLiteral("j"), QStringLiteral("keyup"),
-                 QStringLiteral("ctrl+alt")});
+        xdotool({u"key"_s, u"j"_s, u"keyup"_s, u"ctrl+alt"_s});
         QTRY_COMPARE(m_events.size(), 4);
-        QCOMPARE(m_events, (QStringList{QStringLiteral("pressed 1"), QStringLiteral("released 1"),
-                                        QStringLiteral("pressed 2"), QStringLiteral("released 2")}));
+        QCOMPARE(m_events, (QStringList{u"pressed 1"_s, u"released 1"_s, u"pressed 2"_s, u"released 2"_s}));
     }
 
     void reRegisteringMovesTheGrab()
@@ -153,31 +152,31 @@ private Q_SLOTS:
         QCOMPARE(m_service->registerHotKey(1, ctrlAltK), QString());
         QCOMPARE(m_service->registerHotKey(1, ctrlAltJ), QString());
         // K first: had its grab stayed, its press would arrive before J's.
-        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+k"), QStringLiteral("ctrl+alt+j")});
-        QTRY_COMPARE(m_events, (QStringList{QStringLiteral("pressed 1"), QStringLiteral("released 1")}));
+        xdotool({u"key"_s, u"ctrl+alt+k"_s, u"ctrl+alt+j"_s});
+        QTRY_COMPARE(m_events, (QStringList{u"pressed 1"_s, u"released 1"_s}));
 
         // The old combination is free again for other clients.
-        KeyGrabberProcess other(QStringLiteral("k"), QStringLiteral("ctrl,alt"));
+        KeyGrabberProcess other(u"k"_s, u"ctrl,alt"_s);
         QVERIFY(other.grabbed());
     }
 
     void reportsACombinationHeldElsewhere()
     {
         {
-            KeyGrabberProcess other(QStringLiteral("l"), QStringLiteral("ctrl,alt"));
+            KeyGrabberProcess other(u"l"_s, u"ctrl,alt"_s);
             QVERIFY(other.grabbed());
             QCOMPARE(m_service->registerHotKey(2, ctrlAltL),
-                     QStringLiteral("Ctrl+Alt+L is already used by another application."));
+                     u"Ctrl+Alt+L is already used by another application."_s);
             // The lock variants taken before the refusal were let go.
-            KeyGrabberProcess withNumLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,mod2"));
+            KeyGrabberProcess withNumLock(u"l"_s, u"ctrl,alt,mod2"_s);
             QVERIFY(withNumLock.grabbed());
-            KeyGrabberProcess withCapsLock(QStringLiteral("l"), QStringLiteral("ctrl,alt,lock"));
+            KeyGrabberProcess withCapsLock(u"l"_s, u"ctrl,alt,lock"_s);
             QVERIFY(withCapsLock.grabbed());
         }
         // Once the other client has gone the combination can be had.
         QTRY_COMPARE(m_service->registerHotKey(2, ctrlAltL), QString());
-        xdotool({QStringLiteral("key"), QStringLiteral("ctrl+alt+l")});
-        QTRY_COMPARE(m_events, (QStringList{QStringLiteral("pressed 2"), QStringLiteral("released 2")}));
+        xdotool({u"key"_s, u"ctrl+alt+l"_s});
+        QTRY_COMPARE(m_events, (QStringList{u"pressed 2"_s, u"released 2"_s}));
     }
 
 private:

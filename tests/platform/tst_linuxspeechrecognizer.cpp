@@ -9,13 +9,15 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
 
 int pactl(const QStringList &arguments)
 {
     QProcess process;
     process.setStandardOutputFile(QProcess::nullDevice());
-    process.start(QStringLiteral("pactl"), arguments);
+    process.start(u"pactl"_s, arguments);
     return process.waitForFinished() ? process.exitCode() : -1;
 }
 
@@ -33,34 +35,32 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_folder.isValid());
-        const QString runtime = m_folder.filePath(QStringLiteral("run"));
+        const QString runtime = m_folder.filePath(u"run"_s);
         QVERIFY(QDir().mkpath(runtime));
         QFile::setPermissions(runtime,
                               QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-        const QString socket = runtime + QStringLiteral("/native");
+        const QString socket = runtime + u"/native"_s;
         // Set before Qt Multimedia first talks to the sound system.
         qputenv("HOME", m_folder.path().toLocal8Bit());
         qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
         qputenv("PULSE_SERVER", QByteArray("unix:") + socket.toLocal8Bit());
-        m_pulse.setProgram(QStringLiteral("pulseaudio"));
-        m_pulse.setArguments(
-            {QStringLiteral("--daemonize=no"), QStringLiteral("--exit-idle-time=-1"),
-             QStringLiteral("--disallow-exit"), QStringLiteral("-n"),
-             QStringLiteral("--load=module-native-protocol-unix socket=") + socket,
-             QStringLiteral("--load=module-null-sink sink_name=vmic_sink rate=16000 channels=1"),
-             QStringLiteral("--load=module-remap-source master=vmic_sink.monitor source_name=vmic"),
-             QStringLiteral("--load=module-always-sink")});
-        m_pulse.setStandardErrorFile(m_folder.filePath(QStringLiteral("pulseaudio.log")));
+        m_pulse.setProgram(u"pulseaudio"_s);
+        m_pulse.setArguments({u"--daemonize=no"_s, u"--exit-idle-time=-1"_s, u"--disallow-exit"_s, u"-n"_s,
+                              u"--load=module-native-protocol-unix socket="_s + socket,
+                              u"--load=module-null-sink sink_name=vmic_sink rate=16000 channels=1"_s,
+                              u"--load=module-remap-source master=vmic_sink.monitor source_name=vmic"_s,
+                              u"--load=module-always-sink"_s});
+        m_pulse.setStandardErrorFile(m_folder.filePath(u"pulseaudio.log"_s));
         m_pulse.start();
         QVERIFY2(m_pulse.waitForStarted(), "pulseaudio (Debian's pulseaudio package) is needed");
-        QVERIFY(QTest::qWaitFor([] { return pactl({QStringLiteral("info")}) == 0; }, 15000));
-        QCOMPARE(pactl({QStringLiteral("set-default-source"), QStringLiteral("vmic")}), 0);
+        QVERIFY(QTest::qWaitFor([] { return pactl({u"info"_s}) == 0; }, 15000));
+        QCOMPARE(pactl({u"set-default-source"_s, u"vmic"_s}), 0);
 
         // Silence around the words: the capture opens while paplay starts, and the last words
         // must be through the sound system before the stop.
         QFile speech(SpeechTestData::goForwardRaw());
         QVERIFY(speech.open(QIODevice::ReadOnly));
-        QFile padded(m_folder.filePath(QStringLiteral("speech.raw")));
+        QFile padded(m_folder.filePath(u"speech.raw"_s));
         QVERIFY(padded.open(QIODevice::WriteOnly));
         padded.write(QByteArray(SpeechTestData::sampleRate * 2, '\0') + speech.readAll() +
                      QByteArray(SpeechTestData::sampleRate * 3, '\0'));
@@ -107,9 +107,8 @@ private Q_SLOTS:
         const double loaded = residentMegabytes();
         if (!kAddressSanitizer)
             QVERIFY2(QTest::qWaitFor([&] { return residentMegabytes() < loaded / 2; }, 10000),
-                     qPrintable(QStringLiteral("%1 MB resident with the model, %2 MB later")
-                                    .arg(loaded)
-                                    .arg(residentMegabytes())));
+                     qPrintable(u"%1 MB resident with the model, %2 MB later"_s.arg(loaded).arg(
+                         residentMegabytes())));
 
         // A cancel in the middle of the words: nothing more is heard of that capture.
         updates.clear();
@@ -130,10 +129,8 @@ private Q_SLOTS:
 private:
     void startSpeaking(QProcess &player)
     {
-        player.start(QStringLiteral("paplay"),
-                     {QStringLiteral("--raw"), QStringLiteral("--rate=16000"), QStringLiteral("--channels=1"),
-                      QStringLiteral("--format=s16le"), QStringLiteral("--device=vmic_sink"),
-                      m_folder.filePath(QStringLiteral("speech.raw"))});
+        player.start(u"paplay"_s, {u"--raw"_s, u"--rate=16000"_s, u"--channels=1"_s, u"--format=s16le"_s,
+                                   u"--device=vmic_sink"_s, m_folder.filePath(u"speech.raw"_s)});
         QVERIFY(player.waitForStarted());
     }
 

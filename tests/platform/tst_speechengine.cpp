@@ -28,11 +28,10 @@ QString writeRecognizer(const QString &program, const QString &script)
 {
     QFile file(program);
     if (file.open(QIODevice::WriteOnly))
-        file.write(
-            QStringLiteral("#!/bin/sh\nOUT='%1'\n%2\n").arg(QFileInfo(program).path(), script).toUtf8());
+        file.write(u"#!/bin/sh\nOUT='%1'\n%2\n"_s.arg(QFileInfo(program).path(), script).toUtf8());
     file.close();
     file.setPermissions(file.permissions() | QFileDevice::ExeOwner);
-    return QStringLiteral("\"%1\" --model 'two words'").arg(program);
+    return u"\"%1\" --model 'two words'"_s.arg(program);
 }
 
 } // namespace
@@ -44,8 +43,8 @@ private Q_SLOTS:
     void initTestCase()
     {
         // The settings file tarvel reads: the one under the test's private XDG_CONFIG_HOME.
-        QCoreApplication::setOrganizationName(QStringLiteral("Tarvel"));
-        QCoreApplication::setApplicationName(QStringLiteral("Tarvel"));
+        QCoreApplication::setOrganizationName(u"Tarvel"_s);
+        QCoreApplication::setApplicationName(u"Tarvel"_s);
         m_environment = std::make_unique<TestEnvironment>();
     }
 
@@ -85,10 +84,10 @@ private Q_SLOTS:
     {
         QFETCH(QString, format);
         QTemporaryDir folder;
-        const QString wav = folder.filePath(QStringLiteral("speech.wav"));
+        const QString wav = folder.filePath(u"speech.wav"_s);
         const QStringList arguments = u"-q -t raw -r 16000 -e signed -b 16 -c 1"_s.split(u' ')
                                       << SpeechTestData::goForwardRaw() << format.split(u' ') << wav;
-        QCOMPARE(QProcess::execute(QStringLiteral("sox"), arguments), 0);
+        QCOMPARE(QProcess::execute(u"sox"_s, arguments), 0);
         const std::unique_ptr<SpeechEngine> engine = SpeechEngine::create({});
         QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(wav)).split(u' '),
                  SpeechTestData::goForwardWords);
@@ -153,14 +152,13 @@ private Q_SLOTS:
 
     void commandLines()
     {
-        const QString line = QStringLiteral("  whisper\\ cli  \"a \\\"b\\\" \\n\" 'c \"d\" \\' '' x");
+        const QString line = u"  whisper\\ cli  \"a \\\"b\\\" \\n\" 'c \"d\" \\' '' x"_s;
         QCOMPARE(CommandSpeechEngine::splitCommandLine(line),
-                 (QStringList{QStringLiteral("whisper cli"), QStringLiteral("a \"b\" \\n"),
-                              QStringLiteral("c \"d\" \\"), QString(), QStringLiteral("x")}));
+                 (QStringList{u"whisper cli"_s, u"a \"b\" \\n"_s, u"c \"d\" \\"_s, QString(), u"x"_s}));
         // A program that is not there is named before any recording.
-        QVERIFY(SpeechEngine::unavailableReason(QStringLiteral("tarvel-no-such-recognizer --fast"))
-                    .contains(QStringLiteral("\u201ctarvel-no-such-recognizer\u201d")));
-        QVERIFY_THROWS_EXCEPTION(TarvelError, SpeechEngine::create({QStringLiteral("/nonexistent/whisper")}));
+        QVERIFY(SpeechEngine::unavailableReason(u"tarvel-no-such-recognizer --fast"_s)
+                    .contains(u"\u201ctarvel-no-such-recognizer\u201d"_s));
+        QVERIFY_THROWS_EXCEPTION(TarvelError, SpeechEngine::create({u"/nonexistent/whisper"_s}));
     }
 
     // `tarvel transcribe FILE` as a user runs it: the words on stdout, or exit status 1 and one line

@@ -256,6 +256,8 @@ private Q_SLOTS:
         QCOMPARE(f.recognizer.calls.count(u"start"_s), 1);
         if (modelAndEffort.isEmpty()) {
             QCOMPARE(draft->kind, Kind::promptRewriteModelUnavailable);
+            QCOMPARE(draft->value, u"No model is available to turn the transcript into a prompt draft."_s);
+            QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
             return;
         }
         QCOMPARE(draft->value, u"Fake answer."_s);
@@ -377,17 +379,16 @@ private Q_SLOTS:
         QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
     }
 
-    void rewriteProblemsBeforeTheRun()
+    // A backend that is not there or cannot be started says so. A cancel while the backend's version
+    // is checked answers at once, and nothing starts when the check passes after it; a new rewrite
+    // cancels the one in flight and runs. A backend deaf to SIGINT and SIGTERM notes each: SIGKILL
+    // after the grace is the only way out, with one cancelled result. (That the whole process group
+    // ends is ProcessGroupTask's, seen in tst_quicktaskmanager.)
+    void rewriteProblemsAndCancels()
     {
         Fixture f;
-        auto outcome = f.rewrite(QuickTaskCLIBackend::codex, QuickTaskPreset{});
-        QVERIFY(delivered(outcome));
-        QCOMPARE(outcome->kind, Kind::promptRewriteModelUnavailable);
-        QCOMPARE(outcome->value, u"No model is available to turn the transcript into a prompt draft."_s);
-        QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
-
         f.environment.set("PATH", u"/nonexistent"_s);
-        outcome = f.rewrite(QuickTaskCLIBackend::claude);
+        auto outcome = f.rewrite(QuickTaskCLIBackend::claude);
         QVERIFY(delivered(outcome));
         QCOMPARE(outcome->kind, std::nullopt); // the backend's own error, unchanged
         QCOMPARE(outcome->value, u"Could not find the Claude CLI executable."_s);
@@ -403,40 +404,7 @@ private Q_SLOTS:
         QCOMPARE(outcome->kind, Kind::promptRewriteFailed);
         QCOMPARE(outcome->value, u"Could not start opencode: Permission denied"_s);
         QCOMPARE(outcome->transcript, kTranscript);
-    }
 
-    // Deaf to SIGINT and SIGTERM, it notes each: SIGKILL after the grace is the only way out. That
-    // the whole process group ends is ProcessGroupTask's, seen in tst_quicktaskmanager.
-    void rewriteCancelEndsWithOneCancelledResult()
-    {
-        Fixture f;
-        QFile deaf(f.fakes.executable(u"claude"_s));
-        QVERIFY(deaf.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        deaf.write("#!/bin/sh\n[ \"$1\" = --version ] && { echo '2.0.0 (Claude Code)'; exit 0; }\n"
-                   "cd \"$FAKE_RECORD_DIR\"; trap 'echo INT >>signals' INT; trap 'echo TERM >>signals' TERM\n"
-                   // A trap runs when wait returns, not when a sleep in front ends.
-                   ": >ready; while :; do sleep 1 & wait $!; done\n");
-        deaf.close();
-        const auto outcome = f.rewrite(QuickTaskCLIBackend::claude);
-        QVERIFY(QTest::qWaitFor([&] { return f.fakes.isReady(); }, 10000));
-
-        f.service.cancel();
-        f.service.cancel();
-        QVERIFY(delivered(outcome));
-        QCOMPARE(f.fakes.recorded(u"signals"_s), QByteArray("INT\nTERM\n")); // in this order
-        QCOMPARE(outcome->kind, Kind::cancelled);
-        QCOMPARE(outcome->value, u"Voice capture was cancelled."_s);
-        f.service.cancel();
-        QTest::qWait(100);
-        QCOMPARE(outcome->deliveries, 1);
-        QVERIFY(!f.service.isRewriting());
-    }
-
-    // A cancel while the backend's version is checked answers at once, and nothing starts when the
-    // check passes after it; a new rewrite cancels the one in flight and runs.
-    void rewriteCancelledBeforeOrByAnotherStartsNothing()
-    {
-        Fixture f;
         f.environment.set("FAKE_CODEX_VERSION_DELAY", u"1"_s);
         const auto checking = f.rewrite(QuickTaskCLIBackend::codex);
         QTest::qWait(100);
@@ -458,6 +426,27 @@ private Q_SLOTS:
         QCOMPARE(first->kind, Kind::cancelled);
         QVERIFY(delivered(second));
         QCOMPARE(second->value, u"Fake answer."_s);
+
+        f.fakes.forget(u"ready"_s);
+        QFile deaf(f.fakes.executable(u"claude"_s));
+        QVERIFY(deaf.open(QIODevice::WriteOnly | QIODevice::Truncate));
+        deaf.write("#!/bin/sh\n[ \"$1\" = --version ] && { echo '2.0.0 (Claude Code)'; exit 0; }\n"
+                   "cd \"$FAKE_RECORD_DIR\"; trap 'echo INT >>signals' INT; trap 'echo TERM >>signals' TERM\n"
+                   // A trap runs when wait returns, not when a sleep in front ends.
+                   ": >ready; while :; do sleep 1 & wait $!; done\n");
+        deaf.close();
+        outcome = f.rewrite(QuickTaskCLIBackend::claude);
+        QVERIFY(QTest::qWaitFor([&] { return f.fakes.isReady(); }, 10000));
+        f.service.cancel();
+        f.service.cancel();
+        QVERIFY(delivered(outcome));
+        QCOMPARE(f.fakes.recorded(u"signals"_s), QByteArray("INT\nTERM\n")); // in this order
+        QCOMPARE(outcome->kind, Kind::cancelled);
+        QCOMPARE(outcome->value, u"Voice capture was cancelled."_s);
+        f.service.cancel();
+        QTest::qWait(100);
+        QCOMPARE(outcome->deliveries, 1);
+        QVERIFY(!f.service.isRewriting());
     }
 };
 
