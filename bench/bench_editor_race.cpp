@@ -9,8 +9,9 @@
 // Use bench/editor-race.sh, which installs the other editors, starts the headless desktop and
 // the Emacs server, and passes:
 //   bench_editor_race --runs N --tarvel PATH --helper PATH [--helper-before PATH]
-//                     [--emacs-server NAME]
-// Editors that are not installed (or an Emacs server not named) are left out.
+//                     [--tarvel-before PATH] [--emacs-server NAME]
+// Editors that are not installed (or an Emacs server not named) are left out. With
+// --tarvel-before, the earlier helper starts (or, warm, finds running) the earlier application.
 #include "BenchDesktop.h"
 #include "BenchStatistics.h"
 
@@ -34,6 +35,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <functional>
+#include <memory>
 #include <optional>
 
 using bench::Display;
@@ -52,6 +54,8 @@ struct Contender {
     std::function<void(Display &, const QByteArray &line)> keys;
     // Tarvel is not running when the command starts; the helper starts it.
     bool cold = false;
+    // The application the helper starts, or finds running; none for the other editors.
+    QString app{};
     QList<double> times{};
     int saved = 0;
 };
@@ -123,6 +127,8 @@ bool race(Display &display, Contender &contender, const QDir &work, int run, boo
     const QByteArray line = "typed in run " + QByteArray::number(run);
     const QByteArray title = contender.title(file);
 
+    if (!contender.app.isEmpty())
+        qputenv("TARVEL_APP_PATH", contender.app.toLocal8Bit());
     QElapsedTimer timer;
     timer.start();
     const pid_t pid = spawn(contender.command + QStringList{file});
@@ -180,6 +186,7 @@ int main(int argc, char **argv)
     QString tarvel;
     QString helper;
     QString helperBefore;
+    QString tarvelBefore;
     QString emacsServer;
     for (int index = 1; index + 1 < argc; index += 2) {
         const QByteArray option = argv[index];
@@ -192,6 +199,8 @@ int main(int argc, char **argv)
             helper = value;
         else if (option == "--helper-before")
             helperBefore = value;
+        else if (option == "--tarvel-before")
+            tarvelBefore = value;
         else if (option == "--emacs-server")
             emacsServer = value;
     }
@@ -211,14 +220,15 @@ int main(int argc, char **argv)
     };
     QList<Contender> warm;
     QList<Contender> cold;
-    const auto addTarvel = [&](const QString &which, const QString &path) {
-        warm.append({QStringLiteral("Tarvel running (%1)").arg(which), {path}, composer, tarvelKeys});
+    const auto addTarvel = [&](const QString &which, const QString &path, const QString &app) {
+        warm.append(
+            {QStringLiteral("Tarvel running (%1)").arg(which), {path}, composer, tarvelKeys, false, app});
         cold.append(
-            {QStringLiteral("Tarvel not running (%1)").arg(which), {path}, composer, tarvelKeys, true});
+            {QStringLiteral("Tarvel not running (%1)").arg(which), {path}, composer, tarvelKeys, true, app});
     };
-    addTarvel(QStringLiteral("this helper"), helper);
+    addTarvel(QStringLiteral("now"), helper, tarvel);
     if (!helperBefore.isEmpty())
-        addTarvel(QStringLiteral("helper before"), helperBefore);
+        addTarvel(QStringLiteral("before"), helperBefore, tarvelBefore.isEmpty() ? tarvel : tarvelBefore);
     QList<Contender> others;
     if (!emacsServer.isEmpty()) {
         others.append(
@@ -278,20 +288,32 @@ int main(int argc, char **argv)
         }
     }
 
-    // Running: one Tarvel for every run, and the other editors take their turns in between.
-    QProcess app;
-    if (!bench::startApplication(app, root, tarvel))
-        return 1;
+    // Running: each Tarvel contender with its own application started and settled beforehand, and
+    // the other editors take their turns in between.
+    std::unique_ptr<QProcess> app;
+    const auto runningApplication = [&](const QString &path) {
+        if (app && app->program() == path)
+            return true;
+        if (app) {
+            app->terminate();
+            app->waitForFinished(5000);
+        }
+        app = std::make_unique<QProcess>();
+        return bench::startApplication(*app, root, path);
+    };
     for (int run = 0; run <= runs; ++run) {
         for (QList<Contender> *group : {&warm, &others}) {
             for (Contender *contender : inTurn(*group, run)) {
-                if (!race(display, *contender, work, run, run > 0))
+                if ((!contender->app.isEmpty() && !runningApplication(contender->app)) ||
+                    !race(display, *contender, work, run, run > 0))
                     return 1;
             }
         }
     }
-    app.terminate();
-    app.waitForFinished(5000);
+    if (app) {
+        app->terminate();
+        app->waitForFinished(5000);
+    }
 
     const double warmMedian = BenchStatistics::of(warm.first().times).median;
     const double coldMedian = BenchStatistics::of(cold.first().times).median;

@@ -8,7 +8,8 @@
 #   bench/editor-race.sh [-n RUNS] [--before HELPER] [BUILD_DIR]
 #
 #   -n RUNS          runs per editor, after one round that is not counted (default 8)
-#   --before HELPER  a tarvel-edit built from an earlier commit, raced beside the build's own
+#   --before HELPER  a tarvel-edit built from an earlier commit, raced beside the build's own; a
+#                    tarvel beside it is that commit's application, raced with it
 #   BUILD_DIR        the build folder (default: build); it needs the targets bench_editor_race
 #                    and tarvel-desktop-probe
 #
@@ -20,7 +21,7 @@ here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 source_dir=$(dirname "$here")
 
 usage() {
-    sed -n '8,14s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2
+    sed -n '8,15s/^# \{0,1\}//p' "${BASH_SOURCE[0]}" >&2
     exit 2
 }
 runs=8
@@ -69,6 +70,7 @@ emacs -Q --daemon="$server" 2>/dev/null
 trap 'emacsclient -s "$server" -e "(kill-emacs)" >/dev/null 2>&1 || true' EXIT
 arguments=(--runs "$runs" --tarvel "$build/bin/tarvel" --helper "$build/bin/tarvel-edit" --emacs-server "$server")
 [ -z "$before" ] || arguments+=(--helper-before "$before")
+[ -z "$before" ] || [ ! -x "$(dirname "$before")/tarvel" ] || arguments+=(--tarvel-before "$(dirname "$before")/tarvel")
 "$bench" "${arguments[@]}"
 INSIDE
 chmod +x "$inside"
