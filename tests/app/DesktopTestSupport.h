@@ -152,6 +152,13 @@ inline QString activeWindow()
     return xdotool({u"getactivewindow"_s});
 }
 
+// The editor's completion list: a window of its own that never takes the keyboard (an
+// override-redirect one on X11, which carries no process id).
+inline bool completionListShows()
+{
+    return !xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Tarvel Completions$"_s}).isEmpty();
+}
+
 inline void writeFile(const QString &path, const QByteArray &content)
 {
     QDir().mkpath(QFileInfo(path).path());
