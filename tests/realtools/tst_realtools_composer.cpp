@@ -17,7 +17,6 @@
 #include "voice/PromptRewriteService.h"
 
 #include <QElapsedTimer>
-#include <QScopeGuard>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
@@ -163,14 +162,16 @@ QString rewrite(const QString &folder, QuickTaskCLIBackend backend, QString &fai
     return {};
 }
 
-// tmux on a server of the test's own.
+// A command in a folder, in tmux on a server of the test's own.
 class Tmux final {
 public:
-    explicit Tmux(const Application &app)
+    Tmux(const Application &app, const QString &folder, const QString &command)
         : m_environment(app.environment())
     {
+        run({u"new-session"_s, u"-d"_s, u"-s"_s, kSession, u"-x"_s, u"100"_s, u"-y"_s, u"30"_s, u"-c"_s,
+             folder, command});
     }
-    ~Tmux() { run({QStringLiteral("kill-server")}); }
+    ~Tmux() { run({u"kill-server"_s}); }
 
     QString run(const QStringList &arguments) const
     {
@@ -184,14 +185,8 @@ public:
     {
         return run({QStringLiteral("capture-pane"), QStringLiteral("-p"), QStringLiteral("-t"), kSession});
     }
-    void typeText(const QString &text) const
-    {
-        run({QStringLiteral("send-keys"), QStringLiteral("-t"), kSession, QStringLiteral("-l"), text});
-    }
-    void press(const QString &keys) const
-    {
-        run({QStringLiteral("send-keys"), QStringLiteral("-t"), kSession, keys});
-    }
+    // Keys by tmux's names, or after "-l" text as it is.
+    void send(const QStringList &keys) const { run(QStringList{u"send-keys"_s, u"-t"_s, kSession} + keys); }
 
     // Waits until the screen has drawn something and stayed the same for a while: the tool's prompt.
     bool waitForSettledScreen() const
@@ -278,15 +273,8 @@ private:
     {
         // The tool runs in tmux, which an xterm shows; where no terminal can start (a user
         // namespace cannot hand a pty to the tty group) tmux alone is the terminal.
-        const Tmux tmux(app);
-        tmux.run({QStringLiteral("new-session"), QStringLiteral("-d"), QStringLiteral("-s"), kSession,
-                  QStringLiteral("-x"), QStringLiteral("100"), QStringLiteral("-y"), QStringLiteral("30"),
-                  QStringLiteral("-c"), repo, name});
-        QProcess xterm;
-        const auto closeTerminal = qScopeGuard([&xterm] {
-            xterm.kill();
-            xterm.waitForFinished(3000);
-        });
+        const Tmux tmux(app, repo, name);
+        Xterm xterm;
         startXterm(xterm, app, QStringLiteral("exec tmux -L %1 attach -t %1").arg(kSession));
         if (xterm.waitForFinished(2000))
             qInfo("No xterm here (%s); the tool runs in tmux alone.",
@@ -295,10 +283,10 @@ private:
         screenshot(QStringLiteral("realtools-tui-%1-ready").arg(name));
         QVERIFY2(settled, qPrintable(tmux.screen()));
 
-        tmux.typeText(QStringLiteral("Explain"));
+        tmux.send({u"-l"_s, u"Explain"_s});
         QTest::qWait(settleMs);
         for (const QString &key : editorKeys)
-            tmux.press(key);
+            tmux.send({key});
         QString composer;
         QTRY_VERIFY2_WITH_TIMEOUT(!(composer = app.composerWindow()).isEmpty(), qPrintable(tmux.screen()),
                                   kComposerTimeout);
