@@ -152,6 +152,13 @@ inline QString activeWindow()
     return xdotool({u"getactivewindow"_s});
 }
 
+// The editor's completion list: a window of its own that never takes the keyboard (an
+// override-redirect one on X11, which carries no process id).
+inline bool completionListShows()
+{
+    return !xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Tarvel Completions$"_s}).isEmpty();
+}
+
 inline void writeFile(const QString &path, const QByteArray &content)
 {
     QDir().mkpath(QFileInfo(path).path());
@@ -433,10 +440,9 @@ public:
         return id;
     }
 
-    // Opens a scratch composer with open() and returns it once the fake backend has answered
-    // its version check (tests that wait for it give the check a delay) and the answer has
-    // reached the composer through the event loop. A check that passed before is kept, so
-    // then no check runs.
+    // Opens a scratch composer with open() and returns it once the fake backend has answered its
+    // version check (recorded, as the fakes here take a moment for it) and the answer has reached
+    // the composer through the event loop. A check that passed before is kept, so then none runs.
     QString readyComposerAfter(const std::function<void()> &open, const QString &backend = u"codex"_s) const
     {
         const QString answered = backend + u".version-answered"_s;
@@ -522,7 +528,12 @@ private:
     {
         if (!m_fakes)
             return {};
-        return {{u"PATH"_s, m_fakes->searchPath()}, {u"FAKE_RECORD_DIR"_s, m_fakes->recordDirectory()}};
+        // A version check that takes a moment records its answer, which readyComposerAfter waits for.
+        QMap<QString, QString> variables{{u"PATH"_s, m_fakes->searchPath()},
+                                         {u"FAKE_RECORD_DIR"_s, m_fakes->recordDirectory()}};
+        for (const QString &name : {u"CODEX"_s, u"CLAUDE"_s, u"OPENCODE"_s})
+            variables.insert(u"FAKE_%1_VERSION_DELAY"_s.arg(name), u"0.1"_s);
+        return variables;
     }
 
     QString m_root;

@@ -8,13 +8,6 @@ using namespace desktop_test;
 
 namespace {
 const QString kFile = u"src/parser/lexer.cpp"_s;
-
-// The list is a window of its own that never takes the keyboard (an override-redirect one on X11,
-// which carries no process id).
-bool completionListShows()
-{
-    return !xdotool({u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Tarvel Completions$"_s}).isEmpty();
-}
 } // namespace
 
 class AppEndToEndTest final : public QObject {

@@ -25,12 +25,14 @@ QString preferencesWindowOf(const Application &app)
 }
 
 // Where the preferences window's controls sit: the same window is built in this process at the
-// real one's size (same display, style and fonts) and measured, like the tray menu's rows.
+// real one's size (same display, style and fonts) and measured, like the tray menu's rows. The
+// real one is activated for what comes.
 class MeasuredPreferences final {
 public:
     explicit MeasuredPreferences(const QString &realWindow)
         : m_origin(geometry(realWindow))
     {
+        activate(realWindow);
         m_window.setAttribute(Qt::WA_DontShowOnScreen); // laid out, never mapped
         m_window.resize(m_origin.width, m_origin.height);
         m_window.show();
@@ -87,10 +89,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_root.isValid());
-        m_app = std::make_unique<Application>(
-            m_root.path(), m_fakes,
-            QMap<QString, QString>{{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s},
-                                   {u"FAKE_OPENCODE_VERSION_DELAY"_s, u"0.1"_s}});
+        m_app = std::make_unique<Application>(m_root.path(), m_fakes);
         m_app->setSetting(u"PreferencesWindowContentSize"_s, u"{640, 740}"_s);
         m_app->start();
     }
@@ -101,8 +100,7 @@ private Q_SLOTS:
     {
         m_app->chooseFromMenu(2); // Preferences…
         const QString window = waitForWindow([this] { return preferencesWindowOf(*m_app); });
-        QTRY_COMPARE_WITH_TIMEOUT(geometry(window).width, 640, 5000);
-        QCOMPARE(geometry(window).height, 740);
+        QTRY_COMPARE_WITH_TIMEOUT(geometry(window).rect().size(), QSize(640, 740), 5000);
         QTest::qWait(300);
         screenshot(u"preferences"_s, window);
 
@@ -131,7 +129,6 @@ private Q_SLOTS:
         const QString composer = m_app->openReadyComposer();
         const QString window = preferencesWindowOf(*m_app);
         QVERIFY(!window.isEmpty());
-        activate(window);
         const MeasuredPreferences measured(window);
         measured.click(u"BackendPopup"_s);
         QTest::qWait(300);
@@ -156,7 +153,6 @@ private Q_SLOTS:
     void permissionsOpenFromThePreferences()
     {
         const QString window = preferencesWindowOf(*m_app);
-        activate(window);
         const MeasuredPreferences measured(window);
         measured.scroll(true);
         screenshot(u"preferences-end"_s, window);
@@ -180,7 +176,6 @@ private Q_SLOTS:
         const QString window = preferencesWindowOf(*m_app);
         QVERIFY(!window.isEmpty());
         const auto record = [&](const QString &keys) {
-            activate(window);
             const MeasuredPreferences measured(window);
             measured.scroll(false);
             measured.click(u"GlobalShortcutRecorder"_s);
@@ -247,8 +242,7 @@ private Q_SLOTS:
         const QString answer = m_root.filePath(u"reopened.json"_s);
         requestFrame(u"preferences"_s, answer);
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(answer), 10000);
-        QCOMPARE(geometry(preferencesWindowOf(*m_app)).width, 700);
-        QCOMPARE(geometry(preferencesWindowOf(*m_app)).height, 600);
+        QCOMPARE(geometry(preferencesWindowOf(*m_app)).rect().size(), QSize(700, 600));
     }
 
 private:

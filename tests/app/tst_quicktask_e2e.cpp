@@ -11,7 +11,6 @@
 #include "composer/ComposerLayout.h"
 
 #include <QAbstractButton>
-#include <QBuffer>
 #include <QImage>
 #include <QLabel>
 #include <QLayout>
@@ -20,7 +19,6 @@
 #include <QWidgetAction>
 
 using namespace desktop_test;
-using Variables = QMap<QString, QString>;
 
 namespace {
 // Where things sit in tarvel's tray menu with one session row. Qt draws the row's buttons inside
@@ -137,9 +135,7 @@ private Q_SLOTS:
     {
         QTemporaryDir root;
         FakeBackends fakes;
-        Variables environment = kQuickCheck;
-        environment.insert(u"FAKE_STEPS"_s, fakes.writeSteps({u"ready"_s, u"hang"_s}));
-        Application app(root.path(), fakes, environment);
+        Application app(root.path(), fakes, {{u"FAKE_STEPS"_s, fakes.writeSteps({u"ready"_s, u"hang"_s})}});
         app.start();
         const QString composer = app.openReadyComposer();
         const Geometry before = geometry(composer);
@@ -172,10 +168,7 @@ private Q_SLOTS:
         drag(QPoint(geometry(composer).right() - 2, middle), QPoint(0, middle));
         QTRY_COMPARE_WITH_TIMEOUT(geometry(composer).width, 360, 5000);
         QCOMPARE(geometry(composer).height, before.height);
-        QTRY_VERIFY_WITH_TIMEOUT(QSettings(app.settingsFile(), QSettings::IniFormat)
-                                     .value(u"ScratchWindowFrame"_s)
-                                     .toString()
-                                     .contains(u", {360, "_s),
+        QTRY_VERIFY_WITH_TIMEOUT(app.setting(u"ScratchWindowFrame"_s).toString().contains(u", {360, "_s),
                                  5000);
 
         const Geometry moved = geometry(composer);
@@ -210,23 +203,16 @@ private Q_SLOTS:
         const QString opener = m_fakes.executable(u"xdg-open"_s);
         writeFile(opener, "#!/bin/sh\nprintf '%s\\n' \"$@\" >>\"$FAKE_RECORD_DIR/xdg-open.args\"\n");
         QVERIFY(QFile::setPermissions(opener, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
-        Variables environment = kQuickCheck;
         // Long enough to see the row and the blinking icon; the answer is tst_quicktaskmanager's.
-        environment.insert(
-            u"FAKE_STEPS"_s,
-            m_fakes.writeSteps({u"sleep 3"_s, FakeBackends::codexAnswerStep(u"Fake answer."_s)}));
-        Application app(m_root.filePath(u"main"_s), m_fakes, environment);
+        const QString steps =
+            m_fakes.writeSteps({u"sleep 3"_s, FakeBackends::codexAnswerStep(u"Fake answer."_s)});
+        Application app(m_root.filePath(u"main"_s), m_fakes, {{u"FAKE_STEPS"_s, steps}});
         app.start();
         app.readyComposerAfter([&] { app.openComposerFromMenu(); });
 
         type(u"Describe the picture"_s);
-        QImage picture(48, 32, QImage::Format_RGB32);
-        picture.fill(QColor(30, 120, 200));
-        QByteArray png;
-        QBuffer buffer(&png);
-        QVERIFY(buffer.open(QIODevice::WriteOnly) && picture.save(&buffer, "PNG"));
         {
-            ClipboardOwner image(u"image/png"_s, png);
+            ClipboardOwner image(u"image/png"_s, readFile(m_picture));
             key(u"ctrl+v"_s);
             QTRY_COMPARE_WITH_TIMEOUT(QDir(app.importFolder()).entryList(QDir::Files).size(), 1, 5000);
         }
@@ -319,7 +305,7 @@ private Q_SLOTS:
     void dropsAttachOnTheStripAndPanelAndWritePathsOnTheText()
     {
         FakeBackends fakes;
-        Application app(m_root.filePath(u"codex"_s), fakes, kQuickCheck);
+        Application app(m_root.filePath(u"codex"_s), fakes);
         app.start();
         const QString composer = app.openReadyComposer();
         type(u"Compare with "_s);
@@ -350,7 +336,6 @@ private Q_SLOTS:
     }
 
 private:
-    const Variables kQuickCheck{{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s}};
     QTemporaryDir m_root;
     const QString m_notes = m_root.filePath(u"files/notes.txt"_s);
     const QString m_picture = m_root.filePath(u"shots/picture.png"_s);

@@ -8,12 +8,10 @@
 #include "WindowImage.h"
 
 #include <QImage>
-#include <QSettings>
 #include <QTemporaryDir>
 
 using namespace desktop_test;
 using namespace Qt::StringLiterals;
-using Variables = QMap<QString, QString>;
 
 class VoiceEndToEndTest final : public QObject {
     Q_OBJECT
@@ -60,13 +58,12 @@ private Q_SLOTS:
         const bool answers = steps.contains(u"ready"_s);
         FakeBackends fakes;
         Application app(m_root.filePath(QString::fromUtf8(QTest::currentDataTag())), fakes,
-                        withSteps(fakes, steps));
+                        {{u"FAKE_STEPS"_s, fakes.writeSteps(steps)}});
         if (!recognizer.isEmpty()) {
             const QString script = app.home() + u"/recognizer"_s;
             writeFile(script, "#!/bin/sh\n" + recognizer.toUtf8() + '\n');
             QFile::setPermissions(script, QFile::permissions(script) | QFileDevice::ExeOwner);
-            QSettings(app.settingsFile(), QSettings::IniFormat)
-                .setValue(u"SpeechRecognizerCommand"_s, u"'%1'"_s.arg(script)); // the path has spaces
+            app.setSetting(u"SpeechRecognizerCommand"_s, u"'%1'"_s.arg(script)); // the path has spaces
         }
         app.start();
         const QString composer = app.openReadyComposer();
@@ -126,9 +123,8 @@ private Q_SLOTS:
         QFETCH(QString, variable);
         QFETCH(QString, value);
         FakeBackends fakes;
-        Variables environment = withSteps(fakes, {});
-        environment.insert(variable, value);
-        Application app(m_root.filePath(variable), fakes, environment);
+        Application app(m_root.filePath(variable), fakes,
+                        {{u"FAKE_STEPS"_s, fakes.writeSteps({})}, {variable, value}});
         app.start();
         const QString composer = app.openReadyComposer();
         const QImage idleIcon = windowImage(app.trayIconWindow());
@@ -139,11 +135,6 @@ private Q_SLOTS:
     }
 
 private:
-    Variables withSteps(const FakeBackends &fakes, const QStringList &steps) const
-    {
-        return {{u"FAKE_CODEX_VERSION_DELAY"_s, u"0.1"_s}, {u"FAKE_STEPS"_s, fakes.writeSteps(steps)}};
-    }
-
     void speak() const
     {
         QProcess player;

@@ -8,11 +8,13 @@ tarvel=${1:?tarvel}
 fakes=${2:?fake backends}
 data=${3:?test data}
 fail() { echo "FAIL: $*" >&2; exit 1; }
-pid_of() {
+# Stops the session's HELPER and waits while the shell command STILL_THERE succeeds.
+stop() {
     local entry
     for entry in $TARVEL_DESKTOP_PIDS; do
-        [ "${entry%%:*}" = "$1" ] && echo "${entry#*:}"
+        [ "${entry%%:*}" = "$1" ] && kill "${entry#*:}"
     done
+    timeout 10 bash -c "while $2; do sleep 0.05; done"
 }
 # Runs the doctor; leaves its output in $report and its exit status in $status.
 doctor() {
@@ -67,15 +69,13 @@ grep -q 'vim' <<<"$report" || fail "the editor finding does not name vim"
 DISPLAY= WAYLAND_DISPLAY=wayland-tarvel-test doctor
 expect warning 'Global shortcut'
 
-kill "$(pid_of dunst)"
-timeout 10 bash -c 'while dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
-    org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications | grep -q "boolean true"; do sleep 0.05; done'
+stop dunst 'dbus-send --session --print-reply --dest=org.freedesktop.DBus /org/freedesktop/DBus \
+    org.freedesktop.DBus.NameHasOwner string:org.freedesktop.Notifications | grep -q "boolean true"'
 doctor
 [ "$status" = 0 ] || fail "no notification server stops prompt editing (exit $status)"
 expect warning Notifications
 
-kill "$(pid_of pulseaudio)"
-timeout 10 bash -c 'while pactl info >/dev/null 2>&1; do sleep 0.05; done'
+stop pulseaudio 'pactl info >/dev/null 2>&1'
 doctor
 expect warning Microphone
 # Without a sound server, the sound server's client has its say only when asked for it.
@@ -84,8 +84,7 @@ expect warning Microphone
 TARVEL_POCKETSPHINX_MODEL=/nonexistent doctor
 expect warning 'Speech recognition'
 
-kill "$(pid_of trayer)"
-timeout 10 bash -c "while xdotool search --onlyvisible --class trayer >/dev/null; do sleep 0.05; done"
+stop trayer 'xdotool search --onlyvisible --class trayer >/dev/null'
 doctor
 expect warning Tray
 echo "ok: each failure named with its remedy"

@@ -53,10 +53,9 @@ export PATH=/usr/bin:/bin
 export TARVEL_FALLBACK_EDITOR=false
 app_pids() { pgrep -x -f "$prefix/bin/tarvel" || true; }
 
-composer() { xdotool search --sync --onlyvisible --name '^Tarvel Composer$' 2>/dev/null | head -n 1; }
 await_composer() {
     local window
-    window=$(timeout 20 bash -c "$(declare -f composer); composer") || fail "no composer appeared"
+    window=$(timeout 20 xdotool search --sync --onlyvisible --name '^Tarvel Composer$' 2>/dev/null | head -n 1) || window=
     [ -n "$window" ] || fail "no composer appeared"
     echo "$window"
 }

@@ -83,9 +83,11 @@ RealToolProfile::RealToolProfile(QuickTaskCLIBackend backend, const LoopbackMode
     m_variables.insert(QStringLiteral("no_proxy"), QStringLiteral("127.0.0.1,localhost"));
     switch (backend) {
     case QuickTaskCLIBackend::codex:
+        m_requestPath = QStringLiteral("/v1/responses");
         m_variables.insert(QStringLiteral("TARVEL_LOOPBACK_API_KEY"), QStringLiteral("loopback"));
         break;
     case QuickTaskCLIBackend::claude:
+        m_requestPath = QStringLiteral("/v1/messages");
         m_variables.insert(QStringLiteral("ANTHROPIC_BASE_URL"), m_baseURL);
         m_variables.insert(QStringLiteral("ANTHROPIC_API_KEY"), QStringLiteral("loopback"));
         for (const QString &name :
@@ -98,6 +100,7 @@ RealToolProfile::RealToolProfile(QuickTaskCLIBackend backend, const LoopbackMode
             m_variables.insert(QStringLiteral("IS_SANDBOX"), QStringLiteral("1"));
         break;
     case QuickTaskCLIBackend::opencode:
+        m_requestPath = QStringLiteral("/v1/chat/completions");
         for (const QString &name :
              {QStringLiteral("OPENCODE_DISABLE_MODELS_FETCH"), QStringLiteral("OPENCODE_DISABLE_AUTOUPDATE"),
               QStringLiteral("OPENCODE_DISABLE_LSP_DOWNLOAD")})
@@ -234,19 +237,6 @@ screen_reader_detection_done = true
     }
     case QuickTaskCLIBackend::opencode:
         return {};
-    }
-    Q_UNREACHABLE();
-}
-
-QString RealToolProfile::modelRequestPath() const
-{
-    switch (m_backend) {
-    case QuickTaskCLIBackend::codex:
-        return QStringLiteral("/v1/responses");
-    case QuickTaskCLIBackend::claude:
-        return QStringLiteral("/v1/messages");
-    case QuickTaskCLIBackend::opencode:
-        return QStringLiteral("/v1/chat/completions");
     }
     Q_UNREACHABLE();
 }

@@ -40,10 +40,11 @@ public:
     // folder trusted and its notices seen. Returns what went wrong, or empty.
     QString writeInteractiveSettings(const QProcessEnvironment &environment, const QString &project) const;
     // Where the tool sends its model requests.
-    QString modelRequestPath() const;
+    const QString &modelRequestPath() const { return m_requestPath; }
 
 private:
     QuickTaskCLIBackend m_backend;
     QString m_baseURL;
+    QString m_requestPath;
     QMap<QString, QString> m_variables;
 };

@@ -1,20 +1,22 @@
-// The real codex, claude and opencode with the real tarvel on the headless desktop, the tools
-// from `make real-tools` first on its PATH and set up for the loopback model server
-// (RealToolProfile). For each tool, one scenario: a composer opened from the tray menu, a prompt
-// typed and a file pasted into it, and the session followed in sessions.json until it ends with
-// the server's answer; then the tool's own screen in tmux in an xterm with tarvel-edit as its
-// VISUAL: a draft goes out through the tool's editor key, an `@` and a few letters in the composer
-// offer a file of the test's repository, Tab puts it in, and the text with its `@path` comes back
-// into the tool's prompt. Runs inside loopback-only.sh and desktop-session.sh; skips a tool that
-// is not installed.
+// The real codex, claude and opencode, as installed by `make real-tools`, against a stand-in model
+// server on the loopback interface, each set up for it (RealToolProfile). For each tool: a prompt
+// rewrite through it in this process comes back with the server's draft; and with the real tarvel
+// on the headless desktop, the tools first on its PATH, one scenario: a composer opened from the
+// tray menu, a prompt typed and a file pasted into it, and the session followed in sessions.json
+// until it ends with the server's answer; then the tool's own screen in tmux in an xterm with
+// tarvel-edit as its VISUAL: a draft goes out through the tool's editor key, an `@` and a few
+// letters in the composer offer a file of the test's repository, Tab puts it in, and the text with
+// its `@path` comes back into the tool's prompt. Runs inside loopback-only.sh (so nothing could
+// leave the machine anyway) and desktop-session.sh; skips a tool that is not installed.
 #include "DesktopTestSupport.h"
 #include "LoopbackModelServer.h"
 #include "RealToolProfile.h"
+#include "core/TarvelError.h"
+#include "settings/QuickTaskModelCatalog.h"
 #include "support/TestEnvironment.h"
+#include "voice/PromptRewriteService.h"
 
 #include <QElapsedTimer>
-#include <QScopeGuard>
-#include <QSettings>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 
@@ -38,18 +40,7 @@ constexpr int kVersionCheckAttempts = 3;
 constexpr int kReadyTimeout = 20000;
 constexpr int kTaskTimeout = 120000;
 
-QString storedBackend(const Application &app)
-{
-    return QSettings(app.settingsFile(), QSettings::IniFormat)
-        .value(QStringLiteral("QuickTaskBackend"))
-        .toString();
-}
-
-void storeBackend(const Application &app, const QString &backend)
-{
-    QSettings settings(app.settingsFile(), QSettings::IniFormat);
-    settings.setValue(QStringLiteral("QuickTaskBackend"), backend);
-}
+const QString kBackendSetting = u"QuickTaskBackend"_s;
 
 // The composer's text view takes typing only once the composer is ready: a probe typed into
 // it comes back through the clipboard. Each probe is new, since tarvel keeps the clipboard of
@@ -85,18 +76,18 @@ QString openReadyComposer(const Application &app, const QString &backend)
         if (composer.isEmpty())
             return {};
         const bool ready = QTest::qWaitFor(takesTyping, kReadyTimeout);
-        if (ready && storedBackend(app) == backend) {
+        if (ready && app.setting(kBackendSetting) == backend) {
             qInfo("%s: the composer was ready %lld ms after it opened", qPrintable(backend),
                   static_cast<long long>(timer.elapsed()));
             return composer;
         }
         qInfo("Attempt %d: after %lld ms the composer %s", attempt, static_cast<long long>(timer.elapsed()),
-              ready ? qPrintable(QStringLiteral("went to ") + storedBackend(app)) : "was not ready");
+              ready ? qPrintable(u"went to "_s + app.setting(kBackendSetting).toString()) : "was not ready");
         screenshot(QStringLiteral("realtools-composer-%1-attempt-%2").arg(backend).arg(attempt), composer);
         key(QStringLiteral("Escape"));
         if (!QTest::qWaitFor([&] { return app.composerWindow().isEmpty(); }, 5000))
             return {};
-        storeBackend(app, backend);
+        app.setSetting(kBackendSetting, backend);
     }
     return {};
 }
@@ -125,14 +116,62 @@ bool submit(const Application &app, const QString &composer)
     return false;
 }
 
-// tmux on a server of the test's own.
+const QString kTranscript = u"um fix the the login bug in auth dot py and uh add a test"_s;
+constexpr int kRewriteTimeout = 180000;
+// The rewrite's own version check has a limit of 2.0 s, which opencode comes close to on a busy
+// machine: a time-out of it is tried again (and reported); anything else fails at once.
+constexpr int kRewriteAttempts = 5;
+
+// A preset the preferences would offer for the tool; opencode's from the tool's own configuration.
+QuickTaskPreset rewritePreset(QuickTaskCLIBackend backend)
+{
+    const QList<QuickTaskModelCatalog::Model> models = BackendProfiles::of(backend).availableModels();
+    switch (backend) {
+    case QuickTaskCLIBackend::codex:
+        return {u"gpt-5.5"_s, u"low"_s};
+    case QuickTaskCLIBackend::claude:
+        return {models.constFirst().identifier, models.constFirst().resolvedDefaultReasoningEffort()};
+    case QuickTaskCLIBackend::opencode:
+        for (const QuickTaskModelCatalog::Model &model : models) {
+            if (model.identifier.contains(u"echo"_s))
+                return {model.identifier, u"low"_s};
+        }
+    }
+    return {};
+}
+
+// The rewrite's draft, or what went wrong in failure.
+QString rewrite(const QString &folder, QuickTaskCLIBackend backend, QString &failure)
+{
+    PromptRewriteService service;
+    for (int attempt = 1; attempt <= kRewriteAttempts; ++attempt) {
+        QFuture<QString> future = service.rewritePrompt(kTranscript, folder, rewritePreset(backend), backend);
+        if (!QTest::qWaitFor([&] { return future.isFinished(); }, kRewriteTimeout)) {
+            failure = u"No result within %1 s."_s.arg(kRewriteTimeout / 1000);
+            return {};
+        }
+        try {
+            return future.result();
+        } catch (const TarvelError &error) {
+            failure = error.description();
+        }
+        if (!failure.contains(u" did not respond to `"_s))
+            break;
+        qInfo("Attempt %d: %s", attempt, qPrintable(failure));
+    }
+    return {};
+}
+
+// A command in a folder, in tmux on a server of the test's own.
 class Tmux final {
 public:
-    explicit Tmux(const Application &app)
+    Tmux(const Application &app, const QString &folder, const QString &command)
         : m_environment(app.environment())
     {
+        run({u"new-session"_s, u"-d"_s, u"-s"_s, kSession, u"-x"_s, u"100"_s, u"-y"_s, u"30"_s, u"-c"_s,
+             folder, command});
     }
-    ~Tmux() { run({QStringLiteral("kill-server")}); }
+    ~Tmux() { run({u"kill-server"_s}); }
 
     QString run(const QStringList &arguments) const
     {
@@ -146,14 +185,8 @@ public:
     {
         return run({QStringLiteral("capture-pane"), QStringLiteral("-p"), QStringLiteral("-t"), kSession});
     }
-    void typeText(const QString &text) const
-    {
-        run({QStringLiteral("send-keys"), QStringLiteral("-t"), kSession, QStringLiteral("-l"), text});
-    }
-    void press(const QString &keys) const
-    {
-        run({QStringLiteral("send-keys"), QStringLiteral("-t"), kSession, keys});
-    }
+    // Keys by tmux's names, or after "-l" text as it is.
+    void send(const QStringList &keys) const { run(QStringList{u"send-keys"_s, u"-t"_s, kSession} + keys); }
 
     // Waits until the screen has drawn something and stayed the same for a while: the tool's prompt.
     bool waitForSettledScreen() const
@@ -176,13 +209,6 @@ public:
 private:
     QProcessEnvironment m_environment;
 };
-
-bool completionListShows()
-{
-    return !xdotool({QStringLiteral("search"), QStringLiteral("--onlyvisible"), QStringLiteral("--name"),
-                     QStringLiteral("^Tarvel Completions$")})
-                .isEmpty();
-}
 
 } // namespace
 
@@ -247,15 +273,8 @@ private:
     {
         // The tool runs in tmux, which an xterm shows; where no terminal can start (a user
         // namespace cannot hand a pty to the tty group) tmux alone is the terminal.
-        const Tmux tmux(app);
-        tmux.run({QStringLiteral("new-session"), QStringLiteral("-d"), QStringLiteral("-s"), kSession,
-                  QStringLiteral("-x"), QStringLiteral("100"), QStringLiteral("-y"), QStringLiteral("30"),
-                  QStringLiteral("-c"), repo, name});
-        QProcess xterm;
-        const auto closeTerminal = qScopeGuard([&xterm] {
-            xterm.kill();
-            xterm.waitForFinished(3000);
-        });
+        const Tmux tmux(app, repo, name);
+        Xterm xterm;
         startXterm(xterm, app, QStringLiteral("exec tmux -L %1 attach -t %1").arg(kSession));
         if (xterm.waitForFinished(2000))
             qInfo("No xterm here (%s); the tool runs in tmux alone.",
@@ -264,10 +283,10 @@ private:
         screenshot(QStringLiteral("realtools-tui-%1-ready").arg(name));
         QVERIFY2(settled, qPrintable(tmux.screen()));
 
-        tmux.typeText(QStringLiteral("Explain"));
+        tmux.send({u"-l"_s, u"Explain"_s});
         QTest::qWait(settleMs);
         for (const QString &key : editorKeys)
-            tmux.press(key);
+            tmux.send({key});
         QString composer;
         QTRY_VERIFY2_WITH_TIMEOUT(!(composer = app.composerWindow()).isEmpty(), qPrintable(tmux.screen()),
                                   kComposerTimeout);
@@ -300,6 +319,31 @@ private Q_SLOTS:
             m_environment.unset(name.toLatin1().constData());
     }
 
+    // A prompt rewrite through the tool from this process, in a profile of its own with no login
+    // shell to ask: the search path is the profile's.
+    void rewriteReturnsTheServersDraft_data() { composerRunsTasksAndEditsTheToolsDraft_data(); }
+    void rewriteReturnsTheServersDraft()
+    {
+        QFETCH(QuickTaskCLIBackend, backend);
+        if (const QString reason = RealToolProfile::missingReason(backend); !reason.isEmpty())
+            QSKIP(qPrintable(reason));
+        TestEnvironment environment;
+        LoopbackModelServer server(environment.path(u"requests.jsonl"_s));
+        QVERIFY2(server.port() > 0, "The loopback model server did not start.");
+        const RealToolProfile profile(backend, server);
+        for (auto it = profile.variables().cbegin(); it != profile.variables().cend(); ++it)
+            environment.set(it.key().toLatin1().constData(), it.value());
+        environment.set("SHELL", environment.path(u"no-login-shell"_s));
+        QCOMPARE(profile.writeConfigurationFiles(QProcessEnvironment::systemEnvironment()), QString());
+        const QString project = environment.path(u"project"_s);
+        QDir().mkpath(project);
+        QString failure;
+        const QString draft = rewrite(project, backend, failure);
+        QVERIFY2(failure.isEmpty() || !draft.isEmpty(), qPrintable(failure));
+        QCOMPARE(draft, LoopbackModelServer::rewriteAnswer());
+        QVERIFY(server.received(profile.modelRequestPath(), u"Dictated notes:"_s));
+    }
+
     void composerRunsTasksAndEditsTheToolsDraft_data()
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
@@ -329,7 +373,7 @@ private Q_SLOTS:
         QDir().mkpath(root.filePath(QStringLiteral("tmux")));
         Application app(root.filePath(QStringLiteral("app")), variables);
         QCOMPARE(profile.writeConfigurationFiles(app.environment()), QString());
-        storeBackend(app, name);
+        app.setSetting(kBackendSetting, name);
         const QString notes = root.filePath(QStringLiteral("files/notes.txt"));
         writeFile(notes, kNotes);
         app.start();
