@@ -304,7 +304,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QuickTaskPreset>("preset");
-        QTest::addColumn<QString>("arguments"); // one per line; {D} is the working directory
+        QTest::addColumn<QString>("arguments"); // one per line, {D} the working directory
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<bool>("succeeds");
         QTest::addColumn<QString>("expected"); // the draft, or the failure's description
@@ -312,19 +312,17 @@ private Q_SLOTS:
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
         const QuickTaskPreset codexPreset{u"gpt-5.5"_s, u"low"_s}, claudePreset{u"sonnet"_s, u"high"_s};
-        const QString codexArguments = u"exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
-                                       "model_reasoning_effort=\"low\"\n-C\n{D}"_s;
-        const QString claudeArguments = u"-p\n--output-format\ntext\n--no-session-persistence\n"
-                                        "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh"_s;
+        // What a quick task without attachments is given (tst_invocation's lists): codex and claude.
+        const QString asQuickTask;
         QTest::newRow("codex: the last agent message")
-            << codex << codexPreset << codexArguments
+            << codex << codexPreset << asQuickTask
             << QStringList{u"out not json\\n"_s, FakeBackends::codexAnswerStep(u"First draft"_s),
                            uR"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"_s,
                            FakeBackends::codexAnswerStep(u"  Fix the login bug in auth.py.  "_s),
                            u"err noise\\n"_s}
             << true << u"Fix the login bug in auth.py."_s;
         QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
-            << claude << claudePreset << claudeArguments
+            << claude << claudePreset << asQuickTask
             << QStringList{u"out   Fix the login bug\\n\\n   \\n  in au"_s, u"sleep 0.1"_s, u"out th.py.  "_s}
             << true << u"Fix the login bug\nin auth.py."_s;
         QTest::newRow("opencode without a model: terminal codes removed")
@@ -337,20 +335,20 @@ private Q_SLOTS:
         for (int line = 1; line <= 10; ++line)
             tenErrors.append(u"err error line %1\\n"_s.arg(line));
         QTest::newRow("the last 3 of the kept stderr lines")
-            << claude << claudePreset << claudeArguments
+            << claude << claudePreset << asQuickTask
             << (tenErrors << u"out half an answer\\n"_s << u"exit 1"_s) << false
             << u"error line 8 | error line 9 | error line 10"_s;
         QTest::newRow("opencode with a model, fewer than three")
             << opencode << QuickTaskPreset{u"openrouter//qwen/qwen3"_s, u"minimal"_s}
             << u"run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3"_s
             << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
-        QTest::newRow("no stderr") << codex << codexPreset << codexArguments << QStringList{u"exit 1"_s}
-                                   << false << u"Codex could not turn the transcript into a prompt draft."_s;
+        QTest::newRow("no stderr") << codex << codexPreset << asQuickTask << QStringList{u"exit 1"_s} << false
+                                   << u"Codex could not turn the transcript into a prompt draft."_s;
         QTest::newRow("empty answer")
-            << claude << claudePreset << claudeArguments << QStringList{u"out \\n  \\n"_s} << false
+            << claude << claudePreset << asQuickTask << QStringList{u"out \\n  \\n"_s} << false
             << u"Claude returned an empty prompt draft."_s;
         QTest::newRow("codex without an agent message")
-            << codex << codexPreset << codexArguments
+            << codex << codexPreset << asQuickTask
             << QStringList{uR"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)"_s}
             << false << u"Codex returned an empty prompt draft."_s;
     }
@@ -370,12 +368,16 @@ private Q_SLOTS:
         QCOMPARE(outcome->kind, succeeds ? std::nullopt : std::optional(Kind::promptRewriteFailed));
         QCOMPARE(outcome->transcript, succeeds ? QString() : kTranscript);
 
-        const QString name = BackendProfiles::of(backend).rawValue();
-        QStringList received = f.fakes.recordedArguments(name);
-        const QString prompt = received.takeLast();
+        const BackendProfile &profile = BackendProfiles::of(backend);
+        const QString name = profile.rawValue();
+        const QStringList received = f.fakes.recordedArguments(name);
+        const QString prompt = received.constLast();
         QVERIFY(prompt.startsWith(u"Rewrite the user's dictated notes into a clean prompt"_s));
         QVERIFY(prompt.endsWith(u"\n\nDictated notes:\n"_s + kTranscript));
-        QCOMPARE(received.join(u'\n'), arguments.replace(u"{D}"_s, f.environment.root()) + u"\n--"_s);
+        QCOMPARE(received, arguments.isEmpty()
+                               ? profile.quickTaskArguments(prompt, f.environment.root(), {}, preset)
+                               : arguments.replace(u"{D}"_s, f.environment.root()).split(u'\n')
+                                     << u"--"_s << prompt);
         QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
     }
 
