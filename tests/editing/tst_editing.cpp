@@ -1,6 +1,6 @@
 // The editing aids' logic without a window: fuzzy ranking, the project listing (real git, real
-// folders), the prompt history on disk, Up/Down browsing, the Markdown scanner, the `@` token,
-// find and replace, and spelling with the installed Hunspell dictionary.
+// folders), the prompt history on disk, the Markdown scanner, the `@` token, find and replace,
+// and spelling with the installed Hunspell dictionary.
 #include "core/TarvelError.h"
 #include "core/UserDefaults.h"
 #include "editing/FuzzyMatcher.h"
@@ -10,7 +10,6 @@
 #include "editing/PathIndex.h"
 #include "editing/ProjectFiles.h"
 #include "editing/PromptHistory.h"
-#include "editing/PromptHistoryBrowser.h"
 #include "editing/SpellCheckService.h"
 #include "editing/TextSearch.h"
 #include "support/ManualClock.h"
@@ -255,19 +254,6 @@ private Q_SLOTS:
         QCOMPARE(texts(u"relnotes"_s), QStringList{u"Write release notes"_s});
         QCOMPARE(texts(QString()).size(), 4);
         QCOMPARE(texts(QString()).constLast(), u"Fix the failing parser tests"_s);
-    }
-
-    // Up and Down through a folder's prompts run in a real composer in tst_editingviews; here, a
-    // recalled prompt that was edited ends the browsing, so neither key replaces the edit.
-    void browsingEndsWhenARecalledPromptIsEdited()
-    {
-        PromptHistoryBrowser browser;
-        browser.setPrompts({u"newest"_s, u"older"_s});
-        QCOMPARE(browser.older(QString()), u"newest"_s);
-        QVERIFY(browser.isBrowsing());
-        QCOMPARE(browser.older(u"newest, edited"_s), std::nullopt);
-        QVERIFY(!browser.isBrowsing());
-        QCOMPARE(browser.newer(u"newest"_s), std::nullopt);
     }
 
     void markdownScannerFindsTheConstructsTheAssistantsRead()

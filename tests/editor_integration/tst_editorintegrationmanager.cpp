@@ -81,16 +81,12 @@ private Q_SLOTS:
         }
     }
 
+    // bash's and fish's files are read by the real shells in tst_editorsetup_command.
     void locationByShell()
     {
         TestEnvironment environment;
-        const QList<std::pair<const char *, const char *>> cases{
-            {"/bin/zsh", ".zshrc"},
-            {"/bin/bash", ".bashrc"},
-            {"/usr/local/bin/fish", ".config/fish/conf.d/tarvel.fish"},
-            {"/bin/dash", ".profile"},
-            {"", ".zshrc"}};
-        for (const auto &[shell, config] : cases) {
+        for (const auto &[shell, config] :
+             {std::pair{"/bin/zsh", ".zshrc"}, std::pair{"/bin/dash", ".profile"}, std::pair{"", ".zshrc"}}) {
             environment.set("SHELL", QString::fromLatin1(shell));
             QCOMPARE(EditorIntegrationManager(QString()).installLocation()->configURL.toLocalFile(),
                      environment.path(QString::fromLatin1(config)));

@@ -93,34 +93,29 @@ private Q_SLOTS:
 
     // What an earlier run left: a damaged file starts an empty log that the next record
     // replaces; valid entries come back in file order, without re-sorting.
-    void storedFileIsReadOrReplaced_data()
-    {
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QStringList>("titles");
-        QTest::newRow("garbage") << QByteArray("\x01\x02 not json") << QStringList();
-        QTest::newRow("bad entry")
-            << QByteArray(R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])")
-            << QStringList();
-        QTest::newRow("as stored") << QByteArray(R"([
-            {"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Older","detail":"d","source":"s","recordedAt":0},
-            {"id":"7F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Newer","detail":"d","source":"s","recordedAt":"2030-01-01T00:00:00Z"}
-        ])") << QStringList{u"Older"_s, u"Newer"_s};
-    }
     void storedFileIsReadOrReplaced()
     {
-        QFETCH(QByteArray, content);
-        QFETCH(QStringList, titles);
-        Fixture first; // makes the folder
-        DataFile::write(ErrorLogManager::storageURL(), content);
-        ErrorLogManager log(first.clock);
-        log.load();
-        QStringList loaded;
-        for (const ErrorLogEntry &entry : log.entries())
-            loaded.append(entry.title);
-        QCOMPARE(loaded, titles);
-        log.record(u"Fresh"_s, QString(), u"Launch"_s);
-        const QJsonArray stored = JSONCoding::decodeArray(DataFile::read(ErrorLogManager::storageURL()));
-        QCOMPARE(stored.size(), titles.size() + 1);
+        for (const auto &[content, titles] :
+             {std::pair{QByteArray("\x01\x02 not json"), QStringList()},
+              std::pair{QByteArray(R"([{"id":"nope","title":"t","detail":"d","source":"s","recordedAt":0}])"),
+                        QStringList()},
+              std::pair{QByteArray(R"([
+            {"id":"6F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Older","detail":"d","source":"s","recordedAt":0},
+            {"id":"7F9619FF-8B86-D011-B42D-00C04FC964FF","title":"Newer","detail":"d","source":"s","recordedAt":"2030-01-01T00:00:00Z"}
+        ])"),
+                        QStringList{u"Older"_s, u"Newer"_s}}}) {
+            Fixture first; // makes the folder
+            DataFile::write(ErrorLogManager::storageURL(), content);
+            ErrorLogManager log(first.clock);
+            log.load();
+            QStringList loaded;
+            for (const ErrorLogEntry &entry : log.entries())
+                loaded.append(entry.title);
+            QCOMPARE(loaded, titles);
+            log.record(u"Fresh"_s, QString(), u"Launch"_s);
+            const QJsonArray stored = JSONCoding::decodeArray(DataFile::read(ErrorLogManager::storageURL()));
+            QCOMPARE(stored.size(), titles.size() + 1);
+        }
     }
 
     void listFollowsTheLog()

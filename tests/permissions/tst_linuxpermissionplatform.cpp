@@ -63,43 +63,33 @@ private Q_SLOTS:
                  fixture.recognizer.unavailable);
     }
 
-    void settingsPrograms_data()
-    {
-        QTest::addColumn<Page>("page");
-        QTest::addColumn<QStringList>("installed");
-        QTest::addColumn<QString>("starting");
-        QTest::addColumn<QStringList>("tried");
-
-        const QStringList every{u"xfce4-settings-manager"_s, u"pavucontrol"_s,    u"systemsettings5"_s,
-                                u"gnome-control-center"_s,   u"systemsettings"_s, u"xfce4-notifyd-config"_s};
-        QTest::newRow("notifications, none starts")
-            << Page::notifications << every << QString()
-            << QStringList{u"gnome-control-center notifications"_s, u"systemsettings kcm_notifications"_s,
-                           u"systemsettings5 kcm_notifications"_s, u"xfce4-notifyd-config"_s,
-                           u"xfce4-settings-manager"_s};
-        QTest::newRow("notifications, Plasma 5 starts")
-            << Page::notifications << QStringList{u"xfce4-settings-manager"_s, u"systemsettings5"_s}
-            << u"systemsettings5"_s << QStringList{u"systemsettings5 kcm_notifications"_s};
-        QTest::newRow("microphone, pavucontrol starts")
-            << Page::microphone << every << u"pavucontrol"_s
-            << QStringList{u"gnome-control-center sound"_s, u"systemsettings kcm_pulseaudio"_s,
-                           u"systemsettings5 kcm_pulseaudio"_s, u"pavucontrol"_s};
-        QTest::newRow("placement") << Page::screenRecording << every << QString() << QStringList();
-        QTest::newRow("files") << Page::filesAndFolders << every << QString() << QStringList();
-    }
-
+    // The settings programs tried for each page, in order, until one starts; where none does, the
+    // user is told where to look.
     void settingsPrograms()
     {
-        QFETCH(Page, page);
-        QFETCH(QString, starting);
-        Fixture fixture;
-        QFETCH(QStringList, installed);
-        fixture.installed = installed;
-        fixture.starting = {starting};
-        const QString whereToLook = awaited(fixture.platform.openSettings(page)).result();
-        QTEST(fixture.launched, "tried");
-        QCOMPARE(whereToLook, starting.isEmpty() ? LinuxSettingsPages::whereToLook(page) : QString());
-        QVERIFY(starting.isEmpty() != whereToLook.isEmpty());
+        const QStringList every{u"xfce4-settings-manager"_s, u"pavucontrol"_s,    u"systemsettings5"_s,
+                                u"gnome-control-center"_s,   u"systemsettings"_s, u"xfce4-notifyd-config"_s};
+        for (const auto &[page, installed, starting, tried] :
+             {std::tuple{Page::notifications, every, QString(),
+                         QStringList{u"gnome-control-center notifications"_s,
+                                     u"systemsettings kcm_notifications"_s,
+                                     u"systemsettings5 kcm_notifications"_s, u"xfce4-notifyd-config"_s,
+                                     u"xfce4-settings-manager"_s}},
+              std::tuple{Page::notifications, QStringList{u"xfce4-settings-manager"_s, u"systemsettings5"_s},
+                         u"systemsettings5"_s, QStringList{u"systemsettings5 kcm_notifications"_s}},
+              std::tuple{Page::microphone, every, u"pavucontrol"_s,
+                         QStringList{u"gnome-control-center sound"_s, u"systemsettings kcm_pulseaudio"_s,
+                                     u"systemsettings5 kcm_pulseaudio"_s, u"pavucontrol"_s}},
+              std::tuple{Page::screenRecording, every, QString(), QStringList()},
+              std::tuple{Page::filesAndFolders, every, QString(), QStringList()}}) {
+            Fixture fixture;
+            fixture.installed = installed;
+            fixture.starting = {starting};
+            const QString whereToLook = awaited(fixture.platform.openSettings(page)).result();
+            QCOMPARE(fixture.launched, tried);
+            QCOMPARE(whereToLook, starting.isEmpty() ? LinuxSettingsPages::whereToLook(page) : QString());
+            QVERIFY(starting.isEmpty() != whereToLook.isEmpty());
+        }
     }
 };
 

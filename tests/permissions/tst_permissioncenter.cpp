@@ -44,41 +44,26 @@ class PermissionCenterTest final : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void summarySentences_data()
-    {
-        QTest::addColumn<bool>("mac");
-        QTest::addColumn<PermissionSummary>("summary");
-        QTest::addColumn<QString>("title");
-        QTest::addColumn<QString>("detail");
-
-        QTest::newRow("all granted")
-            << true << PermissionSummary{3, 3, 0} << u"Permissions 3/3"_s
-            << u"Notifications, Speech Recognition, and microphone access are counted "
-               "here. File and placement access are handled by macOS when needed."_s;
-        // Stays plural for one changeable permission when more than one is managed.
-        QTest::newRow("voice restricted") << true << PermissionSummary{1, 1, 2} << u"Permissions 1/1"_s
-                                          << u"1 user-changeable permissions are counted here. 2 additional "
-                                             "voice-permission statuses are managed by macOS and shown for "
-                                             "reference."_s;
-        QTest::newRow("microphone restricted")
-            << true << PermissionSummary{1, 2, 1} << u"Permissions 1/2"_s
-            << u"2 user-changeable permissions are counted here. 1 additional "
-               "voice-permission status is managed by macOS and shown for "
-               "reference."_s;
-        QTest::newRow("elsewhere, one managed")
-            << false << PermissionSummary{0, 0, 1} << u"Permission managed by the system"_s
-            << u"The voice-permission status shown here is managed by the system and cannot be changed in "
-               "Tarvel."_s;
-    }
-
     void summarySentences()
     {
-        QFETCH(bool, mac);
-        QFETCH(PermissionSummary, summary);
-        const PermissionWording wording =
-            mac ? PermissionWording::forMac() : PermissionWording::forOtherSystems();
-        QTEST(summary.title(wording), "title");
-        QTEST(summary.detail(wording), "detail");
+        const auto check = [](const PermissionWording &wording, const PermissionSummary &summary,
+                              const QString &title, const QString &detail) {
+            QCOMPARE(summary.title(wording), title);
+            QCOMPARE(summary.detail(wording), detail);
+        };
+        check(PermissionWording::forMac(), {3, 3, 0}, u"Permissions 3/3"_s,
+              u"Notifications, Speech Recognition, and microphone access are counted here. File and "
+              "placement access are handled by macOS when needed."_s);
+        // Stays plural for one changeable permission when more than one is managed.
+        check(PermissionWording::forMac(), {1, 1, 2}, u"Permissions 1/1"_s,
+              u"1 user-changeable permissions are counted here. 2 additional voice-permission statuses "
+              "are managed by macOS and shown for reference."_s);
+        check(PermissionWording::forMac(), {1, 2, 1}, u"Permissions 1/2"_s,
+              u"2 user-changeable permissions are counted here. 1 additional voice-permission status is "
+              "managed by macOS and shown for reference."_s);
+        check(PermissionWording::forOtherSystems(), {0, 0, 1}, u"Permission managed by the system"_s,
+              u"The voice-permission status shown here is managed by the system and cannot be changed in "
+              "Tarvel."_s);
     }
 
     // Each counted row shows its own answer through one mapping; notifications know no restriction,
@@ -118,45 +103,36 @@ private Q_SLOTS:
         QCOMPARE(awaited(center.fetchSummary()).result(), (PermissionSummary{0, 1, 2}));
     }
 
-    void actions_data()
+    // Which platform call each row's action makes, and whether the user is told where to look; at
+    // launch only a notification access nobody has answered yet is asked for.
+    void actions()
     {
-        QTest::addColumn<int>("row");
-        QTest::addColumn<Access>("access");
-        QTest::addColumn<QString>("call");
-
         const auto open = [](Page page) {
             return u"open %1"_s.arg(int(page));
         };
-        QTest::newRow("notifications asked") << 0 << Access::notDetermined << u"request notifications"_s;
-        QTest::newRow("notifications denied") << 0 << Access::denied << open(Page::notifications);
-        QTest::newRow("speech asked") << 1 << Access::notDetermined << u"request speechRecognition"_s;
-        QTest::newRow("speech denied") << 1 << Access::denied << open(Page::speechRecognition);
-        QTest::newRow("microphone granted") << 2 << Access::authorized << open(Page::microphone);
-        QTest::newRow("placement") << 3 << Access::notDetermined << open(Page::screenRecording);
-        QTest::newRow("files") << 4 << Access::notDetermined << open(Page::filesAndFolders);
-    }
+        for (const auto &[row, access, call] :
+             {std::tuple{0, Access::notDetermined, u"request notifications"_s},
+              std::tuple{0, Access::denied, open(Page::notifications)},
+              std::tuple{1, Access::notDetermined, u"request speechRecognition"_s},
+              std::tuple{1, Access::denied, open(Page::speechRecognition)},
+              std::tuple{2, Access::authorized, open(Page::microphone)},
+              std::tuple{3, Access::notDetermined, open(Page::screenRecording)},
+              std::tuple{4, Access::notDetermined, open(Page::filesAndFolders)}}) {
+            FakePermissionPlatform platform;
+            platform.notifications.access = platform.speechRecognition.access = platform.microphone.access =
+                access;
+            platform.whereToLook = u"Look elsewhere."_s;
+            PermissionCenter center(platform);
+            QSignalSpy whereToLook(&center, &PermissionCenter::settingsUnavailable);
+            awaited(center.performAction(awaited(center.fetchDescriptors()).result().at(row)));
+            QCOMPARE(platform.calls, QStringList{call});
+            QCOMPARE(whereToLook.size(), call.startsWith(u"open"_s) ? 1 : 0);
 
-    void actions()
-    {
-        QFETCH(int, row);
-        QFETCH(Access, access);
-        QFETCH(QString, call);
-        FakePermissionPlatform platform;
-        platform.notifications.access = platform.speechRecognition.access = platform.microphone.access =
-            access;
-        platform.whereToLook = u"Look elsewhere."_s;
-        PermissionCenter center(platform);
-        QSignalSpy whereToLook(&center, &PermissionCenter::settingsUnavailable);
-
-        awaited(center.performAction(awaited(center.fetchDescriptors()).result().at(row)));
-        QCOMPARE(platform.calls, QStringList{call});
-        QCOMPARE(whereToLook.size(), call.startsWith(u"open"_s) ? 1 : 0);
-
-        // At launch, only a notification access nobody has answered yet is asked for.
-        FakePermissionPlatform atLaunch;
-        atLaunch.notifications.access = access;
-        awaited(PermissionCenter(atLaunch).requestNotificationAccessIfUnasked());
-        QCOMPARE(atLaunch.calls.contains(u"request notifications"_s), access == Access::notDetermined);
+            FakePermissionPlatform atLaunch;
+            atLaunch.notifications.access = access;
+            awaited(PermissionCenter(atLaunch).requestNotificationAccessIfUnasked());
+            QCOMPARE(atLaunch.calls.contains(u"request notifications"_s), access == Access::notDetermined);
+        }
     }
 
     void rowsFollowTheActions()

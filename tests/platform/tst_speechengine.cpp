@@ -72,25 +72,19 @@ private Q_SLOTS:
     }
 
     // Recordings as other programs write them are converted on reading; sox makes them.
-    void recognisesConvertedRecordings_data()
-    {
-        QTest::addColumn<QString>("format");
-        QTest::newRow("44.1 kHz stereo 16-bit") << u"-r 44100 -c 2"_s;
-        QTest::newRow("48 kHz mono float") << u"-r 48000 -e floating-point -b 32"_s;
-        QTest::newRow("8 kHz mono 32-bit") << u"-r 8000 -b 32"_s;
-    }
-
     void recognisesConvertedRecordings()
     {
-        QFETCH(QString, format);
-        QTemporaryDir folder;
-        const QString wav = folder.filePath(u"speech.wav"_s);
-        const QStringList arguments = u"-q -t raw -r 16000 -e signed -b 16 -c 1"_s.split(u' ')
-                                      << SpeechTestData::goForwardRaw() << format.split(u' ') << wav;
-        QCOMPARE(QProcess::execute(u"sox"_s, arguments), 0);
         const std::unique_ptr<SpeechEngine> engine = SpeechEngine::create({});
-        QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(wav)).split(u' '),
-                 SpeechTestData::goForwardWords);
+        for (const QString &format :
+             {u"-r 44100 -c 2"_s, u"-r 48000 -e floating-point -b 32"_s, u"-r 8000 -b 32"_s}) {
+            QTemporaryDir folder;
+            const QString wav = folder.filePath(u"speech.wav"_s);
+            const QStringList arguments = u"-q -t raw -r 16000 -e signed -b 16 -c 1"_s.split(u' ')
+                                          << SpeechTestData::goForwardRaw() << format.split(u' ') << wav;
+            QCOMPARE(QProcess::execute(u"sox"_s, arguments), 0);
+            QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(wav)).split(u' '),
+                     SpeechTestData::goForwardWords);
+        }
     }
 
     // The microphone's stream comes in chunks that split frames anywhere: the samples are those of
@@ -117,36 +111,27 @@ private Q_SLOTS:
 
     // The user's command failing, taking too long or saying nothing; what a working one is given
     // and answers is checked through `tarvel transcribe` below.
-    void runsTheRecognizerCommand_data()
-    {
-        QTest::addColumn<QString>("script");
-        QTest::addColumn<int>("timeLimitMs");
-        QTest::addColumn<QString>("errorText"); // empty: no transcript and no error
-        QTest::newRow("failure") << u"echo 'loading model' >&2\necho 'no model file' >&2\nexit 3"_s << 10000
-                                 << u"The speech recogniser command failed (exit status 3): "
-                                    "loading model no model file"_s;
-        QTest::newRow("time-out")
-            << u"sleep 30"_s << 300
-            << u"The speech recogniser command took longer than 0.3 seconds and was stopped."_s;
-        QTest::newRow("silence") << u"exit 0"_s << 10000 << QString();
-    }
-
     void runsTheRecognizerCommand()
     {
-        QFETCH(QString, script);
-        QFETCH(int, timeLimitMs);
-        QFETCH(QString, errorText);
-        QTemporaryDir folder;
-        const QString command = writeRecognizer(folder.filePath(u"fake recognizer"_s), script);
-        QCOMPARE(SpeechEngine::unavailableReason(command), QString());
-        const std::unique_ptr<SpeechEngine> engine =
-            SpeechEngine::create({command, std::chrono::milliseconds(timeLimitMs)});
-        try {
-            QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(SpeechTestData::goForwardRaw())),
-                     QString());
-            QVERIFY(errorText.isEmpty());
-        } catch (const SpeechEngineError &error) {
-            QCOMPARE(error.description(), errorText);
+        for (const auto &[script, timeLimitMs, errorText] :
+             {std::tuple{
+                  u"echo 'loading model' >&2\necho 'no model file' >&2\nexit 3"_s, 10000,
+                  u"The speech recogniser command failed (exit status 3): loading model no model file"_s},
+              std::tuple{u"sleep 30"_s, 300,
+                         u"The speech recogniser command took longer than 0.3 seconds and was stopped."_s},
+              std::tuple{u"exit 0"_s, 10000, QString()}}) { // silence: no transcript and no error
+            QTemporaryDir folder;
+            const QString command = writeRecognizer(folder.filePath(u"fake recognizer"_s), script);
+            QCOMPARE(SpeechEngine::unavailableReason(command), QString());
+            const std::unique_ptr<SpeechEngine> engine =
+                SpeechEngine::create({command, std::chrono::milliseconds(timeLimitMs)});
+            try {
+                QCOMPARE(transcribe(*engine, PcmAudio::readSamplesFile(SpeechTestData::goForwardRaw())),
+                         QString());
+                QVERIFY(errorText.isEmpty());
+            } catch (const SpeechEngineError &error) {
+                QCOMPARE(error.description(), errorText);
+            }
         }
     }
 

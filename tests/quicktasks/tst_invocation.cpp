@@ -130,49 +130,37 @@ private Q_SLOTS:
     void backendReceivesTheArgumentList()
     {
         // One argument per line; {W} = working directory, {R} = attachment root, {P} = prompt.
-        for (const auto &[backend, model, attached, expected] :
-             {std::tuple{QuickTaskCLIBackend::codex, QStringLiteral("gpt-5.5"), true,
+        for (const auto &[backend, model, expected] :
+             {std::tuple{QuickTaskCLIBackend::codex, QStringLiteral("gpt-5.5"),
                          QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
                                         "model_reasoning_effort=\"high\"\n-C\n{W}\n"
                                         "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
                                         "--image\n{R}/shots/screen.png\n--\n{P}")},
-              std::tuple{QuickTaskCLIBackend::claude, QStringLiteral("sonnet"), true,
+              std::tuple{QuickTaskCLIBackend::claude, QStringLiteral("sonnet"),
                          QStringLiteral("-p\n--output-format\ntext\n--no-session-persistence\n"
                                         "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh\n"
                                         "--add-dir\n{R}/docs\n--add-dir\n{R}/shots\n--add-dir\n{R}/assets\n"
                                         "--\n{P}")},
               std::tuple{
-                  QuickTaskCLIBackend::opencode, QStringLiteral("anthropic//claude-x"), true,
+                  QuickTaskCLIBackend::opencode, QStringLiteral("anthropic//claude-x"),
                   QStringLiteral("run\n--variant\nhigh\n--model\nanthropic/claude-x\n"
                                  "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
-                                 "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}")},
-              // opencode's default model is no --model at all
-              std::tuple{
-                  QuickTaskCLIBackend::opencode, QString(), true,
-                  QStringLiteral("run\n--variant\nhigh\n"
-                                 "--file\n{W}/notes.md\n--file\n{R}/docs/a.txt\n--file\n{R}/docs/b.txt\n"
-                                 "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}")},
-              // codex always passes --model, an empty one too; the prompt goes as it is.
-              std::tuple{QuickTaskCLIBackend::codex, QString(), false,
-                         QStringLiteral("exec\n--json\n--skip-git-repo-check\n--model\n\n-c\n"
-                                        "model_reasoning_effort=\"high\"\n-C\n{W}\n--\n{P}")}}) {
+                                 "--file\n{R}/shots/screen.png\n--dir\n{W}\n--\n{P}")}}) {
             FakeBackendSetup setup;
             AttachmentTree tree;
             const QString prompt =
                 QStringLiteral("-- Line one\n\n  line \"two\" -- with 'quotes' and $HOME\n");
-            const QList<PromptAttachment> attachments = attached ? tree.all() : QList<PromptAttachment>();
             QStringList arguments = expected.split(u'\n');
             for (QString &argument : arguments) {
                 argument.replace(QStringLiteral("{W}"), tree.workingDirectory)
                     .replace(QStringLiteral("{R}"), tree.root.path())
-                    .replace(QStringLiteral("{P}"),
-                             attached ? QuickTaskInvocation::augmentedPrompt(prompt, attachments) : prompt);
+                    .replace(QStringLiteral("{P}"), QuickTaskInvocation::augmentedPrompt(prompt, tree.all()));
             }
 
             const BackendProfile &profile = BackendProfiles::of(backend);
             const QuickTaskLaunchTarget target = TaskCLIExecutableLocator::launchTarget(backend);
             ProcessGroupTask task(target.executablePath,
-                                  profile.quickTaskArguments(prompt, tree.workingDirectory, attachments,
+                                  profile.quickTaskArguments(prompt, tree.workingDirectory, tree.all(),
                                                              {model, QStringLiteral("high")}),
                                   tree.workingDirectory, target.environment);
             QSignalSpy finished(&task, &ProcessGroupTask::finished);
@@ -188,6 +176,18 @@ private Q_SLOTS:
             QCOMPARE(QString::fromUtf8(setup.fakes.recorded(name + QStringLiteral(".path"))),
                      target.environment.value(QStringLiteral("PATH")));
         }
+
+        // Without a model opencode takes its default through no --model at all, while codex still
+        // passes an empty one; without attachments the prompt goes as it is.
+        const auto withoutModel = [](QuickTaskCLIBackend backend) {
+            return BackendProfiles::of(backend).quickTaskArguments(QStringLiteral("Go"), QStringLiteral("/w"),
+                                                                   {}, {QString(), QStringLiteral("high")});
+        };
+        QVERIFY(!withoutModel(QuickTaskCLIBackend::opencode).contains(QStringLiteral("--model")));
+        const QStringList codex = withoutModel(QuickTaskCLIBackend::codex);
+        QCOMPARE(codex.mid(3, 2), (QStringList{QStringLiteral("--model"), {}}));
+        QCOMPARE(codex.mid(7), (QStringList{QStringLiteral("-C"), QStringLiteral("/w"), QStringLiteral("--"),
+                                            QStringLiteral("Go")}));
     }
 
     void everySplitOfTheStreamGivesTheSameLines()

@@ -421,22 +421,12 @@ private Q_SLOTS:
         QVERIFY(fixture.waitUntilFinished(*running));
     }
 
-    // Copy and open go through the notification's actions in tst_quicktasknotifications.
-    void retryAndWorkingDirectory()
+    // The next task runs where the last editor request was; a folder that is gone is refused,
+    // never swapped for another. (Copy and open go through the notification's actions in
+    // tst_quicktasknotifications, Retry through the tray menu in tst_quicktask_e2e.)
+    void workingDirectoryOfTheNextTask()
     {
         QuickTaskManagerFixture fixture;
-        const std::optional<QUuid> id = fixture.start(QuickTaskCLIBackend::claude, QStringLiteral("Say hi"));
-        QVERIFY(id);
-        QVERIFY(fixture.waitUntilFinished(*id));
-
-        QSignalSpy retries(fixture.manager.get(), &QuickTaskManager::retryRequested);
-        fixture.manager->retry(*id);
-        QCOMPARE(retries.count(), 1);
-        QCOMPARE(retries.at(0).at(0).value<QuickTaskSession>().prompt, QStringLiteral("Say hi"));
-        QCOMPARE(fixture.manager->sessions().size(), 1);
-
-        // The next task runs where the last editor request was; a folder that is gone is refused,
-        // never swapped for another.
         const QString other = fixture.environment.path(QStringLiteral("other"));
         QDir().mkpath(other);
         fixture.manager->noteWorkingDirectory(QString());

@@ -93,17 +93,14 @@ struct Sample {
     }
 };
 
+// The first two models of codexCatalog() as codex's cache lists them.
 QJsonArray codexEntries()
 {
-    return {
-        CatalogFiles::codexEntry(QStringLiteral("gpt-5.2-codex"),
-                                 {QStringLiteral("low"), QStringLiteral("medium"), QStringLiteral("high"),
-                                  QStringLiteral("xhigh")},
-                                 QStringLiteral("medium")),
-        CatalogFiles::codexEntry(QStringLiteral("gpt-5.1-codex-mini"),
-                                 {QStringLiteral("medium"), QStringLiteral("high")}, QStringLiteral("medium"),
-                                 QStringLiteral("Cheaper, faster, but less capable.")),
-    };
+    QJsonArray entries;
+    for (const Model &model : codexCatalog().first(2))
+        entries.append(CatalogFiles::codexEntry(model.identifier, model.supportedReasoningLevels,
+                                                model.defaultReasoningLevel, model.description));
+    return entries;
 }
 
 // One temporary HOME with a settings file in it (where the application's own would be) and the
@@ -645,7 +642,7 @@ private Q_SLOTS:
         QVERIFY(f.settings.areCompletionNotificationsEnabled());
     }
 
-    void voiceRewriteCodexSelection()
+    void voiceRewriteSelection()
     {
         Fixture f;
         // A choice stored with the override switched off is not used, nor cleared as a stale one.
@@ -679,13 +676,9 @@ private Q_SLOTS:
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("sonnet", "low"));
         QCOMPARE(f.storedVoice().slot(QuickTaskCLIBackend::codex)->modelIdentifier,
                  QStringLiteral("gpt-5.2-codex"));
-    }
 
-    // A model gone from codex's cache is forgotten, one opencode has not listed is taken.
-    void voiceRewriteModelsComeAndGo()
-    {
-        Fixture f;
-        f.settings.setVoicePromptRewriteModelIdentifier(QStringLiteral("gpt-5.2-codex"));
+        // Back on codex: a model gone from its cache is forgotten, one opencode has not listed is taken.
+        f.settings.setQuickTaskCLIBackend(QuickTaskCLIBackend::codex);
         f.settings.setVoicePromptRewriteReasoningEffort(QStringLiteral("high"));
 
         // While codex has no cache there is nothing to check against: not used, but kept.
@@ -697,9 +690,9 @@ private Q_SLOTS:
         // The model is gone from a cache that exists: forgotten for good, the effort kept.
         CatalogFiles::writeCodexCache(f.env, CatalogFiles::codexCache(QJsonArray{codexEntries().at(1)}));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);
-        const VoicePromptRewriteSelection stored = *f.storedVoice().slot(QuickTaskCLIBackend::codex);
-        QCOMPARE(stored.modelIdentifier, std::nullopt);
-        QCOMPARE(stored.reasoningEffort, QStringLiteral("high"));
+        const VoicePromptRewriteSelection forgotten = *f.storedVoice().slot(QuickTaskCLIBackend::codex);
+        QCOMPARE(forgotten.modelIdentifier, std::nullopt);
+        QCOMPARE(forgotten.reasoningEffort, QStringLiteral("high"));
         QCOMPARE(f.settings.voicePromptRewritePreset(), preset("gpt-5.1-codex-mini", "high"));
         CatalogFiles::writeCodexCache(f.env, CatalogFiles::codexCache(codexEntries()));
         QCOMPARE(f.settings.voicePromptRewriteModelIdentifier(), std::nullopt);

@@ -168,105 +168,84 @@ private Q_SLOTS:
 
     // Speech recognition is settled first, then the microphone; a refusal starts nothing. (A denied
     // microphone's sentence is checked where the composer shows it, in tst_scratchcomposer.)
-    void accessBeforeCapture_data()
-    {
-        QTest::addColumn<Access>("speech");
-        QTest::addColumn<Access>("microphone");
-        QTest::addColumn<bool>("answer"); // to every question asked
-        QTest::addColumn<QString>("unavailable");
-        QTest::addColumn<QStringList>("calls");
-        QTest::addColumn<QString>("error"); // empty: recording
-        const QString noModel =
-            u"On-device Speech Recognition is unavailable on this computer right now. Install it."_s;
-        const auto undetermined = Access::notDetermined;
-        QTest::newRow("both asked, granted")
-            << undetermined << undetermined << true << QString()
-            << QStringList{u"askSpeech"_s, u"askMicrophone"_s, u"start"_s} << QString();
-        QTest::newRow("speech refused: microphone not asked")
-            << undetermined << undetermined << false << QString() << QStringList{u"askSpeech"_s}
-            << u"Speech Recognition access is required to transcribe a dictated prompt."_s;
-        QTest::newRow("refused, whatever else stands in the way")
-            << Access::denied << Access::authorized << true << u"Install it."_s << QStringList{}
-            << u"Speech Recognition access is required to transcribe a dictated prompt."_s;
-        const QString plainUnavailable = noModel.chopped(u" Install it."_s.size());
-        QTest::newRow("unavailable, said once") << Access::authorized << Access::authorized << true
-                                                << plainUnavailable << QStringList{} << plainUnavailable;
-        QTest::newRow("recogniser gone after access") << Access::authorized << Access::authorized << true
-                                                      << u"Install it."_s << QStringList{} << noModel;
-    }
     void accessBeforeCapture()
     {
-        QFETCH(QString, error);
-        Fixture f;
-        QFETCH(Access, speech);
-        QFETCH(Access, microphone);
-        QFETCH(bool, answer);
-        QFETCH(QString, unavailable);
-        f.recognizer.speechAccess = speech;
-        f.recognizer.microphoneAccessState = microphone;
-        f.recognizer.speechAnswer = f.recognizer.microphoneAnswer = answer;
-        f.recognizer.unavailable = unavailable;
-        const auto outcome = observe(f.builder.startRecording(), &f.builder);
-        QVERIFY(delivered(outcome));
-        f.recognizer.calls.removeAll(u"cancel"_s);
-        QTEST(f.recognizer.calls, "calls");
-        QCOMPARE(outcome->value, error);
-        QCOMPARE(f.builder.state(), error.isEmpty() ? State::recording : State::idle);
+        const QString noModel =
+            u"On-device Speech Recognition is unavailable on this computer right now. Install it."_s;
+        const QString plainUnavailable = noModel.chopped(u" Install it."_s.size());
+        const QString refused = u"Speech Recognition access is required to transcribe a dictated prompt."_s;
+        const auto undetermined = Access::notDetermined, authorized = Access::authorized;
+        // Speech and microphone access, the answer to every question asked, the recogniser's reason
+        // to be unavailable; the calls made, and the error (empty: recording).
+        for (const auto &[speech, microphone, answer, unavailable, calls, error] :
+             {std::tuple{undetermined, undetermined, true, QString(),
+                         QStringList{u"askSpeech"_s, u"askMicrophone"_s, u"start"_s}, QString()},
+              std::tuple{undetermined, undetermined, false, QString(), QStringList{u"askSpeech"_s}, refused},
+              // refused, whatever else stands in the way
+              std::tuple{Access::denied, authorized, true, u"Install it."_s, QStringList{}, refused},
+              std::tuple{authorized, authorized, true, plainUnavailable, QStringList{}, plainUnavailable},
+              // the recogniser gone after access
+              std::tuple{authorized, authorized, true, u"Install it."_s, QStringList{}, noModel}}) {
+            Fixture f;
+            f.recognizer.speechAccess = speech;
+            f.recognizer.microphoneAccessState = microphone;
+            f.recognizer.speechAnswer = f.recognizer.microphoneAnswer = answer;
+            f.recognizer.unavailable = unavailable;
+            const auto outcome = observe(f.builder.startRecording(), &f.builder);
+            QVERIFY(delivered(outcome));
+            f.recognizer.calls.removeAll(u"cancel"_s);
+            QCOMPARE(f.recognizer.calls, calls);
+            QCOMPARE(outcome->value, error);
+            QCOMPARE(f.builder.state(), error.isEmpty() ? State::recording : State::idle);
+        }
     }
 
     // The composer's preset when usable for the current backend, else the voice-draft preset,
     // else none, which the rewrite refuses. Every build ends idle.
-    void dictationBecomesADraft_data()
-    {
-        QTest::addColumn<QuickTaskCLIBackend>("backend");
-        QTest::addColumn<std::optional<QuickTaskPreset>>("preferred");
-        QTest::addColumn<QString>("modelAndEffort"); // "voice": the voice-draft preset; empty: none
-        const auto claude = QuickTaskCLIBackend::claude;
-        QTest::newRow("composer's preset")
-            << claude << std::optional(QuickTaskPreset{u"opus"_s, u"max"_s}) << u"opus max"_s;
-        QTest::newRow("composer's preset unknown: voice preset")
-            << claude << std::optional(QuickTaskPreset{u"gpt-5.5"_s, u"low"_s}) << u"voice"_s;
-        QTest::newRow("codex without models: none")
-            << QuickTaskCLIBackend::codex << std::optional<QuickTaskPreset>() << QString();
-    }
     void dictationBecomesADraft()
     {
-        QFETCH(QuickTaskCLIBackend, backend);
-        QFETCH(std::optional<QuickTaskPreset>, preferred);
-        QFETCH(QString, modelAndEffort);
-        Fixture f;
-        AppSettings(f.defaults).setQuickTaskCLIBackend(backend);
-        const QuickTaskPreset voice = AppSettings(f.defaults).voicePromptRewritePreset();
-        if (modelAndEffort == u"voice")
-            modelAndEffort = voice.model + u' ' + voice.reasoningEffort;
-        QCOMPARE(f.builder.isVoicePromptAvailable(preferred), !modelAndEffort.isEmpty());
-        QCOMPARE(f.stop()->kind, Kind::cancelled); // only from recording
+        // "voice": the voice-draft preset; empty: none.
+        for (const auto &[backend, preferred, modelAndEffort] :
+             {std::tuple{QuickTaskCLIBackend::claude, std::optional(QuickTaskPreset{u"opus"_s, u"max"_s}),
+                         u"opus max"_s},
+              std::tuple{QuickTaskCLIBackend::claude, std::optional(QuickTaskPreset{u"gpt-5.5"_s, u"low"_s}),
+                         u"voice"_s},
+              std::tuple{QuickTaskCLIBackend::codex, std::optional<QuickTaskPreset>(), QString()}}) {
+            Fixture f;
+            AppSettings(f.defaults).setQuickTaskCLIBackend(backend);
+            const QuickTaskPreset voice = AppSettings(f.defaults).voicePromptRewritePreset();
+            const QString expected =
+                modelAndEffort == u"voice" ? voice.model + u' ' + voice.reasoningEffort : modelAndEffort;
+            QCOMPARE(f.builder.isVoicePromptAvailable(preferred), !expected.isEmpty());
+            QCOMPARE(f.stop()->kind, Kind::cancelled); // only from recording
 
-        QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
-        QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder))); // does nothing
-        f.recognizer.onFinishAudio = [&] {
-            QTimer::singleShot(0, &f.recognizer, [&] { f.recognizer.hear(u"  um go forward\n"_s, true); });
-        };
-        const auto draft = f.stop(preferred);
-        QCOMPARE(f.builder.state(), State::transcribing);
-        QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder))); // nor does this
-        QVERIFY(delivered(draft));
-        QCOMPARE(f.states,
-                 (QList<State>{State::recording, State::transcribing, State::processing, State::idle}));
-        QCOMPARE(f.recognizer.calls.count(u"start"_s), 1);
-        if (modelAndEffort.isEmpty()) {
-            QCOMPARE(draft->kind, Kind::promptRewriteModelUnavailable);
-            QCOMPARE(draft->value, u"No model is available to turn the transcript into a prompt draft."_s);
-            QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
-            return;
+            QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder)));
+            QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder))); // does nothing
+            f.recognizer.onFinishAudio = [&f] {
+                QTimer::singleShot(0, &f.recognizer,
+                                   [&f] { f.recognizer.hear(u"  um go forward\n"_s, true); });
+            };
+            const auto draft = f.stop(preferred);
+            QCOMPARE(f.builder.state(), State::transcribing);
+            QVERIFY(delivered(observe(f.builder.startRecording(), &f.builder))); // nor does this
+            QVERIFY(delivered(draft));
+            QCOMPARE(f.states,
+                     (QList<State>{State::recording, State::transcribing, State::processing, State::idle}));
+            QCOMPARE(f.recognizer.calls.count(u"start"_s), 1);
+            if (expected.isEmpty()) {
+                QCOMPARE(draft->kind, Kind::promptRewriteModelUnavailable);
+                QCOMPARE(draft->value,
+                         u"No model is available to turn the transcript into a prompt draft."_s);
+                QVERIFY(f.fakes.recorded(u"codex.argv"_s).isNull());
+                continue;
+            }
+            QCOMPARE(draft->value, u"Fake answer."_s);
+            const QStringList arguments = f.fakes.recordedArguments(u"claude"_s);
+            QVERIFY(arguments.last().endsWith(u"Dictated notes:\num go forward"_s)); // trimmed
+            QCOMPARE(arguments.value(arguments.indexOf(u"--model"_s) + 1) + u' ' +
+                         arguments.value(arguments.indexOf(u"--effort"_s) + 1),
+                     expected);
         }
-        QCOMPARE(draft->value, u"Fake answer."_s);
-        const QStringList arguments = f.fakes.recordedArguments(u"claude"_s);
-        QVERIFY(arguments.last().endsWith(u"Dictated notes:\num go forward"_s)); // trimmed
-        const auto valueOf = [&](const QString &option) {
-            return arguments.value(arguments.indexOf(option) + 1);
-        };
-        QCOMPARE(valueOf(u"--model"_s) + u' ' + valueOf(u"--effort"_s), modelAndEffort);
     }
 
     // The backend answers the stop signals with a full draft and a clean exit: still cancelled,
@@ -304,7 +283,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QuickTaskCLIBackend>("backend");
         QTest::addColumn<QuickTaskPreset>("preset");
-        QTest::addColumn<QString>("arguments"); // one per line; {D} is the working directory
+        QTest::addColumn<QString>("arguments"); // one per line, {D} the working directory
         QTest::addColumn<QStringList>("steps");
         QTest::addColumn<bool>("succeeds");
         QTest::addColumn<QString>("expected"); // the draft, or the failure's description
@@ -312,19 +291,17 @@ private Q_SLOTS:
         const auto claude = QuickTaskCLIBackend::claude;
         const auto opencode = QuickTaskCLIBackend::opencode;
         const QuickTaskPreset codexPreset{u"gpt-5.5"_s, u"low"_s}, claudePreset{u"sonnet"_s, u"high"_s};
-        const QString codexArguments = u"exec\n--json\n--skip-git-repo-check\n--model\ngpt-5.5\n-c\n"
-                                       "model_reasoning_effort=\"low\"\n-C\n{D}"_s;
-        const QString claudeArguments = u"-p\n--output-format\ntext\n--no-session-persistence\n"
-                                        "--dangerously-skip-permissions\n--model\nsonnet\n--effort\nhigh"_s;
+        // What a quick task without attachments is given (tst_invocation's lists): codex and claude.
+        const QString asQuickTask;
         QTest::newRow("codex: the last agent message")
-            << codex << codexPreset << codexArguments
+            << codex << codexPreset << asQuickTask
             << QStringList{u"out not json\\n"_s, FakeBackends::codexAnswerStep(u"First draft"_s),
                            uR"(out {"type":"item.completed","item":{"type":"reasoning","text":"hmm"}}\n)"_s,
                            FakeBackends::codexAnswerStep(u"  Fix the login bug in auth.py.  "_s),
                            u"err noise\\n"_s}
             << true << u"Fix the login bug in auth.py."_s;
         QTest::newRow("claude: lines trimmed, blank ones dropped, split reads joined")
-            << claude << claudePreset << claudeArguments
+            << claude << claudePreset << asQuickTask
             << QStringList{u"out   Fix the login bug\\n\\n   \\n  in au"_s, u"sleep 0.1"_s, u"out th.py.  "_s}
             << true << u"Fix the login bug\nin auth.py."_s;
         QTest::newRow("opencode without a model: terminal codes removed")
@@ -337,20 +314,20 @@ private Q_SLOTS:
         for (int line = 1; line <= 10; ++line)
             tenErrors.append(u"err error line %1\\n"_s.arg(line));
         QTest::newRow("the last 3 of the kept stderr lines")
-            << claude << claudePreset << claudeArguments
+            << claude << claudePreset << asQuickTask
             << (tenErrors << u"out half an answer\\n"_s << u"exit 1"_s) << false
             << u"error line 8 | error line 9 | error line 10"_s;
         QTest::newRow("opencode with a model, fewer than three")
             << opencode << QuickTaskPreset{u"openrouter//qwen/qwen3"_s, u"minimal"_s}
             << u"run\n--variant\nminimal\n--dir\n{D}\n--model\nopenrouter/qwen/qwen3"_s
             << QStringList{u"err  \\n  only one  \\n"_s, u"exit 2"_s} << false << u"only one"_s;
-        QTest::newRow("no stderr") << codex << codexPreset << codexArguments << QStringList{u"exit 1"_s}
-                                   << false << u"Codex could not turn the transcript into a prompt draft."_s;
+        QTest::newRow("no stderr") << codex << codexPreset << asQuickTask << QStringList{u"exit 1"_s} << false
+                                   << u"Codex could not turn the transcript into a prompt draft."_s;
         QTest::newRow("empty answer")
-            << claude << claudePreset << claudeArguments << QStringList{u"out \\n  \\n"_s} << false
+            << claude << claudePreset << asQuickTask << QStringList{u"out \\n  \\n"_s} << false
             << u"Claude returned an empty prompt draft."_s;
         QTest::newRow("codex without an agent message")
-            << codex << codexPreset << codexArguments
+            << codex << codexPreset << asQuickTask
             << QStringList{uR"(out {"type":"item.completed","item":{"type":"agent_message","text":""}}\n)"_s}
             << false << u"Codex returned an empty prompt draft."_s;
     }
@@ -370,12 +347,16 @@ private Q_SLOTS:
         QCOMPARE(outcome->kind, succeeds ? std::nullopt : std::optional(Kind::promptRewriteFailed));
         QCOMPARE(outcome->transcript, succeeds ? QString() : kTranscript);
 
-        const QString name = BackendProfiles::of(backend).rawValue();
-        QStringList received = f.fakes.recordedArguments(name);
-        const QString prompt = received.takeLast();
+        const BackendProfile &profile = BackendProfiles::of(backend);
+        const QString name = profile.rawValue();
+        const QStringList received = f.fakes.recordedArguments(name);
+        const QString prompt = received.constLast();
         QVERIFY(prompt.startsWith(u"Rewrite the user's dictated notes into a clean prompt"_s));
         QVERIFY(prompt.endsWith(u"\n\nDictated notes:\n"_s + kTranscript));
-        QCOMPARE(received.join(u'\n'), arguments.replace(u"{D}"_s, f.environment.root()) + u"\n--"_s);
+        QCOMPARE(received, arguments.isEmpty()
+                               ? profile.quickTaskArguments(prompt, f.environment.root(), {}, preset)
+                               : arguments.replace(u"{D}"_s, f.environment.root()).split(u'\n')
+                                     << u"--"_s << prompt);
         QCOMPARE(QString::fromUtf8(f.fakes.recorded(name + u".cwd"_s).trimmed()), f.environment.root());
     }
 
