@@ -214,7 +214,10 @@ void AppDelegate::applicationDidFinishLaunching()
         m_errorLog.record(message, *folderFailure, kLaunch);
         m_alerts->presentUnrequested(message, *folderFailure);
     }
-    // A request that started Tarvel is waiting in a terminal: its composer goes up first. The rest
+    // The tray icon docks first: docked while a composer was already on screen, it let the window
+    // manager move that composer (openbox put it at the screen's left edge, one start in five).
+    m_statusItem->show();
+    // A request that started Tarvel is waiting in a terminal: its composer goes up next. The rest
     // of the launch, which nobody is waiting for, follows once that composer has had its first
     // frame and the keyboard, which the window manager gives it while the event loop is free.
     listenForRequests();
@@ -226,7 +229,6 @@ void AppDelegate::applicationDidFinishLaunching()
 void AppDelegate::finishLaunching()
 {
     m_quickTaskManager->load();
-    m_statusItem->show();
     m_statusItem->setTasksRunning(m_quickTaskManager->hasRunningSessions());
     // Where the desktop binds the keys, its binding starts Tarvel again; there is nothing to register.
     if (m_globalShortcuts && manualShortcutBinding(std::nullopt).isEmpty())
