@@ -2,6 +2,7 @@
 
 #include "core/TarvelError.h"
 #include "editing/BackgroundWork.h"
+#include "platform/NonBlockingRead.h"
 #include "quicktasks/ProcessSpawner.h"
 
 #include <QDeadlineTimer>
@@ -143,8 +144,8 @@ std::optional<Listing> listWithGit(const QString &folder, qsizetype limit, const
             complete = true;
             break;
         }
-        ProcessSpawner::readAvailable(process.standardError, nullptr);
-        ProcessSpawner::readAvailable(process.standardOutput, &pending);
+        NonBlockingRead::available(process.standardError, nullptr);
+        NonBlockingRead::available(process.standardOutput, &pending);
         qsizetype start = 0;
         for (qsizetype end = pending.indexOf('\0'); end >= 0; end = pending.indexOf('\0', start)) {
             if (!collector.addFile(QFile::decodeName(pending.mid(start, end - start))))

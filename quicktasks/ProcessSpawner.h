@@ -37,11 +37,6 @@ SpawnedProcess spawnGroupLeader(const QString &executablePath, const QStringList
 // Returns false when neither exists.
 bool signalGroup(pid_t pid, int signal);
 
-// Reads what the pipe holds now without waiting for more; its end or an error closes it. Bytes
-// past limit are read and dropped, and with no into all of them are.
-void readAvailable(FileDescriptor &descriptor, QByteArray *into,
-                   qsizetype limit = std::numeric_limits<qsizetype>::max());
-
 // waitpid's status as one number: the exit code, or 128 + the signal that ended it.
 int terminationStatus(int waitStatus);
 

@@ -1,5 +1,6 @@
 #include "quicktasks/ShortProcess.h"
 
+#include "platform/NonBlockingRead.h"
 #include "quicktasks/ProcessSpawner.h"
 
 #include <QElapsedTimer>
@@ -22,8 +23,8 @@ constexpr qsizetype kOutputLimit = 1024 * 1024;
 
 void readOutputs(SpawnedProcess &process, ShortProcessResult &result)
 {
-    ProcessSpawner::readAvailable(process.standardOutput, &result.standardOutput, kOutputLimit);
-    ProcessSpawner::readAvailable(process.standardError, &result.standardError, kOutputLimit);
+    NonBlockingRead::available(process.standardOutput, &result.standardOutput, kOutputLimit);
+    NonBlockingRead::available(process.standardError, &result.standardError, kOutputLimit);
 }
 
 bool tryReap(pid_t pid, int &status)

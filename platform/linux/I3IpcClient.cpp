@@ -1,5 +1,6 @@
 #include "platform/linux/I3IpcClient.h"
 
+#include "platform/NonBlockingRead.h"
 #include "platform/UnixSocket.h"
 #include "platform/linux/I3IpcTree.h"
 
@@ -12,7 +13,6 @@
 
 #include <cerrno>
 #include <poll.h>
-#include <unistd.h>
 
 // QT_LOGGING_RULES="tarvel.i3ipc.debug=true" shows what is asked of the compositor.
 Q_LOGGING_CATEGORY(lcI3Ipc, "tarvel.i3ipc", QtWarningMsg)
@@ -52,19 +52,12 @@ bool sendAll(int descriptor, const QByteArray &bytes, const QDeadlineTimer &dead
 }
 
 // Appends what has arrived; false once the compositor closed the connection or it failed.
-bool receive(int descriptor, I3Ipc::Decoder &decoder)
+bool receive(FileDescriptor &socket, I3Ipc::Decoder &decoder)
 {
-    char buffer[64 * 1024];
-    while (true) {
-        const ssize_t count = ::read(descriptor, buffer, sizeof buffer);
-        if (count > 0) {
-            decoder.append(QByteArray(buffer, count));
-            continue;
-        }
-        if (count < 0 && errno == EINTR)
-            continue;
-        return count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK);
-    }
+    QByteArray bytes;
+    NonBlockingRead::available(socket, &bytes);
+    decoder.append(bytes);
+    return socket.isValid();
 }
 
 } // namespace
@@ -106,7 +99,7 @@ std::optional<QByteArray> I3IpcClient::request(quint32 type, const QByteArray &p
     const QDeadlineTimer deadline(replyTimeoutMs);
     bool connected = sendAll(m_requests.get(), I3Ipc::encode(type, payload), deadline);
     while (connected && !m_replies.hasFailed() && waitFor(m_requests.get(), POLLIN, deadline)) {
-        connected = receive(m_requests.get(), m_replies);
+        connected = receive(m_requests, m_replies);
         while (std::optional<I3Ipc::Message> message = m_replies.next()) {
             if (message->type != type)
                 continue;
@@ -136,7 +129,7 @@ bool I3IpcClient::subscribeToWindowEvents()
     bool connected =
         sendAll(m_events.get(), I3Ipc::encode(I3Ipc::subscribe, QByteArrayLiteral("[\"window\"]")), deadline);
     while (connected && waitFor(m_events.get(), POLLIN, deadline)) {
-        connected = receive(m_events.get(), m_eventStream);
+        connected = receive(m_events, m_eventStream);
         if (std::optional<I3Ipc::Message> reply = m_eventStream.next()) {
             if (!connected || reply->type != I3Ipc::subscribe ||
                 !QJsonDocument::fromJson(reply->payload).object().value(u"success").toBool())
@@ -154,7 +147,7 @@ bool I3IpcClient::subscribeToWindowEvents()
 
 void I3IpcClient::readEvents()
 {
-    const bool connected = receive(m_events.get(), m_eventStream);
+    const bool connected = receive(m_events, m_eventStream);
     while (std::optional<I3Ipc::Message> message = m_eventStream.next()) {
         if (message->type == I3Ipc::windowEvent)
             Q_EMIT windowEvent(message->payload);
