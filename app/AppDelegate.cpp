@@ -233,7 +233,7 @@ void AppDelegate::finishLaunching()
     // Where the desktop binds the keys, its binding starts Tarvel again; there is nothing to register.
     if (m_globalShortcuts && manualShortcutBinding(std::nullopt).isEmpty())
         m_globalShortcuts->onKeyUp(ShortcutNames::openScratchComposer(), [this] { openScratchComposer(); });
-    m_composers->prepareEditorComposer();
+    m_composers->prepareComposers();
     m_composers->forgetDraftsOfAnsweredRequests();
     m_composers->sweepImportedAttachments(QDateTime::currentDateTime().addDays(-1));
     m_editorSetup->scheduleAfterLaunch();

@@ -50,7 +50,7 @@ ComposerCoordinator::ComposerCoordinator(RequestIntake &intake, QuickTaskManager
     m_services.attachments = &tasks.attachments();
     m_prepareSoon.setSingleShot(true);
     m_prepareSoon.setInterval(prepareDelayMs);
-    connect(&m_prepareSoon, &QTimer::timeout, this, &ComposerCoordinator::prepareEditorComposer);
+    connect(&m_prepareSoon, &QTimer::timeout, this, &ComposerCoordinator::prepareComposers);
     connect(&intake, &RequestIntake::answerFailed, this, [this](const QString &message, const QString &text) {
         if (m_editor)
             m_editor->surface().presentAlert(message, text);
@@ -121,13 +121,22 @@ void ComposerCoordinator::processPendingRequests()
     m_prepareSoon.start();
 }
 
-void ComposerCoordinator::prepareEditorComposer()
+void ComposerCoordinator::prepareComposers()
 {
-    if (m_preparedEditor || m_terminated)
+    if (m_terminated)
         return;
-    m_preparedEditor = new EditorComposer(QString(), m_services, this);
-    // The native window too: mapping it is then all that is left.
-    m_preparedEditor->panel()->winId();
+    // One at a time, the editor's first: each holds the event loop for a few milliseconds, and a
+    // request arriving meanwhile should wait for one of them at most. The native window too:
+    // mapping it is then all that is left.
+    if (!m_preparedEditor) {
+        m_preparedEditor = new EditorComposer(QString(), m_services, this);
+        m_preparedEditor->panel()->winId();
+    } else if (!m_preparedScratch) {
+        m_preparedScratch = new ScratchComposer(QString(), {}, m_services, this);
+        m_preparedScratch->panel()->winId();
+    }
+    if (!m_preparedScratch)
+        m_prepareSoon.start();
 }
 
 void ComposerCoordinator::openScratchComposer(const QString &initialText,
@@ -149,7 +158,12 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
             held = restored->attachments;
         }
     }
-    auto *composer = new ScratchComposer(text, held, m_services, this);
+    // One made ahead starts empty; a retried task's or a restored draft's attachments need a new one.
+    ScratchComposer *composer = held.isEmpty() ? std::exchange(m_preparedScratch, nullptr) : nullptr;
+    if (composer)
+        composer->surface().replaceInitialText(text);
+    else
+        composer = new ScratchComposer(text, held, m_services, this);
     composer->setWorkingDirectory(workingDirectory.value_or(m_tasks.workingDirectoryForNewTask()));
     DraftKeeper *draft =
         keepDraft(composer, composer->surface(), DraftStore::scratchDraftName(composer->id()),
@@ -177,6 +191,7 @@ void ComposerCoordinator::openScratchComposer(const QString &initialText,
     composer->showWindow();
     m_activation.requestWindowActivation(composer->panel());
     composer->surface().completeInitialPlacement();
+    m_prepareSoon.start();
 }
 
 void ComposerCoordinator::present(ComposerSurface &surface, bool restoresScratchFrame)

@@ -58,8 +58,9 @@ public:
     void stopServingRequests() { m_terminated = true; }
     void closeAllForTermination();
     // Makes the next editor composer now, hidden and laid out, so a request only has to fill
-    // in its text, place it and show it. Called at launch and after each request is shown.
-    void prepareEditorComposer();
+    // in its text, place it and show it; then, shortly after, the next scratch composer. Called at
+    // launch and after each composer is shown.
+    void prepareComposers();
     // At launch: drafts of requests that were answered meanwhile are of no more use.
     void forgetDraftsOfAnsweredRequests();
     // At launch: pasted images older than the cutoff that no session, draft or composer names are
@@ -106,8 +107,9 @@ private:
     DraftStore m_drafts;
     std::optional<ComposerRequest> m_request;
     EditorComposer *m_editor = nullptr;
-    // Made ahead of time and hidden, for the next request.
+    // Made ahead of time and hidden, for the next request and the next quick task.
     EditorComposer *m_preparedEditor = nullptr;
+    ScratchComposer *m_preparedScratch = nullptr;
     QTimer m_prepareSoon;
     DraftKeeper *m_editorDraft = nullptr;
     QHash<ScratchComposer *, DraftKeeper *> m_scratchDrafts;

@@ -354,7 +354,11 @@ void ScratchComposer::settingsChanged(const QString &key)
                 m_backend = backend;
                 m_installation.reset();
                 reloadPresets();
-                refreshScratchComposerAvailability(true);
+                // One made ahead and not yet shown checks the backend when it shows.
+                if (m_hasPerformedInitialAvailabilityRefresh)
+                    refreshScratchComposerAvailability(true);
+                else
+                    applyAvailability(ScratchComposerAvailability::checking(m_backend));
                 return;
             }
             reloadPresets();

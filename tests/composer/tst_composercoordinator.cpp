@@ -89,7 +89,7 @@ private Q_SLOTS:
         Fixture f;
         const ComposerRequest first = writeRequest(u"one"_s, 4001);
         const ComposerRequest second = writeRequest(u"two"_s, 4002);
-        f.composers.prepareEditorComposer(); // made ahead, as at launch
+        f.composers.prepareComposers(); // made ahead, as at launch
         f.composers.processPendingRequests();
         f.composers.processPendingRequests(); // the second waits behind the first
         QCOMPARE(f.composers.currentRequest()->id, first.id);
@@ -203,8 +203,9 @@ private Q_SLOTS:
         QCOMPARE(f.composers.currentRequest()->id, request.id);
     }
 
-    // A quick task starts where and when the user meant it: never in a folder that has gone,
-    // never after a cancel that came while the backend was being checked.
+    // A quick task starts where and when the user meant it, from a composer made ahead or not:
+    // never in a folder that has gone, never after a cancel that came while the backend was being
+    // checked.
     void aQuickTaskStartsOnlyWhereAndWhenMeant()
     {
         Fixture f;
@@ -221,7 +222,14 @@ private Q_SLOTS:
             composer->panel()->textView()->setPlainText(u"Fix the build"_s);
             return composer;
         };
+        // The first is the one made ahead, hidden, after the editor's.
+        f.composers.prepareComposers();
+        QTRY_COMPARE(f.composers.findChildren<ScratchComposer *>().size(), qsizetype(1));
+        const QPointer<ScratchComposer> madeAhead =
+            f.composers.findChildren<ScratchComposer *>().constFirst();
+        QVERIFY(!madeAhead->panel()->isVisible());
         ScratchComposer *composer = readyComposer();
+        QCOMPARE(composer, madeAhead.data());
         QCOMPARE(composer->workingDirectory(), gone);
         composer->submitPressed();
         QMessageBox *alert = nullptr;
